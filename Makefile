@@ -1,0 +1,50 @@
+# A thin front to CMake. Each target first makes sure that what it needs is there
+# and installs what is missing with apt-get when it can.
+
+.PHONY: all demo test bench install lint format clean
+
+JOBS := $(shell nproc 2>/dev/null || echo 2)
+BUILD := build/release
+
+all: $(BUILD)/build.ninja
+	cmake --build $(BUILD) -j $(JOBS)
+
+$(BUILD)/build.ninja: CMakePresets.json
+	scripts/need build test
+	cmake --preset release
+
+# Reads the parameter files that are installed with the library and prints their trees.
+demo:
+	scripts/need build
+	cmake --preset release -DSTOCK_TESTS=OFF -B build/demo >/dev/null
+	cmake --build build/demo -j $(JOBS)
+	scripts/demo build/demo/tools/stock
+
+test:
+	scripts/need build test
+	cmake --preset release
+	cmake --build $(BUILD) -j $(JOBS)
+	ctest --preset release
+
+bench:
+	scripts/need build bench
+	cmake --preset bench
+	cmake --build build/bench -j $(JOBS)
+	scripts/bench build/bench/bench
+
+install:
+	scripts/need build
+	cmake --preset release -DSTOCK_TESTS=OFF -B build/install >/dev/null
+	cmake --build build/install -j $(JOBS)
+	cmake --install build/install $(if $(PREFIX),--prefix $(PREFIX))
+
+lint:
+	scripts/need build test lint
+	scripts/lint
+
+format:
+	scripts/need lint
+	scripts/lint --fix
+
+clean:
+	rm -rf build

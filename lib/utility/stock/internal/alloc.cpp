@@ -1,0 +1,64 @@
+// Allocation that does not fail: it succeeds or ends the process.
+
+#include "internal/alloc.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "stock/elog.h"
+
+namespace stock {
+
+namespace {
+
+const char *base_name(const char *path)
+{
+    const char *slash = std::strrchr(path, '/');
+    return slash ? slash + 1 : path;
+}
+
+}  // namespace
+
+void out_of_memory(std::size_t bytes, const char *item, const char *function, int line,
+                   const char *file)
+{
+    elog_die(1, "Out of memory in %s at line %d of '%s'\n\tCan't malloc %lu bytes for %s\n",
+             function, line, base_name(file), static_cast<unsigned long>(bytes), item);
+}
+
+void *allocate(std::size_t bytes, const char *item, const char *function, int line,
+               const char *file)
+{
+    void *block = std::malloc(std::max<std::size_t>(bytes, 1));
+    if (!block)
+        out_of_memory(bytes, item, function, line, file);
+    return block;
+}
+
+void *allocate_zeroed(std::size_t bytes, const char *item, const char *function, int line,
+                      const char *file)
+{
+    void *block = std::calloc(std::max<std::size_t>(bytes, 1), 1);
+    if (!block)
+        out_of_memory(bytes, item, function, line, file);
+    return block;
+}
+
+void *reallocate(void *block, std::size_t bytes, const char *item, const char *function, int line,
+                 const char *file)
+{
+    void *grown = std::realloc(block, std::max<std::size_t>(bytes, 1));
+    if (!grown)
+        out_of_memory(bytes, item, function, line, file);
+    return grown;
+}
+
+char *copy_text(const char *text, const char *item, const char *function, int line,
+                const char *file)
+{
+    const std::size_t bytes = std::strlen(text) + 1;
+    void *copy = allocate(bytes, item, function, line, file);
+    return static_cast<char *>(std::memcpy(copy, text, bytes));
+}
+
+}  // namespace stock

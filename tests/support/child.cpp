@@ -1,0 +1,121 @@
+#include "support/child.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+std::string read_all(int fd)
+{
+    std::string text;
+    char chunk[65536];
+    for (;;) {
+        const ssize_t got = read(fd, chunk, sizeof chunk);
+        if (got > 0)
+            text.append(chunk, static_cast<size_t>(got));
+        else if (got == 0 || errno != EINTR)
+            break;
+    }
+    close(fd);
+    return text;
+}
+
+void write_all(int fd, const std::string &text)
+{
+    size_t done = 0;
+    while (done < text.size()) {
+        const ssize_t put = write(fd, text.data() + done, text.size() - done);
+        if (put < 0 && errno == EINTR)
+            continue;
+        if (put <= 0)
+            break;
+        done += static_cast<size_t>(put);
+    }
+    close(fd);
+}
+
+Ended collect(pid_t pid, int in, int out, int err, const std::string &input)
+{
+    Ended ended;
+    std::thread writer([&] { write_all(in, input); });
+    std::thread reader([&] { ended.out = read_all(out); });
+    ended.err = read_all(err);
+    writer.join();
+    reader.join();
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFEXITED(status))
+        ended.status = WEXITSTATUS(status);
+    else if (WIFSIGNALED(status))
+        ended.signal = WTERMSIG(status);
+    return ended;
+}
+
+Ended fork_and_run(const std::string &input, const std::function<void()> &child)
+{
+    signal(SIGPIPE, SIG_IGN);
+    int in[2], out[2], err[2];
+    if (pipe(in) || pipe(out) || pipe(err))
+        abort();
+    fflush(nullptr);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(in[0], 0);
+        dup2(out[1], 1);
+        dup2(err[1], 2);
+        for (int fd : {in[0], in[1], out[0], out[1], err[0], err[1]})
+            close(fd);
+        signal(SIGPIPE, SIG_DFL);
+        child();
+        exit(0);
+    }
+    for (int fd : {in[0], out[1], err[1]})
+        close(fd);
+    return collect(pid, in[1], out[0], err[0], input);
+}
+
+}  // namespace
+
+Ended in_child(const std::function<void()> &body)
+{
+    return fork_and_run({}, body);
+}
+
+Ended run_program(const std::vector<std::string> &argv, const std::string &input,
+                  const std::vector<std::string> &settings)
+{
+    return fork_and_run(input, [&] {
+        for (const std::string &setting : settings) {
+            const size_t equals = setting.find('=');
+            if (equals == std::string::npos)
+                unsetenv(setting.c_str());
+            else
+                setenv(setting.substr(0, equals).c_str(), setting.substr(equals + 1).c_str(), 1);
+        }
+        std::vector<char *> words;
+        for (const std::string &word : argv)
+            words.push_back(const_cast<char *>(word.c_str()));
+        words.push_back(nullptr);
+        execv(words[0], words.data());
+        perror(words[0]);
+        _exit(127);
+    });
+}
+
+std::string tool_path()
+{
+    return STOCK_TOOL;
+}
+
+std::string source_path(const std::string &relative)
+{
+    return STOCK_SOURCE "/" + relative;
+}

@@ -1,0 +1,28 @@
+// What a command of the tool is made of.
+
+#pragma once
+
+#include <cstdio>
+
+// A command gets its own words only: argv[0] is its name. It returns the tool's
+// exit status: 0, 1 when what was asked for failed, 2 on wrong usage.
+struct Command {
+    const char *name;
+    const char *arguments;  // as shown behind the name in a usage line
+    const char *summary;    // one line, no full stop
+    int (*run)(int argc, char **argv);
+};
+
+enum { kDone = 0, kFailed = 1, kUsage = 2 };
+
+// Prints the wrong word and where help is to the log; gives kUsage.
+int wrong_usage(const char *command, const char *format, ...) __attribute__((format(printf, 2, 3)));
+
+// Whether the word asks for help.
+bool is_help(const char *word);
+
+// Runs the command that argv[1] names out of a family such as "stock pf", or
+// prints the family's help.
+int run_family(const char *family, const Command *commands, int argc, char **argv);
+
+int cmd_pf(int argc, char **argv);

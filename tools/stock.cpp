@@ -1,0 +1,74 @@
+// The command-line tool of stock: a table of commands and how one is chosen.
+
+#include <cstdarg>
+#include <cstring>
+
+#include "command.h"
+#include "stock.h"
+
+namespace {
+
+// clang-format off
+constexpr Command kCommands[] = {
+    {"pf", "COMMAND ...", "read and print parameter files", cmd_pf},
+    {},
+};
+// clang-format on
+
+void print_help(FILE *stream, const char *family, const Command *commands)
+{
+    fprintf(stream, "usage: %s COMMAND [ARGUMENT...]\n\n", family);
+    for (; commands->name; ++commands) {
+        char usage[128];
+        snprintf(usage, sizeof usage, "%s %s", commands->name, commands->arguments);
+        fprintf(stream, "  %-28s %s\n", usage, commands->summary);
+    }
+    fprintf(stream, "\n'%s COMMAND --help' says more of each.\n", family);
+}
+
+}  // namespace
+
+bool is_help(const char *word)
+{
+    return !strcmp(word, "--help") || !strcmp(word, "-h");
+}
+
+int wrong_usage(const char *command, const char *format, ...)
+{
+    char text[512];
+    va_list args;
+    va_start(args, format);
+    vsnprintf(text, sizeof text, format, args);
+    va_end(args);
+    elog_complain(0, "%s: %s\n  try '%s --help'\n", command, text, command);
+    return kUsage;
+}
+
+int run_family(const char *family, const Command *commands, int argc, char **argv)
+{
+    if (argc < 2)
+        return wrong_usage(family, "which command?");
+    if (is_help(argv[1])) {
+        print_help(stdout, family, commands);
+        return kDone;
+    }
+    for (const Command *command = commands; command->name; ++command)
+        if (!strcmp(command->name, argv[1]))
+            return command->run(argc - 1, argv + 1);
+    return wrong_usage(family, "no command '%s'", argv[1]);
+}
+
+int main(int argc, char **argv)
+{
+    elog_init(argc, argv);
+    if (argc == 2 && !strcmp(argv[1], "--version")) {
+        puts("stock " STOCK_VERSION);
+        return kDone;
+    }
+    const int status = run_family("stock", kCommands, argc, argv);
+    if (fflush(stdout) != 0 || ferror(stdout)) {
+        elog_complain(1, "can't write to standard output");
+        return kFailed;
+    }
+    return status;
+}
