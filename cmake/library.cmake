@@ -22,7 +22,8 @@ set_target_properties(stock_objects PROPERTIES
 target_compile_options(stock_objects PRIVATE -fno-semantic-interposition)
 
 function(stock_library target)
-  target_link_libraries(${target} PUBLIC Threads::Threads ${CMAKE_DL_LIBS} PRIVATE stock_compile)
+  target_link_libraries(${target} PUBLIC Threads::Threads ${CMAKE_DL_LIBS}
+    PRIVATE $<BUILD_INTERFACE:stock_compile>)
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
     $<INSTALL_INTERFACE:include>)
