@@ -8,6 +8,7 @@
 #include "stock/arr.h"
 #include "stock/elog.h"
 #include "stock/redblack.h"
+#include "stock/restat.h"
 #include "stock/shellsort.h"
 #include "stock/ssearch.h"
 #include "stock/tbl.h"
