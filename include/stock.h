@@ -6,11 +6,21 @@
 #define STOCK_H
 
 #include "stock/arr.h"
+#include "stock/basicread.h"
+#include "stock/debugchar.h"
 #include "stock/elog.h"
+#include "stock/expand_env.h"
+#include "stock/hexdump.h"
+#include "stock/hook.h"
+#include "stock/pushstr.h"
 #include "stock/redblack.h"
 #include "stock/restat.h"
 #include "stock/shellsort.h"
 #include "stock/ssearch.h"
+#include "stock/strings.h"
+#include "stock/strmatches.h"
 #include "stock/tbl.h"
+#include "stock/xargs.h"
+#include "stock/yesno.h"
 
 #endif

@@ -1,0 +1,107 @@
+// Environment variables in text, replaced from left to right in one pass.
+//
+// The result always has room for what is left of the input, so only a value can
+// make it grow.
+
+#include "stock/expand_env.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "internal/alloc.h"
+
+namespace {
+
+constexpr std::size_t kFirst = 1024;    // the least that the result starts with
+constexpr std::size_t kMaxName = 1023;  // longer names are cut
+
+constexpr bool is_alphanumeric(char c)
+{
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+}
+
+struct Reference {
+    std::string_view text;  // with "$" and braces
+    std::string_view name;
+};
+
+// The reference at the start of the text, which is a "$".
+Reference reference_at(std::string_view text)
+{
+    if (text.substr(1, 1) == "{") {
+        const std::size_t close = std::min(text.find('}'), text.size());
+        return {text.substr(0, close + 1), text.substr(2, close - 2)};
+    }
+    const auto *end = std::find_if_not(text.begin() + 1, text.end(), is_alphanumeric);
+    const auto length = static_cast<std::size_t>(end - text.begin());
+    return {text.substr(0, length), text.substr(1, length - 1)};
+}
+
+const char *value_of(std::string_view name)
+{
+    char variable[kMaxName + 1];
+    variable[name.copy(variable, kMaxName)] = 0;
+    return name.empty() ? nullptr : std::getenv(variable);
+}
+
+// The result while it grows.
+class Result {
+public:
+    explicit Result(std::size_t size)
+        : size_(size), text_(static_cast<char *>(stock::allocate(size, "result", "expand_env")))
+    {
+    }
+
+    // Text of the input, for which there is room.
+    void add(std::string_view text)
+    {
+        text.copy(text_ + length_, text.size());
+        length_ += text.size();
+    }
+
+    // A value, with `remaining` characters of the input to come.
+    void add_value(std::string_view value, std::size_t remaining)
+    {
+        if (length_ + value.size() + remaining + 1 > size_) {
+            size_ = length_ + value.size() + remaining + 2;
+            text_ = static_cast<char *>(stock::reallocate(text_, size_, "result", "expand_env"));
+        }
+        add(value);
+    }
+
+    char *finish()
+    {
+        text_[length_] = 0;
+        return text_;
+    }
+
+private:
+    std::size_t size_;
+    std::size_t length_ = 0;
+    char *text_;  // handed to the caller in the end
+};
+
+}  // namespace
+
+char *expand_env(const char *string)
+{
+    std::string_view rest = string ? string : "";
+    std::size_t dollar = rest.find('$');
+    if (dollar == rest.npos)
+        return stock::copy_text(rest.data(), "result");
+    Result result(std::max(kFirst, 2 * rest.size()));
+    for (; dollar != rest.npos; dollar = rest.find('$')) {
+        result.add(rest.substr(0, dollar));
+        rest.remove_prefix(dollar);
+        const Reference reference = reference_at(rest);
+        rest.remove_prefix(reference.text.size());
+        if (const char *value = value_of(reference.name))
+            result.add_value(value, rest.size());
+        else
+            result.add(reference.text);
+    }
+    result.add(rest);
+    return result.finish();
+}

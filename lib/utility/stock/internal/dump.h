@@ -1,0 +1,35 @@
+// What the dumps of memory have in common: what is printable, and what can be read.
+
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+
+#include "deviants.h"
+
+namespace stock {
+
+constexpr bool is_printable(unsigned char c)
+{
+    return c >= 32 && c <= 126;
+}
+
+// Whether the n bytes at p must not be touched; *answer is what nomem said of them.
+inline bool unreadable(const void *p, int n, const void **answer = nullptr)
+{
+    const void *said = nomem(p, n);
+    if (answer)
+        *answer = said;
+    return said || (!p && n > 0);
+}
+
+constexpr std::size_t kNoMemorySize = 40;  // "no memory at ", 16 digits, newline
+
+// What stands in place of the dump of unreadable memory.
+inline void no_memory(char (&text)[kNoMemorySize], const void *p)
+{
+    std::snprintf(text, sizeof text, "no memory at %lx\n",
+                  static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(p)));
+}
+
+}  // namespace stock

@@ -1,0 +1,137 @@
+// The string stack: a text that grows at its end, and what is built with it.
+
+#include "stock/pushstr.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstring>
+#include <string_view>
+
+#include "internal/alloc.h"
+
+namespace {
+
+constexpr uint64_t kFirst = 1024;  // the least that a stack starts with
+
+std::string_view text_of(const char *string)
+{
+    return string ? string : "";
+}
+
+uint64_t times_five(uint64_t n)
+{
+    uint64_t product = 0;
+    return __builtin_mul_overflow(n, 5, &product) ? UINT64_MAX : product;
+}
+
+// The stack's record, made with that many bytes for the text when there is none yet.
+Vstk *opened(void **stack, uint64_t first, const char *function)
+{
+    if (*stack)
+        return static_cast<Vstk *>(*stack);
+    auto *vstk = static_cast<Vstk *>(stock::allocate(sizeof(Vstk), "vstk", function));
+    vstk->size = std::max(kFirst, first);
+    vstk->length = 0;
+    vstk->s = static_cast<char *>(stock::allocate(vstk->size, "vstk->s", function));
+    vstk->s[0] = 0;
+    *stack = vstk;
+    return vstk;
+}
+
+// Reallocates to `bytes` behind the text when it lacks room for n characters and a terminator.
+void make_room(Vstk *vstk, uint64_t n, uint64_t bytes, const char *function)
+{
+    if (n < vstk->size - vstk->length)
+        return;
+    vstk->size = vstk->length + bytes;
+    vstk->s = static_cast<char *>(stock::reallocate(vstk->s, vstk->size, "vstk->s", function));
+}
+
+int64_t append(Vstk *vstk, std::string_view text)
+{
+    text.copy(vstk->s + vstk->length, text.size());
+    vstk->length += text.size();
+    vstk->s[vstk->length] = 0;
+    return static_cast<int64_t>(vstk->length);
+}
+
+}  // namespace
+
+int64_t pushstr(void **stack, const char *string)
+{
+    const std::string_view text = text_of(string);
+    Vstk *vstk = opened(stack, times_five(text.size()), "pushstr");
+    make_room(vstk, text.size(), text.size() + 1, "pushstr");
+    return append(vstk, text);
+}
+
+int64_t pushstrc(void **stack, int character)
+{
+    const char c = static_cast<char>(character);
+    Vstk *vstk = opened(stack, kFirst, "pushstrc");
+    make_room(vstk, 1, 2, "pushstrc");
+    return append(vstk, {&c, 1});
+}
+
+int64_t pushstrn(void **stack, const char *string, int64_t n)
+{
+    const auto most = static_cast<uint64_t>(std::max<int64_t>(n, 0));
+    Vstk *vstk = opened(stack, times_five(most), "pushstrn");
+    make_room(vstk, most, most + 2, "pushstrn");
+    return append(vstk, {string, string ? strnlen(string, most) : 0});
+}
+
+char *popstr(void **stack, int release)
+{
+    auto *vstk = stack ? static_cast<Vstk *>(*stack) : nullptr;
+    if (!vstk)
+        return stock::copy_text("", "vstk->s");
+    char *text = vstk->s;
+    if (release) {
+        std::free(vstk);
+        *stack = nullptr;
+    }
+    return text;
+}
+
+char *strconcat(const char *first, ...)
+{
+    void *stack = nullptr;
+    va_list rest;
+    va_start(rest, first);
+    for (const char *text = first; text; text = va_arg(rest, const char *))
+        pushstr(&stack, text);
+    va_end(rest);
+    return popstr(&stack, 1);
+}
+
+char *strjoin(int character, const char *first, ...)
+{
+    void *stack = nullptr;
+    va_list rest;
+    va_start(rest, first);
+    for (const char *text = first; text; text = va_arg(rest, const char *)) {
+        if (stack)
+            pushstrc(&stack, character);
+        pushstr(&stack, text);
+    }
+    va_end(rest);
+    return popstr(&stack, 1);
+}
+
+char *strhead(const char *text, int n, const char *prefix)
+{
+    void *stack = nullptr;
+    const char *rest = text ? text : "";
+    for (; n > 0; --n) {
+        const char *newline = std::strchr(rest, '\n');
+        if (!newline)
+            return popstr(&stack, 1);
+        pushstr(&stack, prefix);
+        pushstrn(&stack, rest, newline + 1 - rest);
+        rest = newline + 1;
+    }
+    pushstr(&stack, prefix);
+    pushstr(&stack, "...\n");
+    return popstr(&stack, 1);
+}
