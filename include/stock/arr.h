@@ -21,7 +21,7 @@ STOCK_API int freearr(Arr *arr, void (*free_value)(void *value));
 STOCK_API int64_t cntarr(const Arr *arr);
 STOCK_API Tbl *keysarr(const Arr *arr);
 STOCK_API Tbl *valsarr(const Arr *arr);
-STOCK_API int applyarr(Arr *arr, int (*function)(void *key, void *value, void *argument),
+STOCK_API int applyarr(const Arr *arr, int (*function)(void *key, void *value, void *argument),
                        void *argument);
 STOCK_API int arr_walk(Rbnode *node, int (*function)(void *key, void *value, void *argument),
                        void *argument);

@@ -47,7 +47,7 @@ STOCK_API Rbnode *rbdelete(const void *key, Rbtree *tree);
 STOCK_API void *rbsearch(const void *key, const Rbtree *tree);
 STOCK_API void *rbfind(const void *key, const Rbtree *tree);
 STOCK_API void *rblookup(int mode, const void *key, const Rbtree *tree);
-STOCK_API void rbtraverse(Rbtree *tree, int (*function)(void *key, void *value, void *argument),
+STOCK_API void rbtraverse(const Rbtree *tree, int (*function)(void *key, void *value, void *argument),
                           void *argument);
 STOCK_API int rb_walk(Rbnode *node, int (*function)(void *key, void *value, void *argument),
                       void *argument);
