@@ -29,6 +29,11 @@ typedef struct Elog_msg {
     uint64_t thread; /* the thread that reported it */
 } Elog_msg;
 
+/* Bytes of one field of the delivery, tag and debugger tables, the end of the text included. */
+enum { ELOG_FIELD_SIZE = 48 };
+
+typedef int (*Elog_callback)(int severity, const char *text, Tbl *stack);
+
 enum {
     ELOG_TBL = 0,
     ELOG_TBL_COPY = 1,
@@ -68,6 +73,21 @@ STOCK_API void elog_print(FILE *stream, int mark);
 STOCK_API char *elog_string(int mark);
 STOCK_API const char *elog_severity(int severity);
 STOCK_API void elog_free_msg(void *msg);
+
+STOCK_API void elog_deliver(const char *delivery, int mark, Elog_msg *msg);
+STOCK_API void elog_expand(const char *text, int severity, char *out, int max);
+STOCK_API void elog_fill_from_env(const char *value, char (*table)[ELOG_FIELD_SIZE],
+                                  const char *const *defaults, int fill_defaults);
+STOCK_API char *elogs(int severity, int flag, const char *format, va_list args) STOCK_PRINTF(3, 0);
+STOCK_API char *elogstr(int severity, int flag, const char *format, ...) STOCK_PRINTF(3, 4);
+STOCK_API int elog_fprintf(FILE *stream, const char *format, ...) STOCK_PRINTF(2, 3);
+STOCK_API void elog_commandline(void);
+STOCK_API char *elog_commandline_str(void);
+STOCK_API const char *elog_cmdline(void);
+STOCK_API int elog2stderr(void);
+STOCK_API void elog_printfd(int fd, int mark);
+STOCK_API void elog_msg_printfd(int fd, const Elog_msg *msg);
+STOCK_API int call_qelelog(const char *target, const char *program, const char *text);
 
 STOCK_API int elog_query(int code, int severity, void *result);
 STOCK_API int elog_set(int code, int severity, ...);

@@ -1,0 +1,499 @@
+// The message log: reporting, the stack of messages, questions and settings.
+//
+// A report is drafted in buffers on the caller's stack. Only a message that is
+// kept is copied, so that the log can still speak when memory has run out.
+
+#include "stock/elog.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <pthread.h>
+#include <unistd.h>
+
+#include "internal/alloc.h"
+#include "internal/elog.h"
+#include "internal/elog_joins.h"
+#include "internal/guards.h"
+
+namespace stock::logging {
+
+// clang-format off
+const char *const severity_name[]   = {"log", "debug", "notify", "alert", "complain", "die", "fault", nullptr};
+const char *const Default_deliver[] = {"", "stderr", "stderr", "stderr", "stderr", "stderr", "stderr"};
+const char *const Default_tag[]     = {"%P", "%P *debug*", "%P", "%P *alert*", "%P", "%P *fatal*", "%P *fault*"};
+const char *const Default_debug[]   = {"", "", "", "", "", "gdb %r %p", "gdb %r %p"};
+// clang-format on
+
+Field Deliver[kSeverities];
+Field Tag[kSeverities];
+Field Debug[kSeverities];
+
+constinit HolderLock Lock;
+std::atomic<int> Elog_init{0};
+int Max_msg = 50;
+double Elog_wait = 10.0;
+double Elog_reference_time = 0.0;
+int Argc = 0;
+char **Argv = nullptr;
+char Program_Name[1024];
+char Program_Dir[1024];
+int Show_stack[kSeverities];
+const char *Faults = nullptr;
+
+namespace {
+
+constexpr int kWritten = 10238;    // most bytes that a format may write, the end included
+constexpr int kNeeded = 10240;     // a text that would be longer carries the notice
+constexpr int kTruncated = 10239;  // characters of a text with the notice
+constexpr std::string_view kNotice = "\n\t...  ** truncated by elog ***\n";
+static_assert(kNotice.size() == 32);
+
+constexpr std::string_view kStackPrefix = "*stack*";
+
+Elog_callback Callback = nullptr;
+bool In_callback = false;  // what the callback itself reports does not call it again
+
+Tbl Stack = {.base = nullptr,
+             .mapaddr = nullptr,
+             .null_value = nullptr,
+             .deleted = nullptr,
+             .left = 0,
+             .count = 0,
+             .nalloc = 0,
+             .size = sizeof(Elog_msg),
+             .direct = 1,
+             .maplen = 0,
+             .fd = -1,
+             .prot = 0,
+             .left_grow = 10,
+             .right_grow = 10};
+
+// Ends the text with the notice, whatever it holds so far.
+void put_notice(char *text)
+{
+    const std::size_t length = strnlen(text, kWritten - 1);
+    // A format that failed early is filled up: the notice has its place.
+    std::memset(text + length, ' ', kTruncated - length);
+    std::memcpy(text + kTruncated - kNotice.size(), kNotice.data(), kNotice.size());
+    text[kTruncated] = '\0';
+}
+
+bool starts_with_prefix(const char *text)
+{
+    return text && std::strncmp(text, kStackPrefix.data(), kStackPrefix.size()) == 0;
+}
+
+bool wants_stack(const Elog_msg &msg)
+{
+    const char *tag = msg.tag && *msg.tag == '\n' ? msg.tag + 1 : msg.tag;
+    return (is_severity(msg.severity) && Show_stack[msg.severity]) || starts_with_prefix(msg.msg) ||
+           starts_with_prefix(tag);
+}
+
+// Counts the text as a repetition of the top message when it is one.
+bool fold(int severity, const char *text)
+{
+    if (severity != kLog || Elog_tbl->count == 0)
+        return false;
+    auto *top = static_cast<Elog_msg *>(gettbl(Elog_tbl, Elog_tbl->count - 1));
+    if (!top->msg || std::strcmp(top->msg, text) != 0)
+        return false;
+    ++top->count;
+    return true;
+}
+
+// Shows the callback the text of the stack from mark on and of msg. True when
+// the program has dealt with the messages.
+bool callback_took(int severity, std::int64_t mark, const Elog_msg *msg, const char *function)
+{
+    if (!Callback || In_callback)
+        return false;
+    const Owned<char> text(stack_text(mark, msg, function));
+    In_callback = true;
+    const int took = Callback(severity, text.get(), Elog_tbl);
+    In_callback = false;
+    return took != 0;
+}
+
+void truncate_stack(std::int64_t mark)
+{
+    trunctbl(Elog_tbl, mark, elog_free_msg);
+}
+
+// Steps of a report under the lock.
+void report_locked(Draft &draft, int severity, int error)
+{
+    if (fold(severity, draft.text))
+        return;
+    draft_record(draft, severity, error);
+    const bool show = wants_stack(draft.msg);
+    const Elog_msg *msg = &draft.msg;
+    if (callback_took(severity, 0, msg, "elog")) {
+        truncate_stack(0);
+        msg = nullptr;
+    }
+    errno = error;
+    deliver(delivery_of(severity), 0, msg);
+    if (show)
+        join_stack_trace();
+}
+
+__attribute__((format(printf, 3, 0))) void report(int severity, int flag, const char *format,
+                                                  va_list args)
+{
+    const int error = errno;
+    need_init();
+    Draft draft;
+    format_message(draft.text, format, args);
+    {
+        const Holding hold(Lock);
+        errno = error;
+        report_locked(draft, severity, flag ? error : 0);
+    }
+    errno = 0;
+    join_debugger(severity);
+}
+
+void *copy_strings(void *entry)
+{
+    auto *msg = static_cast<Elog_msg *>(entry);
+    const auto copy = [](const char *text) {
+        return text ? copy_text(text, "msg", "elog_query") : nullptr;
+    };
+    msg->tag = copy(msg->tag);
+    msg->msg = copy(msg->msg);
+    msg->sys = copy(msg->sys);
+    return msg;
+}
+
+Tbl *copy_stack()
+{
+    return duptbl(Elog_tbl, copy_strings);
+}
+
+// A list that can serve as the stack.
+bool holds_messages(const Tbl *tbl)
+{
+    return tbl && tbl->direct && tbl->size == static_cast<std::int32_t>(sizeof(Elog_msg));
+}
+
+template <class T>
+int answer(void *result, T value)
+{
+    *static_cast<T *>(result) = value;
+    return 0;
+}
+
+int answer_field(void *result, Field *table, int severity)
+{
+    return is_severity(severity) ? answer<char *>(result, table[severity]) : -1;
+}
+
+int set_field(Field *table, int severity, const char *value)
+{
+    if (!is_severity(severity) || !value)
+        return -1;
+    store(table[severity], value);
+    return 0;
+}
+
+// Meant: only the tag table takes a severity outside 0 .. 6, such as -1, for all seven.
+int set_tag(int severity, const char *value)
+{
+    if (is_severity(severity) || !value)
+        return set_field(Tag, severity, value);
+    for (Field &field : Tag)
+        store(field, value);
+    return 0;
+}
+
+}  // namespace
+
+Tbl *Elog_tbl = &Stack;
+
+void need_init()
+{
+    if (Elog_init.load(std::memory_order_acquire) == 0) {
+        const KeepErrno keep;
+        elog_init(0, nullptr);
+    }
+}
+
+const char *delivery_of(int severity)
+{
+    const int row = is_severity(severity) ? severity : kComplain;
+    return Elog_init || *Deliver[row] ? Deliver[row] : Default_deliver[row];
+}
+
+const char *tag_of(int severity)
+{
+    const int row = is_severity(severity) ? severity : kComplain;
+    return Elog_init || *Tag[row] ? Tag[row] : Default_tag[row];
+}
+
+void store(Field &field, std::string_view text)
+{
+    const std::size_t length = std::min(text.size(), sizeof field - 1);
+    std::memmove(field, text.data(), length);
+    std::memset(field + length, 0, sizeof field - length);
+}
+
+std::size_t format_message(char *text, const char *format, va_list args)
+{
+    if (!format || !*format) {
+        std::strcpy(text, "\n");
+        return 1;
+    }
+    text[0] = '\0';
+    const int needed = std::vsnprintf(text, kWritten, format, args);
+    if (needed < 0 || needed > kNeeded) {
+        put_notice(text);
+        return kTruncated;
+    }
+    std::size_t length = std::min<std::size_t>(static_cast<std::size_t>(needed), kWritten - 1);
+    if (length == 0 || text[length - 1] != '\n')
+        text[length++] = '\n';
+    text[length] = '\0';
+    return length;
+}
+
+char *describe(int error, char *buffer, std::size_t size)
+{
+    char *text = strerror_r(error, buffer, size);
+    if (text && *text && std::strcmp(text, "Unknown error") != 0)
+        return text;
+    std::snprintf(buffer, size, "Unknown error: %d", error);
+    return buffer;
+}
+
+void draft_record(Draft &draft, int severity, int error)
+{
+    const bool leading = draft.text[0] == '\n';
+    const bool empty = leading && draft.text[1] == '\0';
+    draft.tag[0] = '\n';
+    elog_expand(tag_of(severity), severity, draft.tag + 1, kTagSize - 1);
+    draft.msg = {.tag = empty ? nullptr : draft.tag + (leading ? 0 : 1),
+                 .msg = draft.text + (leading && !empty ? 1 : 0),
+                 .sys = error ? describe(error, draft.error, sizeof draft.error) : nullptr,
+                 .severity = severity,
+                 .count = 1,
+                 .thread = static_cast<std::uint64_t>(pthread_self())};
+}
+
+const Elog_msg *message(std::int64_t i)
+{
+    return static_cast<const Elog_msg *>(gettbl(Elog_tbl, i));
+}
+
+void flush_and_exit()
+{
+    const int result = std::fflush(nullptr);
+    if (result != 0) {
+        char buffer[kErrorSize];
+        std::fprintf(stderr, "fflush(0) failed: %ld : %s\n", static_cast<long>(result),
+                     describe(errno, buffer, sizeof buffer));
+    }
+    std::exit(1);
+}
+
+}  // namespace stock::logging
+
+using namespace stock;
+using namespace stock::logging;
+
+void elog(int severity, int flag, const char *format, va_list args)
+{
+    report(severity, flag, format, args);
+}
+
+// The severities differ in their number and in what follows.
+#define REPORT(severity)                                                                           \
+    va_list args;                                                                                  \
+    va_start(args, format);                                                                        \
+    report(severity, flag, format, args);                                                          \
+    va_end(args)
+
+void elog_log(int flag, const char *format, ...)
+{
+    REPORT(0);
+}
+
+void elog_debug(int flag, const char *format, ...)
+{
+    REPORT(1);
+}
+
+void elog_notify(int flag, const char *format, ...)
+{
+    REPORT(2);
+}
+
+void elog_alert(int flag, const char *format, ...)
+{
+    REPORT(3);
+}
+
+void elog_complain(int flag, const char *format, ...)
+{
+    REPORT(4);
+}
+
+void elog_die(int flag, const char *format, ...)
+{
+    REPORT(5);
+    join_bury();
+    flush_and_exit();
+}
+
+void elog_fault(int flag, const char *format, ...)
+{
+    REPORT(6);
+    std::abort();
+}
+
+int elog_mark(void)
+{
+    need_init();
+    const Holding hold(Lock);
+    return static_cast<int>(Elog_tbl->count);
+}
+
+void elog_truncate(int mark)
+{
+    const Holding hold(Lock);
+    truncate_stack(mark);
+}
+
+void elog_clear(void)
+{
+    if (Elog_init) {
+        const Holding hold(Lock);
+        truncate_stack(0);
+    }
+    errno = 0;
+}
+
+void elog_flush(int deliver_first, int mark)
+{
+    need_init();
+    const Holding hold(Lock);
+    if (deliver_first) {
+        if (Elog_tbl->count > mark && callback_took(kNotify, mark, nullptr, "elog_flush"))
+            truncate_stack(mark);
+        deliver(delivery_of(kComplain), mark, nullptr);
+    }
+    truncate_stack(mark);
+}
+
+void elog_clear_register(int deliver_first)
+{
+    need_init();
+    const Holding hold(Lock);
+    if (deliver_first) {
+        if (callback_took(kNotify, 0, nullptr, "elog_clear_register"))
+            truncate_stack(0);
+        deliver(delivery_of(kComplain), 0, nullptr);
+    }
+    elog_clear();
+}
+
+void elog_print(FILE *stream, int mark)
+{
+    const Holding hold(Lock);
+    print_stack(stream, mark, nullptr);
+}
+
+char *elog_string(int mark)
+{
+    const Holding hold(Lock);
+    return stack_text(mark, nullptr, "elog_string");
+}
+
+const char *elog_severity(int severity)
+{
+    return is_severity(severity) ? severity_name[severity] : nullptr;
+}
+
+void elog_free_msg(void *entry)
+{
+    auto *msg = static_cast<Elog_msg *>(entry);
+    std::free(msg->tag);
+    std::free(msg->msg);
+    std::free(msg->sys);
+}
+
+int elog_query(int code, int severity, void *result)
+{
+    if (code < ELOG_TBL || code > ELOG_PROGRAM_NAME || !result)
+        return -1;
+    need_init();
+    const Holding hold(Lock);
+    switch (code) {
+    case ELOG_TBL: return answer(result, Elog_tbl);
+    case ELOG_TBL_COPY: return answer(result, copy_stack());
+    case ELOG_TBL_TAKE: {
+        Tbl *copy = copy_stack();
+        truncate_stack(0);
+        return answer(result, copy);
+    }
+    case ELOG_ARGV: return answer(result, Argv);
+    case ELOG_ARGC: return answer(result, Argc);
+    case ELOG_COUNT: return answer(result, static_cast<int>(Elog_tbl->count));
+    case ELOG_MAXMSG_VALUE: return answer(result, Max_msg);
+    case ELOG_TAG_FIELD: return answer_field(result, Tag, severity);
+    case ELOG_DELIVER_FIELD: return answer_field(result, Deliver, severity);
+    case ELOG_DEBUG_FIELD: return answer_field(result, Debug, severity);
+    case ELOG_SIGNAL_LIST: return answer(result, Faults);
+    case ELOG_CALLBACK_FN: return answer(result, Callback);
+    case ELOG_STRING_FROM: return answer(result, elog_string(severity));
+    case ELOG_REFERENCE: return answer(result, Elog_reference_time);
+    case ELOG_PROGRAM_NAME: return answer<char *>(result, Program_Name);
+    default: return -1;
+    }
+}
+
+namespace {
+
+int set_stack(Tbl *tbl)
+{
+    if (!holds_messages(tbl))
+        return -1;
+    Elog_tbl = tbl;
+    return 0;
+}
+
+int set_value(int code, int severity, va_list args)
+{
+    const Holding hold(Lock);
+    switch (code) {
+    case ELOG_TBL: return set_stack(va_arg(args, Tbl *));
+    case ELOG_ARGV: Argv = va_arg(args, char **); return 0;
+    case ELOG_ARGC: Argc = va_arg(args, int); return 0;
+    case ELOG_COUNT: truncate_stack(va_arg(args, int)); return 0;
+    case ELOG_MAXMSG_VALUE: Max_msg = va_arg(args, int); return 0;
+    case ELOG_TAG_FIELD: return set_tag(severity, va_arg(args, const char *));
+    case ELOG_DELIVER_FIELD: return set_field(Deliver, severity, va_arg(args, const char *));
+    case ELOG_DEBUG_FIELD: return set_field(Debug, severity, va_arg(args, const char *));
+    case ELOG_SIGNAL_LIST: join_fault_handlers(va_arg(args, const char *)); return 0;
+    case ELOG_CALLBACK_FN: Callback = va_arg(args, Elog_callback); return 0;
+    case ELOG_REFERENCE: Elog_reference_time = va_arg(args, double); return 0;
+    default: return -1;
+    }
+}
+
+}  // namespace
+
+int elog_set(int code, int severity, ...)
+{
+    if (code < ELOG_TBL || code > ELOG_REFERENCE)
+        return -1;
+    need_init();
+    va_list args;
+    va_start(args, severity);
+    const int status = set_value(code, severity, args);
+    va_end(args);
+    return status;
+}
