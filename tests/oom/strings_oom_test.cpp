@@ -1,0 +1,130 @@
+// What the text functions say when memory runs out.
+
+#include "stock/strings.h"
+
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "stock/basicread.h"
+#include "stock/expand_env.h"
+#include "stock/hook.h"
+#include "stock/strmatches.h"
+#include "support/child.h"
+#include "support/fail_alloc.h"
+#include "support/printed.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+// What is said when all allocations after the first so many fail, the source line left out.
+std::string said_by(long successes, const std::function<void()> &body)
+{
+    const Ended ended = in_child([&] {
+        fail_allocations_after(successes);
+        body();
+        _exit(9);
+    });
+    EXPECT_EQ(ended.status, 1);
+    std::string text = ended.err;
+    const size_t line = text.find(" at line ");
+    if (line != text.npos)
+        text.erase(line, text.find(" of '", line) - line);
+    return text;
+}
+
+std::string message(const std::string &function, const std::string &file, const std::string &bytes,
+                    const std::string &item)
+{
+    return "Out of memory in " + function + " of '" + file + "'\n\tCan't malloc " + bytes +
+           " bytes for " + item + "\n\tCannot allocate memory\n";
+}
+
+char *matches_all = const_cast<char *>(".*");
+
+}  // namespace
+
+TEST(StringsOutOfMemory, NamesTheItemTheFunctionAndTheSize)
+{
+    void *stack = nullptr;
+    const std::string record = std::to_string(sizeof(Vstk));
+    const struct {
+        long successes;
+        std::function<void()> body;
+        std::string text;
+    } cases[] = {
+        {0, [] { memdup("abc", 3); }, message("memdup", "strings.cpp", "3", "b")},
+        {0, [] { spaces(1); }, message("spaces", "strings.cpp", "64", "buf[ibuf]")},
+        {0, [&] { pushstr(&stack, "a"); }, message("pushstr", "pushstr.cpp", record, "vstk")},
+        {1, [&] { pushstr(&stack, "a"); }, message("pushstr", "pushstr.cpp", "1024", "vstk->s")},
+        {0, [&] { pushstrc(&stack, 'a'); }, message("pushstrc", "pushstr.cpp", record, "vstk")},
+        {0, [&] { pushstrn(&stack, "a", 1); }, message("pushstrn", "pushstr.cpp", record, "vstk")},
+        {1, [&] { pushstrn(&stack, "a", 300); },
+         message("pushstrn", "pushstr.cpp", "1500", "vstk->s")},
+        {2,
+         [&] {
+             pushstr(&stack, "a");
+             pushstrn(&stack, "a", 5000);
+         },
+         message("pushstrn", "pushstr.cpp", "5003", "vstk->s")},
+        {0, [&] { popstr(&stack, 1); }, message("popstr", "pushstr.cpp", "1", "vstk->s")},
+        {0, [] { new_hook(nullptr); },
+         message("new_hook", "hook.cpp", std::to_string(sizeof(Hook)), "hook")},
+        {0, [] { expand_env("$HOME"); }, message("expand_env", "expand_env.cpp", "1024", "result")},
+        {0, [] { expand_env("home"); }, message("expand_env", "expand_env.cpp", "5", "result")},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_THAT(said_by(c.successes, c.body), testing::EndsWith(c.text));
+    }
+}
+
+TEST(StringsOutOfMemory, EndsTheProcessOverASizeThatOverflows)
+{
+    void *stack = nullptr;
+    EXPECT_THAT(
+        said_by(-1, [&] { pushstrn(&stack, "a", INT64_MAX); }),
+        testing::EndsWith(message("pushstrn", "pushstr.cpp", "18446744073709551615", "vstk->s")));
+}
+
+TEST(StringsOutOfMemory, NamesTheRecordOfTheMatchCache)
+{
+    Hook *hook = nullptr;
+    EXPECT_THAT(said_by(1, [&] { strmatches("a", matches_all, &hook); }),
+                testing::ContainsRegex("Out of memory in strmatches of 'strmatches.cpp'\n"
+                                       "\tCan't malloc [0-9]+ bytes for pvt\n"));
+    EXPECT_THAT(said_by(2, [&] { strcontains("a", matches_all, &hook, nullptr, nullptr); }),
+                testing::EndsWith(message("strcontains", "strmatches.cpp", "3", "pvt")));
+}
+
+TEST(StringsOutOfMemory, NamesTheLineThatIntactlineReads)
+{
+    const Stream stream = stream_of(std::string(5000, 'x'));
+    char buffer[64];
+    setvbuf(stream.get(), buffer, _IOFBF, sizeof buffer);
+    char *line = nullptr;
+    int64_t size = 0;
+    EXPECT_THAT(said_by(0, [&] { intactline(stream.get(), &line, &size); }),
+                testing::EndsWith(message("intactline", "strings.cpp", "1024", "*aline")));
+    EXPECT_THAT(said_by(1, [&] { intactline(stream.get(), &line, &size); }),
+                testing::EndsWith(message("intactline", "strings.cpp", "2048", "*aline")));
+}
+
+TEST(StringsOutOfMemory, IsAnErrorLikeAnyOtherToBasicreadfile)
+{
+    const TempDir dir;
+    const std::string path = dir.file("f", "text");
+    const Ended ended = in_child([&] {
+        char *buffer = nullptr;
+        int64_t size = 0;
+        fail_allocations_after(0);
+        _exit(basicreadfile(path.c_str(), &buffer, &size) == -1 && !buffer && !size ? 0 : 9);
+    });
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.err, "failed to allocate buffer to hold " + path + " : Cannot allocate memory");
+}
