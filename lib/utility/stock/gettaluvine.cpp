@@ -1,0 +1,122 @@
+// The installation root: where it may come from, in order, and where it is kept.
+
+#include "stock/gettaluvine.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+#include <glob.h>
+#include <sys/stat.h>
+
+#include "deviants.h"
+#include "internal/alloc.h"
+#include "stock/datasearch.h"
+#include "stock/path.h"
+#include "stock/restat.h"
+#include "system.h"
+
+char Taluvine_path[1024];
+const char Default_taluvinepath[] = "/opt/taluvine/5.3";
+const char Taluvine[] = "TALUVINE=";
+char *Setenv;
+
+namespace {
+
+std::mutex root_mutex;
+
+bool is_dir(const char *path)
+{
+    struct stat status;
+    return restat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// Writes the path of the running program's file.
+bool program_path(char *buffer)
+{
+    const char *name = getexecname();
+    if (!name)
+        return false;
+    if (strchr(name, '/')) {
+        abspath(name, buffer);
+        return true;
+    }
+    const stock::Owned<char> found(datapath("PATH", nullptr, name, nullptr));
+    if (!found)
+        return stock::program_file(buffer, sizeof Taluvine_path);
+    strcpy(buffer, found.get());
+    return true;
+}
+
+// Makes the environment's entry, which the environment keeps pointing at.
+void record_in_environment()
+{
+    if (Setenv)
+        return;
+    const size_t prefix = strlen(Taluvine);
+    const size_t size = prefix + strlen(Taluvine_path) + 1;
+    Setenv = static_cast<char *>(stock::allocate(size, "Setenv"));
+    memcpy(Setenv, Taluvine, prefix);
+    strcpy(Setenv + prefix, Taluvine_path);
+    putenv(Setenv);
+}
+
+}  // namespace
+
+char *gettaluvine(void)
+{
+    if (*Taluvine_path)
+        return Taluvine_path;
+    char buffer[sizeof Taluvine_path] = "";
+    const char *root = getenv("TALUVINE");
+    if (!root && is_dir(Default_taluvinepath))
+        root = Default_taluvinepath;
+    if (!root)
+        root = from_exec(buffer);
+    if (!root)
+        root = guess_taluvine(buffer);
+    puttaluvine(root);
+    return Taluvine_path;
+}
+
+void puttaluvine(const char *root)
+{
+    if (!root)
+        return;
+    const std::lock_guard<std::mutex> lock(root_mutex);
+    const size_t length = strnlen(root, sizeof Taluvine_path - 1);
+    memmove(Taluvine_path, root, length);
+    Taluvine_path[length] = '\0';
+    record_in_environment();
+}
+
+char *from_exec(char *buffer)
+{
+    static constexpr char kBin[] = "/bin";
+    *buffer = '\0';
+    if (program_path(buffer)) {
+        char *slash = strrchr(buffer, '/');
+        const size_t length = slash ? static_cast<size_t>(slash - buffer) : 0;
+        const size_t bin = strlen(kBin);
+        if (length > bin && !memcmp(slash - bin, kBin, bin)) {
+            slash[-static_cast<ptrdiff_t>(bin)] = '\0';
+            return buffer;
+        }
+    }
+    *buffer = '\0';
+    return nullptr;
+}
+
+char *guess_taluvine(char *buffer)
+{
+    glob_t matches;
+    if (glob("/opt/taluvine/[1-9].[0-9][a-z]*", 0, nullptr, &matches) == 0) {
+        size_t i = matches.gl_pathc;
+        while (i > 0 && !is_dir(matches.gl_pathv[i - 1]))
+            --i;
+        if (i > 0 && strlen(matches.gl_pathv[i - 1]) < sizeof Taluvine_path)
+            strcpy(buffer, matches.gl_pathv[i - 1]);
+    }
+    globfree(&matches);
+    return buffer;
+}
