@@ -10,7 +10,7 @@ target_compile_options(stock_compile INTERFACE
 target_compile_definitions(stock_compile INTERFACE
   _GNU_SOURCE
   # Checked copies where the optimiser allows them; the sanitizers bring their own.
-  $<$<AND:$<CONFIG:Release>,$<STREQUAL:${STOCK_SANITIZE},>>:_FORTIFY_SOURCE=2>)
+  $<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:${STOCK_SANITIZE}>>>:_FORTIFY_SOURCE=2>)
 
 find_package(Threads REQUIRED)
 target_link_libraries(stock_compile INTERFACE Threads::Threads)
