@@ -8,9 +8,7 @@ target_compile_options(stock_compile INTERFACE
   # Messages and debug information name files from the project's root.
   -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 target_compile_definitions(stock_compile INTERFACE
-  _GNU_SOURCE
-  # Checked copies where the optimiser allows them; the sanitizers bring their own.
-  $<$<AND:$<CONFIG:Release>,$<NOT:$<BOOL:${STOCK_SANITIZE}>>>:_FORTIFY_SOURCE=2>)
+  _GNU_SOURCE)
 
 find_package(Threads REQUIRED)
 target_link_libraries(stock_compile INTERFACE Threads::Threads)
@@ -19,6 +17,9 @@ if(STOCK_SANITIZE)
   target_compile_options(stock_compile INTERFACE
     -fsanitize=${STOCK_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(stock_compile INTERFACE -fsanitize=${STOCK_SANITIZE})
+else()
+  # Checked copies where the optimiser allows them; the sanitizers bring their own.
+  target_compile_definitions(stock_compile INTERFACE $<$<CONFIG:Release>:_FORTIFY_SOURCE=2>)
 endif()
 if(STOCK_COVERAGE)
   target_compile_options(stock_compile INTERFACE --coverage -O0)
