@@ -5,6 +5,8 @@
 #ifndef DEVIANTS_H
 #define DEVIANTS_H
 
+#include <stdint.h>
+
 #include "stock/export.h"
 
 STOCK_BEGIN_DECLS
@@ -53,6 +55,68 @@ STOCK_API double std_now(void);
 
 /* The same for Fortran. */
 STOCK_API double now_(void);
+
+/* The numbers of a file system. */
+typedef struct Statvfs {
+    uint64_t bsize;  /* bytes that are best moved at a time */
+    uint64_t frsize; /* bytes in a block of the counts below */
+    uint64_t blocks; /* all blocks */
+    uint64_t bfree;  /* free blocks */
+    uint64_t bavail; /* free blocks that ordinary users may take */
+    uint64_t files;  /* all slots for files */
+    uint64_t ffree;  /* free slots */
+    uint64_t favail; /* free slots that ordinary users may take */
+    uint64_t fsid;   /* the file system's identifier */
+} Statvfs;
+
+/* Where the file system of a path comes from, and how much room it has. */
+typedef struct Infopath {
+    uint32_t fsid;      /* the low half of the file system's identifier */
+    char host[256];     /* empty when the file system is of this host */
+    char path[1024];    /* what is mounted, as that host calls it */
+    double bytes_avail; /* that ordinary users may take */
+    double bytes_total;
+    double files_avail; /* slots for files that ordinary users may take */
+    double files_total;
+} Infopath;
+
+/*
+ * Fills *out with the numbers of the file system that holds path. Returns what
+ * the system's query returns: 0, or -1 with errno set and *out unchanged.
+ */
+STOCK_API int std_statvfs(const char *path, Statvfs *out);
+
+/*
+ * Finds what is mounted where path is, and splits it into the host that it comes
+ * from (at most 255 bytes) and the path there (at most 1023); more is cut.
+ *
+ *     mounted              host      fspath
+ *     server:/export       server    /export
+ *     [fe80::1]:/export    [fe80::1] /export
+ *     /dev/sda1                      /dev/sda1
+ *     tmpfs                          tmpfs
+ *
+ * Returns 0, or -1 with both buffers unchanged after logging "can't statfs %s"
+ * with the system's reason.
+ */
+STOCK_API int fspath(const char *path, char *host, char *fspath);
+
+/*
+ * Puts together what fspath and std_statvfs say of a path; one that begins with
+ * "~" is expanded first, as cleanpath does.
+ *
+ * Returns a new record that the caller frees with free, or null after logging
+ * "can't resolve host, filesystem for %s" behind fspath's reason, or "statvfs
+ * on '%s' fails" with the system's.
+ */
+STOCK_API Infopath *infopath(const char *path);
+
+/*
+ * Whether a path's file system is mounted from another host: NFS, SMB and CIFS,
+ * AFS, Ceph and their kind, told by the file system's type. Returns 1, 0 when
+ * it is local, or -1 when it cannot be examined. errno is left as it was found.
+ */
+STOCK_API int is_nfs(const char *path);
 
 STOCK_END_DECLS
 

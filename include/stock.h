@@ -14,6 +14,8 @@
 #include "stock/gettaluvine.h"
 #include "stock/hexdump.h"
 #include "stock/hook.h"
+#include "stock/is_file.h"
+#include "stock/mapfile.h"
 #include "stock/path.h"
 #include "stock/pushstr.h"
 #include "stock/redblack.h"

@@ -1,6 +1,6 @@
 // System calls that are repeated when a signal interrupts them.
 //
-// One loop, and each public function one call of it.
+// Each public function is one call of the loop in internal/uninterrupted.h.
 
 #include "stock/restat.h"
 
@@ -10,17 +10,11 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace {
+#include "internal/uninterrupted.h"
 
-// The result of the first call that a signal did not interrupt.
-template <class Call>
-auto uninterrupted(Call call)
-{
-    auto result = call();
-    while (result == -1 && errno == EINTR)
-        result = call();
-    return result;
-}
+using stock::uninterrupted;
+
+namespace {
 
 // What the system says to a null path, which its header declares impossible.
 int no_path()

@@ -1,0 +1,25 @@
+// Whether a file system comes from another host, told by its type.
+
+#include "deviants.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
+#include "internal/guards.h"
+#include "mount.h"
+
+namespace {
+
+constexpr std::string_view kRemote[] = {"nfs", "smbfs", "afpfs", "webdav", "cifs", "afs", "ftp"};
+
+}  // namespace
+
+int is_nfs(const char *path)
+{
+    const stock::KeepErrno keep;
+    stock::Mount mount;
+    if (!path || !stock::find_mount(path, mount))
+        return -1;
+    return std::find(std::begin(kRemote), std::end(kRemote), mount.type) != std::end(kRemote);
+}

@@ -1,0 +1,82 @@
+// Where the file system of a path comes from, and how much room it has.
+
+#include "deviants.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string_view>
+
+#include "internal/alloc.h"
+#include "mount.h"
+#include "stock/elog.h"
+#include "stock/path.h"
+
+namespace {
+
+constexpr std::size_t kHostSize = sizeof Infopath{}.host;
+constexpr std::size_t kPathSize = sizeof Infopath{}.path;
+
+// The length of the host in front of the ":" of host:path; 0 for other sources.
+// A host in brackets may hold colons, and none holds a "/".
+std::size_t host_length(std::string_view source)
+{
+    const std::size_t bracket = source.starts_with('[') ? source.find(']') : 0;
+    const std::size_t colon = source.find(':', bracket);
+    return colon < source.find('/') ? colon : 0;
+}
+
+void copy(std::string_view text, char *out, std::size_t size)
+{
+    const std::size_t length = text.copy(out, size - 1);
+    out[length] = 0;
+}
+
+const char *name(const char *path)
+{
+    return path ? path : "(null)";
+}
+
+}  // namespace
+
+int fspath(const char *path, char *host, char *fspath)
+{
+    stock::Mount mount;
+    errno = EFAULT;  // what a null path leaves
+    if (!path || !stock::find_mount(path, mount)) {
+        elog_log(1, "can't statfs %s", name(path));
+        return -1;
+    }
+    const std::string_view source = mount.source;
+    const std::size_t length = host_length(source);
+    copy(source.substr(0, length), host, kHostSize);
+    copy(source.substr(length ? length + 1 : 0), fspath, kPathSize);
+    return 0;
+}
+
+Infopath *infopath(const char *path)
+{
+    char clean[1024];
+    const char *expanded = path;
+    if (path && *path == '~') {
+        cleanpath(path, 0, clean);
+        expanded = clean;
+    }
+    Infopath info = {};
+    if (fspath(expanded, info.host, info.path) != 0) {
+        elog_log(0, "can't resolve host, filesystem for %s", name(path));
+        return nullptr;
+    }
+    Statvfs numbers;
+    if (std_statvfs(expanded, &numbers) != 0) {
+        elog_log(1, "statvfs on '%s' fails", path);
+        return nullptr;
+    }
+    const auto fragment = static_cast<double>(numbers.frsize);
+    info.fsid = static_cast<uint32_t>(numbers.fsid);
+    info.bytes_avail = static_cast<double>(numbers.bavail) * fragment;
+    info.bytes_total = static_cast<double>(numbers.blocks) * fragment;
+    info.files_avail = static_cast<double>(numbers.favail);
+    info.files_total = static_cast<double>(numbers.files);
+    void *result = stock::allocate(sizeof info, "info");
+    return static_cast<Infopath *>(std::memcpy(result, &info, sizeof info));
+}
