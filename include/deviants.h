@@ -40,6 +40,36 @@ STOCK_API int my_username(char *buffer);
  */
 STOCK_API void *nomem(const void *address, int n);
 
+/* A signal by name, without the "SIG" in front, and number. */
+typedef struct Signame {
+    const char *name;
+    int number;
+} Signame;
+
+/*
+ * The signals that have a name here, Nsig of them, with this system's numbers. A
+ * number is looked for from the first row on: 6 is IOT, not ABRT.
+ */
+STOCK_API extern const Signame Siglist[];
+STOCK_API extern const int Nsig;
+
+/*
+ * Gives the number of a signal by name, with or without "SIG" in front; case
+ * matters. Returns 0, or -1, with number left alone, for an unknown name.
+ *
+ *     name       number
+ *     SEGV       11
+ *     SIGSEGV    11
+ *     segv       unknown
+ */
+STOCK_API int str2sig(const char *name, int *number);
+
+/*
+ * Writes "SIG" and the name of a signal into a buffer of at least 16 bytes.
+ * Returns 0, or -1, with the buffer empty, for an unknown number.
+ */
+STOCK_API int sig2str(int number, char *buffer);
+
 /*
  * Loads a shared library of the suite, its symbols bound when they are first
  * used. A name that begins with "/" is a path; any other name is that of
@@ -117,6 +147,18 @@ STOCK_API Infopath *infopath(const char *path);
  * it is local, or -1 when it cannot be examined. errno is left as it was found.
  */
 STOCK_API int is_nfs(const char *path);
+
+/*
+ * Lets the handler be called on SIGALRM, once, when so many seconds of real time
+ * have passed; there is no upper bound but the system's. Parts of a microsecond
+ * are dropped, and what is left when that is 0 stops the timer. A process has one
+ * such timer: setting it again replaces what was set before.
+ *
+ * Returns 0, or -1 with the reason logged: seconds that are negative, no number
+ * or beyond what the system counts. Ends the process with "Couldn't intercept
+ * signal SIGALRM" when the handler cannot be installed.
+ */
+STOCK_API int std_set_timer(void (*handler)(int signal), double seconds);
 
 STOCK_END_DECLS
 

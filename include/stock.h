@@ -23,10 +23,12 @@
 #include "stock/redblack.h"
 #include "stock/restat.h"
 #include "stock/shellsort.h"
+#include "stock/signal_desc.h"
 #include "stock/ssearch.h"
 #include "stock/strings.h"
 #include "stock/strmatches.h"
 #include "stock/tbl.h"
+#include "stock/usermethod.h"
 #include "stock/xargs.h"
 #include "stock/yesno.h"
 

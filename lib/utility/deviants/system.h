@@ -1,15 +1,22 @@
-// What each system says of itself: constants and tables that the code shared by
-// all systems (common/) works with. Each system's system.cpp defines them.
+// What each system says of itself, for the code that all systems share; each has
+// its own system.cpp. The signal table of deviants.h is there as well.
 
 #pragma once
+
+#include <ctime>
+
+struct stat;
 
 namespace stock {
 
 // How the file name of a shared library ends, dot included.
 extern const char *const kLibraryEnding;
 
-// The running program's own file, as the system knows it, into a buffer of size
-// bytes. False when the system does not say or the path does not fit.
+// When the file was last written to, as exactly as the system tells.
+timespec modification_time(const struct stat &status);
+
+// Writes the path of the running program's file into a buffer of size bytes. False
+// when the system does not say or the path does not fit.
 bool program_file(char *buffer, unsigned size);
 
 }  // namespace stock

@@ -2,11 +2,59 @@
 
 #include "system.h"
 
+#include <csignal>
+
+#include <iterator>
+
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include "deviants.h"
+
+// clang-format off
+const Signame Siglist[] = {
+    {"HUP", SIGHUP},
+    {"KILL", SIGKILL},
+    {"STOP", SIGSTOP},
+    {"IO", SIGIO},
+    {"INT", SIGINT},
+    {"QUIT", SIGQUIT},
+    {"ILL", SIGILL},
+    {"TRAP", SIGTRAP},
+    {"IOT", SIGIOT},    // before ABRT: names signal 6
+    {"ABRT", SIGABRT},
+    {"FPE", SIGFPE},
+    {"BUS", SIGBUS},
+    {"SEGV", SIGSEGV},
+    {"SYS", SIGSYS},
+    {"PIPE", SIGPIPE},
+    {"ALRM", SIGALRM},
+    {"TERM", SIGTERM},
+    {"USR1", SIGUSR1},
+    {"USR2", SIGUSR2},
+    {"CHLD", SIGCHLD},
+    {"WINCH", SIGWINCH},
+    {"URG", SIGURG},
+    {"TSTP", SIGTSTP},
+    {"CONT", SIGCONT},
+    {"TTIN", SIGTTIN},
+    {"TTOU", SIGTTOU},
+    {"VTALRM", SIGVTALRM},
+    {"PROF", SIGPROF},
+    {"XCPU", SIGXCPU},
+    {"XFSZ", SIGXFSZ},
+};
+// clang-format on
+const int Nsig = std::size(Siglist);
 
 namespace stock {
 
 const char *const kLibraryEnding = ".so";
+
+timespec modification_time(const struct stat &status)
+{
+    return status.st_mtim;
+}
 
 bool program_file(char *buffer, unsigned size)
 {

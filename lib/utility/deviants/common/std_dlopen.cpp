@@ -6,19 +6,20 @@
 
 #include <dlfcn.h>
 
+#include "library.h"
 #include "stock/gettaluvine.h"
 #include "system.h"
 
+bool stock::library_path(const char *name, char *path)
+{
+    const int length = *name == '/' ? snprintf(path, kLibraryPathSize, "%s", name)
+                                    : snprintf(path, kLibraryPathSize, "%s/lib/lib%s%s",
+                                               gettaluvine(), name, stock::kLibraryEnding);
+    return length >= 0 && length < kLibraryPathSize;
+}
+
 void *std_dlopen(const char *name)
 {
-    if (!name)
-        return nullptr;
-    if (*name == '/')
-        return dlopen(name, RTLD_LAZY);
-    char path[1024];
-    const int length =
-        snprintf(path, sizeof path, "%s/lib/lib%s%s", gettaluvine(), name, stock::kLibraryEnding);
-    if (length < 0 || length >= static_cast<int>(sizeof path))
-        return nullptr;
-    return dlopen(path, RTLD_LAZY);
+    char path[stock::kLibraryPathSize];
+    return name && stock::library_path(name, path) ? dlopen(path, RTLD_LAZY) : nullptr;
 }

@@ -1,0 +1,41 @@
+/*
+ * usermethod.h - functions that the user supplies in a shared library.
+ *
+ * The library is the one that the environment variable USER_LIBRARY names, or
+ * "user"; std_dlopen (deviants.h) says where it is. It is loaded when a function
+ * is first asked for and watched from then on: a user may replace the file while
+ * the program runs, and the program has the new one some ten seconds later. One
+ * mutex guards all of this: every function may be called from any thread.
+ */
+
+#ifndef STOCK_USERMETHOD_H
+#define STOCK_USERMETHOD_H
+
+#include "export.h"
+
+STOCK_BEGIN_DECLS
+
+/* The library's file is looked at again when more than so many seconds have passed. */
+enum { USERMETHOD_INTERVAL = 10 };
+
+/*
+ * Finds a function of the user library. A library that is not loaded is looked
+ * for at every call; a function that it lacks is asked for once.
+ *
+ * Returns the function's address, or null: for a null or empty name, without a
+ * library, or when the library has no such function. The address is good until a
+ * later call finds the library replaced, so ask again rather than keep it. A
+ * library that cannot be closed then is complained of, and forgotten.
+ */
+STOCK_API void *usermethod(const char *name);
+
+/*
+ * Takes the user library's name from the environment. usermethod does so itself
+ * the first time; a later call is for a program that changed USER_LIBRARY, and
+ * tells on a library that is loaded when its file is next looked at.
+ */
+STOCK_API void usermethod_init(void);
+
+STOCK_END_DECLS
+
+#endif

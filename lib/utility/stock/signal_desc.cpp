@@ -1,0 +1,55 @@
+// Signals with their names and descriptions.
+
+#include "stock/signal_desc.h"
+
+#include <cstdio>
+#include <cstring>
+
+#include "deviants.h"
+
+namespace {
+
+// The name of a signal, or its number, into a buffer of SIGNAL_NAME_SIZE bytes.
+void name_or_number(int sig, char *name)
+{
+    if (sig2str(sig, name) != 0)
+        snprintf(name, SIGNAL_NAME_SIZE, "%d", sig);
+}
+
+const char *description(int sig)
+{
+    const char *text = strsignal(sig);
+    return text ? text : "no description for signal";
+}
+
+}  // namespace
+
+Signal *signal_bysig(int sig)
+{
+    static char name[SIGNAL_NAME_SIZE];
+    static Signal signal;
+    name_or_number(sig, name);
+    signal = {sig, name, description(sig)};
+    return &signal;
+}
+
+Signal *signal_byname(const char *name)
+{
+    static Signal signal;
+    int sig = -1;
+    const bool known = str2sig(name, &sig) == 0;
+    signal = {sig, name, known ? description(sig) : "no description for unrecognized signal"};
+    return &signal;
+}
+
+char *signal_desc(int sig, char *buffer, int size)
+{
+    if (!buffer || size <= 0)
+        return buffer;
+    *buffer = '\0';
+    // Meant: nothing stands between the two, so 1 gives "SIGHUPHangup".
+    if (size >= SIGNAL_NAME_SIZE)
+        name_or_number(sig, buffer);
+    const char *text = strsignal(sig);
+    return strncat(buffer, text ? text : "", static_cast<size_t>(size) - strlen(buffer) - 1);
+}
