@@ -35,12 +35,13 @@ constinit HolderLock Lock;
 std::atomic<int> Elog_init{0};
 int Max_msg = 50;
 double Elog_wait = 10.0;
-double Elog_reference_time = 0.0;
-int Argc = 0;
-char **Argv = nullptr;
-char Program_Name[1024];
-char Program_Dir[1024];
-int Show_stack[kSeverities];
+const char *Elog_t_format = "%a %b %e %H:%M:%S %Y";
+const char *Elog_u_format = "%Y-%j %H:%M:%S";
+std::atomic<double> Elog_reference_time{0.0};
+std::atomic<int> Argc{0};
+std::atomic<char **> Argv{nullptr};
+char Program_Name[kPathSize];
+char Program_Dir[kPathSize];
 const char *Faults = nullptr;
 
 namespace {
@@ -53,8 +54,11 @@ static_assert(kNotice.size() == 32);
 
 constexpr std::string_view kStackPrefix = "*stack*";
 
+// Reports made inside reports go this deep before they are only printed. It ends
+// the circle of, say, a messaging library that complains to itself.
+constexpr int kDeepest = 8;
+
 Elog_callback Callback = nullptr;
-bool In_callback = false;  // what the callback itself reports does not call it again
 
 Tbl Stack = {.base = nullptr,
              .mapaddr = nullptr,
@@ -71,26 +75,25 @@ Tbl Stack = {.base = nullptr,
              .left_grow = 10,
              .right_grow = 10};
 
-// Ends the text with the notice, whatever it holds so far.
+// Ends the text with the notice. A format that failed early has left less than the
+// notice follows; blanks fill the gap.
 void put_notice(char *text)
 {
     const std::size_t length = strnlen(text, kWritten - 1);
-    // A format that failed early is filled up: the notice has its place.
     std::memset(text + length, ' ', kTruncated - length);
     std::memcpy(text + kTruncated - kNotice.size(), kNotice.data(), kNotice.size());
     text[kTruncated] = '\0';
 }
 
-bool starts_with_prefix(const char *text)
+bool begins_with_stack(const char *text)
 {
     return text && std::strncmp(text, kStackPrefix.data(), kStackPrefix.size()) == 0;
 }
 
-bool wants_stack(const Elog_msg &msg)
+bool wants_stack(const Draft &draft)
 {
-    const char *tag = msg.tag && *msg.tag == '\n' ? msg.tag + 1 : msg.tag;
-    return (is_severity(msg.severity) && Show_stack[msg.severity]) || starts_with_prefix(msg.msg) ||
-           starts_with_prefix(tag);
+    return join_shows_stack(draft.msg.severity) || begins_with_stack(draft.text) ||
+           begins_with_stack(draft.tag + 1);
 }
 
 // Counts the text as a repetition of the top message when it is one.
@@ -105,56 +108,64 @@ bool fold(int severity, const char *text)
     return true;
 }
 
-// Shows the callback the text of the stack from mark on and of msg. True when
-// the program has dealt with the messages.
-bool callback_took(int severity, std::int64_t mark, const Elog_msg *msg, const char *function)
+// Shows the program's callback the text of the batch. True when the program has
+// dealt with it. What the callback itself reports does not call it again.
+bool callback_took(int severity, const Batch &batch, const char *function)
 {
-    if (!Callback || In_callback)
+    if (!Callback || This_thread.in_callback)
         return false;
-    const Owned<char> text(stack_text(mark, msg, function));
-    In_callback = true;
-    const int took = Callback(severity, text.get(), Elog_tbl);
-    In_callback = false;
-    return took != 0;
+    const Owned<char> text(batch_text(batch, function));
+    This_thread.in_callback = true;
+    const int result = Callback(severity, text.get(), Elog_tbl);
+    This_thread.in_callback = false;
+    return result != 0;
 }
 
-void truncate_stack(std::int64_t mark)
+// Delivers the message, or gives it to the callback.
+void hand_out(const Elog_msg *msg, int severity, int error)
 {
-    trunctbl(Elog_tbl, mark, elog_free_msg);
-}
-
-// Steps of a report under the lock.
-void report_locked(Draft &draft, int severity, int error)
-{
-    if (fold(severity, draft.text))
-        return;
-    draft_record(draft, severity, error);
-    const bool show = wants_stack(draft.msg);
-    const Elog_msg *msg = &draft.msg;
-    if (callback_took(severity, 0, msg, "elog")) {
+    if (callback_took(severity, batch_from(0, msg), "elog")) {
         truncate_stack(0);
         msg = nullptr;
     }
-    errno = error;
-    deliver(delivery_of(severity), 0, msg);
-    if (show)
+    Field delivery;
+    store(delivery, delivery_of(severity));
+    errno = error;  // a delivery that fails tells it
+    deliver(delivery, 0, msg);
+}
+
+// What a report does under the lock.
+void report_draft(Draft &draft, int severity, int flag, int error)
+{
+    if (fold(severity, draft.text))
+        return;
+    draft_record(draft, severity, flag ? error : 0);
+    if (This_thread.reports > kDeepest)
+        return print_batch(stderr, {0, 0, &draft.msg});
+    hand_out(&draft.msg, severity, error);
+    if (wants_stack(draft))
         join_stack_trace();
 }
 
-__attribute__((format(printf, 3, 0))) void report(int severity, int flag, const char *format,
-                                                  va_list args)
+STOCK_PRINTF(3, 0) void report(int severity, int flag, const char *format, va_list args)
 {
     const int error = errno;
     need_init();
     Draft draft;
-    format_message(draft.text, format, args);
+    errno = error;
+    draft_text(draft, format, args);
+    Field command = "";
+    ++This_thread.reports;
     {
         const Holding hold(Lock);
-        errno = error;
-        report_locked(draft, severity, flag ? error : 0);
+        report_draft(draft, severity, flag, error);
+        if (is_severity(severity))
+            store(command, Debug[severity]);
     }
+    --This_thread.reports;
     errno = 0;
-    join_debugger(severity);
+    if (*command)
+        join_debugger(command);
 }
 
 void *copy_strings(void *entry)
@@ -214,14 +225,6 @@ int set_tag(int severity, const char *value)
 
 Tbl *Elog_tbl = &Stack;
 
-void need_init()
-{
-    if (Elog_init.load(std::memory_order_acquire) == 0) {
-        const KeepErrno keep;
-        elog_init(0, nullptr);
-    }
-}
-
 const char *delivery_of(int severity)
 {
     const int row = is_severity(severity) ? severity : kComplain;
@@ -241,23 +244,19 @@ void store(Field &field, std::string_view text)
     std::memset(field + length, 0, sizeof field - length);
 }
 
-std::size_t format_message(char *text, const char *format, va_list args)
+void draft_text(Draft &draft, const char *format, va_list args)
 {
-    if (!format || !*format) {
-        std::strcpy(text, "\n");
-        return 1;
-    }
+    char *text = draft.text;
     text[0] = '\0';
-    const int needed = std::vsnprintf(text, kWritten, format, args);
-    if (needed < 0 || needed > kNeeded) {
-        put_notice(text);
-        return kTruncated;
-    }
-    std::size_t length = std::min<std::size_t>(static_cast<std::size_t>(needed), kWritten - 1);
+    int needed = 0;
+    if (format)
+        needed = std::vsnprintf(text, kWritten, format, args);
+    if (needed < 0 || needed > kNeeded)
+        return put_notice(text);
+    // Meant: 10,238 to 10,240 characters are cut to 10,237 without the notice.
+    const int length = std::min(needed, kWritten - 1);
     if (length == 0 || text[length - 1] != '\n')
-        text[length++] = '\n';
-    text[length] = '\0';
-    return length;
+        std::memcpy(text + length, "\n", 2);
 }
 
 char *describe(int error, char *buffer, std::size_t size)
@@ -274,7 +273,7 @@ void draft_record(Draft &draft, int severity, int error)
     const bool leading = draft.text[0] == '\n';
     const bool empty = leading && draft.text[1] == '\0';
     draft.tag[0] = '\n';
-    elog_expand(tag_of(severity), severity, draft.tag + 1, kTagSize - 1);
+    elog_expand(tag_of(severity), severity, draft.tag + 1, kTagMax);
     draft.msg = {.tag = empty ? nullptr : draft.tag + (leading ? 0 : 1),
                  .msg = draft.text + (leading && !empty ? 1 : 0),
                  .sys = error ? describe(error, draft.error, sizeof draft.error) : nullptr,
@@ -288,15 +287,9 @@ const Elog_msg *message(std::int64_t i)
     return static_cast<const Elog_msg *>(gettbl(Elog_tbl, i));
 }
 
-void flush_and_exit()
+void truncate_stack(std::int64_t mark)
 {
-    const int result = std::fflush(nullptr);
-    if (result != 0) {
-        char buffer[kErrorSize];
-        std::fprintf(stderr, "fflush(0) failed: %ld : %s\n", static_cast<long>(result),
-                     describe(errno, buffer, sizeof buffer));
-    }
-    std::exit(1);
+    trunctbl(Elog_tbl, mark, elog_free_msg);
 }
 
 }  // namespace stock::logging
@@ -309,7 +302,7 @@ void elog(int severity, int flag, const char *format, va_list args)
     report(severity, flag, format, args);
 }
 
-// The severities differ in their number and in what follows.
+// The seven differ in their severity and in what follows.
 #define REPORT(severity)                                                                           \
     va_list args;                                                                                  \
     va_start(args, format);                                                                        \
@@ -344,8 +337,7 @@ void elog_complain(int flag, const char *format, ...)
 void elog_die(int flag, const char *format, ...)
 {
     REPORT(5);
-    join_bury();
-    flush_and_exit();
+    end_with_state();
 }
 
 void elog_fault(int flag, const char *format, ...)
@@ -379,37 +371,43 @@ void elog_clear(void)
 void elog_flush(int deliver_first, int mark)
 {
     need_init();
+    const KeepErrno keep;
     const Holding hold(Lock);
+    const std::int64_t begin = std::max(mark, 0);
     if (deliver_first) {
-        if (Elog_tbl->count > mark && callback_took(kNotify, mark, nullptr, "elog_flush"))
-            truncate_stack(mark);
-        deliver(delivery_of(kComplain), mark, nullptr);
+        if (Elog_tbl->count > begin && callback_took(kNotify, batch_from(begin), "elog_flush"))
+            truncate_stack(begin);
+        if (deliver(delivery_of(kComplain), begin, nullptr))
+            return;
     }
-    truncate_stack(mark);
+    truncate_stack(begin);
 }
 
 void elog_clear_register(int deliver_first)
 {
     need_init();
     const Holding hold(Lock);
+    bool delivered = false;
     if (deliver_first) {
-        if (callback_took(kNotify, 0, nullptr, "elog_clear_register"))
+        if (callback_took(kNotify, batch_from(0), "elog_clear_register"))
             truncate_stack(0);
-        deliver(delivery_of(kComplain), 0, nullptr);
+        delivered = deliver(delivery_of(kComplain), 0, nullptr);
     }
-    elog_clear();
+    if (!delivered)
+        truncate_stack(0);
+    errno = 0;
 }
 
 void elog_print(FILE *stream, int mark)
 {
     const Holding hold(Lock);
-    print_stack(stream, mark, nullptr);
+    print_batch(stream, batch_from(mark));
 }
 
 char *elog_string(int mark)
 {
     const Holding hold(Lock);
-    return stack_text(mark, nullptr, "elog_string");
+    return batch_text(batch_from(mark), "elog_string");
 }
 
 const char *elog_severity(int severity)
@@ -439,8 +437,8 @@ int elog_query(int code, int severity, void *result)
         truncate_stack(0);
         return answer(result, copy);
     }
-    case ELOG_ARGV: return answer(result, Argv);
-    case ELOG_ARGC: return answer(result, Argc);
+    case ELOG_ARGV: return answer(result, Argv.load());
+    case ELOG_ARGC: return answer(result, Argc.load());
     case ELOG_COUNT: return answer(result, static_cast<int>(Elog_tbl->count));
     case ELOG_MAXMSG_VALUE: return answer(result, Max_msg);
     case ELOG_TAG_FIELD: return answer_field(result, Tag, severity);
@@ -449,7 +447,7 @@ int elog_query(int code, int severity, void *result)
     case ELOG_SIGNAL_LIST: return answer(result, Faults);
     case ELOG_CALLBACK_FN: return answer(result, Callback);
     case ELOG_STRING_FROM: return answer(result, elog_string(severity));
-    case ELOG_REFERENCE: return answer(result, Elog_reference_time);
+    case ELOG_REFERENCE: return answer(result, Elog_reference_time.load());
     case ELOG_PROGRAM_NAME: return answer<char *>(result, Program_Name);
     default: return -1;
     }

@@ -1,4 +1,9 @@
 // Where messages go: the words of a delivery string, files, and the limit of the stack.
+//
+// Each word hands the same batch, the stack from a mark on and one message more,
+// to one destination. The lock is held throughout, except inside the messaging
+// library: for that time the batch is off the stack, so that nobody else
+// delivers it again, and what is reported meanwhile stays for the next delivery.
 
 #include "stock/elog.h"
 
@@ -19,18 +24,17 @@ namespace stock::logging {
 
 namespace {
 
-int Limit_deliveries = 0;  // not 0 while the limit's own delivery runs
+constexpr std::string_view kBlanks = " \t";
+constexpr std::string_view kLibrary = "qel:";
 
-// What one delivery hands to each of its words.
-struct Load {
-    std::int64_t mark;    // the first message of the stack that goes
-    const Elog_msg *msg;  // what follows the stack, or null
-};
+bool Limit_reached = false;  // the limit's own delivery runs
 
-bool unrecognized(std::string_view word)
+// "%.*s" of a word.
+#define WORD(word) static_cast<int>((word).size()), (word).data()
+
+void unrecognized(std::string_view word)
 {
-    elog_fail("unrecognized delivery '%.*s'\n", static_cast<int>(word.size()), word.data());
-    return true;
+    elog_fail("unrecognized delivery '%.*s'\n", WORD(word));
 }
 
 int open_to_append(const char *path)
@@ -42,83 +46,147 @@ int open_to_append(const char *path)
     return fd;
 }
 
-bool to_file(std::string_view word, const Load &load)
+void print_to_file(int fd, const Batch &batch)
+{
+    for (std::int64_t i = batch.begin; i < std::min(batch.end, Elog_tbl->count); ++i)
+        elog_msg_printfd(fd, message(i));
+    elog_msg_printfd(fd, batch.last);
+}
+
+void to_file(std::string_view word, const Batch &batch)
 {
     char path[4096];
-    int fd = -1;
-    if (word.size() < sizeof path) {
-        path[word.copy(path, sizeof path)] = '\0';
-        fd = open_to_append(path);
-    } else {
-        errno = ENAMETOOLONG;
-    }
-    if (fd < 0) {
-        elog_fail("Can't open error file '%.*s'\n", static_cast<int>(word.size()), word.data());
-        return true;
-    }
-    elog_printfd(fd, static_cast<int>(load.mark));
-    if (load.msg)
-        elog_msg_printfd(fd, load.msg);
+    const std::size_t length = word.copy(path, sizeof path - 1);
+    path[length] = '\0';
+    // A longer path would be another file; the system refuses it, too.
+    const int fd = length == word.size() ? open_to_append(path) : (errno = ENAMETOOLONG, -1);
+    if (fd < 0)
+        return elog_fail("Can't open error file '%.*s'\n", WORD(word));
+    print_to_file(fd, batch);
     if (::close(fd) != 0)
         elog_fail("Can't close error file '%s'\n", path);
-    return true;
 }
 
-bool to_stream(std::string_view word, const Load &load)
+void to_stream(std::string_view word, const Batch &batch)
 {
     if (word == "stderr")
-        print_stack(stderr, load.mark, load.msg);
+        print_batch(stderr, batch);
     else if (word == "stdout")
-        print_stack(stdout, load.mark, load.msg);
+        print_batch(stdout, batch);
     else
         unrecognized(word);
-    return true;
 }
 
-// Handles one word; true when the message counts as delivered.
-bool deliver_word(std::string_view word, const Load &load)
+// The records of a batch, off the stack for as long as the lock is given up.
+class Aside {
+public:
+    explicit Aside(const Batch &batch)
+        : begin_(batch.begin), records_(inittbl(0, batch.end - batch.begin, 1, nullptr,
+                                                static_cast<int>(sizeof(Elog_msg))))
+    {
+        for (std::int64_t i = batch.begin; i < batch.end; ++i)
+            if (const Elog_msg *msg = message(i))
+                pushtbl(records_, msg);
+        trunctbl(Elog_tbl, batch.begin, nullptr);
+    }
+
+    // Puts the records back below what was reported meanwhile. Returns where they are now.
+    Batch put_back(const Elog_msg *last) const
+    {
+        const std::int64_t begin = std::min(begin_, Elog_tbl->count);
+        for (std::int64_t i = 0; i < records_->count; ++i)
+            instbl(Elog_tbl, begin + i, gettbl(records_, i));
+        const Batch batch{begin, begin + records_->count, last};
+        freetbl(records_, nullptr);
+        return batch;
+    }
+
+private:
+    std::int64_t begin_;
+    Tbl *records_;
+};
+
+void to_library(std::string_view word, Batch &batch)
+{
+    char target[4096];
+    target[word.substr(kLibrary.size()).copy(target, sizeof target - 1)] = '\0';
+    const Owned<char> text(batch_text(batch, "elog_deliver"));
+    const Aside aside(batch);
+    {
+        const Released released;
+        call_qelelog(target, Program_Name, text.get());
+    }
+    batch = aside.put_back(batch.last);
+}
+
+// Hands the batch to one destination. True when it counts as delivered.
+bool deliver_word(std::string_view word, Batch &batch)
 {
     switch (word.front()) {
-    case 'l': return word != "log" && (unrecognized(word), false);
-    case 'o': return false;  // Meant: "other" is ignored without a report.
-    case 's': return to_stream(word, load);
-    case '/': return word == "/dev/null" || to_file(word, load);
-    case '.': return to_file(word, load);
-    default: return unrecognized(word);
+    case 'l':
+        if (word != "log")
+            unrecognized(word);
+        return false;
+    case 'o': return false;  // Meant: a word such as "other" is ignored without a report.
+    case 's': to_stream(word, batch); return true;
+    case '/':
+        if (word != "/dev/null")
+            to_file(word, batch);
+        return true;
+    case '.': to_file(word, batch); return true;
+    default:
+        if (word.starts_with(kLibrary))
+            to_library(word, batch);
+        else
+            unrecognized(word);
+        return true;
     }
 }
 
-bool deliver_words(std::string_view words, const Load &load)
+bool deliver_words(std::string_view words, Batch &batch)
 {
     bool delivered = false;
     for (;;) {
-        const std::size_t start = words.find_first_not_of(" \t");
-        if (start == words.npos)
+        words.remove_prefix(std::min(words.find_first_not_of(kBlanks), words.size()));
+        if (words.empty())
             return delivered;
-        words.remove_prefix(start);
-        const std::size_t end = std::min(words.find_first_of(" \t"), words.size());
-        delivered |= deliver_word(words.substr(0, end), load);
-        words.remove_prefix(end);
+        const std::string_view word = words.substr(0, words.find_first_of(kBlanks));
+        delivered |= deliver_word(word, batch);
+        words.remove_prefix(word.size());
     }
+}
+
+// Takes the messages of the batch off the stack and frees them; later ones stay.
+void drop(const Batch &batch)
+{
+    const std::int64_t later = Elog_tbl->count - batch.end;
+    if (later <= 0)
+        return truncate_stack(batch.begin);
+    for (std::int64_t i = batch.begin; i < batch.end; ++i)
+        elog_free_msg(gettbl(Elog_tbl, i));
+    std::memmove(addrtbl(Elog_tbl, batch.begin), addrtbl(Elog_tbl, batch.end),
+                 static_cast<std::size_t>(later) * sizeof(Elog_msg));
+    trunctbl(Elog_tbl, batch.begin + later, nullptr);
 }
 
 // Ends the process because the stack holds as many messages as it may.
 [[noreturn]] void quit(const Elog_msg *msg)
 {
     const int held = static_cast<int>(Elog_tbl->count);
-    if (Limit_deliveries++ == 0)
+    if (!Limit_reached) {
+        Limit_reached = true;
         deliver(delivery_of(kDie), 0, msg);
-    char tag[kTagSize];
-    elog_expand(tag_of(kDie), kDie, tag, sizeof tag - 1);
+    }
+    char tag[kTagMax + 1];
+    elog_expand(tag_of(kDie), kDie, tag, kTagMax);
     std::fprintf(stderr,
                  "%s: quitting because log has %d messages\n   eliminate this limit with\n"
                  "      setenv ELOG_MAXMSG 0\n   or by editing elog.pf.  See elog(3).\n",
                  tag, held);
-    join_bury();
-    flush_and_exit();
+    end_with_state();
 }
 
-char *copied(const char *text, const char *item)
+char *copy_or_null(const char *text, const char *item)
 {
     return text ? copy_text(text, item, "elog") : nullptr;
 }
@@ -128,23 +196,63 @@ void keep(const Elog_msg &msg)
 {
     if (Max_msg >= 1 && Elog_tbl->count >= Max_msg)
         quit(&msg);
-    Elog_msg kept = msg;
-    kept.tag = copied(msg.tag, "tag");
-    kept.msg = copied(msg.msg, "msg");
-    kept.sys = copied(msg.sys, "sys");
-    pushtbl(Elog_tbl, &kept);
+    Elog_msg copy = msg;
+    copy.tag = copy_or_null(msg.tag, "tag");
+    copy.msg = copy_or_null(msg.msg, "msg");
+    copy.sys = copy_or_null(msg.sys, "sys");
+    pushtbl(Elog_tbl, &copy);
 }
 
 }  // namespace
 
-void deliver(const char *delivery, std::int64_t mark, const Elog_msg *msg)
+bool deliver(const char *delivery, std::int64_t mark, const Elog_msg *msg)
 {
-    const Load load{std::max<std::int64_t>(mark, 0), msg};
-    if (delivery && *delivery && deliver_words(delivery, load))
-        trunctbl(Elog_tbl, load.mark, elog_free_msg);
+    Batch batch = batch_from(mark, msg);
+    const bool delivered = delivery && deliver_words(delivery, batch);
+    if (delivered)
+        drop(batch);
     else if (msg)
         keep(*msg);
+    return delivered;
 }
+
+namespace {
+
+// One buffer for the text of a record in a file, kept between calls.
+char *File_text = nullptr;
+std::size_t File_size = 0;
+
+// The buffer, at least so large. It never has to keep what it holds.
+char *file_text(std::size_t needed)
+{
+    if (needed <= File_size)
+        return File_text;
+    std::free(File_text);
+    File_text = nullptr;
+    File_size = 0;
+    const std::size_t size = std::max<std::size_t>(2 * needed, 1024);
+    File_text = static_cast<char *>(allocate_zeroed(size, "buf", "elog_msg_printfd"));
+    File_size = size;
+    return File_text;
+}
+
+void write_all(int fd, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t put = ::write(fd, text.data(), text.size());
+        if (put > 0)
+            text.remove_prefix(static_cast<std::size_t>(put));
+        else if (put == 0 || errno != EINTR)
+            return;
+    }
+}
+
+std::size_t length_of(const char *text)
+{
+    return text ? std::strlen(text) : 0;
+}
+
+}  // namespace
 
 }  // namespace stock::logging
 
@@ -155,10 +263,10 @@ void elog_deliver(const char *delivery, int mark, Elog_msg *msg)
 {
     const Holding hold(Lock);
     deliver(delivery, mark, msg);
-    if (msg) {
-        elog_free_msg(msg);
-        msg->tag = msg->msg = msg->sys = nullptr;
-    }
+    if (!msg)
+        return;
+    elog_free_msg(msg);
+    msg->tag = msg->msg = msg->sys = nullptr;
 }
 
 void elog_printfd(int fd, int mark)
@@ -166,47 +274,8 @@ void elog_printfd(int fd, int mark)
     if (fd < 0 || !Elog_init)
         return;
     const Holding hold(Lock);
-    for (std::int64_t i = std::max(mark, 0); i < Elog_tbl->count; ++i)
-        elog_msg_printfd(fd, message(i));
+    print_to_file(fd, batch_from(mark));
 }
-
-namespace {
-
-char *File_text = nullptr;  // kept between calls
-std::size_t File_size = 0;
-
-// The buffer, at least so large.
-char *file_text(std::size_t needed)
-{
-    if (needed <= File_size)
-        return File_text;
-    const std::size_t size = std::max<std::size_t>(2 * needed, 1024);
-    File_text =
-        static_cast<char *>(File_text ? reallocate(File_text, size, "buf", "elog_msg_printfd")
-                                      : allocate_zeroed(size, "buf", "elog_msg_printfd"));
-    File_size = size;
-    return File_text;
-}
-
-void write_all(int fd, const char *text, std::size_t length)
-{
-    while (length > 0) {
-        const ssize_t put = ::write(fd, text, length);
-        if (put < 0 && errno == EINTR)
-            continue;
-        if (put <= 0)
-            return;
-        text += put;
-        length -= static_cast<std::size_t>(put);
-    }
-}
-
-std::size_t length_of(const char *text)
-{
-    return text ? std::strlen(text) : 0;
-}
-
-}  // namespace
 
 void elog_msg_printfd(int fd, const Elog_msg *msg)
 {
@@ -220,5 +289,5 @@ void elog_msg_printfd(int fd, const Elog_msg *msg)
         std::memcpy(text + used, piece.data(), piece.size());
         used += piece.size();
     });
-    write_all(fd, text, used);
+    write_all(fd, {text, used});
 }

@@ -1,46 +1,247 @@
-// Setting the log up: the command line, the environment, the defaults.
+// Setting the log up: the command line, the program's name, the settings.
 
 #include "stock/elog.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
 
+#include "deviants.h"
 #include "internal/alloc.h"
 #include "internal/elog.h"
 #include "internal/elog_joins.h"
 #include "internal/guards.h"
-
-extern char *__progname;
+#include "stock/path.h"
 
 namespace stock::logging {
 
 namespace {
 
-constinit std::mutex Initialising;
+constexpr const char *kSignals = "ILL:TRAP:FPE:BUS:SEGV:SYS";
+constexpr std::string_view kLetters = "lDnacdf";  // of the severities 0 .. 6
 
-void fill_defaults(Field *table, const char *const *defaults)
+std::atomic_flag Initialising;
+
+// The one elog_init that runs; a second, in this thread or another, is not.
+class Turn {
+public:
+    Turn() : taken_(!Initialising.test_and_set()) {}
+    ~Turn()
+    {
+        if (taken_)
+            Initialising.clear();
+    }
+    Turn(const Turn &) = delete;
+    Turn &operator=(const Turn &) = delete;
+
+    explicit operator bool() const { return taken_; }
+
+private:
+    bool taken_;
+};
+
+char **Own_argv = nullptr;  // the copy that was made last
+
+void free_arguments(char **argv)
+{
+    for (char **argument = argv; argument && *argument; ++argument)
+        std::free(*argument);
+    std::free(argv);
+}
+
+char **copy_arguments(int argc, char **argv, int &copied)
+{
+    // Meant: line 849 is part of the message.
+    auto **copy = static_cast<char **>(
+        allocate(bytes_for(argc + INT64_C(1), sizeof *argv), "Argv", "elog_init", 849));
+    for (copied = 0; copied < argc && argv[copied]; ++copied)
+        copy[copied] = copy_text(argv[copied], "Argv[i]", "elog_init");
+    copy[copied] = nullptr;
+    return copy;
+}
+
+// Keeps a copy of the command line. Without the lock somebody may still be
+// reading the earlier copy, which then stays.
+void set_command_line(int argc, char **argv, bool locked)
+{
+    int copied = 0;
+    char **copy = copy_arguments(argc, argv, copied);
+    Argc = 0;
+    Argv = copy;
+    Argc = copied;
+    if (locked)
+        free_arguments(Own_argv);
+    Own_argv = copy;
+}
+
+// Writes only what changes: without the lock somebody may be reading it.
+void rename(char (&name)[kPathSize], const char *text)
+{
+    if (std::strncmp(name, text, kPathSize - 1) != 0)
+        std::snprintf(name, kPathSize, "%s", text);
+}
+
+void set_program_name(const char *first_argument)
+{
+    char dir[kPathSize] = "Unknown_Directory";
+    char name[kPathSize] = "Unknown_Program";
+    if (const char *path = getexecname())
+        dirbase(path, dir, name);
+    rename(Program_Dir, dir);
+    rename(Program_Name, *name || !first_argument ? name : first_argument);
+}
+
+void set_reference_time()
+{
+    const char *text = std::getenv("ELOG_REFERENCE_TIME");
+    Elog_reference_time = text && *text ? join_reference_time(text) : std_now();
+}
+
+// The variable as a whole number; false when it is not set or does not begin with one.
+bool from_environment(const char *variable, int &value)
+{
+    const char *text = std::getenv(variable);
+    if (!text)
+        return false;
+    char *end = nullptr;
+    const long number = std::strtol(text, &end, 10);
+    if (end != text)
+        value = static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
+    return end != text;
+}
+
+bool from_environment(const char *variable, double &value)
+{
+    const char *text = std::getenv(variable);
+    if (!text)
+        return false;
+    char *end = nullptr;
+    const double number = std::strtod(text, &end);
+    if (end != text)
+        value = number;
+    return end != text;
+}
+
+// What is set up once in a process.
+void set_up_once()
+{
+    const char *signals = join_settings_file();
+    from_environment("ELOG_MAXMSG", Max_msg);
+    join_show_stack("ELOG_STACK");
+    if (const char *list = std::getenv("ELOG_SIGNALS"))
+        signals = list;
+    join_fault_handlers(signals ? signals : kSignals);
+}
+
+// What every call takes from the environment.
+void follow_environment()
+{
+    const auto table = [](const char *variable, Field *fields, const char *const *defaults) {
+        elog_fill_from_env(std::getenv(variable), fields, defaults, 0);
+    };
+    table("ELOG_DELIVER", Deliver, Default_deliver);
+    table("ELOG_TAG", Tag, Default_tag);
+    table("ELOG_DEBUG", Debug, Default_debug);
+    elog_fill_from_env(nullptr, Deliver, Default_deliver, 1);
+    elog_fill_from_env(nullptr, Tag, Default_tag, 1);
+    from_environment("ELOG_WAIT", Elog_wait);
+}
+
+// Reads a value of groups, "text@letters text@letters ...", into a table.
+//
+// The count of letters falls to 0 with each character of a text, so that a
+// blank at the very end leaves no group without letters behind.
+class Groups {
+public:
+    Groups(Field *table, const char *const *defaults) : table_(table), defaults_(defaults) {}
+
+    void read(const char *value)
+    {
+        for (const char *at = value; *at; ++at) {
+            if (in_letters_)
+                letter(at);
+            else
+                at = text(at);
+        }
+        if (letters_ == 0)
+            for (int i = 0; i < kSeverities; ++i)
+                logging::store(table_[i], {text_, length_});
+    }
+
+private:
+    // Reads a character of a text; returns the last position that belongs to it.
+    const char *text(const char *at)
+    {
+        letters_ = 0;
+        if (*at == '@') {
+            in_letters_ = true;
+            return at;
+        }
+        if (*at == '\\' && at[1])
+            ++at;
+        if (length_ < sizeof text_)
+            text_[length_++] = *at;
+        return at;
+    }
+
+    void letter(const char *at)
+    {
+        if (*at == ' ' || *at == '\t' || *at == '@')
+            return end_group();
+        const std::size_t row = kLetters.find(*at);
+        if (row != kLetters.npos)
+            severity_ = static_cast<int>(row);
+        else
+            elog_fail("Unrecognized severity '%s'\n", at);
+        // Meant: any other letter repeats the last one, "l" when there was none.
+        store_text(severity_);
+        ++letters_;
+    }
+
+    void end_group()
+    {
+        if (letters_ == 0)
+            for (int i = 0; i < kSeverities; ++i)
+                store_text(i);
+        length_ = 0;
+        in_letters_ = false;
+    }
+
+    void store_text(int severity)
+    {
+        const std::string_view whole(text_, length_);
+        logging::store(table_[severity], whole.empty() ? defaults_[severity] : whole);
+    }
+
+    Field *table_;
+    const char *const *defaults_;
+    bool in_letters_ = false;
+    int letters_ = 0;         // of this group
+    int severity_ = kLog;     // the last letter read
+    std::size_t length_ = 0;  // of the text
+    char text_[ELOG_FIELD_SIZE];
+};
+
+void fill_empty(Field *table, const char *const *defaults)
 {
     for (int i = 0; i < kSeverities; ++i)
         if (!*table[i])
             store(table[i], defaults[i]);
 }
 
-void copy_command_line(int argc, char **argv)
-{
-    // Meant: line 849 is part of the message.
-    auto **copy = static_cast<char **>(
-        allocate(bytes_for(argc + 1L, sizeof *Argv), "Argv", "elog_init", 849));
-    int copied = 0;
-    for (; copied < argc && argv[copied]; ++copied)
-        copy[copied] = copy_text(argv[copied], "Argv[i]", "elog_init");
-    copy[copied] = nullptr;
-    Argv = copy;
-    Argc = copied;
-}
-
 }  // namespace
+
+void need_init()
+{
+    if (Elog_init)
+        return;
+    const KeepErrno keep;
+    elog_init(0, nullptr);
+}
 
 }  // namespace stock::logging
 
@@ -49,20 +250,44 @@ using namespace stock::logging;
 
 int elog_init(int argc, char **argv)
 {
-    const std::unique_lock<std::mutex> once(Initialising, std::try_to_lock);
-    if (!once)
+    const Turn turn;
+    if (!turn)
         return 0;
     const KeepErrno keep;
-    if (argc > 0 && argv)
-        copy_command_line(argc, argv);
-    const std::unique_lock<HolderLock> hold(Lock, std::try_to_lock);
+    const std::unique_lock hold(Lock, std::try_to_lock);
+    const bool given = argc > 0 && argv;
+    if (given)
+        set_command_line(argc, argv, hold.owns_lock());
+    set_program_name(given ? argv[0] : nullptr);
+    set_reference_time();
     if (!hold)
         return 0;
-    std::snprintf(Program_Name, sizeof Program_Name, "%s", __progname);
-    if (const char *limit = std::getenv("ELOG_MAXMSG"))
-        Max_msg = std::atoi(limit);
-    fill_defaults(Deliver, Default_deliver);
-    fill_defaults(Tag, Default_tag);
+    if (!Elog_init)
+        set_up_once();
+    follow_environment();
     Elog_init = 1;
     return 0;
+}
+
+void elog_fill_from_env(const char *value, char (*table)[ELOG_FIELD_SIZE],
+                        const char *const *defaults, int fill_defaults)
+{
+    if (!table || !defaults)
+        return;
+    const Holding hold(Lock);
+    if (value)
+        Groups(table, defaults).read(value);
+    else if (fill_defaults)
+        fill_empty(table, defaults);
+}
+
+int elog2stderr(void)
+{
+    const int status = ::setenv("ELOG_DELIVER", "stderr@ncdfDa", 1);
+    if (Elog_init) {
+        const Holding hold(Lock);
+        for (int i = kDebug; i < kSeverities; ++i)
+            store(Deliver[i], "stderr");
+    }
+    return status;
 }

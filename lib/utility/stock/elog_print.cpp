@@ -90,34 +90,99 @@ std::size_t counted(const Elog_msg &msg)
     return length;
 }
 
-void flush_or_tell(std::FILE *stream, const char *what)
+bool flush_or_tell(std::FILE *stream, const char *what)
 {
     const int result = std::fflush(stream);
     if (result == 0)
-        return;
+        return true;
     char buffer[kErrorSize];
     std::fprintf(stderr, "%s failed: %ld : %s\n", what, static_cast<long>(result),
                  describe(errno, buffer, sizeof buffer));
-    errno = 0;
+    return false;
 }
 
-void print_records(std::FILE *stream, std::int64_t mark, const Elog_msg *last)
+void print_records(std::FILE *stream, const Batch &batch)
 {
     Printer print(stream);
     // Asked anew each time: writing may call out, and the stack may change.
-    for (std::int64_t i = std::max<std::int64_t>(mark, 0); i < Elog_tbl->count; ++i) {
+    for (std::int64_t i = batch.begin; i < std::min(batch.end, Elog_tbl->count); ++i) {
         print.room_for(size_of(*message(i)));
         if (const Elog_msg *msg = message(i))
             lay_out(*msg, kTab, std::ref(print));
     }
-    if (last) {
-        print.room_for(size_of(*last));
-        lay_out(*last, kTab, std::ref(print));
+    if (batch.last) {
+        print.room_for(size_of(*batch.last));
+        lay_out(*batch.last, kTab, std::ref(print));
     }
 }
 
-// Prints what went wrong, errno, the stack, and clears it.
-__attribute__((format(printf, 1, 0))) void fail(const char *format, va_list args)
+// A zeroed buffer of a counted size that is appended to.
+class Counted {
+public:
+    Counted(std::size_t size, const char *function)
+        : text_(static_cast<char *>(allocate_zeroed(size, "s", function))), size_(size),
+          function_(function)
+    {
+    }
+
+    void operator()(std::string_view piece)
+    {
+        // Only messages that somebody changes without the lock need more than was counted.
+        if (piece.size() >= size_ - used_)
+            elog_die(0, "*stack*Unexpected failure: %s in file %s, line %d\n", function_,
+                     "elog_print.cpp", __LINE__);
+        std::memcpy(text_ + used_, piece.data(), piece.size());
+        used_ += piece.size();
+    }
+
+    char *text() const { return text_; }
+
+private:
+    char *text_;
+    std::size_t size_;
+    std::size_t used_ = 0;
+    const char *function_;
+};
+
+template <class Function>
+void for_each(const Batch &batch, Function function)
+{
+    for (std::int64_t i = batch.begin; i < batch.end; ++i)
+        function(*message(i));
+    if (batch.last)
+        function(*batch.last);
+}
+
+}  // namespace
+
+Batch batch_from(std::int64_t mark, const Elog_msg *msg)
+{
+    return {std::max<std::int64_t>(mark, 0), Elog_tbl->count, msg};
+}
+
+char *batch_text(const Batch &batch, const char *function)
+{
+    std::size_t size = 100;
+    for_each(batch, [&](const Elog_msg &msg) { size += counted(msg); });
+    Counted text(size, function);
+    for_each(batch, [&](const Elog_msg &msg) { lay_out(msg, kTab, std::ref(text)); });
+    return text.text();
+}
+
+void print_batch(std::FILE *stream, const Batch &batch)
+{
+    if (!stream)
+        return;
+    const int error = errno;
+    bool flushed = true;
+    if (stream == stderr)
+        flushed &= flush_or_tell(stdout, "fflush(stdout)");
+    print_records(stream, batch);
+    flushed &= flush_or_tell(stream, "fflush()");
+    errno = flushed ? error : 0;
+}
+
+void elog_vfail(const char *format, va_list args)
 {
     const int error = errno;
     const Holding hold(Lock);
@@ -126,54 +191,15 @@ __attribute__((format(printf, 1, 0))) void fail(const char *format, va_list args
         char buffer[kErrorSize];
         std::fprintf(stderr, "\t: %s\n", describe(error, buffer, sizeof buffer));
     }
-    print_stack(stderr, 0, nullptr);
-    trunctbl(Elog_tbl, 0, elog_free_msg);
-}
-
-}  // namespace
-
-char *stack_text(std::int64_t mark, const Elog_msg *last, const char *function)
-{
-    mark = std::max<std::int64_t>(mark, 0);
-    std::size_t size = 100;
-    for (std::int64_t i = mark; i < Elog_tbl->count; ++i)
-        size += counted(*message(i));
-    if (last)
-        size += counted(*last);
-
-    auto *text = static_cast<char *>(allocate_zeroed(size, "s", function));
-    std::size_t used = 0;
-    const auto add = [&](std::string_view piece) {
-        // Only a stack that somebody else changes meanwhile can need more than was counted.
-        if (piece.size() >= size - used)
-            elog_die(0, "*stack*Unexpected failure: %s in file %s, line %d\n", function,
-                     "elog_print.cpp", __LINE__);
-        std::memcpy(text + used, piece.data(), piece.size());
-        used += piece.size();
-    };
-    for (std::int64_t i = mark; i < Elog_tbl->count; ++i)
-        lay_out(*message(i), kTab, add);
-    if (last)
-        lay_out(*last, kTab, add);
-    return text;
-}
-
-void print_stack(std::FILE *stream, std::int64_t mark, const Elog_msg *msg)
-{
-    if (!stream)
-        return;
-    const KeepErrno keep;
-    if (stream == stderr)
-        flush_or_tell(stdout, "fflush(stdout)");
-    print_records(stream, mark, msg);
-    flush_or_tell(stream, "fflush()");
+    print_batch(stderr, batch_from(0));
+    truncate_stack(0);
 }
 
 void elog_fail(const char *format, ...)
 {
     va_list args;
     va_start(args, format);
-    fail(format, args);
+    elog_vfail(format, args);
     va_end(args);
 }
 
@@ -182,21 +208,40 @@ void elog_fail(const char *format, ...)
 using namespace stock;
 using namespace stock::logging;
 
-void elog_fatal(const char *format, ...)
-{
-    va_list args;
-    va_start(args, format);
-    fail(format, args);
-    va_end(args);
-    flush_and_exit();
-}
-
 int elog_fprintf(FILE *stream, const char *format, ...)
 {
+    if (!stream || !format)
+        return -1;
     const Holding hold(Lock);
     va_list args;
     va_start(args, format);
     const int printed = std::vfprintf(stream, format, args);
     va_end(args);
     return printed;
+}
+
+char *elogs(int severity, int flag, const char *format, va_list args)
+{
+    const KeepErrno keep;
+    const int error = flag ? errno : 0;
+    need_init();
+    Draft draft;
+    draft_text(draft, format, args);
+    draft_record(draft, severity, error);
+    // Meant: line 1187 is part of the message.
+    char *result =
+        static_cast<char *>(allocate_zeroed(size_of(draft.msg) + 1, "result", "elogs", 1187));
+    std::size_t used = 0;
+    lay_out(draft.msg, kTab,
+            [&](std::string_view piece) { used += piece.copy(result + used, piece.size()); });
+    return result;
+}
+
+char *elogstr(int severity, int flag, const char *format, ...)
+{
+    va_list args;
+    va_start(args, format);
+    char *text = elogs(severity, flag, format, args);
+    va_end(args);
+    return text;
 }

@@ -3,9 +3,11 @@
 #include "internal/alloc.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdio>
 #include <cstring>
 
-#include "stock/elog.h"
+#include "internal/elog.h"
 
 namespace stock {
 
@@ -22,8 +24,13 @@ const char *base_name(const char *path)
 void out_of_memory(std::size_t bytes, const char *item, const char *function, int line,
                    const char *file)
 {
-    elog_die(1, "Out of memory in %s at line %d of '%s'\n\tCan't malloc %lu bytes for %s\n",
-             function, line, base_name(file), static_cast<unsigned long>(bytes), item);
+    if (errno == 0)
+        errno = ENOMEM;
+    char text[1024];
+    std::snprintf(text, sizeof text,
+                  "Out of memory in %s at line %d of '%s'\n\tCan't malloc %lu bytes for %s\n",
+                  function, line, base_name(file), static_cast<unsigned long>(bytes), item);
+    logging::report_out_of_memory(text);
 }
 
 void *allocate(std::size_t bytes, const char *item, const char *function, int line,

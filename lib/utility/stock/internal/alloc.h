@@ -32,7 +32,9 @@ void *reallocate(void *block, std::size_t bytes, const char *item,
 char *copy_text(const char *text, const char *item, const char *function = __builtin_FUNCTION(),
                 int line = __builtin_LINE(), const char *file = __builtin_FILE());
 
-// Ends the process with the out-of-memory message.
+// Ends the process with the out-of-memory message. Nothing is allocated for it that
+// can be done without; should the report itself need memory that is not there, the
+// finished text goes straight to standard error.
 [[noreturn]] void out_of_memory(std::size_t bytes, const char *item,
                                 const char *function = __builtin_FUNCTION(),
                                 int line = __builtin_LINE(), const char *file = __builtin_FILE());

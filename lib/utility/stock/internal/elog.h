@@ -3,6 +3,15 @@
 // The log is one stack, three tables of settings and one lock. Whoever reads or
 // changes any of them holds the lock, and a thread that has it may take it
 // again: a report can come from the middle of a delivery.
+//
+//     elog.cpp          reporting, the stack, questions and settings
+//     elog_init.cpp     the command line, the environment, defaults
+//     elog_tag.cpp      tags and the command text
+//     elog_print.cpp    messages as text, on streams and in strings
+//     elog_deliver.cpp  delivery strings, files, the limit of the stack
+//     elog_end.cpp      how the process ends inside the log
+//     elog_joins.cpp    where other families join
+//     qelelog.cpp       the messaging library
 
 #pragma once
 
@@ -20,17 +29,17 @@ namespace stock::logging {
 
 inline constexpr int kSeverities = 7;
 
-// The rows of the severities, 0 .. 6.
+// The severities that the log itself has to tell apart.
 inline constexpr int kLog = 0;
 inline constexpr int kDebug = 1;
 inline constexpr int kNotify = 2;
 inline constexpr int kComplain = 4;
 inline constexpr int kDie = 5;
-inline constexpr int kFault = 6;
 
-inline constexpr std::size_t kFormatSize = 10240;  // a message, its newline and its end
-inline constexpr std::size_t kTagSize = 1024;      // an expanded tag and its end
+inline constexpr std::size_t kFormatSize = 10240;  // a message and its end
+inline constexpr int kTagMax = 1023;               // most that a tag is expanded to
 inline constexpr std::size_t kErrorSize = 128;     // what an errno means
+inline constexpr std::size_t kPathSize = 1024;
 
 using Field = char[ELOG_FIELD_SIZE];
 
@@ -44,16 +53,16 @@ extern Field Tag[kSeverities];
 extern Field Debug[kSeverities];
 
 extern Tbl *Elog_tbl;
-extern constinit HolderLock Lock;
 extern std::atomic<int> Elog_init;
 extern int Max_msg;
 extern double Elog_wait;
-extern double Elog_reference_time;
-extern int Argc;
-extern char **Argv;
-extern char Program_Name[1024];
-extern char Program_Dir[1024];
-extern int Show_stack[kSeverities];
+extern const char *Elog_t_format;
+extern const char *Elog_u_format;
+extern std::atomic<double> Elog_reference_time;
+extern std::atomic<int> Argc;
+extern std::atomic<char **> Argv;
+extern char Program_Name[kPathSize];
+extern char Program_Dir[kPathSize];
 extern const char *Faults;
 
 constexpr bool is_severity(int severity)
@@ -64,38 +73,41 @@ constexpr bool is_severity(int severity)
 // Calls elog_init unless that was done, errno untouched.
 void need_init();
 
-// A setting as it holds now: before the log is initialised an empty one counts as its default.
+// A setting as it holds now. Before the log is initialised an empty field counts
+// as its default, and a severity that does not exist has those of "complain".
 const char *delivery_of(int severity);
 const char *tag_of(int severity);
 
 // Copies as much of the text as fits and ends it.
 void store(Field &field, std::string_view text);
 
-// The text of a message in a buffer of kFormatSize: what elog and elogs have in common.
-// Returns its length.
-std::size_t format_message(char *text, const char *format, va_list args) STOCK_PRINTF(2, 0);
-
-// The parts of a message before anything is copied: the strings point into the buffers.
+// A message before anything is copied: its strings point into the buffers.
 struct Draft {
     char text[kFormatSize];
-    char tag[kTagSize + 1];  // one more for the newline in front
+    char tag[kTagMax + 2];  // with room for a newline in front
     char error[kErrorSize];
     Elog_msg msg;
 };
 
-// What the system says of an errno; the buffer may or may not be used.
-char *describe(int error, char *buffer, std::size_t size);
+// Prints the message into the draft's text, cut and ended as every message is.
+void draft_text(Draft &draft, const char *format, va_list args) STOCK_PRINTF(2, 0);
 
-// Makes tag, msg and sys of the draft from its text.
+// Makes the record from the text. With an error that is not 0 its description goes along.
 void draft_record(Draft &draft, int severity, int error);
+
+// What an errno means; the buffer may be used for it.
+char *describe(int error, char *buffer, std::size_t size);
 
 // Message i of the stack, or null.
 const Elog_msg *message(std::int64_t i);
 
-// Calls add(piece) for each piece of a record as it is printed; mark_sys is what stands
-// before the description of errno.
+// Frees the messages at mark and above.
+void truncate_stack(std::int64_t mark);
+
+// Calls add(piece) for each piece of a record in the order in which it is printed.
+// before_sys stands in front of the description of errno.
 template <class Add>
-void lay_out(const Elog_msg &msg, std::string_view mark_sys, Add add)
+void lay_out(const Elog_msg &msg, std::string_view before_sys, Add add)
 {
     if (msg.tag && *msg.tag) {
         add(std::string_view(msg.tag));
@@ -104,7 +116,7 @@ void lay_out(const Elog_msg &msg, std::string_view mark_sys, Add add)
     if (msg.msg)
         add(std::string_view(msg.msg));
     if (msg.sys) {
-        add(mark_sys);
+        add(before_sys);
         add(std::string_view(msg.sys));
         add(std::string_view("\n"));
     }
@@ -115,20 +127,37 @@ void lay_out(const Elog_msg &msg, std::string_view mark_sys, Add add)
     }
 }
 
-// The text of the stack from mark on, then of msg when there is one; freed with free.
-char *stack_text(std::int64_t mark, const Elog_msg *msg, const char *function);
+// Messages of the stack from begin up to end, then one more that may be null.
+struct Batch {
+    std::int64_t begin;
+    std::int64_t end;
+    const Elog_msg *last;
+};
 
-// Prints the same to a stream, with the flushes that belong to it. Allocates nothing.
-void print_stack(std::FILE *stream, std::int64_t mark, const Elog_msg *msg);
+// Everything from mark on, and msg.
+Batch batch_from(std::int64_t mark, const Elog_msg *msg = nullptr);
 
-// Delivers the stack from mark on and msg, which may be null and whose strings stay the
-// caller's: a message that is kept is copied.
-void deliver(const char *delivery, std::int64_t mark, const Elog_msg *msg);
+// The text of the batch, freed with free. The function is named when memory runs out.
+char *batch_text(const Batch &batch, const char *function);
+
+// Prints the batch with the flushes that belong to it; allocates nothing.
+void print_batch(std::FILE *stream, const Batch &batch);
+
+// Delivers the stack from mark on and msg, which may be null and whose strings
+// stay the caller's: what is kept is copied. True when it was delivered.
+bool deliver(const char *delivery, std::int64_t mark, const Elog_msg *msg);
 
 // Tells of a failure of the log itself: the text, errno, the stack, which is then cleared.
 void elog_fail(const char *format, ...) STOCK_PRINTF(1, 2);
+void elog_vfail(const char *format, va_list args) STOCK_PRINTF(1, 0);
 
-// Flushes every stream and ends the process with status 1.
-[[noreturn]] void flush_and_exit();
+// Saves the program's state, flushes all streams and ends the process with status 1.
+[[noreturn]] void end_with_state();
+
+// The same without saving anything.
+[[noreturn]] void end_process();
+
+// Dies of a failed allocation, with the finished text of its message.
+[[noreturn]] void report_out_of_memory(const char *text);
 
 }  // namespace stock::logging

@@ -1,21 +1,40 @@
-// Where other families join the log. One function each; until a family is there
-// its function does what is so without it.
+// Where other families join the log: one function for each. Until a family is
+// there, its function leaves out what the family would do.
 
 #pragma once
 
+#include <cstddef>
+
 namespace stock::logging {
 
-// Saves the program's state file: bury.
+// The state file joins here: bury() saves it before the process ends.
 void join_bury();
 
-// Prints the calling thread's stack: show_stack_trace.
+// Stack traces join here: show_stack_trace() after a message that asks for one.
 void join_stack_trace();
 
-// Runs the severity's debugger command when there is one: _elog_debug.
-void join_debugger(int severity);
+// Whether every message of the severity asks for a stack trace: Show_stack, which
+// elog_setup_show_stack fills from the letters of the variable ELOG_STACK.
+void join_show_stack(const char *variable);
+bool join_shows_stack(int severity);
 
-// Sets up fault handlers for a list of signals, whose text is kept, not copied:
-// elog_setup_fault_handler.
+// Fault handlers join here: elog_setup_fault_handler(list) installs them. The text
+// of the list is kept, not copied.
 void join_fault_handlers(const char *list);
+
+// The debugger joins here: _elog_debug(command) after a message was delivered.
+void join_debugger(const char *command);
+
+// Time text joins here: zepoch2str(format, zone, now) for the codes %t and %u.
+void join_time(const char *format, const char *zone, char *out, std::size_t size);
+
+// Time parsing joins here: str2epoch(text) for ELOG_REFERENCE_TIME. Until then it is now.
+double join_reference_time(const char *text);
+
+// Parameter files join here: pfread("elog") unless a parameter file is being read at
+// the moment, then Max_msg, Elog_wait, the two time formats and, with
+// elog_fill_from_pf, the three tables. Returns the signal list of the file, "" when
+// the file has none, or null when there was no file.
+const char *join_settings_file();
 
 }  // namespace stock::logging

@@ -1,4 +1,4 @@
-// The log's lock: a thread that holds it goes on without waiting.
+// The log's lock, which a thread that holds it never waits for.
 
 #pragma once
 
@@ -6,48 +6,74 @@
 
 namespace stock::logging {
 
+// What the log remembers of each thread. The model keeps the access from
+// allocating: the log also speaks when there is no memory left.
+struct Thread {
+    int held = 0;                         // how often it has taken the lock
+    int reports = 0;                      // how many reports it is in the middle of
+    int last_words = 0;                   // how often it has begun to say its last words
+    bool in_callback = false;             // it is inside the program's callback
+    bool expanding = false;               // it is inside a tag code that calls other families
+    bool ending = false;                  // it is the one that ends the process
+    const char *out_of_memory = nullptr;  // the report that it is making of that
+};
+extern constinit thread_local Thread This_thread __attribute__((tls_model("initial-exec")));
+
 class HolderLock {
 public:
     void lock()
     {
-        mutex_.lock();
-        ++depth_;
+        if (This_thread.held == 0)
+            mutex_.lock();
+        ++This_thread.held;
     }
     bool try_lock()
     {
-        if (!mutex_.try_lock())
+        if (This_thread.held == 0 && !mutex_.try_lock())
             return false;
-        ++depth_;
+        ++This_thread.held;
         return true;
     }
     void unlock()
     {
-        --depth_;
-        mutex_.unlock();
+        if (--This_thread.held == 0)
+            mutex_.unlock();
     }
 
-    // Gives the lock up altogether, however often this thread took it, and takes
-    // it again as often.
+    // Gives the lock up, however often this thread has taken it. Returns how often.
     int release()
     {
-        const int depth = depth_;
-        depth_ = 0;
-        for (int i = 0; i < depth; ++i)
+        const int held = This_thread.held;
+        This_thread.held = 0;
+        if (held > 0)
             mutex_.unlock();
-        return depth;
+        return held;
     }
-    void retake(int depth)
+    void retake(int held)
     {
-        for (int i = 0; i < depth; ++i)
+        if (held > 0)
             mutex_.lock();
-        depth_ = depth;
+        This_thread.held = held;
     }
 
 private:
-    std::recursive_mutex mutex_;
-    int depth_ = 0;  // how often its holder has taken it
+    std::mutex mutex_;
 };
 
+extern constinit HolderLock Lock;
+
 using Holding = std::lock_guard<HolderLock>;
+
+// Gives the lock up for a scope.
+class Released {
+public:
+    Released() : held_(Lock.release()) {}
+    ~Released() { Lock.retake(held_); }
+    Released(const Released &) = delete;
+    Released &operator=(const Released &) = delete;
+
+private:
+    int held_;
+};
 
 }  // namespace stock::logging
