@@ -7,6 +7,7 @@
 
 #include "stock/arr.h"
 #include "stock/basicread.h"
+#include "stock/convert.h"
 #include "stock/datasearch.h"
 #include "stock/debugchar.h"
 #include "stock/elog.h"
