@@ -20,6 +20,7 @@
 #include "stock/is_file.h"
 #include "stock/mapfile.h"
 #include "stock/path.h"
+#include "stock/pf.h"
 #include "stock/pushstr.h"
 #include "stock/redblack.h"
 #include "stock/restat.h"
