@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -28,6 +29,9 @@
 namespace {
 
 using stock::Fd;
+
+static_assert(sizeof(Mapdata) == 24 && offsetof(Mapdata, size) == 8);
+static_assert(offsetof(Mapdata, used) == 16 && offsetof(Mapdata, writable) == 20);
 
 constexpr std::size_t kNameSize = 1024;
 

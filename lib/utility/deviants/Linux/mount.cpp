@@ -103,8 +103,9 @@ bool is_mount(std::string_view line, long number, stock::Mount &mount)
 {
     if (std::strtol(line.data(), nullptr, 10) != number)
         return false;
-    while (!line.empty() && take_field(line) != "-") {
-    }
+    while (take_field(line) != "-")
+        if (line.empty())
+            return false;
     copy_field(take_field(line), mount.type);
     copy_field(take_field(line), mount.source);
     return true;

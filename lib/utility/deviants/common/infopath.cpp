@@ -3,6 +3,7 @@
 #include "deviants.h"
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <string_view>
 
@@ -12,6 +13,10 @@
 #include "stock/path.h"
 
 namespace {
+
+static_assert(sizeof(Infopath) == 1320 && offsetof(Infopath, host) == 4);
+static_assert(offsetof(Infopath, path) == 260 && offsetof(Infopath, bytes_avail) == 1288);
+static_assert(sizeof(Statvfs) == 72 && offsetof(Statvfs, fsid) == 64);
 
 constexpr std::size_t kHostSize = sizeof Infopath{}.host;
 constexpr std::size_t kPathSize = sizeof Infopath{}.path;

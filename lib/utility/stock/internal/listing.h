@@ -177,7 +177,7 @@ private:
                                   : std::strcmp(a.name + shared, b.name + shared) < 0;
         };
         const auto same = [](const Entry &a, const Entry &b) {
-            return a.key == b.key && !std::strcmp(a.name, b.name);
+            return !std::strcmp(a.name, b.name);
         };
         std::sort(entries().begin(), entries().end(), before);
         // A directory that changes may show a name twice.
