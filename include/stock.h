@@ -7,6 +7,7 @@
 
 #include "stock/arr.h"
 #include "stock/basicread.h"
+#include "stock/convert.h"
 #include "stock/datasearch.h"
 #include "stock/debugchar.h"
 #include "stock/elog.h"
@@ -19,6 +20,7 @@
 #include "stock/is_file.h"
 #include "stock/mapfile.h"
 #include "stock/path.h"
+#include "stock/pf.h"
 #include "stock/pushstr.h"
 #include "stock/redblack.h"
 #include "stock/restat.h"

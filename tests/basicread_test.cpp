@@ -10,7 +10,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <unistd.h>
 
 #include "support/child.h"
@@ -100,23 +99,6 @@ TEST(Basicreadfile, SaysWithoutNewlineThatItCannotRead)
     if (err == "'" + dir.path() + "' is empty!\n")  // a file system whose directories have no size
         err = refusal("/");
     EXPECT_THAT(err, testing::MatchesRegex("failed to read .* : Is a directory"));
-}
-
-TEST(Basicreadfile, SaysWithoutNewlineThatThereIsNoMemoryForTheFile)
-{
-    const TempDir dir;
-    const std::string path = dir.file("f", "x");
-    ASSERT_EQ(truncate(path.c_str(), int64_t{1} << 43), 0);  // a sparse file of 8 TiB
-    const Ended ended = in_child([&] {
-        const rlimit limit{int64_t{1} << 42, int64_t{1} << 42};
-        char *buffer = nullptr;
-        int64_t size = 0;
-        if (setrlimit(RLIMIT_AS, &limit) != 0)
-            _exit(8);
-        _exit(basicreadfile(path.c_str(), &buffer, &size) == -1 && !buffer ? 0 : 9);
-    });
-    EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(ended.err, "failed to allocate buffer to hold " + path + " : Cannot allocate memory");
 }
 
 TEST(Basicreadfile, ClosesTheDescriptorWhateverHappens)

@@ -73,6 +73,7 @@ TEST(StringsOutOfMemory, NamesTheItemTheFunctionAndTheSize)
          },
          message("pushstrn", "pushstr.cpp", "5003", "vstk->s")},
         {0, [&] { popstr(&stack, 1); }, message("popstr", "pushstr.cpp", "1", "vstk->s")},
+        {0, [] { strhead("a\nb", 1, ">"); }, message("strhead", "pushstr.cpp", "9", "result")},
         {0, [] { new_hook(nullptr); },
          message("new_hook", "hook.cpp", std::to_string(sizeof(Hook)), "hook")},
         {0, [] { expand_env("$HOME"); }, message("expand_env", "expand_env.cpp", "1024", "result")},

@@ -21,3 +21,8 @@ struct FreeArr {
     void operator()(Arr *arr) const { freearr(arr, nullptr); }
 };
 using ArrPtr = std::unique_ptr<Arr, FreeArr>;  // freed with freearr, its values left alone
+
+struct FreePf {
+    void operator()(Pf *pf) const { pffree(pf); }
+};
+using PfPtr = std::unique_ptr<Pf, FreePf>;  // freed with pffree

@@ -55,6 +55,31 @@ int64_t append(Vstk *vstk, std::string_view text)
     return static_cast<int64_t>(vstk->length);
 }
 
+char *put(char *out, std::string_view text)
+{
+    return out + text.copy(out, text.size());
+}
+
+// The first n lines of a text, or those of them that end in a newline.
+struct Head {
+    std::size_t lines = 0;
+    std::size_t bytes = 0;  // up to and with the last newline
+    bool complete = false;  // all n of them
+};
+
+Head head_of(const char *text, int n)
+{
+    Head head;
+    const char *end = text;
+    while (n > 0 && (end = std::strchr(text + head.bytes, '\n')) != nullptr) {
+        head.bytes = static_cast<std::size_t>(end + 1 - text);
+        ++head.lines;
+        --n;
+    }
+    head.complete = n <= 0;
+    return head;
+}
+
 }  // namespace
 
 int64_t pushstr(void **stack, const char *string)
@@ -121,17 +146,20 @@ char *strjoin(int character, const char *first, ...)
 
 char *strhead(const char *text, int n, const char *prefix)
 {
-    void *stack = nullptr;
-    const char *rest = text ? text : "";
-    for (; n > 0; --n) {
-        const char *newline = std::strchr(rest, '\n');
-        if (!newline)
-            return popstr(&stack, 1);
-        pushstr(&stack, prefix);
-        pushstrn(&stack, rest, newline + 1 - rest);
-        rest = newline + 1;
+    const std::string_view before = text_of(prefix);
+    const Head head = head_of(text ? text : "", n);
+    const std::string_view closing = head.complete ? "...\n" : "";
+    const std::size_t prefixes = (head.lines + head.complete) * before.size();
+    auto *result =
+        static_cast<char *>(stock::allocate(head.bytes + prefixes + closing.size() + 1, "result"));
+    char *out = result;
+    for (std::string_view rest(text, head.bytes); !rest.empty();) {
+        const std::size_t line = rest.find('\n') + 1;
+        out = put(put(out, before), rest.substr(0, line));
+        rest.remove_prefix(line);
     }
-    pushstr(&stack, prefix);
-    pushstr(&stack, "...\n");
-    return popstr(&stack, 1);
+    if (head.complete)
+        out = put(put(out, before), closing);
+    *out = 0;
+    return result;
 }

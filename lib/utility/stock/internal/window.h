@@ -1,0 +1,81 @@
+// A window over text that is read while it is looked at.
+//
+// The window holds the text from the first byte that is still needed to the last
+// one that was read, followed by a zero byte. A scanner runs its pointer forward
+// without asking for the end; at the zero byte it asks for more, and the window
+// reads on, moving what is still needed to the front of its block or into a larger
+// one. A text in memory is its own window and is never copied.
+//
+// Each byte is moved a bounded number of times, however long a token grows. The
+// first zero byte of the input ends the text.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <utility>
+
+#include <sys/types.h>
+
+namespace stock {
+
+// Where text is read from: at most room bytes go to `to`. Gives how many did, 0 at
+// the end, -1 with errno on failure.
+struct Reader {
+    ssize_t (*read)(Reader &reader, char *to, std::size_t room);
+    int fd = -1;
+    FILE *stream = nullptr;
+};
+
+// From a descriptor of any kind: in blocks, waiting for one that would not block.
+Reader reader_of(int fd);
+
+// From a stream: line by line, so that nothing behind the last line is taken.
+Reader reader_of(FILE *stream);
+
+// A block that serves one window after the other.
+struct Block {
+    char *bytes = nullptr;
+    std::size_t size = 0;
+};
+
+class Window {
+public:
+    // A text that ends with a zero byte and outlives the window.
+    explicit Window(const char *text);
+
+    // The first count bytes of a text, or those before a zero byte among them.
+    Window(const char *text, std::size_t count, Block block);
+
+    // What a reader gives, read into the block.
+    Window(const Reader &reader, Block block);
+
+    Window(const Window &) = delete;
+    Window &operator=(const Window &) = delete;
+
+    // The first byte that is needed. The scanner moves it forward.
+    const char *start;
+
+    // Asked at the zero byte p of the window: reads on. True when there is more,
+    // with start and p moved along with the text; false at the end of the text.
+    bool more(const char *&p);
+
+    // The errno of a read that failed, where the text ends then; else 0.
+    int error() const { return error_; }
+
+    // The zero byte behind what was read so far.
+    const char *end() const { return end_; }
+
+    // The window's block, for the next window. The text is gone.
+    Block release() { return std::exchange(block_, {}); }
+
+private:
+    void make_room();
+
+    Reader reader_{};
+    Block block_{};
+    const char *end_;
+    int error_ = 0;
+};
+
+}  // namespace stock

@@ -1,0 +1,110 @@
+// Nodes of a parameter tree: made, shown and freed.
+
+#include "stock/pf.h"
+
+#include <cstddef>
+#include <cstdio>
+#include <cstdlib>
+
+#include "internal/alloc.h"
+#include "internal/pfnode.h"
+#include "stock/elog.h"
+#include "stock/strings.h"
+
+static_assert(offsetof(Pf, type) == 0 && sizeof(Pf::type) == 4);
+static_assert(offsetof(Pf, value) == 8 && offsetof(Pf, parent) == 16);
+static_assert(offsetof(Pf, filename) == 24 && offsetof(Pf, filled_out) == 32);
+static_assert(offsetof(Pffunction, result) == 8 && offsetof(Pffunction, hook) == 16);
+
+namespace {
+
+void free_child(void *child)
+{
+    pffree(static_cast<Pf *>(child));
+}
+
+void free_function(Pffunction *function)
+{
+    if (!function)
+        return;
+    std::free(function->text);
+    pffree(function->result);
+    free_hook(&function->hook);
+    std::free(function);
+}
+
+// As showpf says it; null where it says nothing.
+const char *description(int type)
+{
+    switch (type) {
+    case PFEXEC_ERROR: return "PFEXEC_ERROR";
+    case PFFILE: return "Top level of Pf -- otherwise same as PFARR";
+    case PFSTRING: return "leaf of pf: simple string";
+    case PFTBL: return "ordered Tbl{ list";
+    case PFARR: return "Arr{ array";
+    case PFINVALID: return "invalid";
+    case PFANY: return "special value used internally in pfget";
+    case PFFUNCTION: return "&function() : has to be evaluated";
+    case PFGRAFT:
+        return "argument to pfput to graft pf tree into another tree, sets PFFILE to PFARR";
+    default: return nullptr;
+    }
+}
+
+}  // namespace
+
+Pf *pfnew(int type)
+{
+    Pf *pf = static_cast<Pf *>(stock::allocate_zeroed(sizeof(Pf), "pf"));
+    pf->type = type;
+    switch (type) {
+    case PFFILE:
+    case PFARR: pf->value.arr = newarr(nullptr); break;
+    case PFTBL: pf->value.tbl = newtbl(0); break;
+    case PFFUNCTION:
+        pf->value.pffunct = static_cast<Pffunction *>(
+            stock::allocate_zeroed(sizeof(Pffunction), "pf->value.pffunct"));
+        break;
+    default: break;
+    }
+    return pf;
+}
+
+void pffree(Pf *pf)
+{
+    if (!pf)
+        return;
+    switch (pf->type) {
+    case PFEXEC_ERROR:
+    case PFSTRING:
+    case PFINVALID: std::free(pf->value.s); break;
+    case PFFILE:
+    case PFARR: freearr(pf->value.arr, free_child); break;
+    case PFTBL: freetbl(pf->value.tbl, free_child); break;
+    case PFFUNCTION: free_function(pf->value.pffunct); break;
+    default: elog_complain(0, "pffree: didn't free type %d", pf->type); break;
+    }
+    std::free(pf->filled_out);
+    std::free(pf);
+}
+
+void showpf(const char *label, const Pf *pf)
+{
+    fprintf(stderr, "%s pf=%p", okstr(label), static_cast<const void *>(pf));
+    if (!pf) {
+        fputs("    pf=0\n\n", stderr);
+        return;
+    }
+    if (const char *text = description(pf->type))
+        fprintf(stderr, "    %s\n", text);
+    if (pf->value.s) {
+        const std::string_view text = stock::value_as_text(*pf);
+        fprintf(stderr, "    value=%p (%.*s)\n", static_cast<const void *>(pf->value.s),
+                static_cast<int>(text.size()), text.data());
+    }
+    if (pf->filename)
+        fprintf(stderr, "    filename=%s\n", pf->filename);
+    if (pf->filled_out)
+        fprintf(stderr, "    filled_out=%s\n", pf->filled_out);
+    fputc('\n', stderr);
+}

@@ -1,0 +1,162 @@
+// Parsing: one text at a time, from a descriptor, a stream or memory.
+//
+// Each entry point chooses the window over its text, its name in messages, and
+// how it says that the text ended too early; the rest is one function.
+
+#include "stock/pf.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+
+#include "internal/alloc.h"
+#include "internal/pflex.h"
+#include "stock/elog.h"
+#include "stock/strings.h"
+
+namespace {
+
+using stock::Block;
+using stock::Scanner;
+using stock::Window;
+
+// What is kept from one parse for the next, guarded by Pf_lock.
+Block spare_window;
+Block spare_string;
+
+void keep(Block &spare, Block block)
+{
+    if (spare.size < block.size)
+        std::swap(spare, block);
+    std::free(block.bytes);
+}
+
+class Busy {
+public:
+    Busy() { ++stock::Pf_busy; }
+    ~Busy() { --stock::Pf_busy; }
+    Busy(const Busy &) = delete;
+    Busy &operator=(const Busy &) = delete;
+};
+
+int refuse(int error, const char *filename)
+{
+    errno = error;
+    elog_log(1, "read failed in pf input routine for file %s", filename);
+    return -2;
+}
+
+// The node that takes the text: the caller's, or a new one. Null when the caller's
+// is no table.
+Pf *target_of(Pf **pf)
+{
+    if (!*pf)
+        *pf = pfnew(PFARR);
+    Pf *top = *pf;
+    if (top->type != PFFILE && top->type != PFARR)
+        return nullptr;
+    if (!top->value.arr)
+        top->value.arr = newarr(nullptr);
+    top->type = PFARR;
+    return top;
+}
+
+// Parses the window that `open` makes over a block. When the text ends inside a
+// container, `unterminated` is told the scanner, where its text began, and how many
+// containers are open.
+template <class Open, class Unterminated>
+int parse(Pf **pf, const char *filename, Open open, Unterminated unterminated)
+{
+    const std::scoped_lock lock(stock::Pf_lock);
+    const Busy busy;
+    Pf *top = pf ? target_of(pf) : nullptr;
+    if (!top)
+        return refuse(EINVAL, filename);
+
+    Window window = open(std::exchange(spare_window, {}));
+    const char *text = window.start;
+    Scanner scanner(window, top, filename, std::exchange(spare_string, {}));
+    int result = stock::PF_lex(scanner);
+    top->type = PFFILE;
+    if (window.error())
+        result = refuse(window.error(), filename);
+    const int depth = scanner.Lex_level + scanner.unfinished;
+    if (depth > 0)
+        unterminated(scanner, text, depth);
+
+    keep(spare_window, window.release());
+    keep(spare_string, {scanner.String_buf, scanner.StringSz});
+    return result || depth > 0 ? -2 : 0;
+}
+
+void unterminated_string(const Scanner &scanner, const char *text, int depth)
+{
+    const stock::Owned<char> head(strhead(text, 5, "  --> "));
+    elog_log(0,
+             "*stack* Unterminated arrays or tables at last line #%d, depth = %d in input string "
+             "\n%s\n",
+             scanner.Lex_lineno, depth, head.get());
+}
+
+}  // namespace
+
+int pfinfd(int fd, Pf **pf)
+{
+    const char *path = std::exchange(Pffilename, nullptr);
+    if (!path)
+        path = "*pf filename unknown*";
+    return parse(
+        pf, path, [fd](Block block) { return Window(stock::reader_of(fd), block); },
+        [path](const Scanner &scanner, const char *, int depth) {
+            elog_log(0,
+                     "*stack* Unterminated arrays or tables in parameter file %s at last line #%d: "
+                     "depth = %d",
+                     path, scanner.Lex_lineno, depth);
+        });
+}
+
+int pfin(FILE *stream, Pf **pf)
+{
+    constexpr const char *kName = "*unknown pfin file*";
+    if (!stream)
+        return refuse(EINVAL, kName);
+    return parse(
+        pf, kName, [stream](Block block) { return Window(stock::reader_of(stream), block); },
+        [](const Scanner &scanner, const char *, int depth) {
+            elog_log(0,
+                     "*stack* Unterminated arrays or tables in input FILE at last line #%d: "
+                     "depth = %d",
+                     scanner.Lex_lineno, depth);
+        });
+}
+
+namespace {
+
+constexpr const char *kInternal = "*internal buffer*";
+
+}  // namespace
+
+int pfcompile(const char *text, Pf **pf)
+{
+    if (!text)
+        return refuse(EINVAL, kInternal);
+    return parse(
+        pf, kInternal,
+        [text](Block block) {
+            keep(spare_window, block);
+            return Window(text);
+        },
+        unterminated_string);
+}
+
+int pfcompile_counted(const char *text, long count, Pf **pf)
+{
+    if (!text)
+        return refuse(EINVAL, kInternal);
+    const auto bytes = static_cast<std::size_t>(std::max(count, 0L));
+    return parse(
+        pf, kInternal, [=](Block block) { return Window(text, bytes, block); },
+        unterminated_string);
+}
