@@ -25,4 +25,5 @@ bool is_help(const char *word);
 // prints the family's help.
 int run_family(const char *family, const Command *commands, int argc, char **argv);
 
+int cmd_fs(int argc, char **argv);
 int cmd_pf(int argc, char **argv);

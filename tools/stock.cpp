@@ -10,6 +10,7 @@ namespace {
 
 // clang-format off
 constexpr Command kCommands[] = {
+    {"fs", "PATH", "tell where a file system comes from and its room", cmd_fs},
     {"pf", "COMMAND ...", "read and print parameter files", cmd_pf},
     {},
 };
