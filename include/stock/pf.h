@@ -168,6 +168,103 @@ STOCK_API int pfin(FILE *stream, Pf **pf);
 STOCK_API int pfcompile(const char *text, Pf **pf);
 STOCK_API int pfcompile_counted(const char *text, long count, Pf **pf);
 
+/* ---- Finding and loading files ---- */
+
+/*
+ * A parameter file is known by a name, with or without its suffix ".pf". The name
+ * stands for all files of that name in the directories of the environment variable
+ * PFPATH, or, when that is unset, in "data/pf" of the installation root and then
+ * in the working directory. They are read in that order into one tree, so a file
+ * of the working directory overrides what was installed, key by key: a key that
+ * two files give has the later one's whole value, and "&Undef{}" takes it away.
+ * A name with a directory of its own adds the file that it leads to as the last.
+ * Names of 1021 bytes or more find nothing.
+ */
+
+/* A file and when it was changed; see pftimes. */
+typedef struct Pftime {
+    double mtime; /* seconds since 1970, fractions included */
+    char *path;   /* owned */
+} Pftime;
+
+/*
+ * Lists the paths of the files of a name in the order they are read. With all not
+ * 0 it lists those too that cannot be read or are not there.
+ *
+ * Returns a new list; free it with freetbl(files, free). errno is left alone.
+ */
+STOCK_API Tbl *pffiles(const char *name, int all);
+
+/*
+ * Lists the files of a name that can be examined with the times of their last
+ * change, as a direct list of Pftime.
+ *
+ * Returns a new list; free it with freetbl(times, pffree_time).
+ */
+STOCK_API Tbl *pftimes(const char *name);
+
+/* Frees what a Pftime owns: the entry function for freetbl. */
+STOCK_API void pffree_time(void *time);
+
+/*
+ * Reads all files of a name into a new tree, which it stores in *pf. The tree's
+ * filename is the caller's name, borrowed: it must live as long as the tree.
+ *
+ * Returns 0; -1 when no file could be opened or the tree has no keys; else the sum
+ * of -2 for each file that has an error. There is a tree in every case, and the
+ * caller frees it with pffree.
+ */
+STOCK_API int pfread(const char *name, Pf **pf);
+
+/*
+ * Reads the one file that datapath finds for dir, subdir, name and the suffix "pf"
+ * into a new tree, which it stores in *pf. Its filename is the caller's name,
+ * borrowed.
+ *
+ * Returns 0; -2 for an error in the text; -1 when there is no such file, with
+ * "Can't find parameter file %s/%s\n" logged, or it cannot be opened, with "can't
+ * open '%s'" logged unless it vanished meanwhile. There is a tree in every case,
+ * and the caller frees it with pffree.
+ */
+STOCK_API int pfload(const char *dir, const char *subdir, const char *name, Pf **pf);
+
+/*
+ * Reads a name again when its files have changed: one was made, removed or given
+ * another time. What was read last is remembered by the name and by the address of
+ * the variable pf, so a program calls it with the same variable each time. The
+ * first call always reads.
+ *
+ * When it reads, it frees the tree that is in *pf. Afterwards *pf is the tree that
+ * is up to date, or null when the name was never read.
+ *
+ * Returns 1 when it has read the files, 0 when nothing changed, -1 when there is no
+ * file, else what pfread returned. Calls in several threads take turns.
+ */
+STOCK_API int pfupdate(const char *name, Pf **pf);
+
+/*
+ * The registry: one tree for each name, shared by the whole program and owned by
+ * the registry, which is locked; the trees are not.
+ *
+ * getPf gives the tree of a name, which it reads first when need be; null when the
+ * files cannot be read or have an error. existsPf never reads. putPf registers a
+ * tree and frees the one that had the name; putPf_nofree leaves that to its owner.
+ */
+STOCK_API Pf *getPf(const char *name);
+STOCK_API Pf *existsPf(const char *name);
+STOCK_API void putPf(const char *name, Pf *pf);
+STOCK_API void putPf_nofree(const char *name, Pf *pf);
+
+/*
+ * Reads a registered name again when its files have changed; the old tree is freed.
+ *
+ * Returns what pfupdate returns, and -1 when there is no tree.
+ */
+STOCK_API int updatePf(const char *name);
+
+/* Frees the tree of a name. Returns 0, or -1 when the name was not registered. */
+STOCK_API int freePf(const char *name);
+
 /* ---- Writing text ---- */
 
 /*

@@ -8,6 +8,7 @@
 
 #include "internal/alloc.h"
 #include "internal/pfnode.h"
+#include "internal/pfupdate.h"
 #include "stock/elog.h"
 #include "stock/strings.h"
 
@@ -74,6 +75,8 @@ void pffree(Pf *pf)
 {
     if (!pf)
         return;
+    if (pf->type == PFFILE)
+        stock::forget_tree(pf);
     switch (pf->type) {
     case PFEXEC_ERROR:
     case PFSTRING:

@@ -1,0 +1,22 @@
+// When a file was changed last, to the fraction of a second that the system keeps.
+
+#pragma once
+
+#include <sys/stat.h>
+
+namespace stock {
+
+// The name of the field is the one thing that systems do not agree on.
+template <class Status>
+double modification_time(const Status &status)
+{
+    const auto seconds = [](const timespec &time) {
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+    };
+    if constexpr (requires { status.st_mtim; })
+        return seconds(status.st_mtim);
+    else
+        return seconds(status.st_mtimespec);
+}
+
+}  // namespace stock

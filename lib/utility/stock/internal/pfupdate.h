@@ -1,0 +1,12 @@
+// What pfupdate must hear of: trees that are freed.
+
+#pragma once
+
+#include "stock/pf.h"
+
+namespace stock {
+
+// Forgets the tree, which is about to be freed, so that it is never handed out again.
+void forget_tree(const Pf *pf);
+
+}  // namespace stock

@@ -1,0 +1,130 @@
+// Reading parameter files by name: the merge of all of them, and the one of the data path.
+
+#include <cerrno>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "stock.h"
+#include "support/pf_files.h"
+
+TEST(Pfread, AKeyOfALaterFileReplacesTheWholeValueOfAnEarlierOne)
+{
+    const PfPath path;
+    path.site("prog.pf", "k 1\nonly_site here\nt &Arr{\n a 1\n b 2\n}\n");
+    path.local("prog.pf", "k 2\nt &Arr{\n c 3\n}\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfread("prog", &pf), 0);
+    const PfPtr tree(pf);
+    EXPECT_EQ(tree->type, PFFILE);
+    EXPECT_STREQ(tree->filename, "prog");
+    EXPECT_EQ(value_at(pf, "k"), "2");
+    EXPECT_EQ(value_at(pf, "only_site"), "here");
+    const Pf *table = static_cast<const Pf *>(getarr(pf->value.arr, "t"));
+    EXPECT_EQ(cntarr(table->value.arr), 1);
+    EXPECT_EQ(value_at(table, "c"), "3");
+}
+
+TEST(Pfread, UndefInALaterFileTakesTheKeyAway)
+{
+    const PfPath path;
+    path.site("prog.pf", "k 1\nm 2\n");
+    path.local("prog.pf", "k &Undef{}\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfread("prog", &pf), 0);
+    const PfPtr tree(pf);
+    EXPECT_EQ(value_at(pf, "k"), "<none>");
+    EXPECT_EQ(value_at(pf, "m"), "2");
+}
+
+TEST(Pfread, OfANameWithoutFilesGivesMinusOneAndAnEmptyTree)
+{
+    const PfPath path;
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfread("prog", &pf), -1);
+    const PfPtr tree(pf);
+    ASSERT_NE(tree, nullptr);
+    EXPECT_EQ(tree->type, PFFILE);
+    EXPECT_EQ(cntarr(tree->value.arr), 0);
+}
+
+TEST(Pfread, OfAFileWithCommentsOnlyGivesMinusOne)
+{
+    const PfPath path;
+    path.site("prog.pf", "# nothing\n\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfread("prog", &pf), -1);
+    pffree(pf);
+}
+
+TEST(Pfread, SumsMinusTwoForEachFileWithAnError)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\nt &Arr{\n");
+    const std::string local = path.local("prog.pf", "b 2\n}\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfread("prog", &pf), -4);
+    const PfPtr tree(pf);
+    EXPECT_EQ(value_at(pf, "a"), "1");
+    EXPECT_EQ(value_at(pf, "b"), "2");
+    const std::string log = logged();
+    EXPECT_NE(log.find("Unterminated arrays or tables in parameter file " + site), log.npos) << log;
+    EXPECT_NE(log.find("invalid right brace at line #2 in pf file " + local), log.npos) << log;
+}
+
+TEST(Pfread, GoesOnPastADirectoryOfTheName)
+{
+    const PfPath path;
+    path.site("prog.pf/x", "");
+    path.local("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    pfread("prog", &pf);
+    const PfPtr tree(pf);
+    EXPECT_EQ(value_at(pf, "a"), "1");
+    elog_clear();
+}
+
+TEST(Pfread, WithoutAPlaceForTheTreeGivesMinusOne)
+{
+    EXPECT_EQ(pfread("prog", nullptr), -1);
+}
+
+TEST(Pfload, ReadsTheFileThatTheDataPathLeadsTo)
+{
+    const TempDir dir;
+    dir.file("tables/one.pf", "a 1\n");
+    setenv("DATA_TEST", dir.path().c_str(), 1);
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfload("DATA_TEST", "tables", "one", &pf), 0);
+    const PfPtr tree(pf);
+    EXPECT_EQ(tree->type, PFFILE);
+    EXPECT_STREQ(tree->filename, "one");
+    EXPECT_EQ(value_at(pf, "a"), "1");
+}
+
+TEST(Pfload, SaysThatThereIsNoFile)
+{
+    const TempDir dir;
+    setenv("DATA_TEST", dir.path().c_str(), 1);
+    Pf *pf = nullptr;
+    errno = 0;
+    EXPECT_EQ(pfload("DATA_TEST", "tables", "one", &pf), -1);
+    const PfPtr tree(pf);
+    EXPECT_EQ(tree->type, PFFILE);
+    EXPECT_NE(logged().find("Can't find parameter file tables/one\n"), std::string::npos);
+}
+
+TEST(Pfload, GivesMinusTwoForAnErrorInTheText)
+{
+    const TempDir dir;
+    dir.file("one.pf", "a 1\n}\n");
+    setenv("DATA_TEST", dir.path().c_str(), 1);
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfload("DATA_TEST", nullptr, "one", &pf), -2);
+    pffree(pf);
+    elog_clear();
+}

@@ -1,0 +1,230 @@
+// Trees that are read again when their files change.
+
+#include <cstdio>
+#include <string>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "stock.h"
+#include "support/pf_files.h"
+
+namespace {
+
+// Writes the file with a time of its own, so that each writing is a change.
+void change(const std::string &path, const std::string &text)
+{
+    static time_t next = 1000000000;
+    FILE *stream = std::fopen(path.c_str(), "w");
+    std::fputs(text.c_str(), stream);
+    std::fclose(stream);
+    const timespec times[2] = {{++next, 0}, {next, 0}};
+    ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+}  // namespace
+
+TEST(Pfupdate, ReadsFirstAndThenOnlyWhenAFileChanges)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    EXPECT_EQ(value_at(pf, "a"), "1");
+    const Pf *first = pf;
+    EXPECT_EQ(pfupdate("prog", &pf), 0);
+    EXPECT_EQ(pf, first);
+    change(site, "a 2\n");
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    EXPECT_EQ(value_at(pf, "a"), "2");
+    EXPECT_EQ(pfupdate("prog", &pf), 0);
+    pffree(pf);
+}
+
+TEST(Pfupdate, ReadsAgainWhenAFileOfTheNameIsMadeOrRemoved)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    const std::string local = path.local("prog.pf", "a 2\n");
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    EXPECT_EQ(value_at(pf, "a"), "2");
+    unlink(local.c_str());
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    EXPECT_EQ(value_at(pf, "a"), "1");
+    pffree(pf);
+}
+
+TEST(Pfupdate, AChangeWithinTheSameSecondIsSeen)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    timespec times[2] = {{1000000000, 100000000}, {1000000000, 100000000}};
+    utimensat(AT_FDCWD, site.c_str(), times, 0);
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    times[1].tv_nsec += 1000000;
+    utimensat(AT_FDCWD, site.c_str(), times, 0);
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    pffree(pf);
+}
+
+TEST(Pfupdate, GivesMinusOneAndKeepsTheTreeWhenTheFilesAreGone)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    unlink(site.c_str());
+    EXPECT_EQ(pfupdate("prog", &pf), -1);
+    EXPECT_EQ(value_at(pf, "a"), "1");
+    pffree(pf);
+}
+
+TEST(Pfupdate, OfANameThatNeverHadAFileGivesMinusOneAndNoTree)
+{
+    const PfPath path;
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("prog", &pf), -1);
+    EXPECT_EQ(pf, nullptr);
+}
+
+TEST(Pfupdate, GivesWhatPfreadGaveWhenTheChangedFileHasAnError)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    change(site, "a 2\n}\n");
+    EXPECT_EQ(pfupdate("prog", &pf), -2);
+    EXPECT_EQ(value_at(pf, "a"), "2");
+    EXPECT_EQ(pfupdate("prog", &pf), 0);
+    pffree(pf);
+    elog_clear();
+}
+
+TEST(Pfupdate, OneVariableUsedWithTwoNamesNeverGetsAFreedTree)
+{
+    const PfPath path;
+    path.site("one.pf", "a 1\n");
+    path.site("two.pf", "a 2\n");
+    Pf *pf = nullptr;
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(pfupdate("one", &pf), 1);
+        EXPECT_EQ(value_at(pf, "a"), "1");
+        EXPECT_EQ(pfupdate("two", &pf), 1);
+        EXPECT_EQ(value_at(pf, "a"), "2");
+    }
+    pffree(pf);
+}
+
+TEST(Pfupdate, ATreeThatTheCallerFreedIsReadAgain)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    pffree(pf);
+    pf = nullptr;
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    EXPECT_EQ(value_at(pf, "a"), "1");
+    pffree(pf);
+}
+
+TEST(Pfupdate, TwoVariablesOfOneNameHaveTreesOfTheirOwn)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    Pf *one = nullptr;
+    Pf *two = nullptr;
+    EXPECT_EQ(pfupdate("prog", &one), 1);
+    EXPECT_EQ(pfupdate("prog", &two), 1);
+    EXPECT_NE(one, two);
+    EXPECT_EQ(pfupdate("prog", &one), 0);
+    pffree(one);
+    pffree(two);
+}
+
+TEST(Pfupdate, NullArgumentsGiveMinusOne)
+{
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate(nullptr, &pf), -1);
+    EXPECT_EQ(pfupdate("prog", nullptr), -1);
+}
+
+TEST(Pflist, ATreeIsReadOnceAndSharedByItsName)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    EXPECT_EQ(existsPf("prog"), nullptr);
+    Pf *pf = getPf("prog");
+    ASSERT_NE(pf, nullptr);
+    EXPECT_EQ(getPf("prog"), pf);
+    EXPECT_EQ(existsPf("prog"), pf);
+    EXPECT_EQ(freePf("prog"), 0);
+    EXPECT_EQ(existsPf("prog"), nullptr);
+    EXPECT_EQ(freePf("prog"), -1);
+}
+
+TEST(Pflist, FilesThatAreMissingOrWrongGiveNoTree)
+{
+    const PfPath path;
+    path.site("wrong.pf", "a 1\n}\n");
+    EXPECT_EQ(getPf("missing"), nullptr);
+    EXPECT_EQ(getPf("wrong"), nullptr);
+    EXPECT_EQ(existsPf("wrong"), nullptr);
+    elog_clear();
+}
+
+TEST(Pflist, PutPfFreesTheEarlierTreeAndPutPfNofreeLeavesIt)
+{
+    Pf *one = pfnew(PFFILE);
+    Pf *two = pfnew(PFFILE);
+    Pf *three = pfnew(PFFILE);
+    putPf("made", one);
+    putPf("made", one);  // the same again is no reason to free it
+    putPf_nofree("made", two);
+    putPf("made", three);
+    EXPECT_EQ(existsPf("made"), three);
+    pffree(one);
+    EXPECT_EQ(freePf("made"), 0);
+}
+
+TEST(Pflist, UpdatePfReadsARegisteredNameAgainAndAgain)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    ASSERT_NE(getPf("prog"), nullptr);
+    EXPECT_EQ(updatePf("prog"), 1);
+    EXPECT_EQ(value_at(getPf("prog"), "a"), "1");
+    EXPECT_EQ(updatePf("prog"), 0);
+    change(site, "a 2\n");
+    EXPECT_EQ(updatePf("prog"), 1);
+    EXPECT_EQ(value_at(getPf("prog"), "a"), "2");
+    EXPECT_EQ(freePf("prog"), 0);
+    EXPECT_EQ(updatePf("prog"), 1);
+    EXPECT_EQ(value_at(getPf("prog"), "a"), "2");
+    EXPECT_EQ(freePf("prog"), 0);
+}
+
+TEST(Pflist, UpdatePfOfAFileThatWentWrongLeavesNoFreedTree)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    EXPECT_EQ(updatePf("prog"), 1);
+    change(site, "a 2\n}\n");
+    EXPECT_EQ(updatePf("prog"), -2);
+    EXPECT_EQ(value_at(existsPf("prog"), "a"), "2");
+    EXPECT_EQ(freePf("prog"), 0);
+    elog_clear();
+}
+
+TEST(Pflist, UpdatePfWithoutATreeGivesMinusOne)
+{
+    const PfPath path;
+    EXPECT_EQ(updatePf("prog"), -1);
+}
