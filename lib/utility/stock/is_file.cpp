@@ -76,7 +76,7 @@ bool wanted(const Dir &dir, const Entry &entry, int which)
 // Enters a copy of the status under the entry's name.
 void keep_status(Arr *arr, const char *name, const struct stat &status)
 {
-    void *record = stock::allocate(sizeof status, "entrystatbuf");
+    void *record = stock::allocate(sizeof status, "entrystatbuf", "directory");
     setarr(arr, name, std::memcpy(record, &status, sizeof status));
 }
 
@@ -160,7 +160,8 @@ private:
     void examine_all(const Dir &dir, Level &level) const
     {
         const auto entries = level.names.entries();
-        void *block = stock::allocate(entries.size() * sizeof(struct stat), "entrystatbuf");
+        void *block =
+            stock::allocate(entries.size() * sizeof(struct stat), "entrystatbuf", "fstraverse");
         level.statuses.reset(static_cast<struct stat *>(block));
         struct stat *status = level.statuses.get();
         for (Entry &entry : entries) {
