@@ -104,7 +104,8 @@ bool fold(int severity, const char *text)
     auto *top = static_cast<Elog_msg *>(gettbl(Elog_tbl, Elog_tbl->count - 1));
     if (!top->msg || std::strcmp(top->msg, text) != 0)
         return false;
-    ++top->count;
+    if (top->count < INT32_MAX)
+        ++top->count;
     return true;
 }
 
@@ -128,10 +129,8 @@ void hand_out(const Elog_msg *msg, int severity, int error)
         truncate_stack(0);
         msg = nullptr;
     }
-    Field delivery;
-    store(delivery, delivery_of(severity));
     errno = error;  // a delivery that fails tells it
-    deliver(delivery, 0, msg);
+    deliver(delivery_of(severity).text, 0, msg);
 }
 
 // What a report does under the lock.
@@ -141,7 +140,7 @@ void report_draft(Draft &draft, int severity, int flag, int error)
         return;
     draft_record(draft, severity, flag ? error : 0);
     if (This_thread.reports > kDeepest)
-        return print_batch(stderr, {0, 0, &draft.msg});
+        return print_message(stderr, draft.msg);
     hand_out(&draft.msg, severity, error);
     if (wants_stack(draft))
         join_stack_trace();
@@ -166,6 +165,14 @@ STOCK_PRINTF(3, 0) void report(int severity, int flag, const char *format, va_li
     errno = 0;
     if (*command)
         join_debugger(command);
+}
+
+Setting setting_of(int severity, const Field *table, const char *const *defaults)
+{
+    const int row = is_severity(severity) ? severity : kComplain;
+    Setting setting;
+    store(setting.text, Elog_init || *table[row] ? table[row] : defaults[row]);
+    return setting;
 }
 
 void *copy_strings(void *entry)
@@ -225,23 +232,21 @@ int set_tag(int severity, const char *value)
 
 Tbl *Elog_tbl = &Stack;
 
-const char *delivery_of(int severity)
-{
-    const int row = is_severity(severity) ? severity : kComplain;
-    return Elog_init || *Deliver[row] ? Deliver[row] : Default_deliver[row];
-}
-
-const char *tag_of(int severity)
-{
-    const int row = is_severity(severity) ? severity : kComplain;
-    return Elog_init || *Tag[row] ? Tag[row] : Default_tag[row];
-}
-
 void store(Field &field, std::string_view text)
 {
     const std::size_t length = std::min(text.size(), sizeof field - 1);
     std::memmove(field, text.data(), length);
     std::memset(field + length, 0, sizeof field - length);
+}
+
+Setting delivery_of(int severity)
+{
+    return setting_of(severity, Deliver, Default_deliver);
+}
+
+Setting tag_of(int severity)
+{
+    return setting_of(severity, Tag, Default_tag);
 }
 
 void draft_text(Draft &draft, const char *format, va_list args)
@@ -273,7 +278,7 @@ void draft_record(Draft &draft, int severity, int error)
     const bool leading = draft.text[0] == '\n';
     const bool empty = leading && draft.text[1] == '\0';
     draft.tag[0] = '\n';
-    elog_expand(tag_of(severity), severity, draft.tag + 1, kTagMax);
+    elog_expand(tag_of(severity).text, severity, draft.tag + 1, kTagMax);
     draft.msg = {.tag = empty ? nullptr : draft.tag + (leading ? 0 : 1),
                  .msg = draft.text + (leading && !empty ? 1 : 0),
                  .sys = error ? describe(error, draft.error, sizeof draft.error) : nullptr,
@@ -377,7 +382,7 @@ void elog_flush(int deliver_first, int mark)
     if (deliver_first) {
         if (Elog_tbl->count > begin && callback_took(kNotify, batch_from(begin), "elog_flush"))
             truncate_stack(begin);
-        if (deliver(delivery_of(kComplain), begin, nullptr))
+        if (deliver(delivery_of(kComplain).text, begin, nullptr))
             return;
     }
     truncate_stack(begin);
@@ -391,7 +396,7 @@ void elog_clear_register(int deliver_first)
     if (deliver_first) {
         if (callback_took(kNotify, batch_from(0), "elog_clear_register"))
             truncate_stack(0);
-        delivered = deliver(delivery_of(kComplain), 0, nullptr);
+        delivered = deliver(delivery_of(kComplain).text, 0, nullptr);
     }
     if (!delivered)
         truncate_stack(0);

@@ -175,10 +175,10 @@ void drop(const Batch &batch)
     const int held = static_cast<int>(Elog_tbl->count);
     if (!Limit_reached) {
         Limit_reached = true;
-        deliver(delivery_of(kDie), 0, msg);
+        deliver(delivery_of(kDie).text, 0, msg);
     }
     char tag[kTagMax + 1];
-    elog_expand(tag_of(kDie), kDie, tag, kTagMax);
+    elog_expand(tag_of(kDie).text, kDie, tag, kTagMax);
     std::fprintf(stderr,
                  "%s: quitting because log has %d messages\n   eliminate this limit with\n"
                  "      setenv ELOG_MAXMSG 0\n   or by editing elog.pf.  See elog(3).\n",

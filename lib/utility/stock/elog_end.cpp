@@ -70,7 +70,7 @@ void begin_to_end()
         ::_exit(1);
     char tag[kTagMax + 1] = "";
     if (attempt == 1)
-        elog_expand(tag_of(kDie), kDie, tag, kTagMax);
+        elog_expand(tag_of(kDie).text, kDie, tag, kTagMax);
     char error[kErrorSize];
     const Elog_msg msg = {.tag = tag,
                           .msg = const_cast<char *>(text),

@@ -182,6 +182,11 @@ void print_batch(std::FILE *stream, const Batch &batch)
     errno = flushed ? error : 0;
 }
 
+void print_message(std::FILE *stream, const Elog_msg &msg)
+{
+    print_records(stream, {0, 0, &msg});
+}
+
 void elog_vfail(const char *format, va_list args)
 {
     const int error = errno;

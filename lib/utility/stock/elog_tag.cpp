@@ -209,5 +209,5 @@ void elog_commandline(void)
                           .count = 1,
                           .thread = static_cast<std::uint64_t>(::pthread_self())};
     const Holding hold(Lock);
-    deliver(delivery_of(kNotify), 0, &msg);
+    deliver(delivery_of(kNotify).text, 0, &msg);
 }

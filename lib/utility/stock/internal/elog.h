@@ -73,10 +73,15 @@ constexpr bool is_severity(int severity)
 // Calls elog_init unless that was done, errno untouched.
 void need_init();
 
+// A copy of a setting: a delivery may give the lock up, and others may set it then.
+struct Setting {
+    Field text;
+};
+
 // A setting as it holds now. Before the log is initialised an empty field counts
 // as its default, and a severity that does not exist has those of "complain".
-const char *delivery_of(int severity);
-const char *tag_of(int severity);
+Setting delivery_of(int severity);
+Setting tag_of(int severity);
 
 // Copies as much of the text as fits and ends it.
 void store(Field &field, std::string_view text);
@@ -142,6 +147,9 @@ char *batch_text(const Batch &batch, const char *function);
 
 // Prints the batch with the flushes that belong to it; allocates nothing.
 void print_batch(std::FILE *stream, const Batch &batch);
+
+// Prints a message and flushes nothing.
+void print_message(std::FILE *stream, const Elog_msg &msg);
 
 // Delivers the stack from mark on and msg, which may be null and whose strings
 // stay the caller's: what is kept is copied. True when it was delivered.
