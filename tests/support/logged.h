@@ -22,3 +22,12 @@ inline std::string take_log()
     elog_clear();
     return text;
 }
+
+// The same for the messages that the body logs.
+template <class Body>
+std::string logged(Body body)
+{
+    elog_clear();
+    body();
+    return take_log();
+}

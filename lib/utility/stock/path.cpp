@@ -100,7 +100,8 @@ void Walk::push(const char *text, stock::Owned<char> owned)
     todo_[depth_++] = {text, std::move(owned)};
 }
 
-// Whether a component follows; sources that have none are let go.
+// Whether a component follows. A source that has none is left, but keeps its text
+// until another takes its place: the present component may lie in it.
 bool Walk::more()
 {
     while (depth_ > 0) {
@@ -108,7 +109,6 @@ bool Walk::more()
         source.rest += strspn(source.rest, "/");
         if (*source.rest)
             return true;
-        source.owned.reset();
         --depth_;
     }
     return false;
@@ -384,19 +384,19 @@ bool write_way(const char *from, const char *to, char *way)
     return true;
 }
 
-// Splits at the last "/"; root is what stands for the directory of "/x".
-void split_path(const char *path, const char *root, char *dir, char *base)
+// The two sides of a path's last "/".
+struct Split {
+    string_view dir;
+    string_view base;
+};
+
+// Splits at the last "/"; root is the directory of "/x".
+Split split_path(string_view path, string_view root)
 {
-    const string_view text(path);
-    const size_t slash = text.rfind('/');
-    const string_view name = slash == string_view::npos ? text : text.substr(slash + 1);
-    const string_view before = slash == string_view::npos ? "."
-                               : slash == 0               ? root
-                                                          : text.substr(0, slash);
-    char kept[kPathSize];  // either buffer may be the path's own memory
-    copy_cut(name, kept);
-    copy_cut(before, dir);
-    strcpy(base, kept);
+    const size_t slash = path.rfind('/');
+    if (slash == string_view::npos)
+        return {".", path};
+    return {slash == 0 ? root : path.substr(0, slash), path.substr(slash + 1)};
 }
 
 bool is_missing(const char *path)
@@ -515,21 +515,25 @@ int relpath(const char *from, const char *to, char *relative)
 
 char *parsepath(const char *path, char *dir, char *base, char *suffix)
 {
-    split_path(path, "", dir, base);
-    if (!suffix)
-        return nullptr;
-    *suffix = '\0';
-    char *dot = strrchr(base, '.');
-    if (dot && dot != base) {
-        *dot = '\0';
-        strcpy(suffix, dot + 1);
+    // Meant: the directory of "/x" is empty here; dirbase gives "/".
+    auto [before, name] = split_path(path, "");
+    if (suffix) {
+        const size_t dot = name.rfind('.');
+        const bool ends = dot != string_view::npos && dot > 0;
+        copy_cut(ends ? name.substr(dot + 1) : "", suffix);
+        if (ends)
+            name = name.substr(0, dot);
     }
+    copy_cut(name, base);
+    copy_cut(before, dir);
     return suffix;
 }
 
 void dirbase(const char *path, char *dir, char *base)
 {
-    split_path(path, "/", dir, base);
+    const auto [before, name] = split_path(path, "/");
+    copy_cut(name, base);
+    copy_cut(before, dir);
 }
 
 int samepath(const char *a, const char *b)

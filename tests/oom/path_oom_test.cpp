@@ -1,0 +1,40 @@
+// What the path functions say when memory runs out.
+
+#include "stock/path.h"
+
+#include <filesystem>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "stock/gettaluvine.h"
+#include "support/out_of_memory.h"
+#include "support/temp_dir.h"
+
+TEST(PathOom, ConcatpathsNamesTheJoinedText)
+{
+    EXPECT_EQ(said_by(0, [] { concatpaths("/a", "b", nullptr); }),
+              out_of_memory_in("concatpaths", "path.cpp", "1032", "new"));
+}
+
+TEST(PathOom, ConcatpathsNamesItsResult)
+{
+    EXPECT_EQ(said_by(1, [] { concatpaths("/a", "b", nullptr); }),
+              out_of_memory_in("concatpaths", "path.cpp", "1024", "new2"));
+}
+
+TEST(PathOom, CleanpathNamesTheLink)
+{
+    const TempDir dir;
+    const std::string link = dir / "link";
+    std::filesystem::create_symlink("target", link);
+    char path[1024];
+    EXPECT_EQ(said_by(0, [&] { cleanpath(link.c_str(), CLEANPATH_LINKS, path); }),
+              out_of_memory_in("resolve", "path.cpp", "1024", "link"));
+}
+
+TEST(PathOom, PuttaluvineNamesTheEnvironmentsEntry)
+{
+    EXPECT_EQ(said_by(0, [] { puttaluvine("/x"); }),
+              out_of_memory_in("puttaluvine", "gettaluvine.cpp", "12", "Setenv"));
+}
