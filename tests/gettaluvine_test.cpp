@@ -16,6 +16,7 @@
 #include <glob.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "deviants.h"
 #include "support/child.h"
@@ -38,6 +39,8 @@ protected:
         unsetenv("TALUVINE");
         free(std::exchange(Setenv, nullptr));
         *Taluvine_path = '\0';
+        default_root_is_there = false;
+        version_dirs.clear();
         setenv("PATH", "/nosuchdir", 1);
     }
     TempDir dir_;
@@ -212,11 +215,11 @@ TEST_F(FromExec, AProgramThatIsNotAlongPathIsAskedOfTheSystem)
 {
     fs::create_directories(dir_ / "t/bin");
     fs::copy(tool_path(), dir_ / "t/bin/stock");
-    setenv("LD_LIBRARY_PATH", fs::path(tool_path()).parent_path().parent_path().c_str(), 1);
+    const bool has_default = access(Default_taluvinepath, F_OK) == 0;
+    const std::string root =
+        has_default ? Default_taluvinepath : fs::canonical(dir_ / "t").string();
     const Ended ended = run_program({dir_ / "t/bin/stock", "root"}, "", {"TALUVINE"});
-    EXPECT_EQ(ended.status, 0) << ended.err;
-    if (!fs::is_directory("/opt/taluvine/5.3"))
-        EXPECT_EQ(ended.out.substr(0, ended.out.find('\n')), fs::canonical(dir_ / "t"));
+    EXPECT_EQ(ended.out.substr(0, ended.out.find('\n')), root) << ended.err;
 }
 
 TEST_F(GuessTaluvine, IsTheLastDirectoryInSortingOrder)

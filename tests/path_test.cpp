@@ -14,9 +14,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "support/child.h"
 #include "support/logged.h"
-#include "support/ordinary_user.h"
+#include "support/nobody.h"
 #include "support/owners.h"
 #include "support/temp_dir.h"
 
@@ -65,6 +64,13 @@ std::string times(int n, const std::string &text)
     while (n-- > 0)
         all += text;
     return all;
+}
+
+// A user that every system has.
+const struct passwd &somebody()
+{
+    static const struct passwd entry = *getpwnam("nobody");
+    return entry;
 }
 
 // Makes a temporary directory the current one for a scope; its path has no links.
@@ -369,8 +375,7 @@ TEST(CleanpathLinks, ATargetThatDoesNotFitTheBufferCannotBeRead)
 TEST(CleanpathLinks, ALinkThatMayNotBeReadIsReported)
 {
     // Links of the system's own that an ordinary user may look at but not read.
-    const Ended ended = in_child([] {
-        become_ordinary_user();
+    const Ended ended = as_nobody([] {
         printf("%d %s", clean_status("/proc/1/cwd/x", CLEANPATH_LINKS),
                logged([] { clean("/proc/1/cwd/x", CLEANPATH_LINKS); }).c_str());
     });
@@ -383,8 +388,7 @@ TEST(CleanpathLinks, ADirectoryWithoutPermissionGivesMinusOne)
     fs::create_directories("closed/sub");
     chmod(dir->path().c_str(), 0755);
     chmod("closed", 0);
-    const Ended ended = in_child([] {
-        become_ordinary_user();
+    const Ended ended = as_nobody([] {
         printf("%d %d %s", clean_status("closed/sub/x"),
                clean_status("closed/sub/x", CLEANPATH_LINKS),
                clean("closed/sub/../x", CLEANPATH_LINKS).c_str());
@@ -847,13 +851,13 @@ TEST(Makedir, ADirectoryThatCannotBeWrittenToIsRefused)
     fs::create_directory("readonly");
     chmod("readonly", 0755);
     chmod(dir->path().c_str(), 0755);
-    const Ended ended = in_child([] {
-        become_ordinary_user();
-        printf("%s", logged([] { printf("%d ", makedir("readonly")); }).c_str());
-        printf("%s", logged([] { printf("%d ", makedir("readonly/x")); }).c_str());
+    const Ended ended = as_nobody([] {
+        std::string text = logged([] { printf("%d ", makedir("readonly")); });
+        text += logged([] { printf("%d ", makedir("readonly/x")); });
+        printf("%s", text.c_str());
     });
-    EXPECT_EQ(ended.out, "-1 can't write to directory readonly\n"
-                         "-1 can't write to directory readonly\n"
+    EXPECT_EQ(ended.out, "-1 -1 can't write to directory readonly\n"
+                         "can't write to directory readonly\n"
                          "Can't open or create directory readonly/x\n");
 }
 
@@ -903,10 +907,8 @@ TEST(MakePathdirs, AFileWithoutADirectoryNeedsNone)
 TEST(MakePathdirs, AFileInTheRootNeedsTheRoot)
 {
     EXPECT_EQ(make_pathdirs("/file"), 0);
-    const Ended ended = in_child([] {
-        become_ordinary_user();
-        printf("%s", logged([] { printf("%d ", make_pathdirs("/file")); }).c_str());
-    });
+    const Ended ended = as_nobody(
+        [] { printf("%s", logged([] { printf("%d ", make_pathdirs("/file")); }).c_str()); });
     EXPECT_EQ(ended.out, "-1 can't write to directory /\n");
 }
 

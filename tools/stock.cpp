@@ -10,8 +10,12 @@ namespace {
 
 // clang-format off
 constexpr Command kCommands[] = {
+    {"find", "[OPTION...] NAME", "find a data file along the data path", cmd_find},
     {"fs", "PATH", "tell where a file system comes from and its room", cmd_fs},
+    {"path", "COMMAND ...", "clean, complete and split path names", cmd_path},
     {"pf", "COMMAND ...", "read and print parameter files", cmd_pf},
+    {"root", "", "print the installation root", cmd_root},
+    {"signals", "[NAME|NUMBER]...", "list the signals", cmd_signals},
     {},
 };
 // clang-format on

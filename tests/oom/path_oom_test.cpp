@@ -14,13 +14,13 @@
 TEST(PathOom, ConcatpathsNamesTheJoinedText)
 {
     EXPECT_EQ(said_by(0, [] { concatpaths("/a", "b", nullptr); }),
-              out_of_memory_in("concatpaths", "path.cpp", "1032", "new"));
+              message("concatpaths", "path.cpp", "1032", "new"));
 }
 
 TEST(PathOom, ConcatpathsNamesItsResult)
 {
     EXPECT_EQ(said_by(1, [] { concatpaths("/a", "b", nullptr); }),
-              out_of_memory_in("concatpaths", "path.cpp", "1024", "new2"));
+              message("concatpaths", "path.cpp", "1024", "new2"));
 }
 
 TEST(PathOom, CleanpathNamesTheLink)
@@ -30,11 +30,11 @@ TEST(PathOom, CleanpathNamesTheLink)
     std::filesystem::create_symlink("target", link);
     char path[1024];
     EXPECT_EQ(said_by(0, [&] { cleanpath(link.c_str(), CLEANPATH_LINKS, path); }),
-              out_of_memory_in("resolve", "path.cpp", "1024", "link"));
+              message("resolve", "path.cpp", "1024", "link"));
 }
 
 TEST(PathOom, PuttaluvineNamesTheEnvironmentsEntry)
 {
     EXPECT_EQ(said_by(0, [] { puttaluvine("/x"); }),
-              out_of_memory_in("puttaluvine", "gettaluvine.cpp", "12", "Setenv"));
+              message("puttaluvine", "gettaluvine.cpp", "12", "Setenv"));
 }

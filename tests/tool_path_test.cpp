@@ -1,0 +1,121 @@
+// stock path, as a user runs it.
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/child.h"
+#include "support/temp_dir.h"
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+Ended path(std::vector<std::string> words)
+{
+    words.insert(words.begin(), {tool_path(), "path"});
+    return run_program(words);
+}
+
+}  // namespace
+
+TEST(ToolPath, CleansPaths)
+{
+    const Ended ended = path({"clean", "/usr/../usr//./lib", "x", ".."});
+    EXPECT_EQ(ended.out, "/usr/lib\nx\n..\n");
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST(ToolPath, CleansLinksAwayWhenTold)
+{
+    const TempDir dir;
+    std::filesystem::create_directory(dir / "real");
+    std::filesystem::create_symlink("real", dir / "link");
+    EXPECT_EQ(path({"clean", dir / "link/x"}).out, dir / "link/x" + "\n");
+    EXPECT_EQ(path({"clean", "--links", dir / "link/x"}).out,
+              std::filesystem::canonical(dir.path()).string() + "/real/x\n");
+}
+
+TEST(ToolPath, TellsOfAComponentThatCannotBeExamined)
+{
+    const Ended ended = path({"clean", "/nosuchdir/./x"});
+    EXPECT_EQ(ended.out, "/nosuchdir/x\n");
+    EXPECT_EQ(ended.err, "stock: not every component of '/nosuchdir/./x' can be examined\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(ToolPath, TellsWhyALinkCannotBeFollowed)
+{
+    const TempDir dir;
+    std::filesystem::create_symlink("self", dir / "self");
+    const Ended ended = path({"clean", "--links", dir / "self"});
+    EXPECT_EQ(ended.err, "stock: too many symbolic links (>40) for " + dir / "self" +
+                             "\nstock: not every component of '" + dir / "self" +
+                             "' can be examined\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(ToolPath, MakesPathsAbsolute)
+{
+    const std::string here = std::filesystem::current_path().string();
+    const Ended ended = path({"abs", "./x", "/a/.."});
+    EXPECT_EQ(ended.out, here + "/x\n/\n");
+    EXPECT_EQ(ended.err, "stock: not every component of '/a/..' can be examined\n");
+    EXPECT_EQ(path({"abs", "x"}).status, 0);
+}
+
+TEST(ToolPath, GivesTheWayFromADirectory)
+{
+    const Ended ended = path({"rel", "/usr", "/etc/x"});
+    EXPECT_EQ(ended.out, "../etc/x\n");
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST(ToolPath, GivesTheWayFromWhereThereIsNoDirectoryWithStatus1)
+{
+    const Ended ended = path({"rel", "/nosuchdir", "/etc"});
+    EXPECT_EQ(ended.out, "../etc\n");
+    EXPECT_EQ(ended.err, "stock: '/nosuchdir' is not a directory to start from\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(ToolPath, SplitsPaths)
+{
+    const Ended ended = path({"split", "/d/f.tar.gz", ".profile"});
+    EXPECT_EQ(ended.out, "directory /d\nbase      f.tar\nsuffix    gz\n"
+                         "directory .\nbase      .profile\nsuffix    \n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST(ToolPath, HelpsWithEachCommand)
+{
+    for (const char *command : {"clean", "abs", "rel", "split"}) {
+        SCOPED_TRACE(command);
+        const Ended ended = path({command, "--help"});
+        EXPECT_THAT(ended.out, StartsWith("usage: stock path " + std::string(command)));
+        EXPECT_EQ(ended.err, "");
+        EXPECT_EQ(ended.status, 0);
+        EXPECT_THAT(path({"--help"}).out, HasSubstr(command));
+    }
+}
+
+TEST(ToolPath, WrongUsageHasStatus2)
+{
+    const std::vector<std::vector<std::string>> cases = {
+        {},        {"nosuch"}, {"clean"},        {"clean", "--links"},
+        {"abs"},   {"rel"},    {"rel", "/only"}, {"rel", "/a", "/b", "/c"},
+        {"split"},
+    };
+    for (const auto &words : cases) {
+        const Ended ended = path(words);
+        EXPECT_EQ(ended.status, 2);
+        EXPECT_EQ(ended.out, "");
+        EXPECT_THAT(ended.err, HasSubstr("--help'\n"));
+    }
+}
