@@ -14,7 +14,7 @@
 TEST(PathOom, ConcatpathsNamesTheJoinedText)
 {
     EXPECT_EQ(said_by(0, [] { concatpaths("/a", "b", nullptr); }),
-              message("concatpaths", "path.cpp", "1032", "new"));
+              message("concatpaths", "path.cpp", "1024", "new"));
 }
 
 TEST(PathOom, ConcatpathsNamesItsResult)
@@ -30,7 +30,7 @@ TEST(PathOom, CleanpathNamesTheLink)
     std::filesystem::create_symlink("target", link);
     char path[1024];
     EXPECT_EQ(said_by(0, [&] { cleanpath(link.c_str(), CLEANPATH_LINKS, path); }),
-              message("resolve", "path.cpp", "1024", "link"));
+              message("cleanpath", "path.cpp", "1024", "link"));
 }
 
 TEST(PathOom, PuttaluvineNamesTheEnvironmentsEntry)

@@ -55,7 +55,7 @@ void record_in_environment()
         return;
     const size_t prefix = strlen(Taluvine);
     const size_t size = prefix + strlen(Taluvine_path) + 1;
-    Setenv = static_cast<char *>(stock::allocate(size, "Setenv"));
+    Setenv = static_cast<char *>(stock::allocate(size, "Setenv", "puttaluvine"));
     memcpy(Setenv, Taluvine, prefix);
     strcpy(Setenv + prefix, Taluvine_path);
     putenv(Setenv);

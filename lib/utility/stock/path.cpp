@@ -8,9 +8,9 @@
 
 #include "stock/path.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <climits>
 #include <cstdarg>
 #include <cstring>
 #include <string_view>
@@ -262,7 +262,7 @@ bool Walk::resolve(size_t parent)
         fail(Outcome::partly);
         return false;
     }
-    auto *link = static_cast<char *>(stock::allocate(kPathSize, "link"));
+    auto *link = static_cast<char *>(stock::allocate(kPathSize, "link", "cleanpath"));
     memcpy(link, target, static_cast<size_t>(size));
     link[size] = '\0';
     length_ = *link == '/' ? 0 : parent;
@@ -456,13 +456,14 @@ int cleanpath(const char *path, uint32_t flags, char *clean)
 char *concatpaths(const char *first, ...)
 {
     va_list parts;
-    size_t size = kPathSize;
+    size_t size = sizeof ".";
     va_start(parts, first);
     for (const char *part = first; part; part = va_arg(parts, const char *))
         size += strlen(part) + 1;
     va_end(parts);
 
-    const stock::Owned<char> joined(static_cast<char *>(stock::allocate(size, "new")));
+    const stock::Owned<char> joined(
+        static_cast<char *>(stock::allocate(std::max(size, kPathSize), "new")));
     char *end = stpcpy(joined.get(), first && *first ? first : ".");
     va_start(parts, first);
     const char *part = first;
