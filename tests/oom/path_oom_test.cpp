@@ -4,23 +4,25 @@
 
 #include <filesystem>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "stock/gettaluvine.h"
 #include "support/out_of_memory.h"
 #include "support/temp_dir.h"
 
+using testing::EndsWith;
+
 TEST(PathOom, ConcatpathsNamesTheJoinedText)
 {
-    EXPECT_EQ(said_by(0, [] { concatpaths("/a", "b", nullptr); }),
-              message("concatpaths", "path.cpp", "1024", "new"));
+    EXPECT_THAT(said_by(0, [] { concatpaths("/a", "b", nullptr); }),
+                EndsWith(message("concatpaths", "path.cpp", "1024", "new")));
 }
 
 TEST(PathOom, ConcatpathsNamesItsResult)
 {
-    EXPECT_EQ(said_by(1, [] { concatpaths("/a", "b", nullptr); }),
-              message("concatpaths", "path.cpp", "1024", "new2"));
+    EXPECT_THAT(said_by(1, [] { concatpaths("/a", "b", nullptr); }),
+                EndsWith(message("concatpaths", "path.cpp", "1024", "new2")));
 }
 
 TEST(PathOom, CleanpathNamesTheLink)
@@ -29,12 +31,12 @@ TEST(PathOom, CleanpathNamesTheLink)
     const std::string link = dir / "link";
     std::filesystem::create_symlink("target", link);
     char path[1024];
-    EXPECT_EQ(said_by(0, [&] { cleanpath(link.c_str(), CLEANPATH_LINKS, path); }),
-              message("cleanpath", "path.cpp", "1024", "link"));
+    EXPECT_THAT(said_by(0, [&] { cleanpath(link.c_str(), CLEANPATH_LINKS, path); }),
+                EndsWith(message("cleanpath", "path.cpp", "1024", "link")));
 }
 
 TEST(PathOom, PuttaluvineNamesTheEnvironmentsEntry)
 {
-    EXPECT_EQ(said_by(0, [] { puttaluvine("/x"); }),
-              message("puttaluvine", "gettaluvine.cpp", "12", "Setenv"));
+    EXPECT_THAT(said_by(0, [] { puttaluvine("/x"); }),
+                EndsWith(message("puttaluvine", "gettaluvine.cpp", "12", "Setenv")));
 }
