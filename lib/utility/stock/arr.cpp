@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "internal/alloc.h"
+#include "internal/rbnode.h"
 #include "internal/regex.h"
 
 namespace {
@@ -75,8 +76,7 @@ void free_nodes(Rbnode *node, void (*free_value)(void *value))
     free_nodes(node->right, free_value);
     if (free_value)
         free_value(node->value);
-    std::free(node->key);
-    std::free(node);
+    stock::free_with_key(node);
 }
 
 }  // namespace
@@ -92,15 +92,7 @@ Arr *newarr(int (*compare)(const void *a, const void *b))
 
 void *setarr(Arr *arr, const char *key, void *value)
 {
-    if (!arr || !key)
-        return nullptr;
-    char *copy = stock::copy_text(key, "key");
-    Rbnode *node = rbinsert(copy, value, arr);
-    if (node->key == copy)
-        return nullptr;
-    // Replaced: the old key goes. Not stored at all: the copy does.
-    std::free(node == &arr->removed ? node->key : copy);
-    return node->value;
+    return arr && key ? stock::set_text(arr, key, value) : nullptr;
 }
 
 void *getarr(const Arr *arr, const char *key)

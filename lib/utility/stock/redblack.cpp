@@ -9,6 +9,12 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <utility>
+
+#include <endian.h>
+
+#include "internal/rbnode.h"
 
 namespace {
 
@@ -17,6 +23,7 @@ enum { kBlack = 0, kRed = 1 };
 Rbnode sentinel = {&sentinel, &sentinel, &sentinel, kBlack, nullptr, nullptr};
 
 constexpr Rbnode *kNil = &sentinel;
+constexpr size_t kWord = sizeof(uint64_t);
 
 using Compare = int (*)(const void *a, const void *b);
 using Child = Rbnode *Rbnode::*;
@@ -28,16 +35,62 @@ int compare_text(const void *a, const void *b)
 
 // Where a descent ended: at the equal node, or at the last node visited.
 struct Place {
-    Rbnode *node;
-    int order;  // the last comparison: negative, 0 or positive
+    Rbnode *node = kNil;
+    int order = -1;  // the last comparison: negative, 0 or positive
+
+    bool found() const { return node != kNil && order == 0; }
+};
+
+// A string that is looked for. Strings compare like the big-endian numbers that
+// their bytes make, eight at a time, as long as zeros follow their ends.
+class Probe {
+public:
+    explicit Probe(const char *key) : key_(key)
+    {
+        const size_t length = std::strlen(key);
+        const size_t rest = length % kWord;
+        last_at_ = length - rest;
+        if (length >= kWord && rest > 0)
+            last_ = word(key + length - kWord) << 8 * (kWord - rest);
+        for (size_t i = 0; length < kWord && i < rest; ++i)
+            last_ |= uint64_t{static_cast<unsigned char>(key[i])} << 8 * (kWord - 1 - i);
+    }
+
+    int operator()(const Rbnode *node) const
+    {
+        const uint32_t words = stock::text_words(node);
+        if (words == 0)
+            return std::strcmp(key_, static_cast<const char *>(node->key));
+        const char *its = reinterpret_cast<const char *>(node) - words * kWord;
+        for (size_t at = 0;; at += kWord) {
+            const uint64_t mine = at < last_at_ ? word(key_ + at) : last_;
+            const uint64_t other = word(its + at);
+            if (mine != other)
+                return mine < other ? -1 : 1;
+            if ((mine & 0xff) == 0)
+                return 0;
+        }
+    }
+
+private:
+    static uint64_t word(const char *bytes)
+    {
+        uint64_t word = 0;
+        std::memcpy(&word, bytes, sizeof word);
+        return be64toh(word);
+    }
+
+    const char *key_;
+    size_t last_at_;  // where the end lies in the last word
+    uint64_t last_ = 0;
 };
 
 template <class Order>
-Place descend(const void *key, const Rbtree *tree, Order order_of)
+Place descend(const Rbtree *tree, const Order &order)
 {
-    Place place{kNil, -1};
+    Place place;
     for (Rbnode *node = tree->root; node != kNil;) {
-        place = {node, order_of(key, node->key)};
+        place = {node, order(node)};
         if (place.order == 0)
             break;
         node = place.order < 0 ? node->left : node->right;
@@ -49,10 +102,10 @@ Place descend(const void *key, const Rbtree *tree, Order order_of)
 Place locate(const void *key, const Rbtree *tree)
 {
     if (tree->compare != compare_text)
-        return descend(key, tree, tree->compare);
+        return descend(tree, [=](const Rbnode *node) { return tree->compare(key, node->key); });
     if (!key)
-        return {kNil, -1};
-    return descend(key, tree, [](const void *a, const void *b) { return compare_text(a, b); });
+        return {};
+    return descend(tree, Probe(static_cast<const char *>(key)));
 }
 
 Rbnode *find(const void *key, const Rbtree *tree)
@@ -196,13 +249,38 @@ void mend_after_delete(Rbtree *tree, Rbnode *node, Rbnode *up)
         node->colour = kBlack;
 }
 
+// Puts `with` into the tree as the node was: same place, colour and children.
+void take_place(Rbtree *tree, const Rbnode *node, Rbnode *with)
+{
+    with->left = node->left;
+    with->right = node->right;
+    with->colour = node->colour;
+    replace_child(tree, node, with);
+    if (with->left != kNil)
+        with->left->up = with;
+    if (with->right != kNil)
+        with->right->up = with;
+}
+
 void splice_out(Rbtree *tree, Rbnode *node)
 {
     Rbnode *child = node->left != kNil ? node->left : node->right;
     replace_child(tree, node, child);
     if (node->colour == kBlack)
         mend_after_delete(tree, child, node->up);
-    std::free(node);
+}
+
+// Takes the node out of the tree. With two children its successor is spliced
+// out and takes its place: nodes move, since a node may be one block with its key.
+void unlink(Rbtree *tree, Rbnode *node)
+{
+    if (node->left == kNil || node->right == kNil) {
+        splice_out(tree, node);
+        return;
+    }
+    Rbnode *next = successor(node);
+    splice_out(tree, next);
+    take_place(tree, node, next);
 }
 
 void remember(Rbtree *tree, const Rbnode *node)
@@ -211,14 +289,62 @@ void remember(Rbtree *tree, const Rbnode *node)
     tree->removed.value = node->value;
 }
 
-void link(Rbtree *tree, Rbnode *node, int order)
+// Hangs a new node below the place where the descent for its key ended.
+void link(Rbtree *tree, Rbnode *node, const Place &place)
 {
+    node->left = node->right = kNil;
+    node->up = place.node;
+    node->colour = kRed;
     if (node->up == kNil)
         tree->root = node;
-    else if (order < 0)
+    else if (place.order < 0)
         node->up->left = node;
     else
         node->up->right = node;
+    mend_after_insert(tree, node);
+}
+
+Rbnode *new_node(void *key, void *value)
+{
+    void *block = std::malloc(sizeof(Rbnode));
+    if (!block)
+        return nullptr;
+    auto *node = new (block) Rbnode{kNil, kNil, kNil, kRed, key, value};
+    stock::set_text_words(node, 0);
+    return node;
+}
+
+// The key's copy and behind it the node, one block that begins with the copy.
+Rbnode *new_node_behind(const char *key, void *value)
+{
+    const size_t length = std::strlen(key);
+    const size_t words = length / kWord + 1;
+    const size_t offset = words * kWord;
+    if (words > UINT32_MAX)
+        return nullptr;
+    auto *block = static_cast<char *>(std::malloc(offset + sizeof(Rbnode)));
+    if (!block)
+        return nullptr;
+    std::memset(block + offset - kWord, 0, kWord);
+    std::memcpy(block, key, length);
+    auto *node = new (block + offset) Rbnode{kNil, kNil, kNil, kRed, block, value};
+    stock::set_text_words(node, static_cast<uint32_t>(words));
+    return node;
+}
+
+// Gives the node another key. One that lies behind its key leaves with it, and
+// an ordinary one takes its place.
+bool replace_key(Rbtree *tree, Rbnode *node, void *key, void *value)
+{
+    if (stock::text_words(node) != 0) {
+        Rbnode *other = new_node(key, value);
+        if (other)
+            take_place(tree, node, other);
+        return other != nullptr;
+    }
+    node->key = key;
+    node->value = value;
+    return true;
 }
 
 void free_nodes(Rbnode *node)
@@ -226,7 +352,7 @@ void free_nodes(Rbnode *node)
     while (node != kNil) {
         free_nodes(node->left);
         Rbnode *right = node->right;
-        std::free(node);
+        stock::free_node(node);
         node = right;
     }
 }
@@ -250,6 +376,32 @@ Rbnode *lookup(int mode, const Place &place)
 
 Rbnode *const rb_null = &sentinel;
 
+namespace stock {
+
+void *set_text(Rbtree *tree, const char *key, void *value)
+{
+    const Place place = locate(key, tree);
+    const bool found = place.found();
+    if (found && !tree->replace)
+        return place.node->value;
+    if (found && std::strcmp(key, static_cast<const char *>(place.node->key)) == 0)
+        return std::exchange(place.node->value, value);
+    Rbnode *node = new_node_behind(key, value);
+    if (!node)
+        return nullptr;
+    if (!found) {
+        link(tree, node, place);
+        return nullptr;
+    }
+    // Equal by the tree's own comparison, but another text.
+    void *old = place.node->value;
+    take_place(tree, place.node, node);
+    free_with_key(place.node);
+    return old;
+}
+
+}  // namespace stock
+
 Rbtree *rbinit(int (*compare)(const void *a, const void *b))
 {
     auto *tree = static_cast<Rbtree *>(std::malloc(sizeof(Rbtree)));
@@ -271,20 +423,16 @@ Rbnode *rbinsert(void *key, void *value, Rbtree *tree)
     if (!key && tree->compare == compare_text)
         return kNil;
     const Place place = locate(key, tree);
-    if (place.node != kNil && place.order == 0) {
+    if (place.found()) {
         if (!tree->replace)
             return place.node;
         remember(tree, place.node);
-        place.node->key = key;
-        place.node->value = value;
-        return &tree->removed;
+        return replace_key(tree, place.node, key, value) ? &tree->removed : kNil;
     }
-    auto *node = static_cast<Rbnode *>(std::malloc(sizeof(Rbnode)));
+    Rbnode *node = new_node(key, value);
     if (!node)
         return kNil;
-    *node = {kNil, kNil, place.node, kRed, key, value};
-    link(tree, node, place.order);
-    mend_after_insert(tree, node);
+    link(tree, node, place);
     return node;
 }
 
@@ -294,13 +442,8 @@ Rbnode *rbdelete(const void *key, Rbtree *tree)
     if (node == kNil)
         return nullptr;
     remember(tree, node);
-    if (node->left != kNil && node->right != kNil) {
-        Rbnode *next = successor(node);
-        node->key = next->key;
-        node->value = next->value;
-        node = next;
-    }
-    splice_out(tree, node);
+    unlink(tree, node);
+    stock::free_node(node);
     return &tree->removed;
 }
 
