@@ -154,7 +154,7 @@ int arr_walk(Rbnode *node, int (*function)(void *key, void *value, void *argumen
 
 Arr *duparr(const Arr *arr, void *(*copy)(void *value))
 {
-    Arr *dup = newarr(arr->compare);
+    Arr *dup = newarr(arr ? arr->compare : nullptr);
     Copying copying{dup, copy};
     applyarr(arr, copy_entry, &copying);
     return dup;

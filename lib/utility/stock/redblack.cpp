@@ -1,18 +1,19 @@
 // The red-black tree after T. H. Cormen, C. E. Leiserson and R. L. Rivest,
 // Introduction to Algorithms, chapter 14.
 //
-// One sentinel stands for every missing child. The descent is a template over
-// the comparison, so that string keys are compared without a call through the
-// tree's pointer.
+// One sentinel stands for every missing child; nothing ever writes to it. The
+// mending after a deletion is told the parent of what may be the sentinel.
+// What is done to one side is a template over the two children and does the
+// other side as well. The descent is a template over the comparison, so that
+// string keys are compared without a call through the tree's pointer.
 
 #include "stock/redblack.h"
 
+#include <bit>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <utility>
-
-#include <endian.h>
 
 #include "internal/rbnode.h"
 
@@ -25,7 +26,6 @@ Rbnode sentinel = {&sentinel, &sentinel, &sentinel, kBlack, nullptr, nullptr};
 constexpr Rbnode *kNil = &sentinel;
 constexpr size_t kWord = sizeof(uint64_t);
 
-using Compare = int (*)(const void *a, const void *b);
 using Child = Rbnode *Rbnode::*;
 
 int compare_text(const void *a, const void *b)
@@ -77,11 +77,11 @@ private:
     {
         uint64_t word = 0;
         std::memcpy(&word, bytes, sizeof word);
-        return be64toh(word);
+        return std::endian::native == std::endian::little ? __builtin_bswap64(word) : word;
     }
 
     const char *key_;
-    size_t last_at_;  // where the end lies in the last word
+    size_t last_at_;  // where the last word begins, the one that holds the end
     uint64_t last_ = 0;
 };
 
@@ -113,7 +113,7 @@ Rbnode *find(const void *key, const Rbtree *tree)
     if (!tree)
         return kNil;
     const Place place = locate(key, tree);
-    return place.order == 0 ? place.node : kNil;
+    return place.found() ? place.node : kNil;
 }
 
 // The end of the subtree in one direction; kNil when it is empty.
@@ -420,7 +420,7 @@ void rbdestroy(Rbtree *tree)
 
 Rbnode *rbinsert(void *key, void *value, Rbtree *tree)
 {
-    if (!key && tree->compare == compare_text)
+    if (!tree || (!key && tree->compare == compare_text))
         return kNil;
     const Place place = locate(key, tree);
     if (place.found()) {

@@ -298,6 +298,13 @@ private:
     stock::Owned<char> copy_;
 };
 
+// Gives the end of what was copied.
+char *append(char *to, const char *bytes, size_t n)
+{
+    std::memcpy(to, bytes, n);
+    return to + n;
+}
+
 int print_text(const char *text)
 {
     return std::puts(text);
@@ -580,10 +587,10 @@ char *jointbl(const Tbl *tbl, const char *separator)
     auto *joined = static_cast<char *>(stock::allocate_zeroed(bytes, "s"));
     char *end = joined;
     for (int64_t i = 0; i < tbl->count; ++i) {
-        if (i > 0)
-            end = static_cast<char *>(mempcpy(end, separator, gap));
         const EntryText text(tbl, i);
-        end = static_cast<char *>(mempcpy(end, text.get(), text.length()));
+        if (i > 0)
+            end = append(end, separator, gap);
+        end = append(end, text.get(), text.length());
     }
     return joined;
 }
