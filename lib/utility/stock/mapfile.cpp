@@ -204,7 +204,7 @@ public:
             Maparr = std::exchange(arr_, nullptr);
         if (rbinsert(key_.get(), record_.get(), own ? own : Maparr) == rb_null)
             return nullptr;
-        key_.release();
+        static_cast<void>(key_.release());  // the tree owns it now
         return record_.release();
     }
 
