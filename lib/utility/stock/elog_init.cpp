@@ -240,7 +240,9 @@ void need_init()
     if (Elog_init)
         return;
     const KeepErrno keep;
-    elog_init(0, nullptr);
+    const Holding hold(Lock);
+    if (!Elog_init)  // no other thread was quicker
+        elog_init(0, nullptr);
 }
 
 }  // namespace stock::logging
@@ -250,11 +252,15 @@ using namespace stock::logging;
 
 int elog_init(int argc, char **argv)
 {
+    const KeepErrno keep;
+    std::unique_lock hold(Lock, std::defer_lock);
+    if (Elog_init)
+        (void)hold.try_lock();
+    else
+        hold.lock();  // the first time what other threads report has to wait
     const Turn turn;
     if (!turn)
         return 0;
-    const KeepErrno keep;
-    const std::unique_lock hold(Lock, std::try_to_lock);
     const bool given = argc > 0 && argv;
     if (given)
         set_command_line(argc, argv, hold.owns_lock());

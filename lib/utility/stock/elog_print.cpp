@@ -232,7 +232,10 @@ char *elogs(int severity, int flag, const char *format, va_list args)
     need_init();
     Draft draft;
     draft_text(draft, format, args);
-    draft_record(draft, severity, error);
+    {
+        const Holding hold(Lock);
+        draft_record(draft, severity, error);
+    }
     // Meant: line 1187 is part of the message.
     char *result =
         static_cast<char *>(allocate_zeroed(size_of(draft.msg) + 1, "result", "elogs", 1187));
