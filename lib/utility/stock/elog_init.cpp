@@ -262,9 +262,9 @@ int elog_init(int argc, char **argv)
     if (!turn)
         return 0;
     const bool given = argc > 0 && argv;
+    set_program_name(given ? argv[0] : nullptr);
     if (given)
         set_command_line(argc, argv, hold.owns_lock());
-    set_program_name(given ? argv[0] : nullptr);
     set_reference_time();
     if (!hold)
         return 0;
