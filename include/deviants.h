@@ -86,6 +86,17 @@ STOCK_API double std_now(void);
 /* The same for Fortran. */
 STOCK_API double now_(void);
 
+/*
+ * Whether the system knows a time zone: 1 when the directory that the environment
+ * variable ZONEINFO names, else /usr/share/zoneinfo, holds a regular file of
+ * that name, else 0. The directory is found at the first call and kept.
+ *
+ * A name that would leave the directory is no zone: an absolute path, a
+ * component that is empty, "." or "..", null. Neither is one whose path exceeds
+ * 1023 bytes. errno is left alone. May be called from any thread.
+ */
+STOCK_API int is_timezone(const char *name);
+
 /* The numbers of a file system. */
 typedef struct Statvfs {
     uint64_t bsize;  /* bytes that are best moved at a time */

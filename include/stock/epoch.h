@@ -100,6 +100,9 @@ STOCK_API int timeprint(const Caltime *time);
  */
 STOCK_API double timecon(const char *text);
 
+/* Stores str2epoch(text) in *when. Returns 1, whatever the text. */
+STOCK_API int time_string2epoch(const char *text, double *when);
+
 /* The least size of outside_range's buffer, in bytes; more is never written. */
 enum { OUTSIDE_RANGE_SIZE = 64 };
 

@@ -17,6 +17,7 @@
 
 #include "internal/number.h"
 #include "stock/elog.h"
+#include "stock/str2epoch.h"
 
 using stock::floor_div;
 using stock::saturated;
@@ -249,6 +250,12 @@ double timecon(const char *text)
         seconds += unit * take_number(rest, unit == 1);
     }
     return seconds;
+}
+
+int time_string2epoch(const char *text, double *when)
+{
+    *when = str2epoch(text);
+    return 1;
 }
 
 int outside_range(char *buf, double when)

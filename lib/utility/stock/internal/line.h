@@ -1,0 +1,122 @@
+// A text of bounded length that grows at its end; what does not fit is cut.
+//
+// Numbers come out as printf prints them in the C locale, whatever the locale.
+
+#pragma once
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace stock {
+
+// Holds kSize - 1 characters and the NUL that ends them.
+template <std::size_t kSize>
+class Line {
+public:
+    const char *c_str()
+    {
+        text_[length_] = '\0';
+        return text_;
+    }
+    char *data() { return text_; }
+    std::size_t size() const { return length_; }
+    std::string_view view() const { return {text_, length_}; }
+
+    void add(char c)
+    {
+        if (length_ < kSize - 1)
+            text_[length_++] = c;
+    }
+
+    void add(std::string_view text)
+    {
+        const std::size_t fits = std::min(text.size(), kSize - 1 - length_);
+        std::memcpy(text_ + length_, text.data(), fits);
+        length_ += fits;
+    }
+
+    void fill(std::size_t to, char c)
+    {
+        while (length_ < to && length_ < kSize - 1)
+            text_[length_++] = c;
+    }
+
+    // %0WIDTHd and %WIDTHd.
+    void zeros(std::int64_t value, std::size_t width) { whole(value, width, '0'); }
+    void blanks(std::int64_t value, std::size_t width) { whole(value, width, ' '); }
+
+    // %WIDTH.DIGITSf, with '0' as padding %0WIDTH.DIGITSf. Width at most 32, digits at most 5.
+    void fixed(double value, std::size_t width, int digits, char padding = ' ')
+    {
+        const double scale = kTens[digits];
+        const double scaled = value * scale;
+        const double below = std::trunc(scaled);
+        const double rest = scaled - below;
+        // Closer to a tie than the product is exact, or not a small number above 0: the long way.
+        if (!(value >= 0 && scaled < 1e12) || std::signbit(value) || std::fabs(rest - 0.5) < 1e-3)
+            return fixed_exactly(value, width, digits, padding);
+        const auto units = static_cast<std::int64_t>(below) + (rest > 0.5);
+        const auto ten = static_cast<std::int64_t>(scale);
+        const std::size_t behind = digits ? static_cast<std::size_t>(digits) + 1 : 0;
+        whole(units / ten, width > behind ? width - behind : 0, padding);
+        if (digits) {
+            add('.');
+            zeros(units % ten, static_cast<std::size_t>(digits));
+        }
+    }
+
+    // %.DIGITSg
+    void general(double value, int digits)
+    {
+        char text[48];
+        const auto end =
+            std::to_chars(text, text + sizeof text, value, std::chars_format::general, digits);
+        add({text, static_cast<std::size_t>(end.ptr - text)});
+    }
+
+private:
+    static constexpr double kTens[] = {1, 10, 100, 1000, 10000, 100000};
+
+    void whole(std::int64_t value, std::size_t width, char padding)
+    {
+        // Two digits, which most fields are, without a conversion.
+        if (width == 2 && value >= 0 && value < 100) {
+            add(value < 10 ? padding : static_cast<char>('0' + value / 10));
+            return add(static_cast<char>('0' + value % 10));
+        }
+        char text[24];
+        const auto end = std::to_chars(text, text + sizeof text, value);
+        padded({text, static_cast<std::size_t>(end.ptr - text)}, width, padding);
+    }
+
+    void fixed_exactly(double value, std::size_t width, int digits, char padding)
+    {
+        char text[384];  // the largest double has 309 digits
+        const auto end =
+            std::to_chars(text, text + sizeof text, value, std::chars_format::fixed, digits);
+        padded({text, static_cast<std::size_t>(end.ptr - text)}, width,
+               std::isfinite(value) ? padding : ' ');
+    }
+
+    // Zeros stand behind a sign, blanks before it.
+    void padded(std::string_view number, std::size_t width, char padding)
+    {
+        if (padding == '0' && number.starts_with('-')) {
+            add('-');
+            number.remove_prefix(1);
+            width -= width > 0;
+        }
+        for (; width > number.size(); --width)
+            add(padding);
+        add(number);
+    }
+
+    char text_[kSize];
+    std::size_t length_ = 0;
+};
+
+}  // namespace stock
