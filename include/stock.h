@@ -6,6 +6,7 @@
 #define STOCK_H
 
 #include "stock/arr.h"
+#include "stock/asciidump.h"
 #include "stock/basicread.h"
 #include "stock/convert.h"
 #include "stock/datasearch.h"
@@ -13,10 +14,12 @@
 #include "stock/elog.h"
 #include "stock/epoch.h"
 #include "stock/expand_env.h"
+#include "stock/fix_strtod.h"
 #include "stock/gettaluvine.h"
 #include "stock/h2e.h"
 #include "stock/hexdump.h"
 #include "stock/hook.h"
+#include "stock/ieee754.h"
 #include "stock/is_file.h"
 #include "stock/mapfile.h"
 #include "stock/path.h"
@@ -28,6 +31,7 @@
 #include "stock/signal_desc.h"
 #include "stock/ssearch.h"
 #include "stock/str2epoch.h"
+#include "stock/strdbl.h"
 #include "stock/strings.h"
 #include "stock/strmatches.h"
 #include "stock/tbl.h"

@@ -25,9 +25,11 @@ bool is_help(const char *word);
 // prints the family's help.
 int run_family(const char *family, const Command *commands, int argc, char **argv);
 
+int cmd_dump(int argc, char **argv);
 int cmd_find(int argc, char **argv);
 int cmd_fs(int argc, char **argv);
 int cmd_path(int argc, char **argv);
 int cmd_pf(int argc, char **argv);
 int cmd_root(int argc, char **argv);
 int cmd_signals(int argc, char **argv);
+int cmd_undump(int argc, char **argv);

@@ -10,12 +10,14 @@ namespace {
 
 // clang-format off
 constexpr Command kCommands[] = {
+    {"dump", "[FILE]", "print bytes in hexadecimal and as text", cmd_dump},
     {"find", "[OPTION...] NAME", "find a data file along the data path", cmd_find},
     {"fs", "PATH", "tell where a file system comes from and its room", cmd_fs},
     {"path", "COMMAND ...", "clean, complete and split path names", cmd_path},
     {"pf", "COMMAND ...", "read and print parameter files", cmd_pf},
     {"root", "", "print the installation root", cmd_root},
     {"signals", "[NAME|NUMBER]...", "list the signals", cmd_signals},
+    {"undump", "[FILE]", "turn what dump printed back into bytes", cmd_undump},
     {},
 };
 // clang-format on

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "internal/alloc.h"
+#include "internal/ascii.h"
 #include "stock/elog.h"
 #include "stock/hexdump.h"
 #include "stock/strings.h"
@@ -32,7 +33,7 @@ void print_title(FILE *stream, const char *title)
 int leading_printable(const char *text, int n)
 {
     int count = 0;
-    while (count < n && text[count] >= 32 && text[count] <= 126)
+    while (count < n && stock::is_printable(static_cast<unsigned char>(text[count])))
         ++count;
     return count;
 }

@@ -7,18 +7,25 @@
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #include "deviants.h"
+#include "internal/ascii.h"
 #include "internal/dump.h"
 #include "stock/elog.h"
 #include "stock/pushstr.h"
 
 namespace {
 
+// Writing.
+
+constexpr int kGroups = 8;               // of a line
 constexpr std::size_t kWidth = 16;       // bytes of a line
-constexpr std::size_t kHexWidth = 39;    // eight groups of four digits with a blank between
+constexpr std::size_t kHexWidth = 39;    // groups of four digits with a blank between
 constexpr std::size_t kMaxAddress = 16;  // digits
 constexpr std::size_t kMaxLine = 1 + kMaxAddress + 2 + kHexWidth + 1 + kWidth + 1;
 constexpr std::size_t kLines = 256;  // handed on at a time
@@ -100,6 +107,104 @@ void dump(unsigned long base, const Byte *p, std::size_t n, Sink sink)
     }
 }
 
+// Reading.
+
+// The next line, cut to HEXDUMP_MAX_LINE characters; the rest of it is dropped.
+bool next_line(FILE *stream, char (&line)[HEXDUMP_MAX_LINE + 1])
+{
+    line[HEXDUMP_MAX_LINE] = '?';  // zero afterwards when the line reaches so far
+    if (!std::fgets(line, sizeof line, stream))
+        return false;
+    if (line[HEXDUMP_MAX_LINE] == 0 && line[HEXDUMP_MAX_LINE - 1] != '\n')
+        for (int c = 0; c != '\n' && c != EOF;)
+            c = std::getc(stream);
+    return true;
+}
+
+// The words of a line, one after the other.
+class Words {
+public:
+    explicit Words(std::string_view line) : line_(line) {}
+
+    // The next word; empty when there is none.
+    std::string_view next()
+    {
+        const std::size_t start = std::min(line_.find_first_not_of(kBlanks, at_), line_.size());
+        gap_ = start - at_;
+        at_ = std::min(line_.find_first_of(kBlanks, start), line_.size());
+        return line_.substr(start, at_ - start);
+    }
+
+    std::size_t gap() const { return gap_; }  // blanks before the last word
+    std::size_t end() const { return at_; }   // where it ended
+
+private:
+    static constexpr std::string_view kBlanks = " \t\n";
+
+    std::string_view line_;
+    std::size_t at_ = 0;
+    std::size_t gap_ = 0;
+};
+
+// The byte that the two characters show, -1 when they are no digits.
+int byte_of(const char *digits)
+{
+    const int high = hex2int(static_cast<Byte>(digits[0]));
+    const int low = high < 0 ? -1 : hex2int(static_cast<Byte>(digits[1]));
+    return low < 0 ? -1 : 16 * high + low;
+}
+
+// Puts the bytes that a word shows, at most n, into buf; none when it shows none.
+int bytes_of(std::string_view word, Byte *buf, int n)
+{
+    const int first = word.size() < 2 ? -1 : byte_of(word.data());
+    const int second = first < 0 || word.size() != 4 ? -1 : byte_of(word.data() + 2);
+    if (first >= 0 && n > 0)
+        buf[0] = static_cast<Byte>(first);
+    if (second >= 0 && n > 1)
+        buf[1] = static_cast<Byte>(second);
+    return std::min(n, (first >= 0) + (second >= 0));
+}
+
+// Puts the bytes that a line shows, at most n, into buf and counts them in
+// *count. Gives whether the line has all its words.
+bool bytes_of_line(std::string_view line, Byte *buf, int n, int *count)
+{
+    Words words(line);
+    words.next();
+    const std::size_t text = words.end() + 2 + kHexWidth + 1;
+    for (int i = 0; i < kGroups; ++i) {
+        const std::string_view word = words.next();
+        // The padding of a short line and its text, which may look like digits.
+        if (words.gap() > 2 && words.end() - word.size() >= text)
+            return false;
+        const int got = bytes_of(word, buf + *count, n - *count);
+        *count += got;
+        if (got == 0)
+            return false;
+    }
+    return true;
+}
+
+// Comparing.
+
+void print_both(FILE *stream, unsigned long offset, const Byte *a, const Byte *b, int n)
+{
+    std::fputs("a> ", stream);
+    Hexdump(stream, offset, a, n);
+    std::fputs("b> ", stream);
+    Hexdump(stream, offset, b, n);
+    std::fputc('\n', stream);
+}
+
+// n in whole lines, as far as an int goes.
+int rounded_up(int n)
+{
+    constexpr int64_t kLine = kWidth;
+    return static_cast<int>(
+        std::min<int64_t>((std::max<int64_t>(n, 0) + kLine - 1) / kLine * kLine, INT_MAX));
+}
+
 }  // namespace
 
 void Hexdump(FILE *stream, unsigned long base, const void *p, int n)
@@ -136,4 +241,41 @@ char *hexdump_string(unsigned long base, const void *p, int n)
              });
     }
     return popstr(&stack, 1);
+}
+
+int read_hexdump(FILE *stream, unsigned char *buf, int n)
+{
+    char line[HEXDUMP_MAX_LINE + 1];
+    int count = 0;
+    while (count < n && next_line(stream, line) && bytes_of_line(line, buf, n, &count)) {
+    }
+    return count;
+}
+
+int hex2int(int ch)
+{
+    if (ch >= '0' && ch <= '9')
+        return ch - '0';
+    if (ch >= 'a' && ch <= 'f')
+        return ch - 'a' + 10;
+    if (ch >= 'A' && ch <= 'F')
+        return ch - 'A' + 10;
+    return -1;
+}
+
+int prthexcmp(FILE *stream, const char *title, const unsigned char *a, const unsigned char *b,
+              int n)
+{
+    if (title)
+        std::fprintf(stream, "\n%s\n", title);
+    if (stock::unreadable(a, n) || stock::unreadable(b, n)) {
+        print_both(stream, 0, a, b, n);
+        return rounded_up(n);
+    }
+    for (int64_t done = 0; done < n; done += kWidth) {
+        const int bytes = static_cast<int>(std::min<int64_t>(kWidth, n - done));
+        if (std::memcmp(a + done, b + done, static_cast<std::size_t>(bytes)) != 0)
+            print_both(stream, static_cast<unsigned long>(done), a + done, b + done, bytes);
+    }
+    return rounded_up(n);
 }

@@ -6,6 +6,8 @@
 #include <iterator>
 #include <string_view>
 
+#include "internal/ascii.h"
+
 namespace {
 
 constexpr std::string_view True[] = {"yes", "ok", "y", "true", "1", "on", "t"};
@@ -13,17 +15,12 @@ constexpr std::size_t NTrue = std::size(True);
 constexpr std::string_view False[] = {"no", "n", "false", "0", "off", "f"};
 constexpr std::size_t NFalse = std::size(False);
 
-constexpr char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 // Whether the text, lowered, is one of the words, which are lower case.
 bool is_one_of(std::string_view text, const std::string_view *words, std::size_t count)
 {
     return std::any_of(words, words + count, [=](std::string_view word) {
         return std::equal(text.begin(), text.end(), word.begin(), word.end(),
-                          [](char a, char b) { return lower(a) == b; });
+                          [](char a, char b) { return stock::lower(a) == b; });
     });
 }
 

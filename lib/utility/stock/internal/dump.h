@@ -1,4 +1,4 @@
-// What the dumps of memory have in common: what is printable, and what can be read.
+// What the dumps of memory have in common: which memory can be read.
 
 #pragma once
 
@@ -8,11 +8,6 @@
 #include "deviants.h"
 
 namespace stock {
-
-constexpr bool is_printable(unsigned char c)
-{
-    return c >= 32 && c <= 126;
-}
 
 // Whether the n bytes at p must not be touched; *answer is what nomem said of them.
 inline bool unreadable(const void *p, int n, const void **answer = nullptr)

@@ -1,0 +1,53 @@
+// A double as short text, its exponent a multiple of three.
+
+#include "stock/strdbl.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstring>
+
+namespace {
+
+constexpr double kLargest = 1e10;    // above it an exponent is split off
+constexpr double kSmallest = 0.001;  // and below
+
+// A third of the exponent to split off.
+// Meant: below 1e-99 the division cuts towards zero and 1e-100 gives ".1e-99".
+int thousands(double x)
+{
+    if (x == 0 || (x <= kLargest && x >= kSmallest))
+        return 0;
+    return static_cast<int>(99 + std::log10(x)) / 3 - 33;
+}
+
+// "%.15g" in the C locale, without the "0" before a point.
+char *put_mantissa(char *out, double mantissa)
+{
+    char text[STRDBL_SIZE];
+    const auto [end, error] =
+        std::to_chars(text, text + sizeof text, mantissa, std::chars_format::general, 15);
+    const bool leading_zero = text[0] == '0' && end - text > 1;
+    const char *start = text + leading_zero;
+    return std::copy(start, static_cast<const char *>(end), out);
+}
+
+}  // namespace
+
+char *strdbl(char *buf, double x)
+{
+    if (std::isnan(x))
+        return std::strcpy(buf, "Nan");
+    if (std::isinf(x))
+        return std::strcpy(buf, x < 0 ? "-Inf" : "Inf");
+    const double size = std::fabs(x);
+    const int k = thousands(size);
+    const double mantissa = k ? size / std::pow(10.0, 3 * k) : size;
+    char *out = put_mantissa(buf, x < 0 ? -mantissa : mantissa);
+    if (k) {
+        *out++ = 'e';
+        out = std::to_chars(out, buf + STRDBL_SIZE - 1, 3 * k).ptr;
+    }
+    *out = 0;
+    return buf;
+}
