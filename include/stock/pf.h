@@ -68,7 +68,7 @@ typedef struct Pffunction {
 typedef struct Pf {
     int32_t type; /* PFFILE, PFSTRING, ... */
     union {
-        char *s;
+        char *s;  /* may lie in the node's own block: never free or keep it */
         Tbl *tbl; /* of Pf * */
         Arr *arr; /* of Pf * */
         Pffunction *pffunct;

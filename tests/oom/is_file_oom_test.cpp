@@ -18,35 +18,6 @@ namespace {
 using testing::EndsWith;
 using testing::IsSupersetOf;
 
-// The "function: item" of every message that the body ends the process with,
-// each allocation failing in turn. The body tells whether it did all its work;
-// where the system's own allocation fails it need not.
-std::set<std::string> asked_for(const std::function<bool()> &body)
-{
-    std::set<std::string> items;
-    for (long successes = 0; successes < 1000; ++successes) {
-        const Ended ended = in_child([&] {
-            elog_init(0, nullptr);
-            fail_allocations_after(successes);
-            const bool done = body();
-            fail_allocations_after(-1);
-            _exit(done ? 0 : 9);
-        });
-        if (ended.status == 0)
-            return items;
-        EXPECT_EQ(ended.signal, 0);
-        const std::string function = "Out of memory in ", item = " bytes for ";
-        const size_t in = ended.err.find(function), for_item = ended.err.find(item);
-        if (ended.status == 9 || in == std::string::npos || for_item == std::string::npos)
-            continue;
-        const size_t name = in + function.size(), what = for_item + item.size();
-        items.insert(ended.err.substr(name, ended.err.find(' ', name) - name) + ": " +
-                     ended.err.substr(what, ended.err.find('\n', what) - what));
-    }
-    ADD_FAILURE() << "it never did all its work";
-    return items;
-}
-
 int nothing(const char *, const struct stat *, void *)
 {
     return 0;

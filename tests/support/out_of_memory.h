@@ -3,11 +3,13 @@
 #pragma once
 
 #include <functional>
+#include <set>
 #include <string>
 
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "stock/elog.h"
 #include "support/child.h"
 #include "support/fail_alloc.h"
 
@@ -33,4 +35,33 @@ inline std::string message(const std::string &function, const std::string &file,
 {
     return "Out of memory in " + function + " of '" + file + "'\n\tCan't malloc " + bytes +
            " bytes for " + item + "\n\tCannot allocate memory\n";
+}
+
+// The "function: item" of every message that the body ends the process with,
+// each allocation failing in turn. The body tells whether it did all its work;
+// where the system's own allocation fails it need not.
+inline std::set<std::string> asked_for(const std::function<bool()> &body)
+{
+    std::set<std::string> items;
+    for (long successes = 0; successes < 1000; ++successes) {
+        const Ended ended = in_child([&] {
+            elog_init(0, nullptr);
+            fail_allocations_after(successes);
+            const bool done = body();
+            fail_allocations_after(-1);
+            _exit(done ? 0 : 9);
+        });
+        if (ended.status == 0)
+            return items;
+        EXPECT_EQ(ended.signal, 0);
+        const std::string function = "Out of memory in ", item = " bytes for ";
+        const size_t in = ended.err.find(function), for_item = ended.err.find(item);
+        if (ended.status == 9 || in == std::string::npos || for_item == std::string::npos)
+            continue;
+        const size_t name = in + function.size(), what = for_item + item.size();
+        items.insert(ended.err.substr(name, ended.err.find(' ', name) - name) + ": " +
+                     ended.err.substr(what, ended.err.find('\n', what) - what));
+    }
+    ADD_FAILURE() << "it never did all its work";
+    return items;
 }

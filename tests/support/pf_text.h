@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "support/logged.h"
 #include "support/owners.h"
 
 // A tree on one line: {key: "text", list: ["a" {b: ""}]}, functions as &"text", other
@@ -37,17 +38,7 @@ inline std::string tree_text(const Pf *pf)
 // The messages that wait in the log, without their tags; the log is empty then.
 inline std::string logged()
 {
-    Tbl *messages = nullptr;
-    elog_query(ELOG_TBL, 0, &messages);
-    std::string text;
-    for (int64_t i = 0; i < messages->count; ++i) {
-        const auto *message = static_cast<Elog_msg *>(gettbl(messages, i));
-        text += message->msg;
-        if (message->sys)
-            text += std::string("\t") + message->sys + "\n";
-    }
-    elog_clear();
-    return text;
+    return take_log();
 }
 
 // The tree of a text that has no error, or what went wrong.

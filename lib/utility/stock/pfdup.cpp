@@ -50,11 +50,7 @@ Pf *pfdup(const Pf *pf)
         dup = pfnew(pf->type);
         copy_elements(pf->value.tbl, dup->value.tbl);
         break;
-    case PFSTRING:
-        dup = pfnew(pf->type);
-        if (pf->value.s)
-            dup->value.s = stock::copy_text(pf->value.s, "dup->value.s");
-        break;
+    case PFSTRING: dup = pf->value.s ? stock::new_text(pf->value.s) : pfnew(pf->type); break;
     case PFFUNCTION:
         dup = pfnew(pf->type);
         // Meant: the text of the copy is the record's own bytes, the first of which

@@ -80,7 +80,7 @@ void pffree(Pf *pf)
     switch (pf->type) {
     case PFEXEC_ERROR:
     case PFSTRING:
-    case PFINVALID: std::free(pf->value.s); break;
+    case PFINVALID: stock::free_text(pf); break;
     case PFFILE:
     case PFARR: freearr(pf->value.arr, free_child); break;
     case PFTBL: freetbl(pf->value.tbl, free_child); break;

@@ -15,6 +15,7 @@
 #include <string_view>
 
 #include "internal/alloc.h"
+#include "internal/pfnode.h"
 #include "stock/elog.h"
 #include "stock/strings.h"
 
@@ -119,7 +120,9 @@ enum class Count { no, yes };
 // Drops what is left of the line, with its newline.
 void skip_line(Scanner &s, Count count)
 {
-    const char *p = find_char(s, s.window.start, '\n');
+    const char *p = s.window.start;
+    if (*p != '\n')
+        p = find_char(s, p, '\n');
     if (*p) {
         ++p;
         s.Lex_lineno += count == Count::yes;
@@ -200,13 +203,6 @@ char *copied(std::string_view text, const char *item)
     return copy;
 }
 
-Pf *string_node(std::string_view text)
-{
-    Pf *pf = pfnew(PFSTRING);
-    pf->value.s = copied(text, "pf->value.s");
-    return pf;
-}
-
 void set_key(Scanner &s, std::string_view key)
 {
     const std::size_t length = std::min(key.size(), kMaxKey);
@@ -255,11 +251,6 @@ std::size_t match_word(Scanner &s)
 std::size_t match_one(Scanner &)
 {
     return 1;
-}
-
-std::size_t match_blanks(Scanner &s)
-{
-    return length_to(s, skip<kBlank>(s, s.window.start));
 }
 
 // "__END__" and its like reach to the end of their line, newline included.
@@ -398,16 +389,11 @@ Next quoted_key(Scanner &s, std::size_t length)
     return Next::token;
 }
 
-// A "#" in the key begins a comment, which is left in the text.
-Next plain_key(Scanner &s, std::size_t length)
+// The rest of a key from its first backslash at p on; the key before it is stored.
+const char *escaped_key(Scanner &s, const char *p)
 {
-    const char *const end = s.window.start + length;
-    const char *p = s.window.start;
-    while (p < end && !is(*p, kHash | kBackslash))
-        ++p;
-    set_key(s, {s.window.start, length_to(s, p)});
     std::size_t written = std::min(length_to(s, p), kMaxKey);
-    while (p < end && *p != '#') {
+    while (more_at(s, p) && !is(*p, kBlank | kNewline | kHash)) {
         int c = static_cast<unsigned char>(*p++);
         if (c == '\\')
             c = escaped(s, p, kBlank | kNewline);
@@ -415,6 +401,16 @@ Next plain_key(Scanner &s, std::size_t length)
             s.Lex_key[written++] = static_cast<char>(c);
     }
     s.Lex_key[written] = 0;
+    return p;
+}
+
+// A "#" in the key begins a comment, which is left in the text.
+Next plain_key(Scanner &s, std::size_t)
+{
+    const char *p = find<kBlank | kNewline | kHash | kBackslash>(s, s.window.start);
+    set_key(s, {s.window.start, length_to(s, p)});
+    if (*p == '\\')
+        p = escaped_key(s, p);
     take_to(s, p);
     return Next::token;
 }
@@ -428,7 +424,7 @@ Next comment_line(Scanner &s, std::size_t)
 Next empty_value(Scanner &s, std::size_t)
 {
     skip_line(s, Count::yes);
-    store(s, string_node(""));
+    store(s, new_text(""));
     return Next::token;
 }
 
@@ -458,11 +454,11 @@ Next file_function(Scanner &s, std::size_t length)
 
 std::string_view trimmed(std::string_view text)
 {
-    constexpr std::string_view kSpace = " \t\n";
-    const std::size_t first = text.find_first_not_of(kSpace);
-    if (first == text.npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(kSpace) - first + 1);
+    while (!text.empty() && is(text.front(), kBlank | kNewline))
+        text.remove_prefix(1);
+    while (!text.empty() && is(text.back(), kBlank | kNewline))
+        text.remove_suffix(1);
+    return text;
 }
 
 // Complains of a value that swallowed the start of a table or list.
@@ -500,18 +496,20 @@ std::string_view gather_value(Scanner &s, const char *&p)
 
 Next plain_value(Scanner &s, std::size_t)
 {
-    const char *p = find<kNewline | kHash | kBackslash>(s, s.window.start);
+    const char *p = find<kNewline | kHash | kBackslash | kAmpersand>(s, s.window.start);
+    const bool has_ampersand = *p == '&';
+    if (has_ampersand)
+        p = find<kNewline | kHash | kBackslash>(s, p);
     const bool as_written = *p != '\\';
     const std::string_view text = trimmed(
         as_written ? std::string_view(s.window.start, length_to(s, p)) : gather_value(s, p));
     if (!*p && s.window.error())
         return Next::done;  // what was read of it is not all of it
-    const bool suspicious = text.find('&') != text.npos;
-    Pf *pf = string_node(text);
+    Pf *pf = new_text(text);
     if (as_written)
         take_to(s, p);
     skip_line(s, Count::yes);
-    if (suspicious)
+    if (has_ampersand || !as_written)
         check_value(pf->value.s);
     store(s, pf);
     return Next::token;
@@ -527,7 +525,7 @@ Next unfinished_literal(Scanner &s, const char *end)
 
 Next store_literal(Scanner &s, const char *end, std::size_t closing, Count count)
 {
-    Pf *pf = string_node({s.window.start, length_to(s, end)});
+    Pf *pf = new_text({s.window.start, length_to(s, end)});
     take_to(s, end + closing);
     if (!s.at_line_start)
         skip_line(s, count);
@@ -609,7 +607,6 @@ struct Token {
 // Where a key is expected: in a PFARR and at top level.
 constexpr Token kKeyTokens[] = {
     {"\n",   match_one,         count_line},
-    {" \t",  match_blanks,      ignore},
     {"_",    match_end_mark,    stop},
     {"}",    match_one,         close_container},
     {"\"'",  match_quoted,      quoted_key},
@@ -619,7 +616,6 @@ constexpr Token kKeyTokens[] = {
 
 // Behind a key, and throughout a PFTBL.
 constexpr Token kValueTokens[] = {
-    {" \t",  match_blanks,                       ignore},
     {"}",    match_one,                          close_container},
     {"&",    match_word<"&Tbl{">,                open_container<PFTBL>},
     {"&",    match_word<"&Arr{">,                open_container<PFARR>},
@@ -637,7 +633,7 @@ constexpr Token kValueTokens[] = {
 // clang-format on
 
 // A row for anything leaves these to the others.
-constexpr std::string_view kNotPlain = "}# \t\n";
+constexpr std::string_view kNotPlain = "}#\n";
 
 constexpr bool may_begin(const Token &token, char c)
 {
@@ -660,13 +656,17 @@ constexpr auto rows_by_first(const Token (&tokens)[n])
 constexpr auto kKeyRows = rows_by_first(kKeyTokens);
 constexpr auto kValueRows = rows_by_first(kValueTokens);
 
-Next next_token(Scanner &s, const Token *tokens, const std::array<uint16_t, 256> &rows)
+// Most keys and values begin with what only the row for anything takes.
+constexpr uint16_t kPlainKey = kKeyRows['a'];
+constexpr uint16_t kPlainValue = kValueRows['a'];
+static_assert(std::has_single_bit(kPlainKey) && std::has_single_bit(kPlainValue));
+
+Next longest_token(Scanner &s, const Token *tokens, unsigned rows)
 {
     const Token *longest = nullptr;
     std::size_t length = 0;
-    for (unsigned left = rows[static_cast<unsigned char>(*s.window.start)]; left;
-         left &= left - 1) {
-        const Token &token = tokens[std::countr_zero(left)];
+    for (; rows; rows &= rows - 1) {
+        const Token &token = tokens[std::countr_zero(rows)];
         const std::size_t matched = token.match(s);
         if (matched > length) {
             longest = &token;
@@ -676,15 +676,29 @@ Next next_token(Scanner &s, const Token *tokens, const std::array<uint16_t, 256>
     return longest->act(s, length);
 }
 
+Next next_token(Scanner &s)
+{
+    const auto first = static_cast<unsigned char>(*s.window.start);
+    if (s.state == LexState::key) {
+        const unsigned rows = kKeyRows[first];
+        return rows == kPlainKey ? plain_key(s, 0) : longest_token(s, kKeyTokens, rows);
+    }
+    const unsigned rows = kValueRows[first];
+    return rows == kPlainValue ? plain_value(s, 0) : longest_token(s, kValueTokens, rows);
+}
+
 }  // namespace
 
 int PF_lex(Scanner &s)
 {
-    Next next = Next::token;
-    while (next == Next::token && more_at(s, s.window.start))
-        next = s.state == LexState::key ? next_token(s, kKeyTokens, kKeyRows)
-                                        : next_token(s, kValueTokens, kValueRows);
-    return next == Next::failed ? -1 : 0;
+    for (;;) {
+        take_to(s, skip<kBlank>(s, s.window.start));
+        if (!*s.window.start)
+            return 0;
+        const Next next = next_token(s);
+        if (next != Next::token)
+            return next == Next::failed ? -1 : 0;
+    }
 }
 
 }  // namespace stock
