@@ -481,9 +481,9 @@ std::string_view gather_value(Scanner &s, const char *&p)
         take_to(s, p);
         if (*p != '\\')
             break;
-        int c = 0;
+        int c = '\n';
         if (++p; more_at(s, p) && *p == '\n')
-            c = *p++;  // the value goes on, and the line is not counted
+            ++p;  // the value goes on, and the line is not counted
         else
             c = escaped(s, p, kNewline);
         if (const char byte = static_cast<char>(c); c >= 0)
@@ -663,7 +663,7 @@ static_assert(std::has_single_bit(kPlainKey) && std::has_single_bit(kPlainValue)
 
 Next longest_token(Scanner &s, const Token *tokens, unsigned rows)
 {
-    const Token *longest = nullptr;
+    const Token *longest = &tokens[std::countr_zero(rows)];
     std::size_t length = 0;
     for (; rows; rows &= rows - 1) {
         const Token &token = tokens[std::countr_zero(rows)];
