@@ -81,9 +81,15 @@ STOCK_API int64_t settbl(Tbl *tbl, int64_t i, const void *entry);
 
 /*
  * Entry i, or the list's null value (its address, in a direct list) when i is
- * outside 0 .. count-1. The list keeps what is returned.
+ * outside 0 .. count-1. The list keeps what is returned. Compilers may put it in
+ * place; the library exports it as well.
  */
-STOCK_API void *gettbl(const Tbl *tbl, int64_t i);
+STOCK_API inline void *gettbl(const Tbl *tbl, int64_t i)
+{
+    if (i < 0 || i >= tbl->count)
+        return tbl->null_value;
+    return tbl->direct ? (char *)tbl->base + i * tbl->size : ((void **)tbl->base)[i];
+}
 
 /*
  * The address of slot i: of the record, or of the stored pointer. Null when i

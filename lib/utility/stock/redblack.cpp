@@ -326,7 +326,7 @@ Rbnode *new_node_behind(const char *key, void *value)
     if (!block)
         return nullptr;
     std::memset(block + offset - kWord, 0, kWord);
-    std::memcpy(block, key, length);
+    std::memcpy(block, key, length + 1);
     auto *node = new (block + offset) Rbnode{kNil, kNil, kNil, kRed, block, value};
     stock::set_text_words(node, static_cast<uint32_t>(words));
     return node;

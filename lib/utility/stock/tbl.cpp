@@ -348,6 +348,9 @@ void push_index(Tbl *tbl, int64_t i)
     pushtbl(tbl, reinterpret_cast<const void *>(i));
 }
 
+// The header defines gettbl. Naming it here makes the library export it.
+[[gnu::used]] constexpr auto kExported = &gettbl;
+
 }  // namespace
 
 Tbl *inittbl(int64_t left_grow, int64_t right_grow, int direct, const void *null_value, int size)
@@ -388,11 +391,6 @@ int64_t settbl(Tbl *tbl, int64_t i, const void *entry)
     return i;
 }
 
-void *gettbl(const Tbl *tbl, int64_t i)
-{
-    return has(tbl, i) ? entry_at(tbl, i) : tbl->null_value;
-}
-
 void *addrtbl(const Tbl *tbl, int64_t i)
 {
     return has(tbl, i) ? slot(tbl, i) : nullptr;
@@ -400,7 +398,12 @@ void *addrtbl(const Tbl *tbl, int64_t i)
 
 int64_t pushtbl(Tbl *tbl, const void *entry)
 {
-    return settbl(tbl, tbl->count, entry);
+    const int64_t i = tbl->count;
+    if (tbl->direct || i >= tbl->nalloc)
+        return settbl(tbl, i, entry);
+    pointer(tbl, i) = const_cast<void *>(entry);
+    tbl->count = i + 1;
+    return i;
 }
 
 void *poptbl(Tbl *tbl)
