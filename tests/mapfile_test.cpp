@@ -5,7 +5,6 @@
 
 #include "stock/mapfile.h"
 
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -21,6 +20,7 @@
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -32,50 +32,45 @@
 
 namespace {
 
-std::atomic<int> maps = 0;  // how often mmap was called for a shared mapping
-int map_failures = 0;       // so many of the next mappings fail ...
-int map_errno = ENOMEM;     // ... like this
+int maps = 0;            // how often mmap was called for a shared mapping
+int map_failures = 0;    // so many of the next mappings fail ...
+int map_errno = ENOMEM;  // ... like this
 bool unmap_fails = false;
 bool status_fails = false;
 std::function<void()> after_status;  // runs once, behind the next status
 
-template <class Function>
-Function *real(const char *name)
-{
-    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
-}
-
 }  // namespace
+
+// The first two are called before the thread sanitizer is up.
+#define UNWATCHED __attribute__((no_sanitize("thread")))
 
 extern "C" {
 
-void *mmap(void *at, size_t size, int prot, int flags, int fd, off_t offset) noexcept
+UNWATCHED void *mmap(void *at, size_t size, int prot, int flags, int fd, off_t offset) noexcept
 {
-    static auto *const next = real<decltype(mmap)>("mmap");
     if (flags & MAP_SHARED) {
-        ++maps;
+        __atomic_fetch_add(&maps, 1, __ATOMIC_RELAXED);
         if (map_failures > 0) {
             --map_failures;
             errno = map_errno;
             return MAP_FAILED;
         }
     }
-    return next(at, size, prot, flags, fd, offset);
+    return reinterpret_cast<void *>(syscall(SYS_mmap, at, size, prot, flags, fd, offset));
 }
 
-int munmap(void *address, size_t size) noexcept
+UNWATCHED int munmap(void *address, size_t size) noexcept
 {
-    static auto *const next = real<decltype(munmap)>("munmap");
     if (unmap_fails) {
         errno = EINVAL;
         return -1;
     }
-    return next(address, size);
+    return static_cast<int>(syscall(SYS_munmap, address, size));
 }
 
 int fstat(int fd, struct stat *status) noexcept
 {
-    static auto *const next = real<decltype(fstat)>("fstat");
+    static auto *const next = reinterpret_cast<decltype(fstat) *>(dlsym(RTLD_NEXT, "fstat"));
     if (status_fails) {
         errno = EIO;
         return -1;

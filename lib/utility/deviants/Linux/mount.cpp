@@ -27,10 +27,18 @@
 
 namespace {
 
+struct Close {
+    void operator()(FILE *file) const
+    {
+        const stock::KeepErrno keep;
+        std::fclose(file);
+    }
+};
+
 // The lines of a file, one after the other.
 class Lines {
 public:
-    explicit Lines(const char *path) : file_(std::fopen(path, "re"), std::fclose) {}
+    explicit Lines(const char *path) : file_(std::fopen(path, "re")) {}
 
     explicit operator bool() const { return file_ != nullptr; }
 
@@ -49,7 +57,7 @@ public:
     }
 
 private:
-    std::unique_ptr<FILE, int (*)(FILE *)> file_;
+    std::unique_ptr<FILE, Close> file_;
     stock::Owned<char> text_;
     std::size_t size_ = 0;
 };
