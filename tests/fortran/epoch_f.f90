@@ -1,7 +1,7 @@
 ! Calendar arithmetic called from Fortran, where every argument goes by pointer.
 program epoch_f
   implicit none
-  double precision, external :: h2e
+  double precision, external :: h2e, now
   integer, external :: mday2doy
   integer :: year, doy, hour, minute, month, day
   double precision :: when, second
@@ -16,4 +16,6 @@ program epoch_f
   call doy2mday(61, 2004, month, day)
   if (month /= 3 .or. day /= 1) stop 4
   if (mday2doy(2003, 3, 1) /= 60) stop 5
+
+  if (now() < 1.7d9 .or. now() > 1.0d11) stop 6
 end program epoch_f
