@@ -37,6 +37,7 @@
 #include "stock/tbl.h"
 #include "stock/time.h"
 #include "stock/usermethod.h"
+#include "stock/wait_for_time.h"
 #include "stock/xargs.h"
 #include "stock/yesno.h"
 
