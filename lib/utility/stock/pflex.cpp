@@ -476,6 +476,7 @@ void check_value(const char *text)
 std::string_view gather_value(Scanner &s, const char *&p)
 {
     s.string_length = 0;
+    fix_String_buf(s, 1);
     for (;;) {
         gather(s, {s.window.start, length_to(s, p)});
         take_to(s, p);
