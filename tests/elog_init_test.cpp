@@ -3,11 +3,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include <gtest/gtest.h>
 
 #include "deviants.h"
+#include "stock/pf.h"
 #include "support/logging.h"
 
 namespace {
@@ -161,6 +163,57 @@ TEST(ElogValue, NoTableAndNoDefaultsAreIgnored)
     elog_fill_from_env("x", nullptr, kDefaults, 1);
     elog_fill_from_env("x", table, nullptr, 1);
     EXPECT_STREQ(table[0], "");
+}
+
+// Parameter trees.
+
+namespace {
+
+struct FreePf {
+    void operator()(Pf *pf) const { pffree(pf); }
+};
+
+// Seven settings, each "." before, after the table ELOG_TAG of a parameter text was applied.
+std::string applied_from(const char *parameters)
+{
+    Pf *pf = nullptr;
+    pfcompile(parameters, &pf);
+    const std::unique_ptr<Pf, FreePf> owner(pf);
+    char table[7][ELOG_FIELD_SIZE];
+    for (auto &field : table)
+        snprintf(field, sizeof field, ".");
+    elog_fill_from_pf(pf, "ELOG_TAG", table, kDefaults);
+    std::string text;
+    for (auto &field : table)
+        text += std::string("|") + field;
+    return text.substr(1);
+}
+
+}  // namespace
+
+TEST(ElogFillFromPf, TakesWhatIsNamedAndTheDefaultsForTheRest)
+{
+    EXPECT_EQ(applied_from("ELOG_TAG &Arr{\nlog a\nfault b c\nother x\n}\n"),
+              "a|d1|d2|d3|d4|d5|b c");
+    EXPECT_EQ(applied_from("ELOG_TAG &Arr{\n}\n"), "d0|d1|d2|d3|d4|d5|d6");
+    EXPECT_EQ(applied_from("ELOG_TAG &Arr{\ndie &Tbl{\nx\n}\n}\n"), "d0|d1|d2|d3|d4|d5|d6");
+}
+
+TEST(ElogFillFromPf, ATableThatIsAbsentOrNoTableChangesNothing)
+{
+    EXPECT_EQ(applied_from("ELOG_DELIVER &Arr{\nlog a\n}\n"), ".|.|.|.|.|.|.");
+    EXPECT_EQ(applied_from("ELOG_TAG text\n"), ".|.|.|.|.|.|.");
+    EXPECT_EQ(applied_from(""), ".|.|.|.|.|.|.");
+    char table[7][ELOG_FIELD_SIZE] = {};
+    elog_fill_from_pf(nullptr, "ELOG_TAG", table, kDefaults);
+    EXPECT_STREQ(table[0], "");
+}
+
+TEST(ElogFillFromPf, ATextOf500CharactersIsCutTo47)
+{
+    const std::string text(500, 'x');
+    EXPECT_EQ(applied_from(("ELOG_TAG &Arr{\nlog " + text + "\n}\n").c_str()),
+              text.substr(0, 47) + "|d1|d2|d3|d4|d5|d6");
 }
 
 // The environment.

@@ -53,6 +53,8 @@
 
 STOCK_BEGIN_DECLS
 
+struct Pf; /* a parameter tree, see pf.h */
+
 /* Bytes of one setting, the end of its text included; what is longer is cut. */
 enum { ELOG_FIELD_SIZE = 48 };
 
@@ -339,6 +341,18 @@ STOCK_API void elog_expand(const char *text, int severity, char *out, int max);
  */
 STOCK_API void elog_fill_from_env(const char *value, char (*table)[ELOG_FIELD_SIZE],
                                   const char *const *defaults, int fill_defaults);
+
+/*
+ * Applies the table of that name in a parameter tree to a table of seven settings.
+ * It is keyed by the names of the severities, and what it lacks, or gives anything
+ * but a text, takes its default. Without such a table nothing changes.
+ *
+ *     ELOG_TAG &Arr{
+ *         complain    [%s] %P
+ *     }
+ */
+STOCK_API void elog_fill_from_pf(const struct Pf *pf, const char *name,
+                                 char (*table)[ELOG_FIELD_SIZE], const char *const *defaults);
 
 /*
  * Questions and settings.

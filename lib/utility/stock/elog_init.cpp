@@ -16,6 +16,7 @@
 #include "internal/elog_joins.h"
 #include "internal/guards.h"
 #include "stock/path.h"
+#include "stock/pf.h"
 
 namespace stock::logging {
 
@@ -233,6 +234,13 @@ void fill_empty(Field *table, const char *const *defaults)
             store(table[i], defaults[i]);
 }
 
+// The node that a keyed node holds under a key, or null.
+const Pf *child(const Pf *pf, const char *key)
+{
+    const bool keyed = pf && key && (pf->type == PFFILE || pf->type == PFARR);
+    return keyed ? static_cast<const Pf *>(getarr(pf->value.arr, key)) : nullptr;
+}
+
 }  // namespace
 
 void need_init()
@@ -285,6 +293,19 @@ void elog_fill_from_env(const char *value, char (*table)[ELOG_FIELD_SIZE],
         Groups(table, defaults).read(value);
     else if (fill_defaults)
         fill_empty(table, defaults);
+}
+
+void elog_fill_from_pf(const Pf *pf, const char *name, char (*table)[ELOG_FIELD_SIZE],
+                       const char *const *defaults)
+{
+    const Pf *settings = child(pf, name);
+    if (!settings || settings->type != PFARR || !table || !defaults)
+        return;
+    const Holding hold(Lock);
+    for (int i = 0; i < kSeverities; ++i) {
+        const Pf *value = child(settings, severity_name[i]);
+        store(table[i], value && value->type == PFSTRING ? value->value.s : defaults[i]);
+    }
 }
 
 int elog2stderr(void)
