@@ -279,7 +279,7 @@ TEST(ElogFile, AFullDiskIsSurvived)
 
 TEST(ElogFile, APathThatIsTooLongIsReportedWhole)
 {
-    for (const size_t length : {4095, 4096, 100000}) {
+    for (const size_t length : {4095u, 4096u, 100000u}) {
         SCOPED_TRACE(length);
         const std::string path = "/" + std::string(length, 'x');
         const Ended ended = untagged([&] {

@@ -1130,7 +1130,7 @@ TEST(ElogSet, OneSeveritysSettingsLeaveTheOthersAlone)
 
 TEST(ElogSet, AFieldKeeps47CharactersOf47And48And500)
 {
-    for (const size_t length : {46, 47, 48, 500}) {
+    for (const size_t length : {46u, 47u, 48u, 500u}) {
         SCOPED_TRACE(length);
         const std::string text(length, 'x');
         const std::string kept = text.substr(0, 47);
