@@ -284,6 +284,24 @@ TEST(ReadHexdump, TakesEightWordsBehindTheAddress)
     EXPECT_EQ(read_back("0 41 42 43 44 45 46 47 48 49 4a\n1 4b\n", 100), "ABCDEFGHK");
 }
 
+TEST(ReadHexdump, ReadsLinesThatAreAlmostFullAndRegularWordByWord)
+{
+    const std::string full = "\t00000000  3031 3233 3435 3637 3839 6162 6364 6566 text\n";
+    const std::string next = "0 5a\n";
+    EXPECT_EQ(read_back(full + next, 100), "0123456789abcdefZ");
+    for (size_t at = 0; at + 1 < full.size(); ++at) {
+        SCOPED_TRACE(at);
+        std::string line = full;
+        line[at] = 'x';
+        const std::string with_x = read_back(line + next, 100);
+        line[0] = ' ';  // no longer regular
+        EXPECT_EQ(with_x, read_back(line + next, 100));
+    }
+    EXPECT_EQ(read_back("\tab\tcd  3031 3233 3435 3637 3839 6162 6364 6566\n" + next, 100),
+              "\xcd"
+              "0123456789abcdZ");
+}
+
 TEST(ReadHexdump, StopsBehindALineWithFewerWords)
 {
     EXPECT_EQ(read_back("0 41 42 43 44 45 46 47\n1 4b\n", 100), "ABCDEFG");

@@ -146,12 +146,45 @@ private:
     std::size_t gap_ = 0;
 };
 
-// The byte that the two characters show, -1 when they are no digits.
+// 0 to 15, or -1 for what is no digit.
+constexpr auto kValues = [] {
+    std::array<signed char, 256> values{};
+    for (signed char &value : values)
+        value = -1;
+    for (signed char i = 0; i < 16; ++i) {
+        values[static_cast<Byte>("0123456789abcdef"[i])] = i;
+        values[static_cast<Byte>("0123456789ABCDEF"[i])] = i;
+    }
+    return values;
+}();
+
+// The byte that the two characters show; negative when they are no digits.
 int byte_of(const char *digits)
 {
-    const int high = hex2int(static_cast<Byte>(digits[0]));
-    const int low = high < 0 ? -1 : hex2int(static_cast<Byte>(digits[1]));
-    return low < 0 ? -1 : 16 * high + low;
+    return kValues[static_cast<Byte>(digits[0])] * 16 | kValues[static_cast<Byte>(digits[1])];
+}
+
+// Puts the bytes of a line that is as full and as regular as dump writes it into
+// buf. For any other line it is false and buf is of no account.
+bool bytes_of_full_line(std::string_view line, Byte *buf)
+{
+    if (!line.starts_with('\t'))
+        return false;
+    const std::size_t gap = std::min(line.find_first_of(" \t", 1), line.size());
+    if (line.size() < gap + 2 + kHexWidth + 1 || line.substr(gap, 2) != "  ")
+        return false;
+    int all = 0;  // negative as soon as one byte is
+    bool apart = true;
+    const char *digits = line.data() + gap + 2;
+    for (int i = 0; i < kGroups; ++i, digits += 5) {
+        const int first = byte_of(digits);
+        const int second = byte_of(digits + 2);
+        all |= first | second;
+        apart &= digits[4] == ' ';
+        *buf++ = static_cast<Byte>(first);
+        *buf++ = static_cast<Byte>(second);
+    }
+    return all >= 0 && apart;
 }
 
 // Puts the bytes that a word shows, at most n, into buf; none when it shows none.
@@ -170,6 +203,10 @@ int bytes_of(std::string_view word, Byte *buf, int n)
 // *count. Gives whether the line has all its words.
 bool bytes_of_line(std::string_view line, Byte *buf, int n, int *count)
 {
+    if (n - *count >= static_cast<int>(kWidth) && bytes_of_full_line(line, buf + *count)) {
+        *count += kWidth;
+        return true;
+    }
     Words words(line);
     words.next();
     const std::size_t text = words.end() + 2 + kHexWidth + 1;
@@ -254,13 +291,7 @@ int read_hexdump(FILE *stream, unsigned char *buf, int n)
 
 int hex2int(int ch)
 {
-    if (ch >= '0' && ch <= '9')
-        return ch - '0';
-    if (ch >= 'a' && ch <= 'f')
-        return ch - 'a' + 10;
-    if (ch >= 'A' && ch <= 'F')
-        return ch - 'A' + 10;
-    return -1;
+    return ch >= 0 && ch < 256 ? kValues[static_cast<std::size_t>(ch)] : -1;
 }
 
 int prthexcmp(FILE *stream, const char *title, const unsigned char *a, const unsigned char *b,

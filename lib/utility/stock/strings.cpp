@@ -6,7 +6,7 @@
 #include "stock/strings.h"
 
 #include <algorithm>
-#include <climits>
+#include <cerrno>
 #include <cstring>
 #include <mutex>
 #include <string_view>
@@ -86,9 +86,11 @@ void start_line(char **buffer, int64_t *size)
     *buffer = static_cast<char *>(stock::allocate(INTACTLINE_FIRST, "*aline", "intactline"));
 }
 
-void double_line(char **buffer, int64_t *size)
+// Doubles the size until it is at least `needed`, and gives the buffer just that size.
+void double_line(char **buffer, int64_t *size, int64_t needed)
 {
-    *size *= 2;
+    while (*size < needed)
+        *size *= 2;
     *buffer = static_cast<char *>(
         stock::reallocate(*buffer, stock::bytes_for(*size, 1), "*aline", "intactline"));
 }
@@ -246,20 +248,17 @@ char *intactline(FILE *stream, char **buffer, int64_t *size)
         return nullptr;
     if (*size <= 0 || !*buffer)
         start_line(buffer, size);
-    for (int64_t length = 0;;) {
-        if (*size - length < 2)
-            double_line(buffer, size);
-        char *rest = *buffer + length;
-        const int room = static_cast<int>(std::min<int64_t>(*size - length, INT_MAX));
-        rest[room - 1] = '?';  // overwritten with zero only when the line reaches so far
-        if (!std::fgets(rest, room, stream)) {
-            rest[0] = 0;
-            return length > 0 ? *buffer : nullptr;
-        }
-        if (rest[room - 1] != 0 || rest[room - 2] == '\n') {
-            chomp(rest);
-            return *buffer;
-        }
-        length += room - 1;
-    }
+    errno = 0;
+    auto room = static_cast<std::size_t>(*size);
+    const ssize_t length = getline(buffer, &room, stream);
+    if (length < 0 && errno == ENOMEM)
+        stock::out_of_memory(stock::bytes_for(*size, 2), "*aline");
+    if (length <= 0)
+        return nullptr;
+    if (length >= *size)
+        double_line(buffer, size, length + 1);
+    char *last = *buffer + length - 1;
+    if (*last == '\n')
+        *last = 0;
+    return *buffer;
 }
