@@ -113,3 +113,25 @@ TEST(ConvertLevels, EveryLevelTurnsBytesRoundAsThePortableLoopsDo)
                         stock::kPortableLoops.reverse[width_of(type)], type, width_of(type));
     }
 }
+
+TEST(ConvertLevels, TurningBytesRoundPastTheCachesGivesTheSame)
+{
+    for (const Level &level : levels()) {
+        SCOPED_TRACE(level.name);
+        for (size_t width : {2, 4, 8}) {
+            Loop *const streaming = level.loops->reverse_streaming[width];
+            if (!streaming)
+                continue;  // portable
+            for (size_t n : {size_t{0}, size_t{1}, size_t{7}, size_t{100}, size_t{100000}}) {
+                const std::string some = boundary_integers<uint64_t>();
+                std::string values;
+                while (values.size() < n * width)
+                    values += some;
+                for (size_t shift : {size_t{0}, width, 3 * width})
+                    EXPECT_EQ(outcome(streaming, values.data(), width, n, shift),
+                              outcome(stock::kPortableLoops.reverse[width], values.data(), width, n,
+                                      shift));
+            }
+        }
+    }
+}

@@ -1,8 +1,8 @@
 // The 408 number converters: their names, and the way of a call through the loops.
 //
-// A member whose two sides are the same type moves bytes, turned round when the
-// orders differ. All others change the type with one loop; values of the foreign
-// order pass through a block on the stack, in which their bytes are turned round.
+// A member of one type in the host's order is one block move. All others are one
+// loop, or two when both the type and the order change: then values pass through a
+// block on the stack.
 
 #include "stock/convert.h"
 
@@ -22,9 +22,9 @@ using stock::Number;
 
 static_assert(sizeof(short) == 2 && sizeof(int) == 4 && sizeof(long) == 8);
 
-constexpr std::size_t kBlock = 512;  // values of the foreign order at a time
-constexpr std::size_t kLine = 64;    // bytes of a cache line, and of the widest vector
-constexpr std::size_t kFew = 64;     // so few values are not worth lining up
+constexpr std::size_t kBlock = 512;      // values that pass through the stack at a time
+constexpr std::size_t kFew = 64;         // so few values are not worth lining up
+constexpr std::size_t kHuge = 32 << 20;  // bytes that are not worth keeping in a cache
 
 const Loops &choose_loops()
 {
@@ -58,39 +58,28 @@ constexpr std::size_t number()
                std::bit_width(sizeof(T)) - 1;
 }
 
-// How values get from one place to the other. Null: there is nothing to do on that side.
+// How values get from one place to the other.
 struct Route {
-    Loop *turn_before;  // of foreign values that are read
-    Loop *change;
-    Loop *turn_after;        // of foreign values that are written
+    Loop *first;
+    Loop *second;            // null when one loop does it all
     std::size_t from_width;  // bytes of a value
     std::size_t to_width;
 };
 
 bool convert_piece(const Route &route, const char *from, char *to, std::size_t n)
 {
-    if (!route.turn_before && !route.turn_after)
-        return route.change(from, to, n);
-    alignas(kLine) char block[kBlock * sizeof(double)];
-    if (route.turn_before) {
-        route.turn_before(from, block, n);
-        return route.change(block, to, n);
-    }
-    const bool exact = route.change(from, block, n);
-    route.turn_after(block, to, n);
-    return exact;
+    if (!route.second)
+        return route.first(from, to, n);
+    alignas(stock::kCacheLine) char block[kBlock * sizeof(double)];
+    const bool exact = route.first(from, block, n);
+    return route.second(block, to, n) && exact;
 }
 
-// Values before the one that begins a cache line, from where on whole lines are stored.
-std::size_t before_line(const char *to, std::size_t width)
-{
-    return -reinterpret_cast<std::uintptr_t>(to) % kLine / width;
-}
-
+// In pieces, of which all but the first begin on a cache line if any value does.
 bool convert(const Route &route, const char *from, char *to, std::size_t n)
 {
-    const std::size_t most = route.turn_before || route.turn_after ? kBlock : n;
-    std::size_t piece = n > kFew ? before_line(to, route.to_width) : 0;
+    const std::size_t most = route.second ? kBlock : n;
+    std::size_t piece = n > kFew ? stock::before_line(to, route.to_width) : 0;
     bool exact = true;
     for (; n != 0; n -= piece, piece = 0) {
         if (piece == 0)
@@ -102,6 +91,7 @@ bool convert(const Route &route, const char *from, char *to, std::size_t n)
     return exact;
 }
 
+// Turns the bytes of an external value round; null when they need not be.
 template <std::endian order, class External>
 Loop *turn()
 {
@@ -113,10 +103,15 @@ Loop *turn()
 template <std::endian order, class T>
 bool move(const char *from, char *to, std::size_t n)
 {
-    if (Loop *const change = turn<order, T>())
-        return convert({nullptr, change, nullptr, sizeof(T), sizeof(T)}, from, to, n);
-    std::memmove(to, from, n * sizeof(T));
-    return true;
+    Loop *const reverse = turn<order, T>();
+    if (!reverse) {
+        std::memmove(to, from, n * sizeof(T));
+        return true;
+    }
+    Loop *const streaming = loops().reverse_streaming[sizeof(T)];
+    const bool lines_up = reinterpret_cast<std::uintptr_t>(to) % sizeof(T) == 0;
+    const bool streams = n * sizeof(T) >= kHuge && lines_up && streaming;
+    return (streams ? streaming : reverse)(from, to, n);
 }
 
 // Reads n external values E from *src into dst and moves *src past them.
@@ -131,8 +126,10 @@ int to_host(char **src, H *dst, int n)
     if constexpr (std::is_same_v<E, H>) {
         exact = move<order, E>(*src, to, count);
     } else {
-        Loop *const change = loops().wrap[number<E>()][number<H>()];
-        exact = convert({turn<order, E>(), change, nullptr, sizeof(E), sizeof(H)}, *src, to, count);
+        Loop *const wrap = loops().wrap[number<E>()][number<H>()];
+        Loop *const reverse = turn<order, E>();
+        exact = convert({reverse ? reverse : wrap, reverse ? wrap : nullptr, sizeof(E), sizeof(H)},
+                        *src, to, count);
     }
     *src += count * sizeof(E);
     return exact ? 0 : -1;
@@ -150,9 +147,8 @@ int to_external(const H *src, char **dst, int n)
     if constexpr (std::is_same_v<E, H>) {
         exact = move<order, E>(from, *dst, count);
     } else {
-        Loop *const change = loops().clamp[number<H>()][number<E>()];
-        exact =
-            convert({nullptr, change, turn<order, E>(), sizeof(H), sizeof(E)}, from, *dst, count);
+        Loop *const clamp = loops().clamp[number<H>()][number<E>()];
+        exact = convert({clamp, turn<order, E>(), sizeof(H), sizeof(E)}, from, *dst, count);
     }
     *dst += count * sizeof(E);
     return exact ? 0 : -1;

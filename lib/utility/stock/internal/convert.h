@@ -20,9 +20,20 @@ using Loop = bool(const char *from, char *to, std::size_t n);
 enum class Number { kI8, kI16, kI32, kI64, kU8, kU16, kU32, kU64, kF32, kF64 };
 inline constexpr std::size_t kNumbers = 10;
 
+constexpr std::size_t kCacheLine = 64;  // bytes, as many as the widest vector has
+
+// Values of that width before the one that begins a cache line, from where on vectors
+// are written best.
+inline std::size_t before_line(const char *to, std::size_t width)
+{
+    return -reinterpret_cast<std::uintptr_t>(to) % kCacheLine / width;
+}
+
+// The first two tables go by the width of a value, the others by [from][to].
 struct Loops {
-    Loop *reverse[9];                 // by width: the bytes of each value turned round
-    Loop *wrap[kNumbers][kNumbers];   // [from][to] as in reading: what does not fit is cut
+    Loop *reverse[9];                 // the bytes of each value turned round
+    Loop *reverse_streaming[9];       // the same past the caches, to whole cache lines; may be null
+    Loop *wrap[kNumbers][kNumbers];   // as in reading: what does not fit is cut
     Loop *clamp[kNumbers][kNumbers];  // as in writing: it becomes the nearer limit
 };
 

@@ -13,13 +13,17 @@
 
 #pragma once
 
-#include <array>
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <limits>
 #include <tuple>
 #include <type_traits>
 #include <utility>
+
+#if defined(__x86_64__)
+#include <emmintrin.h>
+#endif
 
 #include "internal/convert.h"
 
@@ -146,30 +150,29 @@ STOCK_INLINE I converted(F value)
         return whole<I>(inside);
 }
 
-// A value where it has arrived.
-template <class T>
-struct Arrived {
-    T value;
-    bool exact;
-};
+// A rule takes one value to its new type and tells whether it is still the same.
+// (The answer is an argument: compilers make no vectors of a record that is returned.)
 
 // Reading: what does not fit is cut as the plain conversions of the types cut it.
 struct Wrap {
     template <class To, class From>
-    STOCK_INLINE static Arrived<To> one(From from)
+    STOCK_INLINE static To one(From from, bool &exact)
     {
         if constexpr (Floating<From> && Integer<To>) {
             using C = Common<From, To>;
             const To to = converted<To>(from);
-            return {to, nearest<C>(to) == static_cast<C>(from)};
+            exact = nearest<C>(to) == static_cast<C>(from);
+            return to;
         } else if constexpr (Integer<From> && Floating<To>) {
-            return {nearest<To>(from), holds<To>(from)};
+            exact = holds<To>(from);
+            return nearest<To>(from);
         } else if constexpr (Integer<From> && sizeof(To) > sizeof(From)) {
-            // NOLINTNEXTLINE(bugprone-signed-char-misuse): a number, no character
-            return {static_cast<To>(from), true};
+            exact = true;
+            return static_cast<To>(from);  // NOLINT(bugprone-signed-char-misuse): no character
         } else {
             const To to = static_cast<To>(from);
-            return {to, static_cast<From>(to) == from};
+            exact = static_cast<From>(to) == from;
+            return to;
         }
     }
 };
@@ -178,17 +181,18 @@ struct Wrap {
 // fraction is nothing to report. All else is as in reading.
 struct Clamp {
     template <Integer To, Integer From>
-    requires(sizeof(To) < sizeof(From)) STOCK_INLINE static Arrived<To> one(From from)
+    requires(sizeof(To) < sizeof(From)) STOCK_INLINE static To one(From from, bool &exact)
     {
         constexpr From high = std::numeric_limits<To>::max();
         constexpr From low = std::is_signed_v<To> ? -high - 1 : 0;
         const From not_below = from < low ? low : from;
         const From inside = not_below > high ? high : not_below;
-        return {static_cast<To>(inside), inside == from};
+        exact = inside == from;
+        return static_cast<To>(inside);
     }
 
     template <Integer To, Floating From>
-    STOCK_INLINE static Arrived<To> one(From from)
+    STOCK_INLINE static To one(From from, bool &exact)
     {
         using C = Common<From, To>;
         using Limits = std::numeric_limits<To>;
@@ -204,11 +208,11 @@ struct Clamp {
         const C value = from;
         const C not_below = choose(value > low, value, low);
         const C inside = choose(not_below < high, not_below, high);
-        const bool exact = inside == value;  // never true of NaN
+        exact = inside == value;  // never true of NaN
         To to = whole<To>(nan == low ? inside : choose(__builtin_isnan(value), nan, inside));
         if constexpr (!has_limit)
             to = choose(value > high, Limits::max(), to);
-        return {to, exact};
+        return to;
     }
 };
 
@@ -219,42 +223,68 @@ struct Change {
         using Mask = Bits<sizeof(From)>;
         Mask lost = 0;
         for (std::size_t i = 0; i < n; ++i) {
-            const auto arrived = Rule::template one<To>(load<From>(from + i * sizeof(From)));
-            store(to + i * sizeof(To), arrived.value);
-            lost |= mask<Mask>(!arrived.exact);
+            bool exact;
+            store(to + i * sizeof(To),
+                  Rule::template one<To>(load<From>(from + i * sizeof(From)), exact));
+            lost |= mask<Mask>(!exact);
         }
         return lost == 0;
     }
 };
 
-// Turns the bytes of each value round. Whole vectors are shuffled four at a time,
-// all read before the first is written; the rest goes value by value.
+// Turns the bytes of each value round: up to where a cache line begins, then four
+// vectors at a time, then one, then short ones, then value by value. What is
+// shuffled at a time is read before any of it is written.
 template <std::size_t width, std::size_t vector>
 struct Reverse {
     STOCK_INLINE static bool run(const char *from, char *to, std::size_t n)
     {
         const std::size_t bytes = n * width;
         std::size_t at = 0;
-        if constexpr (vector != 0)
-            for (; at + 4 * vector <= bytes; at += 4 * vector)
-                shuffle(from + at, to + at, std::make_index_sequence<vector>());
-        for (; at < bytes; at += width)
-            store(to + at, turned(load<Bits<width>>(from + at)));
+        if constexpr (vector != 0) {
+            if (bytes > 4 * vector)
+                at = one_by_one(from, to, at, before_line(to, width) * width);
+            at = shuffle<4, vector>(from, to, at, bytes);
+            at = shuffle<1, vector>(from, to, at, bytes);
+        }
+        one_by_one(from, to, at, bytes);
         return true;
     }
 
 private:
-    template <std::size_t... i>
-    STOCK_INLINE static void shuffle(const char *from, char *to, std::index_sequence<i...>)
+    // Shuffles so many vectors of that size at a time, as long as all are within the bytes.
+    template <std::size_t count, std::size_t size>
+    STOCK_INLINE static std::size_t shuffle(const char *from, char *to, std::size_t at,
+                                            std::size_t bytes)
     {
-        typedef char Vector __attribute__((vector_size(vector)));
-        Vector v[4];
-        for (std::size_t k = 0; k < 4; ++k)
-            std::memcpy(&v[k], from + k * vector, vector);
-        for (std::size_t k = 0; k < 4; ++k)
+        for (; at + count * size <= bytes; at += count * size)
+            shuffle_once<count>(from + at, to + at, std::make_index_sequence<size>());
+        return at;
+    }
+
+    // As far as the end, where vectors no longer fit.
+    STOCK_INLINE static std::size_t one_by_one(const char *from, char *to, std::size_t at,
+                                               std::size_t end)
+    {
+        if constexpr (vector != 0)
+            at = shuffle<1, 16>(from, to, at, end);
+        for (; at < end; at += width)
+            store(to + at, turned(load<Bits<width>>(from + at)));
+        return at;
+    }
+
+    template <std::size_t count, std::size_t... i>
+    STOCK_INLINE static void shuffle_once(const char *from, char *to, std::index_sequence<i...>)
+    {
+        constexpr std::size_t size = sizeof...(i);
+        typedef char Vector __attribute__((vector_size(size)));
+        Vector v[count];
+        for (std::size_t k = 0; k < count; ++k)
+            std::memcpy(&v[k], from + k * size, size);
+        for (std::size_t k = 0; k < count; ++k)
             v[k] = __builtin_shufflevector(v[k], v[k], (i ^ (width - 1))...);
-        for (std::size_t k = 0; k < 4; ++k)
-            std::memcpy(to + k * vector, &v[k], vector);
+        for (std::size_t k = 0; k < count; ++k)
+            std::memcpy(to + k * size, &v[k], size);
     }
 
     STOCK_INLINE static auto turned(Bits<width> bits)
@@ -267,6 +297,42 @@ private:
             return __builtin_bswap64(bits);
     }
 };
+
+#if defined(__x86_64__)
+// The same for more than the caches hold: what is written is neither read before nor
+// kept. Walking several pages side by side keeps more of the memory at work.
+template <std::size_t width>
+struct ReverseStreaming {
+    STOCK_INLINE static bool run(const char *from, char *to, std::size_t n)
+    {
+        using Short = Reverse<width, sizeof(__m128i)>;
+        const std::size_t bytes = n * width;
+        const std::size_t head = std::min(n, before_line(to, width));
+        Short::run(from, to, head);
+        std::size_t at = head * width;
+        for (; at + kPages * kPage <= bytes; at += kPages * kPage)
+            for (std::size_t line = 0; line < kPage; line += kCacheLine)
+                for (std::size_t page = 0; page < kPages; ++page)
+                    stream(from + at + page * kPage + line, to + at + page * kPage + line);
+        _mm_sfence();
+        return Short::run(from + at, to + at, n - at / width);
+    }
+
+private:
+    static constexpr std::size_t kPages = 8;
+    static constexpr std::size_t kPage = 4096;
+
+    STOCK_INLINE static void stream(const char *from, char *to)
+    {
+        for (std::size_t at = 0; at < kCacheLine; at += sizeof(__m128i)) {
+            alignas(__m128i) char turned[sizeof(__m128i)];
+            Reverse<width, sizeof turned>::run(from + at, turned, sizeof turned / width);
+            _mm_stream_si128(reinterpret_cast<__m128i *>(to + at),
+                             _mm_load_si128(reinterpret_cast<const __m128i *>(turned)));
+        }
+    }
+};
+#endif
 
 // In the order of Number.
 using Numbers = std::tuple<std::int8_t, std::int16_t, std::int32_t, std::int64_t, std::uint8_t,
@@ -289,9 +355,16 @@ template <class Level>
 constexpr Loops loops_of()
 {
     Loops loops{};
-    loops.reverse[2] = Level::template run<Reverse<2, Level::kVector>>;
-    loops.reverse[4] = Level::template run<Reverse<4, Level::kVector>>;
-    loops.reverse[8] = Level::template run<Reverse<8, Level::kVector>>;
+    const auto reverse = [&]<std::size_t width>() {
+        loops.reverse[width] = Level::template run<Reverse<width, Level::kVector>>;
+#if defined(__x86_64__)
+        if constexpr (Level::kVector != 0)
+            loops.reverse_streaming[width] = Level::template run<ReverseStreaming<width>>;
+#endif
+    };
+    reverse.template operator()<2>();
+    reverse.template operator()<4>();
+    reverse.template operator()<8>();
 
     const auto change = [&]<std::size_t from, std::size_t to>() {
         using From = std::tuple_element_t<from, Numbers>;
