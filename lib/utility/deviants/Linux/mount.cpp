@@ -123,6 +123,10 @@ bool is_mount(std::string_view line, long number, stock::Mount &mount)
 
 bool stock::find_mount(const char *path, Mount &mount)
 {
+    // Asking for the numbers brings what is mounted on demand into place.
+    struct statfs status;
+    if (uninterrupted([&] { return statfs(path, &status); }) != 0)
+        return false;
     const Fd fd(uninterrupted([=] { return open(path, O_PATH | O_CLOEXEC); }));
     if (fd.get() < 0)
         return false;
