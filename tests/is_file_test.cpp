@@ -224,11 +224,11 @@ TEST_F(IsFile, TheQuestionsLeaveErrnoAlone)
 TEST_F(IsFile, OneExecutePermissionOfAnybodyIsEnough)
 {
     const std::string file = dir_.file("file", "");
-    for (const mode_t mode : {0100, 0010, 0001, 0755}) {
+    for (const mode_t mode : {0100u, 0010u, 0001u, 0755u}) {
         chmod(file.c_str(), mode);
         EXPECT_EQ(is_executable_file(file.c_str()), 1) << mode;
     }
-    for (const mode_t mode : {0000, 0666}) {
+    for (const mode_t mode : {0000u, 0666u}) {
         chmod(file.c_str(), mode);
         EXPECT_EQ(is_executable_file(file.c_str()), 0) << mode;
     }

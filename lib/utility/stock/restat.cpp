@@ -72,12 +72,13 @@ int reopen(const char *path, int flags, ...)
 {
     if (!path)
         return no_path();
-    if (!(flags & O_CREAT))
-        return uninterrupted([=] { return open(path, flags); });
-    va_list args;
-    va_start(args, flags);
-    const auto mode = static_cast<mode_t>(va_arg(args, int));
-    va_end(args);
+    mode_t mode = 0;
+    if (flags & O_CREAT) {
+        va_list args;
+        va_start(args, flags);
+        mode = static_cast<mode_t>(va_arg(args, int));
+        va_end(args);
+    }
     return uninterrupted([=] { return open(path, flags, mode); });
 }
 
