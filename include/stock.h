@@ -35,6 +35,7 @@
 #include "stock/strings.h"
 #include "stock/strmatches.h"
 #include "stock/tbl.h"
+#include "stock/tblfile.h"
 #include "stock/time.h"
 #include "stock/usermethod.h"
 #include "stock/wait_for_time.h"

@@ -15,8 +15,9 @@ namespace {
 template <class T>
 int ascending(const void *a, const void *b, void *)
 {
-    const T &left = *static_cast<const T *>(a);
-    const T &right = *static_cast<const T *>(b);
+    T left, right;  // elements of five bytes lie anywhere
+    std::memcpy(&left, a, sizeof left);
+    std::memcpy(&right, b, sizeof right);
     return (left > right) - (left < right);
 }
 

@@ -17,6 +17,7 @@ constexpr Command kCommands[] = {
     {"pf", "COMMAND ...", "read and print parameter files", cmd_pf},
     {"root", "", "print the installation root", cmd_root},
     {"signals", "[NAME|NUMBER]...", "list the signals", cmd_signals},
+    {"tbl", "FILE", "print a list file", cmd_tbl},
     {"undump", "[FILE]", "turn what dump printed back into bytes", cmd_undump},
     {},
 };

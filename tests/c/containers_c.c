@@ -1,7 +1,9 @@
 /* Lists, sort, search, tree and array from plain C. */
 
+#include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "stock.h"
 
@@ -61,7 +63,25 @@ static int arrays(void)
     return right;
 }
 
+static int files(void)
+{
+    char path[] = "/tmp/stock.XXXXXX";
+    const double sample = 2.5;
+    Tbl *tbl = 0;
+    int fd = mkstemp(path), right;
+    if (fd < 0 || close(fd) != 0 || remove(path) != 0)
+        return 0;
+    right = filetbl(path, "samples", 4, 0, sizeof sample, &tbl) == 0;
+    pushtbl(tbl, &sample);
+    freetbl(tbl, 0);
+    tbl = readtbl(path, 0, 0);
+    right = right && tbl && tbl->count == 1 && *(double *)gettbl(tbl, 0) == sample;
+    freetbl(tbl, 0);
+    remove(path);
+    return right;
+}
+
 int main(void)
 {
-    return lists() && trees() && arrays() ? 0 : 1;
+    return lists() && trees() && arrays() && files() ? 0 : 1;
 }

@@ -8,6 +8,7 @@
 
 #include "stock.h"
 #include "support/out_of_memory.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -119,4 +120,15 @@ TEST(RedblackOutOfMemory, IsSilent)
     EXPECT_EQ(tree->root, rb_null);
     EXPECT_EQ(elog_mark(), 0);
     rbdestroy(tree);
+}
+
+TEST(TblfileOutOfMemory, NamesTheZeroRecord)
+{
+    const TempDir dir;
+    const std::string path = dir / "list";
+    Tbl *tbl = nullptr;
+    std::string said;
+    for (long successes = 0; successes < 100 && said.find("local_null") == said.npos; ++successes)
+        said = said_by(successes, [&] { filetbl(path.c_str(), nullptr, 10, nullptr, 24, &tbl); });
+    EXPECT_THAT(said, EndsWith(message("filetbl", "tblfile.cpp", "24", "local_null")));
 }

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <ctime>
 
 struct stat;
@@ -18,5 +19,10 @@ timespec modification_time(const struct stat &status);
 // Writes the path of the running program's file into a buffer of size bytes. False
 // when the system does not say or the path does not fit.
 bool program_file(char *buffer, unsigned size);
+
+// Takes disk space for so many bytes of a file from its end on, so that they can
+// be written to through a mapping. False, with errno set, when there is none; the
+// file may then have grown or not.
+bool take_disk_space(int fd, std::int64_t end, std::int64_t bytes);
 
 }  // namespace stock

@@ -151,25 +151,32 @@ void resize_block(Tbl *tbl, int64_t slots, const char *item, const char *functio
     tbl->base = static_cast<char *>(block) - tbl->left * tbl->size;
 }
 
-void use_front_slots(Tbl *tbl)
+void use_front_slots(Tbl *tbl, int64_t increment)
 {
     char *start = block_start(tbl);
     move_slots(tbl, start, tbl->count);
     tbl->base = start;
     tbl->nalloc -= tbl->left;
     tbl->left = 0;
+    tbl->right_grow = increment;
 }
 
-void add_back_slots(Tbl *tbl, int64_t increment)
+// Gives how many of the new slots are zero bytes already.
+int64_t add_back_slots(Tbl *tbl, int64_t increment)
 {
-    if (!tbl->base)
+    int64_t zeros = increment;
+    if (!tbl->base) {
         tbl->base = new_block(tbl, increment, "right_growtbl");
-    else if (tbl->mapaddr)
+    } else if (tbl->mapaddr) {
         stock::extend_mapped(tbl, increment);
-    else
+    } else {
         resize_block(tbl, add(tbl->nalloc - tbl->left, increment), "prev", "right_growtbl");
+        zeros = 0;
+    }
+    // Not before: a list in a file must be whole should growing it end the process.
     tbl->nalloc += increment;
     tbl->right_grow = add(increment, increment);
+    return zeros;
 }
 
 // Makes room at the back. Moving the entries down may free fewer than `needed`
@@ -178,12 +185,12 @@ void right_growtbl(Tbl *tbl, int64_t needed)
 {
     stock::check_extensible(tbl);
     const int64_t increment = std::max(tbl->right_grow, needed);
-    tbl->right_grow = increment;
+    int64_t zeros = 0;
     if (tbl->base && increment / 2 < -tbl->left)
-        use_front_slots(tbl);
+        use_front_slots(tbl, increment);
     else
-        add_back_slots(tbl, increment);
-    fill(tbl, tbl->count, tbl->nalloc);
+        zeros = add_back_slots(tbl, increment);
+    fill(tbl, tbl->count, tbl->null_value ? tbl->nalloc : tbl->nalloc - zeros);
 }
 
 void need_slot(Tbl *tbl, int64_t i)
@@ -229,6 +236,7 @@ void first_front_slots(Tbl *tbl)
 void left_growtbl(Tbl *tbl)
 {
     stock::check_extensible(tbl);
+    tbl->left_grow = std::max<int64_t>(tbl->left_grow, 1);  // a file may say 0
     if (!tbl->base)
         first_front_slots(tbl);
     else if (tbl->nalloc - tbl->count <= tbl->left_grow / 2)

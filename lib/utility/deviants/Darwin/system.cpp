@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <iterator>
 
+#include <fcntl.h>
 #include <mach-o/dyld.h>
 #include <sys/stat.h>
 
@@ -63,6 +64,12 @@ bool program_file(char *buffer, unsigned size)
 {
     uint32_t room = size;
     return _NSGetExecutablePath(buffer, &room) == 0;
+}
+
+bool take_disk_space(int fd, std::int64_t, std::int64_t bytes)
+{
+    fstore_t space = {F_ALLOCATEALL, F_PEOFPOSMODE, 0, bytes, 0};
+    return fcntl(fd, F_PREALLOCATE, &space) != -1;
 }
 
 }  // namespace stock

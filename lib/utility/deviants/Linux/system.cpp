@@ -2,10 +2,12 @@
 
 #include "system.h"
 
+#include <cerrno>
 #include <csignal>
 
 #include <iterator>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -63,6 +65,14 @@ bool program_file(char *buffer, unsigned size)
         return false;
     buffer[length] = '\0';
     return true;
+}
+
+bool take_disk_space(int fd, std::int64_t end, std::int64_t bytes)
+{
+    do
+        errno = posix_fallocate(fd, end, bytes);
+    while (errno == EINTR);
+    return errno == 0;
 }
 
 }  // namespace stock

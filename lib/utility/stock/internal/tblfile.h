@@ -8,14 +8,13 @@
 
 namespace stock {
 
-// Adds so many slots at the end of a mapped list's file and mapping. The slots
-// and all that lies before them keep their addresses. Ends the process when the
-// list was opened read-only, the disk is full or the addresses behind are taken.
-// The caller counts the new slots in nalloc.
-void extend_mapped(Tbl *tbl, std::int64_t slots);
-
 // Ends the process when the list is mapped and was opened read-only.
 void check_extensible(const Tbl *tbl);
+
+// Adds so many slots, zero bytes, at the end of a mapped list's file and mapping.
+// All slots keep their addresses; the caller counts the new ones in nalloc. Ends
+// the process when the disk is full or the addresses behind are taken.
+void extend_mapped(Tbl *tbl, std::int64_t slots);
 
 // Ends a mapped list: its record when that is not part of the file, its
 // descriptor and its mapping.
