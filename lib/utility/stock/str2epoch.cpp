@@ -106,12 +106,14 @@ public:
     bool out_of_range() const { return out_of_range_; }
 
     // The next run of digits, or its first `most` digits; what stands before it is skipped.
-    int whole(int most = INT_MAX)
+    int whole(std::size_t most = SIZE_MAX)
     {
         to_digit();
+        const std::size_t end = text_.size() - at_ > most ? at_ + most : text_.size();
         std::int64_t value = 0;
-        for (; at_ < text_.size() && stock::is_ascii_digit(text_[at_]) && most > 0; ++at_, --most)
-            value = std::min<std::int64_t>(value * 10 + (text_[at_] - '0'), INT64_MAX / 100);
+        for (; at_ < end && stock::is_ascii_digit(text_[at_]); ++at_)
+            if (value <= INT_MAX)
+                value = value * 10 + (text_[at_] - '0');
         out_of_range_ |= value > INT_MAX;
         return stock::saturated_int(value);
     }
@@ -140,10 +142,34 @@ private:
     double number(std::string_view text)
     {
         double value = 0;
+        if (short_number(text, value))
+            return value;
         const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
         if (result.ec == std::errc::result_out_of_range)
             out_of_range_ = true;
         return value;
+    }
+
+    // Digits and perhaps a point, so few that a whole number and a power of ten hold them
+    // exactly: their quotient is the nearest double. Else false.
+    static bool short_number(std::string_view text, double &value)
+    {
+        static constexpr double kTens[] = {1,   1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
+                                           1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
+        if (text.size() >= std::size(kTens))
+            return false;
+        std::int64_t digits = 0;
+        std::size_t behind = 0;  // digits behind the point, and one
+        for (const char c : text) {
+            if (c == '.' && !behind)
+                behind = 1;
+            else if (!stock::is_ascii_digit(c))
+                return false;
+            else
+                digits = digits * 10 + (c - '0'), behind += behind > 0;
+        }
+        value = static_cast<double>(digits) / kTens[behind ? behind - 1 : 0];
+        return true;
     }
 
     std::string_view text_;

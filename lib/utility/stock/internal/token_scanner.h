@@ -52,24 +52,28 @@ public:
     {
         if (!states_)
             start();
-        Match match{kNoRow, 0};
-        State state = kStart;
-        for (std::size_t length = 0;; ++length) {
-            const std::uint8_t kind = kKind[static_cast<unsigned char>(text[length])];
+        State end = kDead;  // the state of the longest match
+        std::size_t length = 0;
+        std::size_t at = 0;
+        for (State state = kStart; state != kDead; ++at) {
+            const std::uint8_t kind = kKind[static_cast<unsigned char>(text[at])];
             const State known = next_[state][kind];
-            state = known ? known : step(state, kind);
-            if (state == kDead)
-                return match;
-            if (accepts_[state] != kNoRow)
-                match = {accepts_[state], length + 1};
+            const State reached = known ? known : step(state, kind);
+            if (reached & kAccepts) {
+                end = reached & ~kAccepts;
+                length = at + 1;
+            }
+            state = reached & ~kAccepts;
         }
+        return {accepts_[end], length};
     }
 
 private:
-    using State = std::uint16_t;  // 0: a step not yet worked out
+    using State = std::uint16_t;  // in a step: 0 is not yet worked out
     using Item = std::uint16_t;   // a place in kText
     static constexpr State kDead = 1;
     static constexpr State kStart = 2;
+    static constexpr State kAccepts = 0x8000;  // in a step: what is reached ends a match
 
     // The bytes that patterns tell apart; all others are kind 0.
     static constexpr std::string_view kBytes = "0123456789abcdefghijklmnopqrstuvwxyz/:-.,()+_ \n\t";
@@ -153,6 +157,7 @@ private:
     void start()
     {
         states_ = kStart;  // 0 and 1 stand for no state
+        accepts_[kDead] = kNoRow;
         Items items;
         for (std::size_t at = 0; at < kSize; ++at)
             if (at == 0 || kPatterns.text[at - 1] == '\0')
@@ -166,7 +171,10 @@ private:
         if (kind)
             for (std::size_t i = begin_[from]; i < begin_[from + 1U]; ++i)
                 follow(items, pool_[i], kBytes[kind - 1U]);
-        return next_[from][kind] = items.count ? state_of(items) : kDead;
+        State to = items.count ? state_of(items) : kDead;
+        if (accepts_[to] != kNoRow)
+            to |= kAccepts;
+        return next_[from][kind] = to;
     }
 
     static void follow(Items &items, std::size_t at, char c)
