@@ -18,6 +18,7 @@ constexpr Command kCommands[] = {
     {"root", "", "print the installation root", cmd_root},
     {"signals", "[NAME|NUMBER]...", "list the signals", cmd_signals},
     {"tbl", "FILE", "print a list file", cmd_tbl},
+    {"time", "[OPTION...] [STRING...]", "read times in any form and print them", cmd_time},
     {"undump", "[FILE]", "turn what dump printed back into bytes", cmd_undump},
     {},
 };

@@ -1,0 +1,291 @@
+// stock time: times read in any form and printed in one.
+
+#include <cctype>
+#include <cerrno>
+#include <charconv>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include <unistd.h>
+
+#include "command.h"
+#include "deviants.h"
+#include "stock.h"
+
+namespace {
+
+void print_help()
+{
+    fputs("usage: stock time [-f FORMAT | -e | -d | -i] [-z ZONE] [STRING...]\n"
+          "       stock time --delta SECONDS\n"
+          "       stock time --until STRING [COMMAND [ARGUMENT...]]\n\n"
+          "Prints each time, one to a line; without a STRING the current one. A STRING is a\n"
+          "time as people write it: '2008-02-01 12:30', 'Feb 1, 2008 12:30 pm', '-1:30',\n"
+          "'2008032 12:30 US/Pacific'. The STRING '-' stands for standard input, one time to\n"
+          "a line.\n\n"
+          "  -f FORMAT   the form: %Y-%m-%d %H:%M:%S and so on\n"
+          "  -e          epoch time, in seconds\n"
+          "  -d          year-day: 2008032\n"
+          "  -i          ISO 8601: 2008-02-01T12:30:00.000Z\n"
+          "  -z ZONE     the zone to print in; LOCAL is this computer's\n\n"
+          "  --delta     prints an interval in its largest unit\n"
+          "  --until     waits for a time, then runs the command\n\n"
+          "The status is 1 when one of the times cannot be read.\n",
+          stdout);
+}
+
+struct Options {
+    const char *format = nullptr;  // null: styles of fmttime or what `print` does
+    const char *zone = nullptr;    // null: UTC
+    void (*print)(double when, const Options &options);
+};
+
+void print_epoch(double when, const Options &)
+{
+    char text[400];
+    const auto end = std::to_chars(text, text + sizeof text, when, std::chars_format::fixed);
+    fwrite(text, 1, static_cast<size_t>(end.ptr - text), stdout);
+}
+
+void print_default(double when, const Options &options)
+{
+    char text[FMTTIME_SIZE];
+    fmttime(text, 1, options.zone, when);
+    fputs(text, stdout);
+}
+
+void print_format(double when, const Options &options)
+{
+    char *text = zepoch2str(options.format, options.zone, when);
+    fputs(text, stdout);
+    free(text);
+}
+
+// A form of a date; what is no date is printed as fmttime does.
+void print_dated(double when, const Options &options)
+{
+    char text[OUTSIDE_RANGE_SIZE];
+    outside_range(text, when) ? static_cast<void>(fputs(text, stdout))
+                              : print_format(when, options);
+}
+
+// The zone's distance from UTC: nothing but its fields tell.
+void print_offset(double when, const char *zone)
+{
+    char *fields = zepoch2str("%Y:%j:%H:%M:%S", zone, std::floor(when));
+    const double minutes = std::round((str2epoch(fields) - std::floor(when)) / 60);
+    free(fields);
+    const int distance = static_cast<int>(std::fabs(minutes));
+    printf("%c%02d:%02d", minutes < 0 ? '-' : '+', distance / 60, distance % 60);
+}
+
+void print_iso(double when, const Options &options)
+{
+    const double rounded = std::floor(when * 1000 + 0.5) / 1000;
+    print_dated(rounded, options);
+    char ignored[OUTSIDE_RANGE_SIZE];
+    if (outside_range(ignored, rounded))
+        return;
+    if (options.zone)
+        print_offset(rounded, options.zone);
+    else
+        putchar('Z');
+}
+
+// What the library logs of the first `length` bytes of the text.
+std::string problem_of(const std::string &text, size_t length)
+{
+    const int mark = elog_mark();
+    double ignored = 0;
+    zstr2epoch(text.substr(0, length).c_str(), &ignored);
+    char *logged = elog_string(mark);
+    std::string problem = logged;
+    free(logged);
+    elog_truncate(mark);
+    return problem;
+}
+
+// The column, from 1, from which on the text makes no sense: the shortest beginning that has
+// the problem of the whole ends there, or begins there when it ends with the words that the
+// problem quotes. 0 for a text that only says too little.
+size_t column_of_problem(const std::string &text)
+{
+    constexpr size_t kLongest = 2000;  // every beginning is read once
+    const std::string problem = problem_of(text, text.size());
+    if (problem.empty() || text.size() > kLongest)
+        return 0;
+    size_t length = text.size();
+    while (length > 1 && problem_of(text, length - 1) == problem)
+        --length;
+    const size_t open = problem.find('\'');
+    const size_t close = problem.rfind('\'');
+    if (open < close) {
+        const std::string quoted = problem.substr(open + 1, close - open - 1);
+        if (text.substr(0, length).ends_with(quoted))
+            return length - quoted.size() + 1;
+    }
+    return length;
+}
+
+// The library says why, this of what. Where the lines of a file are read, line counts from 1.
+void complain(const std::string &text, long line)
+{
+    char where[64] = "";
+    char from[64] = "";
+    if (line > 0)
+        snprintf(where, sizeof where, "line %ld: ", line);
+    if (const size_t column = column_of_problem(text))
+        snprintf(from, sizeof from, " from column %zu on", column);
+    double ignored = 0;
+    zstr2epoch(text.c_str(), &ignored);
+    elog_complain(0, "%scan't read the time '%.500s'%s\n", where, text.c_str(), from);
+}
+
+// Reads one time and prints it; false when it is none.
+bool convert(const char *text, long line, const Options &options)
+{
+    double when = 0;
+    if (!is_epoch_string(text, &when)) {
+        fflush(stdout);
+        complain(text, line);
+        return false;
+    }
+    options.print(when, options);
+    putchar_unlocked('\n');
+    return true;
+}
+
+// The lines of standard input, as they come.
+bool convert_lines(const Options &options)
+{
+    bool good = true;
+    std::string text;  // of a line that has not ended
+    char chunk[65536];
+    for (long line = 1;;) {
+        const ssize_t got = read(STDIN_FILENO, chunk, sizeof chunk);
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            elog_complain(1, "can't read standard input");
+        if (got <= 0) {
+            const bool last = text.empty() || convert(text.c_str(), line, options);
+            return good && last && got == 0;
+        }
+        char *at = chunk;
+        char *const end = chunk + got;
+        while (auto *newline =
+                   static_cast<char *>(memchr(at, '\n', static_cast<size_t>(end - at)))) {
+            *newline = '\0';
+            if (!text.empty())
+                at = text.append(at, newline).data();
+            good = convert(at, line++, options) && good;
+            text.clear();
+            at = newline + 1;
+        }
+        text.append(at, end);
+        fflush(stdout);
+    }
+}
+
+int print_interval(const char *text)
+{
+    char *end = nullptr;
+    const double seconds = fix_strtod(text, &end);
+    if (end == text || *end)
+        return wrong_usage("stock time", "'%s' is no number of seconds", text);
+    char *interval = strtdelta(seconds);
+    strtrim(interval);
+    puts(interval);
+    free(interval);
+    return kDone;
+}
+
+int wait_and_run(int argc, char **argv)
+{
+    double when = 0;
+    if (!is_epoch_string(argv[0], &when)) {
+        complain(argv[0], 0);
+        return kFailed;
+    }
+    // A signal may end a pause early.
+    for (int verbose = 1; std_now() < when; verbose = 0)
+        wait_for_time(verbose, when);
+    if (argc == 1)
+        return kDone;
+    fflush(stdout);
+    execvp(argv[1], argv + 1);
+    elog_complain(1, "can't run '%s'", argv[1]);
+    return kFailed;
+}
+
+// "-" is standard input, and -1:30 and -2days are times.
+bool is_option(const char *word)
+{
+    return word[0] == '-' && (isalpha(static_cast<unsigned char>(word[1])) || word[1] == '-');
+}
+
+// Takes the options off the words; null, or the word that is wrong.
+const char *read_options(int &argc, char **&argv, Options &options)
+{
+    for (; argc > 0 && is_option(argv[0]); --argc, ++argv) {
+        const std::string word = argv[0];
+        if (word == "--") {
+            --argc;
+            ++argv;
+            return nullptr;
+        }
+        if (word == "-e") {
+            options.print = print_epoch;
+        } else if (word == "-d") {
+            options.print = print_dated;
+            options.format = "%Y%j";
+        } else if (word == "-i") {
+            options.print = print_iso;
+            options.format = "%Y-%m-%dT%T";
+        } else if ((word == "-f" || word == "-z") && argc > 1) {
+            (word == "-f" ? options.format : options.zone) = argv[1];
+            if (word == "-f")
+                options.print = print_format;
+            --argc;
+            ++argv;
+        } else {
+            return argv[0];
+        }
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+int cmd_time(int argc, char **argv)
+{
+    if (argc == 2 && is_help(argv[1])) {
+        print_help();
+        return kDone;
+    }
+    if (argc == 3 && !strcmp(argv[1], "--delta"))
+        return print_interval(argv[2]);
+    if (argc > 2 && !strcmp(argv[1], "--until"))
+        return wait_and_run(argc - 2, argv + 2);
+
+    Options options;
+    options.print = print_default;
+    --argc;
+    ++argv;
+    if (const char *wrong = read_options(argc, argv, options))
+        return wrong_usage("stock time", "what is '%s'?", wrong);
+    if (options.zone && !strcmp(options.zone, "UTC"))
+        options.zone = nullptr;
+    if (options.zone && *options.zone && strcmp(options.zone, "LOCAL") != 0 &&
+        !is_timezone(options.zone))
+        return wrong_usage("stock time", "there is no time zone '%s'", options.zone);
+    if (argc == 0)
+        return convert("now", 0, options) ? kDone : kFailed;
+    bool good = true;
+    for (; argc > 0; --argc, ++argv)
+        good =
+            (strcmp(argv[0], "-") ? convert(argv[0], 0, options) : convert_lines(options)) && good;
+    return good ? kDone : kFailed;
+}
