@@ -122,7 +122,7 @@ TEST(Pfin, EveryEntryPointReadsTheSameTree)
 
 TEST(Pfin, ATextInPiecesOfAnySizeIsReadTheSame)
 {
-    for (const size_t n : {1, 2, 3, 7, 16, 64}) {
+    for (const size_t n : {1U, 2U, 3U, 7U, 16U, 64U}) {
         SCOPED_TRACE(n);
         int fds[2];
         ASSERT_EQ(pipe(fds), 0);

@@ -431,6 +431,13 @@ TEST(PfRoundTrip, DoesNotBringATextBackThatBeginsLikeAnotherToken)
     EXPECT_EQ(back("&Arr{").substr(0, 6), "error ");
 }
 
+// The empty line behind a function is nothing in a table, but an element in a list.
+TEST(PfRoundTrip, BringsAFunctionInAListBackWithAnEmptyTextBehindIt)
+{
+    EXPECT_EQ(tree_of(rewritten("a &f()\nb &Tbl{\n&g()\nx\n}\n")),
+              "{a: &\"&f()\n\", b: [&\"&g()\n\" \"\" \"x\"]}");
+}
+
 TEST(PfRoundTrip, BringsRandomTreesBack)
 {
     constexpr std::string_view kAlphabet = "ab \t\n#\\\\{}()[]<>`'\"&\r\x01\xff}{E";
