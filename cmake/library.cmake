@@ -19,7 +19,8 @@ set_target_properties(stock_objects PROPERTIES
   VISIBILITY_INLINES_HIDDEN ON)
 # Calls from one family to another need not go through the symbol table; weak
 # symbols (nomem) still do.
-target_compile_options(stock_objects PRIVATE -fno-semantic-interposition)
+target_compile_options(stock_objects PRIVATE
+  $<$<PLATFORM_ID:Linux>:-fno-semantic-interposition>)
 
 function(stock_library target)
   target_link_libraries(${target} PUBLIC Threads::Threads ${CMAKE_DL_LIBS}

@@ -4,17 +4,11 @@
 #pragma once
 
 #include <cstdint>
-#include <ctime>
-
-struct stat;
 
 namespace stock {
 
 // How the file name of a shared library ends, dot included.
 extern const char *const kLibraryEnding;
-
-// When the file was last written to, as exactly as the system tells.
-timespec modification_time(const struct stat &status);
 
 // Writes the path of the running program's file into a buffer of size bytes. False
 // when the system does not say or the path does not fit.
@@ -24,5 +18,11 @@ bool program_file(char *buffer, unsigned size);
 // be written to through a mapping. False, with errno set, when there is none; the
 // file may then have grown or not.
 bool take_disk_space(int fd, std::int64_t end, std::int64_t bytes);
+
+// Sets of vector instructions; each has all of those before it.
+enum class Vectors { none, sse41, avx2, avx512 };
+
+// The widest that this processor runs. May be asked before main.
+Vectors widest_vectors();
 
 }  // namespace stock

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 
 #include "internal/alloc.h"
+#include "internal/errno_text.h"
 #include "internal/guards.h"
 
 namespace {
@@ -20,7 +21,7 @@ namespace {
 int failed(const char *format, const char *path)
 {
     char reason[128];
-    std::fprintf(stderr, format, path, strerror_r(errno, reason, sizeof reason));
+    std::fprintf(stderr, format, path, stock::errno_text(errno, reason, sizeof reason));
     return -1;
 }
 

@@ -13,6 +13,7 @@
 #include <type_traits>
 
 #include "internal/convert.h"
+#include "system.h"
 
 namespace {
 
@@ -29,13 +30,13 @@ constexpr std::size_t kHuge = 32 << 20;  // bytes that are not worth keeping in 
 const Loops &choose_loops()
 {
 #if defined(__x86_64__)
-    __builtin_cpu_init();  // a converter may be called before main
-    if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") &&
-        __builtin_cpu_supports("avx512vl"))
+    using stock::Vectors;
+    const Vectors widest = stock::widest_vectors();
+    if (widest == Vectors::avx512)
         return stock::kAvx512Loops;
-    if (__builtin_cpu_supports("avx2"))
+    if (widest == Vectors::avx2)
         return stock::kAvx2Loops;
-    if (__builtin_cpu_supports("sse4.1") && __builtin_cpu_supports("ssse3"))
+    if (widest == Vectors::sse41)
         return stock::kSse41Loops;
 #endif
     return stock::kPortableLoops;

@@ -3,6 +3,7 @@
 #include "stock/debugchar.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 
 #include "internal/alloc.h"

@@ -16,7 +16,9 @@
 #include "internal/alloc.h"
 #include "internal/elog.h"
 #include "internal/elog_joins.h"
+#include "internal/errno_text.h"
 #include "internal/guards.h"
+#include "internal/thread.h"
 
 namespace stock::logging {
 
@@ -266,7 +268,7 @@ void draft_text(Draft &draft, const char *format, va_list args)
 
 char *describe(int error, char *buffer, std::size_t size)
 {
-    char *text = strerror_r(error, buffer, size);
+    char *text = stock::errno_text(error, buffer, size);
     if (text && *text && std::strcmp(text, "Unknown error") != 0)
         return text;
     std::snprintf(buffer, size, "Unknown error: %d", error);
@@ -284,7 +286,7 @@ void draft_record(Draft &draft, int severity, int error)
                  .sys = error ? describe(error, draft.error, sizeof draft.error) : nullptr,
                  .severity = severity,
                  .count = 1,
-                 .thread = static_cast<std::uint64_t>(pthread_self())};
+                 .thread = stock::thread_number()};
 }
 
 const Elog_msg *message(std::int64_t i)

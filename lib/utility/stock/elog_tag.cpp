@@ -16,6 +16,7 @@
 #include "internal/elog.h"
 #include "internal/elog_joins.h"
 #include "internal/guards.h"
+#include "internal/thread.h"
 #include "stock/datasearch.h"
 
 namespace stock::logging {
@@ -102,7 +103,7 @@ void expand_code(Expansion &out, char code, int severity)
     switch (code) {
     case 'P': out.add(Program_Name); break;
     case 'p': addf(out, "%d", static_cast<int>(::getpid())); break;
-    case 'T': addf(out, "%lu", static_cast<unsigned long>(::pthread_self())); break;
+    case 'T': addf(out, "%lu", static_cast<unsigned long>(thread_number())); break;
     case 'h': host(out); break;
     case 's': out.add(is_severity(severity) ? severity_name[severity] : "<BAD>"); break;
     case 'a': arguments(out); break;
@@ -207,7 +208,7 @@ void elog_commandline(void)
                           .sys = nullptr,
                           .severity = kNotify,
                           .count = 1,
-                          .thread = static_cast<std::uint64_t>(::pthread_self())};
+                          .thread = thread_number()};
     const Holding hold(Lock);
     deliver(delivery_of(kNotify).text, 0, &msg);
 }

@@ -15,6 +15,7 @@
 #include <ctime>
 #include <string_view>
 
+#include "internal/decimal.h"
 #include "internal/number.h"
 #include "stock/elog.h"
 #include "stock/str2epoch.h"
@@ -229,7 +230,7 @@ double take_number(std::string_view &text, bool points)
     while (length < text.size() && (is_digit(text[length]) || (points && text[length] == '.')))
         ++length;
     double value = 0;
-    std::from_chars(text.data(), text.data() + length, value, std::chars_format::fixed);
+    stock::read_decimal(text.data(), text.data() + length, value);
     text.remove_prefix(length);
     return value;
 }

@@ -12,9 +12,8 @@
 #include <cstring>
 #include <string_view>
 
-#include <locale.h>
-
 #include "internal/ascii.h"
+#include "internal/decimal.h"
 #include "stock/ieee754.h"
 
 namespace {
@@ -47,16 +46,10 @@ bool starts_with(const char *text, std::string_view name)
 const char *read_plain(const char *s, double &value)
 {
     const char *last = s + strnlen(s, kPlain);
-    const auto [stop, error] = std::from_chars(s, last, value);
+    const auto [stop, error] = stock::read_decimal(s, last, value);
     if (error != std::errc() || stop == s + kPlain || *stop == 'x' || *stop == 'X')
         return nullptr;
     return value == 0 || std::fabs(value) >= DBL_MIN ? stop : nullptr;
-}
-
-double in_c_locale(const char *s, char **end)
-{
-    static const locale_t c = newlocale(LC_ALL_MASK, "C", nullptr);
-    return strtod_l(s, end, c);
 }
 
 // The number that s starts with; *end is set behind it.
@@ -72,7 +65,7 @@ double read_double(const char *s, const char **end)
     if ((*end = read_plain(start, value)) != nullptr)
         return value;
     char *stop = nullptr;
-    value = in_c_locale(s, &stop);
+    value = stock::strtod_in_c(s, &stop);
     *end = stop;
     return value;
 }

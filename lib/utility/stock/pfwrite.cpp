@@ -161,7 +161,7 @@ public:
     Stream(const Stream &) = delete;
     Stream &operator=(const Stream &) = delete;
 
-    void put(std::string_view text) { fwrite_unlocked(text.data(), 1, text.size(), stream_); }
+    void put(std::string_view text) { fwrite(text.data(), 1, text.size(), stream_); }
 
 private:
     FILE *stream_;

@@ -23,6 +23,7 @@
 
 #include "deviants.h"
 #include "internal/alloc.h"
+#include "internal/decimal.h"
 #include "internal/number.h"
 #include "internal/token_scanner.h"
 #include "internal/zone.h"
@@ -144,7 +145,7 @@ private:
         double value = 0;
         if (short_number(text, value))
             return value;
-        const auto result = std::from_chars(text.data(), text.data() + text.size(), value);
+        const auto result = stock::read_decimal(text.data(), text.data() + text.size(), value);
         if (result.ec == std::errc::result_out_of_range)
             out_of_range_ = true;
         return value;

@@ -104,8 +104,8 @@ int strcontains(const char *string, const char *pattern, Hook **hook, int *start
     regmatch_t first{};
     const int result = find(string, pattern, hook, first, "strcontains");
     if (start)
-        *start = first.rm_so;
+        *start = static_cast<int>(first.rm_so);
     if (length)
-        *length = first.rm_eo - first.rm_so;
+        *length = static_cast<int>(first.rm_eo - first.rm_so);
     return result;
 }

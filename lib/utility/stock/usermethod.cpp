@@ -4,19 +4,18 @@
 
 #include <cstdlib>
 #include <mutex>
-#include <tuple>
 
 #include <dlfcn.h>
 #include <sys/stat.h>
 
 #include "deviants.h"
 #include "internal/alloc.h"
+#include "internal/mtime.h"
 #include "library.h"
 #include "stock/arr.h"
 #include "stock/elog.h"
 #include "stock/restat.h"
 #include "stock/strings.h"
-#include "system.h"
 
 namespace {
 
@@ -55,9 +54,7 @@ int file_status(const char *name, struct stat *status)
 
 bool is_newer(const struct stat &a, const struct stat &b)
 {
-    const timespec at = stock::modification_time(a);
-    const timespec bt = stock::modification_time(b);
-    return std::tie(at.tv_sec, at.tv_nsec) > std::tie(bt.tv_sec, bt.tv_nsec);
+    return stock::modification_time(a) > stock::modification_time(b);
 }
 
 void Library::take_name()

@@ -3,13 +3,13 @@
 #include "system.h"
 
 #include <csignal>
-
 #include <cstdint>
+#include <cstdio>
 #include <iterator>
 
 #include <fcntl.h>
 #include <mach-o/dyld.h>
-#include <sys/stat.h>
+#include <sys/sysctl.h>
 
 #include "deviants.h"
 
@@ -51,14 +51,28 @@ const Signame Siglist[] = {
 // clang-format on
 const int Nsig = std::size(Siglist);
 
+// The numbers that programs of this system have been told, where others have others.
+static_assert(SIGEMT == 7 && SIGBUS == 10 && SIGSYS == 12 && SIGURG == 16 && SIGSTOP == 17 &&
+              SIGTSTP == 18 && SIGCONT == 19 && SIGCHLD == 20 && SIGIO == 23 && SIGINFO == 29 &&
+              SIGUSR1 == 30 && SIGUSR2 == 31);
+
 namespace stock {
 
-const char *const kLibraryEnding = ".dylib";
+namespace {
 
-timespec modification_time(const struct stat &status)
+// Whether the processor has what the system calls by that name.
+bool runs(const char *feature)
 {
-    return status.st_mtimespec;
+    char name[64];
+    snprintf(name, sizeof name, "hw.optional.%s", feature);
+    int answer = 0;
+    size_t size = sizeof answer;
+    return sysctlbyname(name, &answer, &size, nullptr, 0) == 0 && answer != 0;
 }
+
+}  // namespace
+
+const char *const kLibraryEnding = ".dylib";
 
 bool program_file(char *buffer, unsigned size)
 {
@@ -70,6 +84,17 @@ bool take_disk_space(int fd, std::int64_t, std::int64_t bytes)
 {
     fstore_t space = {F_ALLOCATEALL, F_PEOFPOSMODE, 0, bytes, 0};
     return fcntl(fd, F_PREALLOCATE, &space) != -1;
+}
+
+Vectors widest_vectors()
+{
+    if (runs("avx512bw") && runs("avx512dq") && runs("avx512vl"))
+        return Vectors::avx512;
+    if (runs("avx2_0"))
+        return Vectors::avx2;
+    if (runs("sse4_1") && runs("supplementalsse3"))
+        return Vectors::sse41;
+    return Vectors::none;
 }
 
 }  // namespace stock

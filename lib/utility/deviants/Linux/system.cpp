@@ -4,11 +4,9 @@
 
 #include <cerrno>
 #include <csignal>
-
 #include <iterator>
 
 #include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "deviants.h"
@@ -53,11 +51,6 @@ namespace stock {
 
 const char *const kLibraryEnding = ".so";
 
-timespec modification_time(const struct stat &status)
-{
-    return status.st_mtim;
-}
-
 bool program_file(char *buffer, unsigned size)
 {
     const ssize_t length = readlink("/proc/self/exe", buffer, size);
@@ -73,6 +66,21 @@ bool take_disk_space(int fd, std::int64_t end, std::int64_t bytes)
         errno = posix_fallocate(fd, end, bytes);
     while (errno == EINTR);
     return errno == 0;
+}
+
+Vectors widest_vectors()
+{
+#if defined(__x86_64__)
+    __builtin_cpu_init();
+    if (__builtin_cpu_supports("avx512bw") && __builtin_cpu_supports("avx512dq") &&
+        __builtin_cpu_supports("avx512vl"))
+        return Vectors::avx512;
+    if (__builtin_cpu_supports("avx2"))
+        return Vectors::avx2;
+    if (__builtin_cpu_supports("sse4.1") && __builtin_cpu_supports("ssse3"))
+        return Vectors::sse41;
+#endif
+    return Vectors::none;
 }
 
 }  // namespace stock

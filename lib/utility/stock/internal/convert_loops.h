@@ -184,7 +184,7 @@ struct Clamp {
     requires(sizeof(To) < sizeof(From)) STOCK_INLINE static To one(From from, bool &exact)
     {
         constexpr From high = std::numeric_limits<To>::max();
-        constexpr From low = std::is_signed_v<To> ? -high - 1 : 0;
+        constexpr From low = std::is_signed_v<To> ? static_cast<From>(-high - 1) : From{0};
         const From not_below = from < low ? low : from;
         const From inside = not_below > high ? high : not_below;
         exact = inside == from;
