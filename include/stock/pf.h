@@ -265,6 +265,253 @@ STOCK_API int updatePf(const char *name);
 /* Frees the tree of a name. Returns 0, or -1 when the name was not registered. */
 STOCK_API int freePf(const char *name);
 
+/* ---- Reading values ---- */
+
+/*
+ * A value is asked for by the address of pfresolve: "a" is a key of the tree,
+ * "a{b}" a key of the table a, "a[2]" the third element of the list a. In a list
+ * an index takes the place of the address: pfindex(i). Null or "" is a table itself.
+ *
+ * A text may refer to others: &name and &{name} stand for the text under that name
+ * in the nearest enclosing table that has one; an unknown name stays as it stands.
+ * A function is evaluated each time it is read:
+ *
+ *     &exec(command)        what a shell command prints, without the last newline
+ *     &glob(pattern)        the list of file names that match
+ *     &file(path)           the contents of a file, &filename(path) its path; a relative
+ *                           path is seen from the file that holds the function
+ *     &datafile(name)       the contents of a file of the data path,
+ *     &datafilename(name)   and its path
+ *     &env(name)            an environment variable, or nothing
+ *     &ref(name, address)   a value of another parameter file, as it is now
+ *     &ask(prompt)          what the user answers
+ *     &undef()              no value at all
+ *     &anything(else)       what "pfuser" of the user library makes of it
+ *
+ * A value that is missing or of the wrong type goes to the die function, which ends
+ * the process with one of
+ *
+ *     program needs value for '%s', not found in parameter file '%s'
+ *     wrong parameter type for '%s' : expected %s but got %s in '%s'
+ *     wrong parameter type for #%ld : expected %s but got %s in '%s'
+ *
+ * A program may set another with pfconfig; when that returns, the getter goes on
+ * with the node it stored in *result, or else returns 0 or null.
+ *
+ * Texts are borrowed from the tree and stay valid until the same value is read
+ * again or freed. Reading changes a tree: one thread at a time may read in it.
+ */
+
+/* The index i as a key or address. */
+static inline const char *pfindex(int64_t i)
+{
+    return (const char *)(intptr_t)i;
+}
+
+/*
+ * Looks up a direct child: a key of a table, an index (pfindex) of a list; a text or
+ * function is its own child. A function is evaluated, a text expanded.
+ *
+ * Returns the type of what it found and stores the text of a PFSTRING, else the
+ * node, in *value; PFINVALID and null when there is nothing. Of a node that can
+ * have no child it complains "*stack* unrecognized pf type %d in pfget".
+ */
+STOCK_API int pfget(Pf *pf, const char *key, void **value);
+
+/*
+ * Stores the text at an address in *value and returns 0; -1 and null when there is
+ * no text. The top of a tree gives 0 and null.
+ */
+STOCK_API int pfeval(Pf *pf, const char *address, char **value);
+
+/*
+ * Stores the node at an address, its function evaluated, in *node; null when there
+ * is none. With an expected type other than PFANY the die function hears of a node
+ * of another type and may store one in its place.
+ */
+STOCK_API void _pfeval(Pf *pf, const char *address, Pf **node, int expected);
+
+/* The text at an address, borrowed; null, silently, when it is missing. */
+STOCK_API char *pfget_string(Pf *pf, const char *address);
+
+/*
+ * A number at an address: fix_strtod reads the double, strtol in base 0 the int.
+ * What is no number is complained about, "Bad floating point value '%s' for %s" or
+ * "Bad integer value '%s' for %s", and what could be read of it is returned.
+ */
+STOCK_API double pfget_double(Pf *pf, const char *address);
+STOCK_API long pfget_int(Pf *pf, const char *address);
+
+/* A time at an address, as epoch time. Complains "Bad time value '%s' for %s". */
+STOCK_API double pfget_time(Pf *pf, const char *address);
+
+/*
+ * -1 for a word that yesno takes as true, 0 for one that it takes as false or when
+ * the value is missing. Any other word is 0 and complained about, "Bad boolean
+ * value '%s' for %s".
+ */
+STOCK_API int pfget_boolean(Pf *pf, const char *address);
+
+/* A size at an address, converted by sz2dbl. */
+STOCK_API double pfget_size(Pf *pf, const char *address);
+
+/*
+ * The elements of a list: its texts, expanded, and the nodes of what is no text.
+ * Null when it is missing. Free the list with freetbl(tbl, 0), not its entries.
+ */
+STOCK_API Tbl *pfget_tbl(Pf *pf, const char *address);
+
+/*
+ * The texts of a table by key; what is no text is left out. Null when it is
+ * missing. Free the array with freearr(arr, 0), not its values.
+ */
+STOCK_API Arr *pfget_arr(Pf *pf, const char *address);
+
+/* The number of elements of a list; 0 of anything else. */
+STOCK_API long pfmaxtbl(const Pf *pf);
+
+/*
+ * The keys of a table in order, borrowed from it; null of anything else. Free the
+ * list with freetbl(keys, 0).
+ */
+STOCK_API Tbl *pfkeys(const Pf *pf);
+
+/*
+ * Prints the text at an address of a parameter file and a newline to standard
+ * output; or complains "no entry '%s' in parameter file %s" or "Can't read
+ * parameter file %s".
+ */
+STOCK_API void pfprint(const char *name, const char *address);
+
+/*
+ * Sets a function of the program's: "die", void (*)(Pf *pf, const char *address, int
+ * expected, int got, Pf **result), null for the default _pfdie; or "ask", char
+ * *(*)(const char *prompt), whose answer malloc made. Set them before threads start.
+ *
+ * Returns 0; -1 for any other code, with "pfconfig: unrecognized code '%s'" logged.
+ */
+STOCK_API int pfconfig(const char *code, void *function);
+
+/* The default die function; got is PFINVALID when there is no value. */
+STOCK_API void _pfdie(Pf *pf, const char *address, int expected, int got, Pf **result);
+
+/*
+ * Expands the references in a PFSTRING, or in the text of a PFFUNCTION.
+ *
+ * Returns the text itself when it refers to nothing, else the node's filled_out:
+ * borrowed until the node is expanded again or freed. Null of any other node.
+ * References nest ten deep, in all threads together; the eleventh gives
+ * "** error ** pf massive recursion".
+ */
+STOCK_API char *pfexpand(Pf *node);
+
+/*
+ * Evaluates a PFFUNCTION.
+ *
+ * Returns its result, which the function owns until it is evaluated again or freed;
+ * null for &undef and for any other node. A command that failed gives a node of type
+ * PFEXEC_ERROR, a reference that leads nowhere one of type PFINVALID with the
+ * reason as its text. A function that gives a function that gives a function that
+ * gives a function gives "pf recursion too deep"; so do references that are ten
+ * files deep.
+ */
+STOCK_API Pf *pfinterpret(Pf *function);
+
+/*
+ * Reads a number with a factor behind it; there is no error.
+ *
+ *     4k    4000       5m    0.005
+ *     2M    2e6        7u    7e-6
+ *     1.5G  1.5e9      3K    3        only these letters, in this case
+ */
+STOCK_API double sz2dbl(const char *text);
+
+/* ---- Addressing and changing values ---- */
+
+/*
+ * Finds the node at an address.
+ *
+ *     a            the key a of the tree; blanks in it and around it count
+ *     a{b}         the key b of the table a; blanks around b do not count
+ *     a[2]         the third element of the list a; a[-1] is never there
+ *     a{b}[2]{c}   and so on
+ *     {a}          the key a
+ *
+ * In a list, an index (pfindex) takes the place of the address. A step at a function
+ * stays at the function, and a function that is found is evaluated.
+ *
+ * With create not 0, steps that are missing are made as placeholders (PFANY), which
+ * become tables and lists as the address demands.
+ *
+ * Stores the node, borrowed from the tree, and returns its type (PFFUNCTION when it
+ * was evaluated). Otherwise stores null and returns -31 when a step was not found,
+ * -32 when it does not fit the node: a key in braces asked of what is no PFARR, an
+ * index of what is no PFTBL, a new step of what has a value already. A "[" without
+ * an index is reported to standard error, "unmatched char '%s'\n", and skipped; any
+ * other stray mark goes to standard output.
+ */
+STOCK_API int pfresolve(Pf *pf, const char *address, int create, Pf **node);
+
+/*
+ * Puts a value under a direct key of a table or at an index (pfindex) of a list; what
+ * stood there is freed.
+ *
+ *     type          value                 what becomes of it
+ *     PFSTRING      char *, text          copied
+ *     PFFUNCTION    char *, its text      copied
+ *     PFTBL         Tbl * of Pf *         taken over
+ *     PFARR         Arr * of Pf *         taken over
+ *     PFFILE        Arr * of Pf *         taken over
+ *     PFGRAFT       Pf *, a tree          taken over; a PFFILE becomes a PFARR
+ *
+ * Any other type ends the process with "Bad type in pfput : %d\n", and a pf that is no
+ * container with "Bad pf pointer in pfput.\n".
+ */
+STOCK_API void pfput(Pf *pf, const char *key, void *value, int type);
+
+/*
+ * pfput of a text: as it is, with "%ld", by strdbl, as "True" or "False"; of a list
+ * and of an array of strings, which are copied.
+ */
+STOCK_API void pfput_string(Pf *pf, const char *key, const char *value);
+STOCK_API void pfput_int(Pf *pf, const char *key, long value);
+STOCK_API void pfput_double(Pf *pf, const char *key, double value);
+STOCK_API void pfput_boolean(Pf *pf, const char *key, int value);
+STOCK_API void pfput_tbl(Pf *pf, const char *key, const Tbl *values);
+STOCK_API void pfput_arr(Pf *pf, const char *key, const Arr *values);
+
+/*
+ * Makes the value at an address the text, a copy of it; steps that are missing are
+ * made. A value that stands there, of any type, is freed.
+ *
+ * Returns 0, or -1 when the address does not fit the tree or names the tree itself.
+ */
+STOCK_API int pfset(Pf *pf, const char *address, const char *text);
+
+/*
+ * Takes out the child under a direct key or at an index (pfindex).
+ *
+ * Returns it, to be freed with pffree; null when there is none.
+ */
+STOCK_API Pf *pfdel(Pf *pf, const char *key);
+
+/*
+ * Stores the child under a direct key or at an index (pfindex), as it stands, and
+ * returns 1; null and 0 when there is none. Of a PFSTRING it stores null and returns
+ * 1, of a PFFUNCTION it stores the node itself and returns 7. Any other type ends the
+ * process with "invalid pf type = %d\n".
+ */
+STOCK_API int pfvalue(Pf *pf, const char *key, Pf **node);
+
+/*
+ * Put a new placeholder under a key of a table or at an index of a list; an index
+ * below 0 appends. A placeholder given as pf becomes the table or list first.
+ *
+ * Return 0, or -1 when pf is anything else.
+ */
+STOCK_API int pfadd_arr(Pf *pf, const char *key);
+STOCK_API int pfadd_tbl(Pf *pf, int index);
+
 /* ---- Writing text ---- */
 
 /*

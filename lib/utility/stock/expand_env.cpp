@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "internal/alloc.h"
+#include "internal/growing_text.h"
 
 namespace {
 
@@ -46,43 +47,6 @@ const char *value_of(std::string_view name)
     return name.empty() ? nullptr : std::getenv(variable);
 }
 
-// The result while it grows.
-class Result {
-public:
-    explicit Result(std::size_t size)
-        : size_(size), text_(static_cast<char *>(stock::allocate(size, "result", "expand_env")))
-    {
-    }
-
-    // Text of the input, for which there is room.
-    void add(std::string_view text)
-    {
-        text.copy(text_ + length_, text.size());
-        length_ += text.size();
-    }
-
-    // A value, with `remaining` characters of the input to come.
-    void add_value(std::string_view value, std::size_t remaining)
-    {
-        if (length_ + value.size() + remaining + 1 > size_) {
-            size_ = length_ + value.size() + remaining + 2;
-            text_ = static_cast<char *>(stock::reallocate(text_, size_, "result", "expand_env"));
-        }
-        add(value);
-    }
-
-    char *finish()
-    {
-        text_[length_] = 0;
-        return text_;
-    }
-
-private:
-    std::size_t size_;
-    std::size_t length_ = 0;
-    char *text_;  // handed to the caller in the end
-};
-
 }  // namespace
 
 char *expand_env(const char *string)
@@ -91,7 +55,7 @@ char *expand_env(const char *string)
     std::size_t dollar = rest.find('$');
     if (dollar == rest.npos)
         return stock::copy_text(rest.data(), "result");
-    Result result(std::max(kFirst, 2 * rest.size()));
+    stock::GrowingText result(std::max(kFirst, 2 * rest.size()), "result", "expand_env");
     for (; dollar != rest.npos; dollar = rest.find('$')) {
         result.add(rest.substr(0, dollar));
         rest.remove_prefix(dollar);

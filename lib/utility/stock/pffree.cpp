@@ -54,6 +54,20 @@ const char *description(int type)
 
 }  // namespace
 
+void stock::free_value(Pf *pf)
+{
+    switch (pf->type) {
+    case PFEXEC_ERROR:
+    case PFSTRING:
+    case PFINVALID: free_text(pf); break;
+    case PFFILE:
+    case PFARR: freearr(pf->value.arr, free_child); break;
+    case PFTBL: freetbl(pf->value.tbl, free_child); break;
+    case PFFUNCTION: free_function(pf->value.pffunct); break;
+    default: elog_complain(0, "pffree: didn't free type %d", pf->type); break;
+    }
+}
+
 Pf *pfnew(int type)
 {
     Pf *pf = static_cast<Pf *>(stock::allocate_zeroed(sizeof(Pf), "pf"));
@@ -77,16 +91,7 @@ void pffree(Pf *pf)
         return;
     if (pf->type == PFFILE)
         stock::forget_tree(pf);
-    switch (pf->type) {
-    case PFEXEC_ERROR:
-    case PFSTRING:
-    case PFINVALID: stock::free_text(pf); break;
-    case PFFILE:
-    case PFARR: freearr(pf->value.arr, free_child); break;
-    case PFTBL: freetbl(pf->value.tbl, free_child); break;
-    case PFFUNCTION: free_function(pf->value.pffunct); break;
-    default: elog_complain(0, "pffree: didn't free type %d", pf->type); break;
-    }
+    stock::free_value(pf);
     std::free(pf->filled_out);
     std::free(pf);
 }

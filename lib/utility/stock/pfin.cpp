@@ -33,14 +33,6 @@ void keep(Block &spare, Block block)
     std::free(block.bytes);
 }
 
-class Busy {
-public:
-    Busy() { ++stock::Pf_busy; }
-    ~Busy() { --stock::Pf_busy; }
-    Busy(const Busy &) = delete;
-    Busy &operator=(const Busy &) = delete;
-};
-
 int refuse(int error, const char *filename)
 {
     errno = error;
@@ -70,7 +62,7 @@ template <class Open, class Unterminated>
 int parse(Pf **pf, const char *filename, Open open, Unterminated unterminated)
 {
     const std::scoped_lock lock(stock::Pf_lock);
-    const Busy busy;
+    const stock::Busy busy;
     Pf *top = pf ? target_of(pf) : nullptr;
     if (!top)
         return refuse(EINVAL, filename);

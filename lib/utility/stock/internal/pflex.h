@@ -21,6 +21,14 @@ extern std::recursive_mutex Pf_lock;
 // How many parses run. Not 0: nobody should start one on the side.
 extern std::atomic<int> Pf_busy;
 
+class Busy {
+public:
+    Busy() { ++Pf_busy; }
+    ~Busy() { --Pf_busy; }
+    Busy(const Busy &) = delete;
+    Busy &operator=(const Busy &) = delete;
+};
+
 constexpr int kMaxLexLevel = 11;       // containers open at once
 constexpr std::size_t kMaxKey = 1023;  // bytes of a key; what is longer is cut
 

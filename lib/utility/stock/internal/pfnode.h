@@ -51,4 +51,10 @@ inline void free_text(Pf *pf)
     pf->value.s = nullptr;
 }
 
+// Frees what the node owns as its value, and complains of a type that has none.
+void free_value(Pf *pf);
+
+// The node at an address, a function as it stands: pfresolve without the evaluation.
+int find_node(Pf *pf, const char *address, bool create, Pf **node);
+
 }  // namespace stock

@@ -1,0 +1,120 @@
+// References in a text: &name and &{name} stand for what an enclosing table has
+// under that name.
+
+#include "stock/pf.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "internal/alloc.h"
+#include "internal/growing_text.h"
+
+namespace {
+
+constexpr std::size_t kFirst = 1024;    // the least that an expanded text starts with
+constexpr std::size_t kMaxName = 1023;  // longer names are cut
+constexpr int kMaxDepth = 9;            // replacements within replacements
+
+// How many replacements are being looked for, in all threads together.
+//
+// Meant: a deep text in one thread counts against the others.
+std::atomic<int> Depth{0};
+
+class Counted {
+public:
+    Counted() : before_(Depth.fetch_add(1)) {}
+    ~Counted() { --Depth; }
+    Counted(const Counted &) = delete;
+    Counted &operator=(const Counted &) = delete;
+
+    bool too_deep() const { return before_ > kMaxDepth; }
+
+private:
+    int before_;
+};
+
+constexpr bool is_name(char c)
+{
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+
+struct Reference {
+    std::string_view text;  // with "&" and braces
+    std::string_view name;
+    bool call;  // the name of a function, which is no reference
+};
+
+// The reference at the start of the text, which is an "&".
+Reference reference_at(std::string_view text)
+{
+    if (text.substr(1, 1) == "{") {
+        const std::size_t close = std::min(text.find('}'), text.size());
+        return {text.substr(0, close + 1), text.substr(2, close - 2), false};
+    }
+    const auto *end = std::find_if_not(text.begin() + 1, text.end(), is_name);
+    const auto length = static_cast<std::size_t>(end - text.begin());
+    return {text.substr(0, length), text.substr(1, length - 1), text.substr(length, 1) == "("};
+}
+
+// The text that the nearest enclosing table has under the name, or null.
+const char *look_up(const Pf *node, std::string_view name)
+{
+    char key[kMaxName + 1];
+    key[name.copy(key, kMaxName)] = 0;
+    for (auto *at = const_cast<Pf *>(node); at; at = at->parent) {
+        void *value = nullptr;
+        if ((at->type == PFFILE || at->type == PFARR) && pfget(at, key, &value) == PFSTRING)
+            return static_cast<const char *>(value);
+    }
+    return nullptr;
+}
+
+const char *replacement(const Pf *node, const Reference &reference)
+{
+    if (reference.call || reference.name.empty())
+        return nullptr;
+    const Counted counted;
+    return counted.too_deep() ? "** error ** pf massive recursion" : look_up(node, reference.name);
+}
+
+char *expanded(const Pf *node, std::string_view rest)
+{
+    stock::GrowingText result(std::max(kFirst, 2 * rest.size() + 1), "result", "pfexpand");
+    for (std::size_t at = rest.find('&'); at != rest.npos; at = rest.find('&')) {
+        result.add(rest.substr(0, at));
+        rest.remove_prefix(at);
+        const Reference reference = reference_at(rest);
+        rest.remove_prefix(reference.text.size());
+        if (const char *value = replacement(node, reference))
+            result.add_value(value, rest.size());
+        else
+            result.add(reference.text);
+    }
+    result.add(rest);
+    return result.finish();
+}
+
+char *text_of(const Pf *node)
+{
+    if (!node)
+        return nullptr;
+    if (node->type == PFSTRING)
+        return node->value.s;
+    return node->type == PFFUNCTION && node->value.pffunct ? node->value.pffunct->text : nullptr;
+}
+
+}  // namespace
+
+char *pfexpand(Pf *node)
+{
+    char *text = text_of(node);
+    if (!text || !std::strchr(text, '&'))
+        return text;
+    char *filled_out = expanded(node, text);
+    std::free(node->filled_out);
+    node->filled_out = filled_out;
+    return filled_out;
+}

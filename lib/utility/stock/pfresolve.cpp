@@ -1,0 +1,201 @@
+// Addresses: a key, then keys in braces and indexes in brackets, one step each.
+//
+// A scanner cuts the address into tokens; each token is one step from the current
+// node to the next, which is made as a placeholder where that is asked for.
+
+#include "stock/pf.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
+#include "internal/alloc.h"
+#include "internal/pflex.h"
+#include "internal/pfnode.h"
+
+namespace {
+
+constexpr int kMissing = -31;    // a step was not found
+constexpr int kMisfit = -32;     // a step does not fit the node
+constexpr int kMaxBraced = 255;  // longer keys in braces are cut
+
+constexpr std::string_view kMarks = "{}[]";
+constexpr std::string_view kBlanks = " \t";
+
+// Keys are looked up as strings.
+class Key {
+public:
+    explicit Key(std::string_view text)
+        : text_(static_cast<char *>(stock::allocate(text.size() + 1, "key", "pfresolve")))
+    {
+        text_.get()[text.copy(text_.get(), text.size())] = 0;
+    }
+    const char *get() const { return text_.get(); }
+
+private:
+    stock::Owned<char> text_;
+};
+
+std::string_view trimmed(std::string_view text)
+{
+    const std::size_t first = std::min(text.find_first_not_of(kBlanks), text.size());
+    text.remove_prefix(first);
+    return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+}
+
+// What atoi gives, within the limits of an int.
+int number(std::string_view digits)
+{
+    char text[24];
+    text[digits.copy(text, sizeof text - 1)] = 0;
+    return static_cast<int>(std::clamp<long>(std::strtol(text, nullptr, 10), INT_MIN, INT_MAX));
+}
+
+// One walk along an address.
+class Walk {
+public:
+    Walk(Pf *pf, bool create) : current_(pf), create_(create) {}
+
+    int error() const { return error_; }
+    Pf *found() const { return current_; }
+
+    void take(std::string_view address)
+    {
+        while (!address.empty() && !error_)
+            address.remove_prefix(token(address));
+    }
+
+private:
+    // Takes the token at the start of the text. Gives its length.
+    std::size_t token(std::string_view text)
+    {
+        const std::size_t run = std::min(text.find_first_of(kMarks), text.size());
+        if (run > 0) {
+            if (text.substr(0, run).find_first_not_of(kBlanks) != text.npos)
+                plain_key(text.substr(0, run));
+            return run;
+        }
+        if (started_)
+            if (const std::size_t length = braced_key(text) + index(text))
+                return length;
+        mark(text[0]);
+        return 1;
+    }
+
+    // "{key}"; 0 when the text does not begin with that.
+    std::size_t braced_key(std::string_view text)
+    {
+        const std::size_t close = text.find_first_of(kMarks, 1);
+        if (text[0] != '{' || close == text.npos || text[close] != '}')
+            return 0;
+        key_step(trimmed(text.substr(1, close - 1)).substr(0, kMaxBraced), current_->type == PFARR);
+        return close + 1;
+    }
+
+    // "[-12]"; 0 when the text does not begin with that.
+    std::size_t index(std::string_view text)
+    {
+        const std::size_t digits = text.substr(1, 1) == "-" ? 2 : 1;
+        const std::size_t close = text.find_first_not_of("0123456789", digits);
+        if (text[0] != '[' || close == text.npos || close == digits || text[close] != ']')
+            return 0;
+        index_step(number(text.substr(1, close - 1)));
+        return close + 1;
+    }
+
+    // A mark that belongs to no component.
+    void mark(char c)
+    {
+        if (c == '[') {
+            std::fprintf(stderr, "unmatched char '%c'\n", c);
+        } else if (!started_ && c == '{') {
+            leading_brace_ = true;
+        } else if (c == '}' && (!started_ || leading_brace_)) {
+            leading_brace_ = false;  // "{a}" is the plain key a
+        } else {
+            std::putchar(c);
+        }
+    }
+
+    void plain_key(std::string_view key)
+    {
+        started_ = true;
+        key_step(key, true);
+    }
+
+    // A key in a node that fits, or would fit once it is a table.
+    void key_step(std::string_view text, bool fits)
+    {
+        if (current_->type == PFFUNCTION)
+            return;
+        if (!fits && !(create_ && current_->type == PFANY))
+            return fail(kMisfit);
+        const Key key(text);
+        const bool table = current_->type == PFFILE || current_->type == PFARR;
+        Pf *child = table ? static_cast<Pf *>(getarr(current_->value.arr, key.get())) : nullptr;
+        if (!child && !create_)
+            return fail(kMissing);
+        if (!child && pfadd_arr(current_, key.get()) != 0)
+            return fail(kMisfit);
+        current_ = child ? child : static_cast<Pf *>(getarr(current_->value.arr, key.get()));
+    }
+
+    void index_step(int i)
+    {
+        if (current_->type == PFFUNCTION)
+            return;
+        if (current_->type != PFTBL && !(create_ && current_->type == PFANY))
+            return fail(kMisfit);
+        Pf *child =
+            current_->type == PFTBL ? static_cast<Pf *>(gettbl(current_->value.tbl, i)) : nullptr;
+        if (!child && !create_)
+            return fail(kMissing);
+        if (!child)
+            pfadd_tbl(current_, i);
+        const Tbl *list = current_->value.tbl;
+        // Meant: a placeholder at index -1 is appended, as settbl does.
+        current_ = child ? child : static_cast<Pf *>(gettbl(list, i < 0 ? list->count - 1 : i));
+    }
+
+    void fail(int error) { error_ = error; }
+
+    Pf *current_;
+    bool create_;
+    bool started_ = false;        // behind the first component
+    bool leading_brace_ = false;  // an address that began with "{" has one "}" to spare
+    int error_ = 0;
+};
+
+}  // namespace
+
+namespace stock {
+
+int find_node(Pf *pf, const char *address, bool create, Pf **node)
+{
+    *node = nullptr;
+    if (!pf)
+        return kMissing;
+    if (pf->type == PFTBL) {
+        *node = static_cast<Pf *>(gettbl(pf->value.tbl, reinterpret_cast<intptr_t>(address)));
+        return *node ? (*node)->type : kMisfit;
+    }
+    const Busy busy;
+    Walk walk(pf, create);
+    walk.take(address ? address : "");
+    if (walk.error())
+        return walk.error();
+    *node = walk.found();
+    return (*node)->type;
+}
+
+}  // namespace stock
+
+int pfresolve(Pf *pf, const char *address, int create, Pf **node)
+{
+    const int type = stock::find_node(pf, address, create != 0, node);
+    if (type == PFFUNCTION)
+        *node = pfinterpret(*node);
+    return type;
+}

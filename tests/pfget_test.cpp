@@ -1,0 +1,290 @@
+// Reading values: types, conversions, what is missing and what is wrong.
+
+#include <cmath>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "stock.h"
+#include "support/child.h"
+#include "support/pf_text.h"
+
+namespace {
+
+PfPtr parse(const char *text)
+{
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfcompile(text, &pf), 0);
+    pf->filename = "prog.pf";
+    return PfPtr(pf);
+}
+
+// What the body leaves on standard error, and that it ends with the status.
+std::string says(int status, const std::function<void()> &body)
+{
+    const Ended ended = in_child([&] {
+        elog_set(ELOG_TAG_FIELD, -1, "T");
+        body();
+    });
+    EXPECT_EQ(ended.status, status);
+    return ended.err;
+}
+
+Pf *stand_in = nullptr;
+std::string asked;
+
+void note_and_return(Pf *, const char *address, int expected, int got, Pf **result)
+{
+    asked = std::string(address) + " " + std::to_string(expected) + " " + std::to_string(got);
+    if (stand_in)
+        *result = stand_in;
+}
+
+}  // namespace
+
+TEST(Pfget, GivesTextsExpandedAndNodesAsTheyAre)
+{
+    setenv("PF_GET", "value", 1);
+    const PfPtr pf = parse("home /u\nx &home/y\nt &Tbl{\n a\n b\n}\nf &env(PF_GET)\nu &undef()\n");
+    void *value = nullptr;
+    EXPECT_EQ(pfget(pf.get(), "x", &value), PFSTRING);
+    EXPECT_STREQ(static_cast<char *>(value), "/u/y");
+    EXPECT_EQ(pfget(pf.get(), "f", &value), PFSTRING);
+    EXPECT_STREQ(static_cast<char *>(value), "value");
+    EXPECT_EQ(pfget(pf.get(), "u", &value), PFINVALID);
+    EXPECT_EQ(value, nullptr);
+    EXPECT_EQ(pfget(pf.get(), "none", &value), PFINVALID);
+    EXPECT_EQ(value, nullptr);
+    EXPECT_EQ(pfget(pf.get(), "t", &value), PFTBL);
+    Pf *list = static_cast<Pf *>(value);
+    EXPECT_EQ(pfget(list, pfindex(1), &value), PFSTRING);
+    EXPECT_STREQ(static_cast<char *>(value), "b");
+    EXPECT_EQ(pfget(list, pfindex(2), &value), PFINVALID);
+    EXPECT_EQ(pfget(pf.get(), "t{a}", &value), PFINVALID) << "a key is no address";
+}
+
+TEST(Pfget, OfATextOrFunctionIsTheNodeItself)
+{
+    const PfPtr text(pfnew(PFSTRING));
+    text->value.s = strdup("s");
+    void *value = nullptr;
+    EXPECT_EQ(pfget(text.get(), "any", &value), PFSTRING);
+    EXPECT_STREQ(static_cast<char *>(value), "s");
+}
+
+TEST(Pfget, ComplainsOfANodeThatHasNoChildren)
+{
+    EXPECT_NE(says(0,
+                   [] {
+                       void *value = nullptr;
+                       const PfPtr pf(pfnew(PFINVALID));
+                       EXPECT_EQ(pfget(pf.get(), "k", &value), PFINVALID);
+                   })
+                  .find("T: *stack* unrecognized pf type 5 in pfget\n"),
+              std::string::npos);
+}
+
+TEST(Pfeval, GivesTextsAndMinusOneForTheRest)
+{
+    const PfPtr pf = parse("a &Arr{\n b 1\n}\n");
+    char *value = nullptr;
+    EXPECT_EQ(pfeval(pf.get(), "a{b}", &value), 0);
+    EXPECT_STREQ(value, "1");
+    EXPECT_EQ(pfeval(pf.get(), "a", &value), -1);
+    EXPECT_EQ(value, nullptr);
+    EXPECT_EQ(pfeval(pf.get(), "none", &value), -1);
+    EXPECT_EQ(pfeval(pf.get(), "", &value), 0);
+    EXPECT_EQ(value, nullptr);
+}
+
+TEST(PfgetTyped, ConvertsByType)
+{
+    const PfPtr pf = parse("h 0x10\no 010\nn -7 \nd 1.5e3\ni inf\nt2 a{b}\nyes Ok\nno Off\n"
+                           "k 4k\nM 2M\nG 1.5G\nm 5m\nu 7u\nK 3K\nt 2008-02-01 12:30:15\n");
+    EXPECT_EQ(pfget_int(pf.get(), "h"), 16);
+    EXPECT_EQ(pfget_int(pf.get(), "o"), 8);
+    EXPECT_EQ(pfget_int(pf.get(), "n"), -7);
+    EXPECT_EQ(pfget_double(pf.get(), "d"), 1500);
+    EXPECT_EQ(pfget_double(pf.get(), "i"), INFINITY);
+    EXPECT_STREQ(pfget_string(pf.get(), "t2"), "a{b}");
+    EXPECT_EQ(pfget_boolean(pf.get(), "yes"), -1);
+    EXPECT_EQ(pfget_boolean(pf.get(), "no"), 0);
+    EXPECT_EQ(pfget_size(pf.get(), "k"), 4000);
+    EXPECT_EQ(pfget_size(pf.get(), "M"), 2e6);
+    EXPECT_EQ(pfget_size(pf.get(), "G"), 1.5e9);
+    EXPECT_EQ(pfget_size(pf.get(), "m"), 5 * 0.001);
+    EXPECT_EQ(pfget_size(pf.get(), "u"), 7 * 1e-6);
+    EXPECT_EQ(pfget_size(pf.get(), "K"), 3);
+    EXPECT_EQ(pfget_time(pf.get(), "t"), 1201869015);
+}
+
+TEST(PfgetTyped, BadTextIsComplainedAboutAndConvertedAllTheSame)
+{
+    const PfPtr pf = parse("i 12abc\nd 1.5x\nb maybe\nt never\ne\n");
+    EXPECT_EQ(says(0,
+                   [&] {
+                       EXPECT_EQ(pfget_int(pf.get(), "i"), 12);
+                       EXPECT_EQ(pfget_double(pf.get(), "d"), 1.5);
+                       EXPECT_EQ(pfget_boolean(pf.get(), "b"), 0);
+                       pfget_time(pf.get(), "t");
+                       EXPECT_EQ(pfget_int(pf.get(), "e"), 0);
+                   }),
+              "T: Bad integer value '12abc' for i\n"
+              "T: Bad floating point value '1.5x' for d\n"
+              "T: Bad boolean value 'maybe' for b\n"
+              "T: Bad time value 'never' for t\n"
+              "T: Bad integer value '' for e\n");
+}
+
+TEST(PfgetTyped, AMissingTextOrBooleanIsSilent)
+{
+    const PfPtr pf = parse("a 1\n");
+    EXPECT_EQ(says(0,
+                   [&] {
+                       EXPECT_EQ(pfget_string(pf.get(), "none"), nullptr);
+                       EXPECT_EQ(pfget_boolean(pf.get(), "none"), 0);
+                       EXPECT_EQ(pfget_tbl(pf.get(), "none"), nullptr);
+                       EXPECT_EQ(pfget_arr(pf.get(), "none"), nullptr);
+                   }),
+              "");
+}
+
+TEST(PfgetDeathTest, AMissingNumberEndsTheProcess)
+{
+    const PfPtr pf = parse("a 1\np &Arr{\n}\n");
+    const std::function<void()> getters[] = {
+        [&] { pfget_double(pf.get(), "none"); },
+        [&] { pfget_int(pf.get(), "none"); },
+        [&] { pfget_time(pf.get(), "none"); },
+        [&] { pfget_size(pf.get(), "none"); },
+    };
+    for (const auto &getter : getters)
+        EXPECT_EQ(says(1, getter), "T: program needs value for 'none', not found in parameter "
+                                   "file 'prog.pf'\n");
+}
+
+TEST(PfgetDeathTest, APlaceholderIsMissing)
+{
+    const PfPtr pf = parse("a 1\n");
+    pfadd_arr(pf.get(), "p");
+    EXPECT_EQ(says(1, [&] { pfget_int(pf.get(), "p"); }),
+              "T: program needs value for 'p', not found in parameter file 'prog.pf'\n");
+    pfset(pf.get(), "p", "");
+}
+
+TEST(PfgetDeathTest, AWrongTypeEndsTheProcess)
+{
+    const PfPtr pf = parse("s 1\nt &Tbl{\n}\na &Arr{\n}\nx &exec(exit 1)\n");
+    const struct {
+        std::function<void()> getter;
+        const char *message;
+    } cases[] = {
+        {[&] { pfget_string(pf.get(), "t"); }, "'t' : expected scalar but got table"},
+        {[&] { pfget_int(pf.get(), "a"); }, "'a' : expected scalar but got array"},
+        {[&] { pfget_boolean(pf.get(), "a"); }, "'a' : expected scalar but got array"},
+        {[&] { pfget_tbl(pf.get(), "s"); }, "'s' : expected table but got scalar"},
+        {[&] { pfget_arr(pf.get(), "t"); }, "'t' : expected array but got table"},
+        {[&] { pfget_string(pf.get(), "x"); }, "'x' : expected scalar but got scalar"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(says(1, c.getter),
+                  std::string("T: wrong parameter type for ") + c.message + " in 'prog.pf'\n");
+}
+
+TEST(PfgetDeathTest, InAListOnlyAMissingElementEndsTheProcess)
+{
+    const PfPtr pf = parse("t &Tbl{\n &Arr{\n }\n}\n");
+    Pf *list = nullptr;
+    pfresolve(pf.get(), "t", 0, &list);
+    EXPECT_EQ(says(0, [&] { EXPECT_EQ(pfget_int(list, pfindex(0)), 0); }), "");
+    EXPECT_EQ(says(1, [&] { pfget_int(list, pfindex(7)); }),
+              "T: wrong parameter type for #7 : expected scalar but got invalid in ''\n");
+}
+
+TEST(PfgetTyped, ADieFunctionMayReturnAValueOrNone)
+{
+    const PfPtr pf = parse("t &Tbl{\n}\n");
+    const PfPtr nine(pfnew(PFSTRING));
+    nine->value.s = strdup("9");
+    pfconfig("die", reinterpret_cast<void *>(note_and_return));
+    EXPECT_EQ(pfget_int(pf.get(), "none"), 0);
+    EXPECT_EQ(asked, "none 1 5");
+    EXPECT_EQ(pfget_string(pf.get(), "t"), nullptr);
+    EXPECT_EQ(asked, "t 1 2");
+    EXPECT_EQ(pfget_arr(pf.get(), "t"), nullptr);
+    EXPECT_EQ(asked, "t 3 2");
+    stand_in = nine.get();
+    EXPECT_EQ(pfget_int(pf.get(), "none"), 9);
+    EXPECT_EQ(pfget_double(pf.get(), "t"), 9);
+    pfconfig("die", nullptr);
+}
+
+TEST(PfgetTyped, ListsAndArraysOfValues)
+{
+    const PfPtr pf = parse("home /u\nt &Tbl{\n &home\n &Arr{\n }\n}\n"
+                           "a &Arr{\n x &home\n y &Tbl{\n }\n}\n");
+    const TblPtr list(pfget_tbl(pf.get(), "t"));
+    ASSERT_EQ(list->count, 2);
+    EXPECT_STREQ(static_cast<char *>(gettbl(list.get(), 0)), "/u");
+    EXPECT_EQ(static_cast<Pf *>(gettbl(list.get(), 1))->type, PFARR);
+    const ArrPtr array(pfget_arr(pf.get(), "a"));
+    EXPECT_EQ(cntarr(array.get()), 1);
+    EXPECT_STREQ(static_cast<char *>(getarr(array.get(), "x")), "/u");
+}
+
+TEST(PfgetTyped, HolesAndNullTextsNeverCrash)
+{
+    const PfPtr pf(pfnew(PFFILE));
+    Pf *node = nullptr;
+    pfresolve(pf.get(), "t[2]", 1, &node);
+    pfset(pf.get(), "t[2]", "last");
+    const TblPtr nulls(newtbl(0));
+    pushtbl(nulls.get(), nullptr);
+    pfput_tbl(pf.get(), "n", nulls.get());
+    const TblPtr list(pfget_tbl(pf.get(), "t"));
+    EXPECT_EQ(list->count, 3);
+    EXPECT_EQ(gettbl(list.get(), 0), nullptr);
+    const TblPtr empty(pfget_tbl(pf.get(), "n"));
+    EXPECT_EQ(gettbl(empty.get(), 0), nullptr);
+    EXPECT_EQ(pfget_string(pf.get(), "n[0]"), nullptr);
+    const Text text(pf2string(pf.get()));
+    const PfPtr copy(pfdup(pf.get()));
+    EXPECT_EQ(tree_text(copy.get()), tree_text(pf.get()));
+}
+
+TEST(Pf, CountsElementsAndListsKeys)
+{
+    const PfPtr pf = parse("b 1\na 2\nt &Tbl{\n x\n y\n}\n");
+    const TblPtr keys(pfkeys(pf.get()));
+    ASSERT_EQ(keys->count, 3);
+    EXPECT_STREQ(static_cast<char *>(gettbl(keys.get(), 0)), "a");
+    Pf *list = nullptr;
+    pfresolve(pf.get(), "t", 0, &list);
+    EXPECT_EQ(pfmaxtbl(list), 2);
+    EXPECT_EQ(pfmaxtbl(pf.get()), 0);
+    EXPECT_EQ(pfmaxtbl(nullptr), 0);
+    EXPECT_EQ(pfkeys(list), nullptr);
+    EXPECT_EQ(pfkeys(nullptr), nullptr);
+}
+
+TEST(Pfconfig, RefusesAnUnknownCode)
+{
+    EXPECT_EQ(pfconfig("nothing", nullptr), -1);
+    EXPECT_EQ(logged(), "pfconfig: unrecognized code 'nothing'\n");
+    EXPECT_EQ(pfconfig(nullptr, nullptr), -1);
+    elog_clear();
+}
+
+TEST(Sz2dbl, ReadsFactorsInTheirCaseOnly)
+{
+    EXPECT_EQ(sz2dbl("4k"), 4000);
+    EXPECT_EQ(sz2dbl("2M"), 2e6);
+    EXPECT_EQ(sz2dbl("1G"), 1e9);
+    EXPECT_EQ(sz2dbl("5m"), 0.005);
+    EXPECT_EQ(sz2dbl("3K"), 3);
+    EXPECT_EQ(sz2dbl("3g"), 3);
+    EXPECT_EQ(sz2dbl("rubbish"), 0);
+    EXPECT_EQ(sz2dbl(""), 0);
+    EXPECT_EQ(sz2dbl(nullptr), 0);
+    EXPECT_EQ(sz2dbl("k"), 0);
+}

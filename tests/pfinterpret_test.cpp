@@ -1,0 +1,283 @@
+// References in texts, and the functions: one test per row of their table.
+
+#include <string>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "stock.h"
+#include "support/child.h"
+#include "support/pf_files.h"
+
+namespace {
+
+PfPtr parse(const std::string &text)
+{
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfcompile(text.c_str(), &pf), 0);
+    return PfPtr(pf);
+}
+
+// The node that the function evaluates to, as text.
+std::string evaluated(const std::string &function)
+{
+    const PfPtr pf = parse("f " + function + "\n");
+    Pf *node = nullptr;
+    _pfeval(pf.get(), "f", &node, PFANY);
+    if (node && (node->type == PFINVALID || node->type == PFEXEC_ERROR))
+        return "<" + std::to_string(node->type) + ">" + okstr(node->value.s);
+    return tree_text(node);
+}
+
+char *answer(const char *prompt)
+{
+    return strconcat("answer to <", prompt, ">", nullptr);
+}
+
+}  // namespace
+
+TEST(Pfexpand, ReplacesReferencesByTheNearestEnclosingText)
+{
+    const PfPtr pf = parse("home /u\nname top\nt &Arr{\n name inner\n x &home/y\n b &{home}y\n"
+                           " n &name\n u &unknown/&{unknown too}\n open &{home\n amp a & b &\n"
+                           " nest &chain\n}\nchain <&home>\n");
+    const struct {
+        const char *address, *text;
+    } cases[] = {
+        {"t{x}", "/u/y"},    {"t{b}", "/uy"},
+        {"t{n}", "inner"},   {"t{u}", "&unknown/&{unknown too}"},
+        {"t{open}", "/u"},   {"t{amp}", "a & b &"},
+        {"t{nest}", "</u>"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.address);
+        EXPECT_STREQ(pfget_string(pf.get(), c.address), c.text);
+    }
+}
+
+TEST(Pfexpand, LeavesTheCallOfAFunctionAlone)
+{
+    const PfPtr pf = parse("home /u\nx see &home(here) and &home\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "x"), "see &home(here) and /u");
+}
+
+TEST(Pfexpand, ATextWithoutReferencesIsTheTextItself)
+{
+    const PfPtr pf = parse("a plain\n");
+    Pf *node = nullptr;
+    pfresolve(pf.get(), "a", 0, &node);
+    EXPECT_EQ(pfexpand(node), node->value.s);
+    EXPECT_EQ(node->filled_out, nullptr);
+    EXPECT_EQ(pfexpand(pf.get()), nullptr);
+    EXPECT_EQ(pfexpand(nullptr), nullptr);
+}
+
+TEST(Pfexpand, AValueThatRefersToItselfStopsAfterTenLevels)
+{
+    const PfPtr pf = parse("x .&x\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "x"), "...........** error ** pf massive recursion");
+}
+
+TEST(Pfexpand, GrowsForLongValues)
+{
+    const std::string big(100000, 'v');
+    const PfPtr pf = parse("big " + big + "\nx &big&big&big!\n");
+    EXPECT_EQ(pfget_string(pf.get(), "x"), big + big + big + "!");
+}
+
+TEST(Pfexpand, CutsNamesAt1023Characters)
+{
+    const std::string name(1023, 'n');
+    const PfPtr pf = parse(name + " found\nx &" + name + "more\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "x"), "found");
+}
+
+TEST(Pfinterpret, ExecGivesWhatACommandPrints)
+{
+    EXPECT_EQ(evaluated("&exec(echo hi)"), "\"hi\"");
+    EXPECT_EQ(evaluated("&exec(printf 'a\\n\\n')"), "\"a\n\"");
+    EXPECT_EQ(evaluated("&exec(true)"), "\"\"");
+    EXPECT_EQ(evaluated("&exec(echo '('; echo ')')"), "\"(\n)\"");
+}
+
+TEST(Pfinterpret, ACommandThatFailsGivesItsOutputAndTheErrorType)
+{
+    EXPECT_EQ(evaluated("&exec(echo out; exit 1)"), "<-1>out");
+    EXPECT_EQ(evaluated("&exec(kill -9 $$)"), "<-1>");
+}
+
+TEST(Pfinterpret, OutputMayBeLargeAndHoldZeroBytes)
+{
+    EXPECT_EQ(evaluated("&exec(head -c 1000000 /dev/zero | tr '\\000' x)"),
+              '"' + std::string(1000000, 'x') + '"');
+    EXPECT_EQ(evaluated("&exec(printf 'a\\000b'; head -c 300000 /dev/zero)"), "\"a\"");
+}
+
+TEST(Pfinterpret, LeavesNoChildAndNoDescriptor)
+{
+    const int before = dup(0);
+    close(before);
+    for (int i = 0; i < 20; ++i) {
+        evaluated("&exec(echo hi)");
+        evaluated("&file(/etc/passwd)");
+        evaluated("&glob(/*)");
+    }
+    const int after = dup(0);
+    close(after);
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+}
+
+TEST(Pfinterpret, ReferencesInAFunctionAreExpandedFirst)
+{
+    const PfPtr pf = parse("word hi\nf &exec(echo &word &{word})\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "f"), "hi hi");
+}
+
+TEST(Pfinterpret, GlobGivesTheListOfMatches)
+{
+    const TempDir dir;
+    dir.file("b.txt", "");
+    dir.file("a.txt", "");
+    EXPECT_EQ(evaluated("&glob(" + dir / "*.txt" + ")"),
+              "[\"" + dir / "a.txt" + "\" \"" + dir / "b.txt" + "\"]");
+    EXPECT_EQ(evaluated("&glob(" + dir / "*.none" + ")"), "[]");
+}
+
+TEST(Pfinterpret, EnvGivesTheVariableOrNothing)
+{
+    setenv("PF_ENV", "value", 1);
+    unsetenv("PF_NONE");
+    EXPECT_EQ(evaluated("&env(PF_ENV)"), "\"value\"");
+    EXPECT_EQ(evaluated("&env(PF_NONE)"), "\"\"");
+}
+
+TEST(Pfinterpret, FileGivesTheContentsSeenFromTheParameterFile)
+{
+    const PfPath path;
+    path.site("prog.pf", "f &file(texts/one.txt)\nn &filename(texts/one.txt)\n");
+    path.site("texts/one.txt", "contents\n");
+    Pf *pf = nullptr;
+    ASSERT_EQ(pfread("prog", &pf), 0);
+    const PfPtr tree(pf);
+    EXPECT_STREQ(pfget_string(pf, "f"), "contents\n");
+    EXPECT_EQ(pfget_string(pf, "n"), path.dirs() / "site/texts/one.txt");
+}
+
+TEST(Pfinterpret, FileSeesAChangedFileAtTheNextEvaluation)
+{
+    const TempDir dir;
+    const std::string file = dir.file("one.txt", "first");
+    const PfPtr pf = parse("f &file(" + file + ")\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "f"), "first");
+    dir.file("one.txt", "second, longer");
+    EXPECT_STREQ(pfget_string(pf.get(), "f"), "second, longer");
+    unlink(file.c_str());
+    EXPECT_EQ(std::string(pfget_string(pf.get(), "f")).substr(0, 3), "** ");
+}
+
+TEST(Pfinterpret, FileExpandsEnvironmentVariables)
+{
+    const TempDir dir;
+    dir.file("one.txt", "x");
+    setenv("PFDIR", dir.path().c_str(), 1);
+    EXPECT_EQ(evaluated("&file($PFDIR/one.txt)"), "\"x\"");
+    EXPECT_EQ(evaluated("&filename(${PFDIR}/one.txt)"), '"' + dir / "one.txt" + '"');
+}
+
+TEST(Pfinterpret, AFileThatCannotBeReadGivesTheReasonsAndTakesThemFromTheLog)
+{
+    elog_log(0, "earlier");
+    const std::string text = evaluated("&file(/nowhere/at/all)");
+    EXPECT_EQ(text.substr(0, 4), "\"** ");
+    EXPECT_NE(text.find("/nowhere/at/all"), text.npos) << text;
+    EXPECT_EQ(logged(), "earlier\n");
+}
+
+TEST(Pfinterpret, DatafileSearchesTheDataPath)
+{
+    const TempDir dir;
+    dir.file("table.txt", "rows");
+    setenv("DATAPATH", dir.path().c_str(), 1);
+    EXPECT_EQ(evaluated("&datafile(table.txt)"), "\"rows\"");
+    EXPECT_EQ(evaluated("&datafilename(table.txt)"), '"' + dir / "table.txt" + '"');
+    EXPECT_EQ(evaluated("&datafile(none.txt)"), "\"** no datafile 'none.txt' found\"");
+    EXPECT_EQ(evaluated("&datafilename(none.txt)"), "\"\"");
+}
+
+TEST(Pfinterpret, UndefIsNoValue)
+{
+    EXPECT_EQ(evaluated("&undef()"), "<none>");
+}
+
+TEST(Pfinterpret, AFunctionThatNobodyKnowsIsInvalid)
+{
+    setenv("TALUVINE", "/nowhere", 1);
+    EXPECT_EQ(evaluated("&whatever(x)"), "<5><null>");
+}
+
+TEST(Pfinterpret, AskAsksThePromptFunction)
+{
+    pfconfig("ask", reinterpret_cast<void *>(answer));
+    EXPECT_EQ(evaluated("&ask(Your name?)"), "\"answer to <Your name?>\"");
+    EXPECT_EQ(evaluated("&ask(one) (two)"), "\"answer to <one>\"");
+    EXPECT_EQ(evaluated("&ask()"), "\"answer to <>\"");
+    EXPECT_EQ(evaluated("&asking(x)"), "\"answer to <&asking(x>\"");
+    const PfPtr pf(pfnew(PFFILE));
+    pfput(pf.get(), "f", const_cast<char *>("&ask() #Your age?)\n"), PFFUNCTION);
+    EXPECT_STREQ(pfget_string(pf.get(), "f"), "answer to <Your age?>");
+    pfconfig("ask", nullptr);
+}
+
+TEST(Pfinterpret, ARefIsTheValueOfAnotherFileAsItIsNow)
+{
+    const PfPath path;
+    path.site("other.pf", "a &Arr{\n b 1\n}\nt &Tbl{\n x\n}\n");
+    const PfPtr pf = parse("f &ref( other , a{b} )\nt &ref(other,t)\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "f"), "1");
+    Pf *node = nullptr;
+    EXPECT_EQ(pfresolve(pf.get(), "t", 0, &node), PFFUNCTION);
+    EXPECT_EQ(tree_text(node), "[\"x\"]");
+    path.local("other.pf", "a &Arr{\n b 2\n}\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "f"), "2");
+}
+
+TEST(Pfinterpret, ARefThatLeadsNowhereSaysSo)
+{
+    const PfPath path;
+    path.site("other.pf", "a 1\n");
+    EXPECT_EQ(evaluated("&ref(other,none)"), "<5>** reference not resolved: '&ref(other,none)' **");
+    EXPECT_EQ(evaluated("&ref(absent,a)  "),
+              "<5>** referenced pf file not found: '&ref(absent,a)' **");
+    EXPECT_EQ(evaluated("&ref( ,a)"), "<5>** missing pf name in reference: '&ref( ,a)' **");
+    EXPECT_EQ(evaluated("&ref()"), "<5>** missing pf name in reference: '&ref()' **");
+    const std::string long_error = evaluated("&ref(other," + std::string(3000, 'x') + ")");
+    EXPECT_EQ(long_error.size(), 3 + 1023u);
+    elog_clear();
+}
+
+TEST(Pfinterpret, RefsLeadThroughAChainOfFiles)
+{
+    const PfPath path;
+    path.site("one.pf", "v &ref(two,v)\n");
+    path.site("two.pf", "v &ref(three,v)\n");
+    path.site("three.pf", "v end\n");
+    EXPECT_EQ(evaluated("&ref(one,v)"), "\"end\"");
+}
+
+TEST(Pfinterpret, AFileThatRefersToItselfEnds)
+{
+    const PfPath path;
+    path.site("self.pf", "v &ref(self,v)\nw &ref(self,x)\nx right\n");
+    EXPECT_EQ(evaluated("&ref(self,v)"), "\"pf recursion too deep\"");
+    EXPECT_EQ(evaluated("&ref(self,w)"), "\"right\"");
+}
+
+TEST(Pfinterpret, OfNoFunctionIsNull)
+{
+    const PfPtr pf = parse("a 1\n");
+    EXPECT_EQ(pfinterpret(pf.get()), nullptr);
+    EXPECT_EQ(pfinterpret(nullptr), nullptr);
+}
