@@ -117,6 +117,36 @@ STOCK_API void showpf(const char *label, const Pf *pf);
 /* ---- Reading text ---- */
 
 /*
+ * The text, as it is read:
+ *
+ * A key ends at a blank (space or tab) and is cut to 1023 bytes. Between quotes of
+ * either kind it may hold anything but that quote. A later value of the same key
+ * replaces the earlier one whole; tables are not merged. A line of "__END__",
+ * "__DATA__" or "__EOF__" where a key could stand ends the text.
+ *
+ * A value is the rest of the line, without the blanks around it. A "#" begins a
+ * comment, and a key alone has the empty text. In keys and values a backslash
+ * takes the meaning from the character behind it, except for these:
+ *
+ *     \n  newline          \b  backspace    \ and a newline: the value goes on
+ *     \t  tab              \r  return       in the next line
+ *     \101  three octal digits, one byte; \000 ends the text
+ *
+ * Every line of a list is an element: an empty line, or a comment that does not
+ * begin in the first column, is the empty text.
+ *
+ * What follows "&Tbl{", "&Arr{", "&Undef{}" and "}" on their line is dropped. In a
+ * list "&Undef{}" takes the last element away.
+ *
+ * A literal begins on the line behind "&Literal" and its opening delimiter and ends
+ * at the closing one that balances it: {} () [] <> `' or any two characters, such
+ * as "&Literal|!". "&Literal" with a double quote and a word ends at the first
+ * double quote with that word.
+ *
+ * A function ends its line: "&exec(date) # today" is a plain text.
+ */
+
+/*
  * The name of what this thread's next pfinfd reads, for its messages and for the
  * functions &file( and &filename( in it. Borrowed until that pfinfd returns,
  * which sets it back to null; while it is null the name is "*pf filename
@@ -561,8 +591,8 @@ STOCK_API void pfappend(void **stack, int level, const Pf *pf);
  *     one\ntwo               &Literal{\none\ntwo}
  *     one\ntwo}              &Literal(\none\ntwo})
  *
- * A text that itself looks like a list, table, literal, function or comment, such
- * as "&Tbl{", is written as it stands and does not read back as a text.
+ * A text that itself looks like a list, table, literal or function, such as "&Tbl{",
+ * is written as it stands and does not read back as a text.
  *
  * Returns a string that the caller frees with free; a null text is written as the
  * empty one.
