@@ -2,12 +2,12 @@
  * arr.h - the associative array from strings to pointers, in key order.
  *
  * An Arr is a red-black tree (redblack.h) that owns copies of its keys; all
- * functions of the tree may be used on it. Every key copy is a block of its own
- * from malloc: what rbdelete takes out of an Arr holds a key that the caller
- * then frees with free.
+ * functions of the tree may be used on it. Each key copy is freed by itself: the
+ * key that rbdelete takes out of an Arr is the caller's, to be freed with free.
  *
  * Values belong to the caller, and a stored null value looks like an absent key.
- * A null array reads as an empty one, and a null key is in no array of strings. Nothing here locks: threads that share an array lock it.
+ * A null array reads as an empty one, and a null key is in no array of strings.
+ * Nothing here locks: threads that share an array lock it.
  */
 
 #ifndef STOCK_ARR_H

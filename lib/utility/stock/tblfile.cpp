@@ -403,21 +403,25 @@ Owned<char> name_beside(const char *path, int old)
 // Puts a list in the place of the file at path. The old one stays when that fails.
 bool replace_file(const char *path, const char *comment, const Tbl *list, int old)
 {
-    const Owned<char> target(realpath(path, nullptr));
-    const Owned<char> name = name_beside(target ? target.get() : path, old);
+    const Owned<char> target(realpath(path, nullptr));  // the file itself, not a link to it
+    const char *file = target ? target.get() : path;
+    const Owned<char> name = name_beside(file, old);
     if (!name) {
         elog_log(1, "Can't open %s to write tbl.\n", path);
         return false;
     }
-    if (savetbl(list, name.get(), comment) == 0 &&
-        std::rename(name.get(), target ? target.get() : path) == 0)
+    if (savetbl(list, name.get(), comment) != 0) {
+        unlink(name.get());
+        return false;
+    }
+    if (std::rename(name.get(), file) == 0)
         return true;
-    const KeepErrno keep;
+    elog_log(1, "Can't rename %s to %s.\n", name.get(), file);
     unlink(name.get());
     return false;
 }
 
-// A larger file with the entries of the old one, which the list of slots receives first.
+// Makes the file larger. The new slots, in memory, first receive the old entries.
 int enlarge(const char *path, const char *comment, const Tbl *old, Tbl *larger, Tbl **tbl)
 {
     if (cattbl(larger, old) != 0)
@@ -430,7 +434,7 @@ int enlarge(const char *path, const char *comment, const Tbl *old, Tbl *larger, 
 bool is_missing(const char *path)
 {
     struct stat status;
-    return relstat(path, &status) != 0 && errno == ENOENT;
+    return restat(path, &status) != 0 && errno == ENOENT;
 }
 
 // The list in the file, if there is one. Why there is none is of no interest
