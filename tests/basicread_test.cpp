@@ -2,14 +2,17 @@
 
 #include "stock/basicread.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstring>
 #include <string>
 #include <vector>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "support/child.h"
@@ -53,7 +56,34 @@ std::vector<Step> steps(const std::string &text, int size)
     return all;
 }
 
+bool fail_fstat = false;
+bool fail_close = false;
+
+// The C library's own function behind one that this program replaces.
+template <class Function>
+Function *original(const char *name)
+{
+    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+
 }  // namespace
+
+// Fail on demand, after they have done their work.
+extern "C" int fstat(int fd, struct stat *status) noexcept
+{
+    const int result = original<int(int, struct stat *)>("fstat")(fd, status);
+    if (fail_fstat)
+        errno = EIO;
+    return fail_fstat ? -1 : result;
+}
+
+extern "C" int close(int fd)
+{
+    const int result = original<int(int)>("close")(fd);
+    if (fail_close)
+        errno = EIO;
+    return fail_close ? -1 : result;
+}
 
 TEST(Basicreadfile, ReadsTheWholeFileAndTerminatesIt)
 {
@@ -99,6 +129,29 @@ TEST(Basicreadfile, SaysWithoutNewlineThatItCannotRead)
     if (err == "'" + dir.path() + "' is empty!\n")  // a file system whose directories have no size
         err = refusal("/");
     EXPECT_THAT(err, testing::MatchesRegex("failed to read .* : Is a directory"));
+}
+
+TEST(Basicreadfile, SaysThatItCannotTellTheSize)
+{
+    const TempDir dir;
+    const std::string path = dir.file("f", "text");
+    fail_fstat = true;
+    EXPECT_EQ(refusal(path), "fstat failed for '" + path + "' : Input/output error\n");
+    fail_fstat = false;
+}
+
+TEST(Basicreadfile, FailsWhenTheFileDoesNotClose)
+{
+    const TempDir dir;
+    const std::string path = dir.file("f", "text");
+    const Ended ended = in_child([&] {
+        char *buffer = nullptr;
+        int64_t size = 0;
+        fail_close = true;
+        _exit(basicreadfile(path.c_str(), &buffer, &size) == -1 && !buffer && !size ? 0 : 9);
+    });
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.err, "failed to close '" + path + "' : Input/output error\n");
 }
 
 TEST(Basicreadfile, ClosesTheDescriptorWhateverHappens)

@@ -114,7 +114,7 @@ TEST(Debugcharstr, LooksAt50CharactersWhenNIsNotPositive)
 
 TEST(Debugcharstr, GivesAtMost99PrintableCharacters)
 {
-    for (size_t length : {99, 100, 101, 100'000})
+    for (size_t length : {99U, 100U, 101U, 100'000U})
         EXPECT_EQ(text_shown(std::string(length, 'x'), INT_MAX), std::string(99, 'x'));
 }
 
@@ -126,7 +126,7 @@ TEST(Debugcharstr, GivesTheWholeStringWhenACharacterIsNotPrintable)
 
 TEST(Debugcharstr, EndsTheProcessOverAStringOf100BytesThatIsNotPrintable)
 {
-    for (size_t length : {99, 100}) {
+    for (size_t length : {99U, 100U}) {
         const Ended ended = in_child([=] {
             const std::string text = "\001" + std::string(length, 'x');
             debugcharstr(text.c_str(), 0);

@@ -109,7 +109,7 @@ TEST_F(ExpandEnv, CutsNamesTo1023Characters)
 
 TEST_F(ExpandEnv, MakesRoomForValuesOfAnyLength)
 {
-    for (size_t length : {1000, 1020, 1021, 1022, 1023, 1024, 1025, 5000, 100'000}) {
+    for (size_t length : {1000U, 1020U, 1021U, 1022U, 1023U, 1024U, 1025U, 5000U, 100'000U}) {
         SCOPED_TRACE(length);
         const std::string value(length, 'v');
         setenv("BIG", value.c_str(), 1);

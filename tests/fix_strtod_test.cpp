@@ -164,7 +164,7 @@ TEST(FixStrtod, SetsErrnoAtTheEndsOfTheRange)
 
 TEST(FixStrtod, ReadsEveryDigitOfLongNumbers)
 {
-    for (size_t n : {50, 62, 63, 64, 65, 66, 100, 300, 10'000}) {
+    for (size_t n : {50U, 62U, 63U, 64U, 65U, 66U, 100U, 300U, 10'000U}) {
         SCOPED_TRACE(n);
         const std::string one = "1." + std::string(n, '0') + "5rest";
         EXPECT_EQ(read(one), is(strtod(one.c_str(), nullptr), "rest"));

@@ -340,7 +340,7 @@ TEST(ReadHexdump, LooksAtTheFirst1024CharactersOfALine)
     EXPECT_EQ(read_back(std::string(1022, '0') + " 41" + tail, 100), "");
     const std::string eight = " 41 42 43 44 45 46 47 48";
     EXPECT_EQ(read_back("0" + eight + std::string(100'000, ' ') + "50" + tail, 100), "ABCDEFGHB");
-    for (size_t blanks : {998, 999, 1000})
+    for (size_t blanks : {998U, 999U, 1000U})
         EXPECT_EQ(read_back("0" + eight + std::string(blanks, ' ') + tail, 100), "ABCDEFGHB");
 }
 

@@ -486,7 +486,7 @@ TEST(Getaline, EndsTheTextOfALineAtAZeroByte)
 TEST(Intactline, ReadsLinesOfAnyLength)
 {
     for (size_t length :
-         {0, 1, 1021, 1022, 1023, 1024, 1025, 2046, 2047, 2048, 100'000, 5'000'000}) {
+         {0U, 1U, 1021U, 1022U, 1023U, 1024U, 1025U, 2046U, 2047U, 2048U, 100'000U, 5'000'000U}) {
         SCOPED_TRACE(length);
         const std::string text(length, 'x');
         const Stream stream = stream_of(text + "\nnext\n");
@@ -532,7 +532,7 @@ TEST(Intactline, GrowsABufferOfOneByte)
 
 TEST(Intactline, GivesTheLastLineWithoutNewline)
 {
-    for (size_t length : {1, 1023, 1024, 3000}) {
+    for (size_t length : {1U, 1023U, 1024U, 3000U}) {
         const Stream stream = stream_of(std::string(length, 'x'));
         Line line;
         ASSERT_NE(intactline(stream.get(), &line.text, &line.size), nullptr);

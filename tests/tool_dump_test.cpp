@@ -76,7 +76,7 @@ TEST(ToolDump, PrintsNothingOfAnEmptyFile)
 
 TEST(ToolUndump, GivesBackTheBytesOfEitherForm)
 {
-    for (size_t n : {0, 1, 15, 16, 17, 65535, 65536, 65537, 1'000'003}) {
+    for (size_t n : {0U, 1U, 15U, 16U, 17U, 65535U, 65536U, 65537U, 1'000'003U}) {
         SCOPED_TRACE(n);
         const std::string bytes = noise(n);
         const Ended hex = stock({"undump"}, stock({"dump", "--base", "99"}, bytes).out);

@@ -28,6 +28,7 @@ char *matches_all = const_cast<char *>(".*");
 
 TEST(StringsOutOfMemory, NamesTheItemTheFunctionAndTheSize)
 {
+    setenv("BIG", std::string(3000, 'x').c_str(), 1);
     void *stack = nullptr;
     const std::string record = std::to_string(sizeof(Vstk));
     const struct {
@@ -54,6 +55,8 @@ TEST(StringsOutOfMemory, NamesTheItemTheFunctionAndTheSize)
         {0, [] { new_hook(nullptr); },
          message("new_hook", "hook.cpp", std::to_string(sizeof(Hook)), "hook")},
         {0, [] { expand_env("$HOME"); }, message("expand_env", "expand_env.cpp", "1024", "result")},
+        {1, [] { expand_env("<$BIG>"); },
+         message("expand_env", "expand_env.cpp", "3004", "result")},
         {0, [] { expand_env("home"); }, message("expand_env", "expand_env.cpp", "5", "result")},
     };
     for (const auto &c : cases) {

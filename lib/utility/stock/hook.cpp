@@ -2,10 +2,17 @@
 
 #include "stock/hook.h"
 
+#include <cstddef>
 #include <cstdlib>
 
 #include "internal/alloc.h"
 #include "stock/elog.h"
+
+static_assert(offsetof(Hook, magic) == 0);
+static_assert(offsetof(Hook, free_pvt) == sizeof(void *));
+static_assert(offsetof(Hook, reserved) == 2 * sizeof(void *));
+static_assert(offsetof(Hook, pvt) == 3 * sizeof(void *));
+static_assert(offsetof(Hook, mutex) == 4 * sizeof(void *));
 
 Hook *new_hook(void (*free_pvt)(void *pvt))
 {

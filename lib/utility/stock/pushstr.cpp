@@ -4,10 +4,15 @@
 
 #include <algorithm>
 #include <cstdarg>
+#include <cstddef>
 #include <cstring>
 #include <string_view>
 
 #include "internal/alloc.h"
+
+static_assert(offsetof(Vstk, size) == 0);
+static_assert(offsetof(Vstk, length) == 8);
+static_assert(offsetof(Vstk, s) == 16);
 
 namespace {
 
