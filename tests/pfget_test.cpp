@@ -270,7 +270,7 @@ TEST(Pf, CountsElementsAndListsKeys)
 TEST(Pfconfig, RefusesAnUnknownCode)
 {
     EXPECT_EQ(pfconfig("nothing", nullptr), -1);
-    EXPECT_EQ(logged(), "pfconfig: unrecognized code 'nothing'\n");
+    EXPECT_EQ(take_log(), "pfconfig: unrecognized code 'nothing'\n");
     EXPECT_EQ(pfconfig(nullptr, nullptr), -1);
     elog_clear();
 }

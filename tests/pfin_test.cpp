@@ -35,7 +35,7 @@ Parsed parsed(Parse parse)
     Pf *pf = nullptr;
     const int status = parse(&pf);
     const PfPtr owner(pf);
-    return {status, tree_text(pf), logged()};
+    return {status, tree_text(pf), take_log()};
 }
 
 Parsed from_file(const std::string &text, const char *name = nullptr)
@@ -169,7 +169,7 @@ TEST(Pfin, ATreeWithAnErrorIsATopNodeToo)
     const PfPtr owner(pf);
     EXPECT_EQ(pf->type, PFFILE);
     EXPECT_EQ(tree_text(pf), R"({a: {b: "1"}})");
-    logged();
+    take_log();
 }
 
 TEST(Pfin, AnErrorLeavesNothingBehindForTheNextParse)
@@ -191,8 +191,8 @@ TEST(Pfin, OnlyATableTakesText)
         const PfPtr owner(pf);
         EXPECT_EQ(pfcompile("a 1\n", &pf), -2);
         EXPECT_EQ(pf->type, type);
-        EXPECT_EQ(logged(), "read failed in pf input routine for file *internal buffer*\n"
-                            "\tInvalid argument\n");
+        EXPECT_EQ(take_log(), "read failed in pf input routine for file *internal buffer*\n"
+                              "\tInvalid argument\n");
     }
 }
 
@@ -202,13 +202,13 @@ TEST(Pfin, NullsAreRefused)
     const std::string failed = "read failed in pf input routine for file ";
     const std::string no_text = failed + "*internal buffer*\n\tInvalid argument\n";
     EXPECT_EQ(pfcompile(nullptr, &pf), -2);
-    EXPECT_EQ(logged(), no_text);
+    EXPECT_EQ(take_log(), no_text);
     EXPECT_EQ(pfcompile_counted(nullptr, 5, &pf), -2);
-    EXPECT_EQ(logged(), no_text);
+    EXPECT_EQ(take_log(), no_text);
     EXPECT_EQ(pfcompile("a 1\n", nullptr), -2);
-    EXPECT_EQ(logged(), no_text);
+    EXPECT_EQ(take_log(), no_text);
     EXPECT_EQ(pfin(nullptr, &pf), -2);
-    EXPECT_EQ(logged(), failed + "*unknown pfin file*\n\tInvalid argument\n");
+    EXPECT_EQ(take_log(), failed + "*unknown pfin file*\n\tInvalid argument\n");
     EXPECT_EQ(pf, nullptr);
 }
 

@@ -193,7 +193,7 @@ TEST(Pfinterpret, AFileThatCannotBeReadGivesTheReasonsAndTakesThemFromTheLog)
     const std::string text = evaluated("&file(/nowhere/at/all)");
     EXPECT_EQ(text.substr(0, 4), "\"** ");
     EXPECT_NE(text.find("/nowhere/at/all"), text.npos) << text;
-    EXPECT_EQ(logged(), "earlier\n");
+    EXPECT_EQ(take_log(), "earlier\n");
 }
 
 TEST(Pfinterpret, DatafileSearchesTheDataPath)

@@ -484,7 +484,7 @@ TEST(PflexContainer, TheTwelfthIsRefusedAndNotStored)
     for (int i = 0; i < 11; ++i)
         expected = "{a: " + expected + "}";
     EXPECT_EQ(tree_text(pf), expected);
-    EXPECT_EQ(logged(),
+    EXPECT_EQ(take_log(),
               "*stack* too many Lex_levels of nesting at line #12 in pf file *internal buffer*\n" +
                   unterminated(12, 11, repeat("  --> a &Arr{\n", 5) + "  --> ...\n"));
 }
@@ -495,7 +495,7 @@ TEST(PflexContainer, ListsCountAsLevelsLikeTables)
     Pf *pf = nullptr;
     EXPECT_EQ(pfcompile(text.c_str(), &pf), -2);
     pffree(pf);
-    EXPECT_EQ(logged().substr(0, kTooDeep.find('%')), kTooDeep.substr(0, kTooDeep.find('%')));
+    EXPECT_EQ(take_log().substr(0, kTooDeep.find('%')), kTooDeep.substr(0, kTooDeep.find('%')));
 }
 
 TEST(PflexContainer, ClosedOnesMakeRoomForOthers)
@@ -509,7 +509,7 @@ TEST(PflexContainer, WhatIsStoredBeforeAnErrorStays)
     EXPECT_EQ(pfcompile("a 1\n}\nb 2\n", &pf), -2);
     const PfPtr owner(pf);
     EXPECT_EQ(tree_text(pf), R"({a: "1"})");
-    logged();
+    take_log();
 }
 
 // ---- Undefining ----
@@ -632,7 +632,7 @@ TEST(PflexLiteral, ThatTheTextEndsInIsOneMoreOpenContainerAndIsNotStored)
     EXPECT_EQ(pfcompile("a &Arr{\nb 1\nc &Literal{\nx\n", &pf), -2);
     const PfPtr owner(pf);
     EXPECT_EQ(tree_text(pf), R"({a: {b: "1"}})");
-    EXPECT_EQ(logged(),
+    EXPECT_EQ(take_log(),
               unterminated(5, 2, "  --> a &Arr{\n  --> b 1\n  --> c &Literal{\n  --> x\n"));
 }
 
@@ -642,7 +642,7 @@ TEST(PflexLiteral, ThatTheTextEndsInLeavesTheEarlierValue)
     EXPECT_EQ(pfcompile("a 1\na &Literal{", &pf), -2);
     const PfPtr owner(pf);
     EXPECT_EQ(tree_text(pf), R"({a: "1"})");
-    EXPECT_EQ(logged(), unterminated(2, 1, "  --> a 1\n"));
+    EXPECT_EQ(take_log(), unterminated(2, 1, "  --> a 1\n"));
 }
 
 TEST(PflexLiteral, ThatTheTextEndsInBeforeItsClosingDelimiterIsOpenToo)

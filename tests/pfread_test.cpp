@@ -71,7 +71,7 @@ TEST(Pfread, SumsMinusTwoForEachFileWithAnError)
     const PfPtr tree(pf);
     EXPECT_EQ(value_at(pf, "a"), "1");
     EXPECT_EQ(value_at(pf, "b"), "2");
-    const std::string log = logged();
+    const std::string log = take_log();
     EXPECT_NE(log.find("Unterminated arrays or tables in parameter file " + site), log.npos) << log;
     EXPECT_NE(log.find("invalid right brace at line #2 in pf file " + local), log.npos) << log;
 }
@@ -115,7 +115,7 @@ TEST(Pfload, SaysThatThereIsNoFile)
     EXPECT_EQ(pfload("DATA_TEST", "tables", "one", &pf), -1);
     const PfPtr tree(pf);
     EXPECT_EQ(tree->type, PFFILE);
-    EXPECT_NE(logged().find("Can't find parameter file tables/one\n"), std::string::npos);
+    EXPECT_NE(take_log().find("Can't find parameter file tables/one\n"), std::string::npos);
 }
 
 TEST(Pfload, GivesMinusTwoForAnErrorInTheText)

@@ -340,7 +340,7 @@ TEST(Pfwrite, LeavesAnEmptyFileWithoutAValue)
     const std::string path = dir.file("x.pf", "text");
     EXPECT_EQ(pfwrite(path.c_str(), nullptr), -1);
     EXPECT_EQ(read_file(path), "");
-    EXPECT_EQ(logged(), "");
+    EXPECT_EQ(take_log(), "");
 }
 
 TEST(Pfwrite, ReportsAFileThatCannotBeOpened)
@@ -348,16 +348,16 @@ TEST(Pfwrite, ReportsAFileThatCannotBeOpened)
     const TempDir dir;
     const std::string path = dir / "no/x.pf";
     EXPECT_EQ(pfwrite(path.c_str(), compiled("a 1\n").get()), -1);
-    EXPECT_EQ(logged(), "Can't open " + path + " for writing.\n\tNo such file or directory\n");
+    EXPECT_EQ(take_log(), "Can't open " + path + " for writing.\n\tNo such file or directory\n");
     EXPECT_EQ(pfwrite(nullptr, compiled("a 1\n").get()), -1);
-    EXPECT_EQ(logged(), "Can't open <null> for writing.\n\tInvalid argument\n");
+    EXPECT_EQ(take_log(), "Can't open <null> for writing.\n\tInvalid argument\n");
 }
 
 TEST(Pfwrite, ReportsAFullDisk)
 {
     for (const size_t size : {10, 1'000'000}) {
         EXPECT_EQ(pfwrite("/dev/full", tree_with(std::string(size, 'x')).get()), -1);
-        EXPECT_EQ(logged(), "Can't close /dev/full.\n\tNo space left on device\n");
+        EXPECT_EQ(take_log(), "Can't close /dev/full.\n\tNo space left on device\n");
     }
 }
 

@@ -35,19 +35,13 @@ inline std::string tree_text(const Pf *pf)
     }
 }
 
-// The messages that wait in the log, without their tags; the log is empty then.
-inline std::string logged()
-{
-    return take_log();
-}
-
 // The tree of a text that has no error, or what went wrong.
 inline std::string tree_of(const std::string &text)
 {
     Pf *pf = nullptr;
     const int status = pfcompile(text.c_str(), &pf);
     const PfPtr owner(pf);
-    const std::string log = logged();
+    const std::string log = take_log();
     return status == 0 ? tree_text(pf) + log : "error " + std::to_string(status) + ": " + log;
 }
 
