@@ -20,6 +20,7 @@
 #include <stdint.h>
 
 #include <sys/stat.h>
+#include <sys/types.h>
 
 #include "arr.h"
 #include "export.h"
