@@ -344,6 +344,16 @@ TEST(ElogInit, TheReferenceTimeIsNow)
     EXPECT_EQ(ended.out, "1");
 }
 
+TEST(ElogInit, TheReferenceTimeIsThatOfTheEnvironment)
+{
+    const auto reference = [] {
+        double time = 0;
+        elog_query(ELOG_REFERENCE, 0, &time);
+        printf("%.1f", time);
+    };
+    EXPECT_EQ(logged({"ELOG_REFERENCE_TIME=2008-02-01 12:30:15.5"}, reference).out, "1201869015.5");
+}
+
 TEST(ElogInit, LeavesErrnoAlone)
 {
     const Ended ended = logged({"ELOG_MAXMSG=9999999999999999999"}, [] {

@@ -1,6 +1,7 @@
 // Tags: the codes, their limits, and the texts that name the program.
 
 #include <cerrno>
+#include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -13,6 +14,7 @@
 
 #include "deviants.h"
 #include "support/logging.h"
+#include "support/owners.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -88,6 +90,24 @@ TEST(ElogExpand, SecondsSinceTheReferenceTimeTakeTenPlacesWithSixDecimals)
         elog_set(ELOG_REFERENCE, 0, std_now() - 5.0);
         const std::string text = expanded("%e");
         printf("%d %d", text.size() == 10u, text.substr(0, 4) == "  5.");
+    });
+    EXPECT_EQ(ended.out, "1 1");
+}
+
+TEST(ElogExpand, TheCurrentTimeIsLocalOrUtcInItsFormat)
+{
+    const Ended ended = logged({"TZ=Asia/Tokyo"}, [] {
+        for (;;) {
+            const double now = std::floor(std_now());
+            const std::string local = expanded("%t");
+            const std::string utc = expanded("%u");
+            if (std::floor(std_now()) != now)
+                continue;  // a second went by
+            const Text here(zepoch2str("%a %b %e %H:%M:%S %Y", "Asia/Tokyo", now));
+            const Text there(epoch2str("%Y-%j %H:%M:%S", now));
+            printf("%d %d", local == here.get(), utc == there.get());
+            break;
+        }
     });
     EXPECT_EQ(ended.out, "1 1");
 }

@@ -2,8 +2,13 @@
 
 #include "internal/elog_joins.h"
 
+#include <cstring>
+
 #include "deviants.h"
+#include "internal/alloc.h"
 #include "internal/elog.h"
+#include "stock/str2epoch.h"
+#include "stock/time.h"
 
 namespace stock::logging {
 
@@ -25,14 +30,17 @@ void join_fault_handlers(const char *list)
 
 void join_debugger(const char *) {}
 
-void join_time(const char *, const char *, char *out, std::size_t)
+void join_time(const char *format, const char *zone, char *out, std::size_t size)
 {
-    *out = '\0';
+    const Owned<char> text(zepoch2str(format, zone, std_now()));
+    const std::size_t length = strnlen(text.get(), size - 1);
+    std::memcpy(out, text.get(), length);
+    out[length] = '\0';
 }
 
-double join_reference_time(const char *)
+double join_reference_time(const char *text)
 {
-    return std_now();
+    return str2epoch(text);
 }
 
 const char *join_settings_file()

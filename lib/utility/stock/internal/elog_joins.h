@@ -25,10 +25,10 @@ void join_fault_handlers(const char *list);
 // The debugger joins here: _elog_debug(command) after a message was delivered.
 void join_debugger(const char *command);
 
-// Time text joins here: zepoch2str(format, zone, now) for the codes %t and %u.
+// The current time as zepoch2str puts it, for the codes %t and %u.
 void join_time(const char *format, const char *zone, char *out, std::size_t size);
 
-// Time parsing joins here: str2epoch(text) for ELOG_REFERENCE_TIME. Until then it is now.
+// The time of ELOG_REFERENCE_TIME: str2epoch.
 double join_reference_time(const char *text);
 
 // Parameter files join here: pfread("elog") unless a parameter file is being read at

@@ -4,11 +4,9 @@
 
 #pragma once
 
-#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 namespace stock {
@@ -32,12 +30,7 @@ public:
             text_[length_++] = c;
     }
 
-    void add(std::string_view text)
-    {
-        const std::size_t fits = std::min(text.size(), kSize - 1 - length_);
-        std::memcpy(text_ + length_, text.data(), fits);
-        length_ += fits;
-    }
+    void add(std::string_view text) { length_ += text.copy(text_ + length_, kSize - 1 - length_); }
 
     void fill(std::size_t to, char c)
     {
