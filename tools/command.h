@@ -25,6 +25,7 @@ bool is_help(const char *word);
 // prints the family's help.
 int run_family(const char *family, const Command *commands, int argc, char **argv);
 
+int cmd_convert(int argc, char **argv);
 int cmd_dump(int argc, char **argv);
 int cmd_find(int argc, char **argv);
 int cmd_fs(int argc, char **argv);

@@ -10,6 +10,7 @@ namespace {
 
 // clang-format off
 constexpr Command kCommands[] = {
+    {"convert", "MEMBER", "turn packed numbers into lines and back", cmd_convert},
     {"dump", "[FILE]", "print bytes in hexadecimal and as text", cmd_dump},
     {"find", "[OPTION...] NAME", "find a data file along the data path", cmd_find},
     {"fs", "PATH", "tell where a file system comes from and its room", cmd_fs},

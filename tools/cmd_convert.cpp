@@ -1,0 +1,309 @@
+// stock convert: packed numbers to decimal lines and back, through one converter.
+
+#include <algorithm>
+#include <charconv>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include <dlfcn.h>
+
+#include "command.h"
+#include "stock.h"
+
+namespace {
+
+constexpr const char *kHelp =
+    "usage: stock convert MEMBER\n"
+    "\n"
+    "Converts numbers with the library's function of that name, such as ms2hd or uhl2ab.\n"
+    "A member Xt2hy reads packed numbers from standard input and prints one decimal\n"
+    "number a line. A member hy2Xt reads one decimal number a line and writes them\n"
+    "packed. Empty lines are passed over.\n"
+    "\n"
+    "  X     order of the bytes: m most significant first, a or v least first\n"
+    "  t, y  b, s, i, l: integers of 8, 16, 32, 64 bits; f, d: single and double precision\n"
+    "  u...  in front: integers are unsigned (not when both types are floating)\n"
+    "\n"
+    "Exit status: 0 when every value arrived exactly, 1 when one did not, on a line that\n"
+    "is no number of the type and on bytes left over at the end, 2 on wrong usage.\n";
+
+constexpr const char *kName = "stock convert";
+constexpr std::size_t kBatch = 4096;  // values at a time
+constexpr std::string_view kTypeLetters = "bsilfd";
+
+struct Member {
+    const char *name;
+    bool is_unsigned;
+    bool reads;
+    char external, host;  // type letters
+    void *function;
+};
+
+bool is_one_of(std::string_view letters, char letter)
+{
+    return letters.find(letter) != std::string_view::npos;
+}
+
+bool is_floating(char type)
+{
+    return is_one_of("fd", type);
+}
+
+std::size_t width_of(char type)
+{
+    return type == 'b' ? 1 : type == 's' ? 2 : is_one_of("if", type) ? 4 : 8;
+}
+
+// Takes a name apart, Xt2hy or hy2Xt with or without a u in front. The members
+// differ in nothing but their names, so the function is found by its name too.
+bool find_member(const char *name, Member *member)
+{
+    std::string_view rest = name;
+    member->name = name;
+    member->is_unsigned = rest.starts_with('u');
+    rest.remove_prefix(member->is_unsigned);
+    if (rest.size() != 5 || rest[2] != '2')
+        return false;
+    member->reads = rest[3] == 'h';
+    const std::string_view host = rest.substr(member->reads ? 3 : 0, 2);
+    const std::string_view external = rest.substr(member->reads ? 0 : 3, 2);
+    member->external = external[1];
+    member->host = host[1];
+    if (host[0] != 'h' || !is_one_of("mav", external[0]) || !is_one_of(kTypeLetters, host[1]) ||
+        !is_one_of(kTypeLetters, external[1]))
+        return false;
+    member->function = dlsym(RTLD_DEFAULT, name);  // null between floating types with a u
+    return member->function;
+}
+
+// Counts the values and those that were not exact.
+class Tally {
+public:
+    // A batch of n values. When it was not exact, each is tried alone to find out which.
+    template <class Alone>
+    void add(int n, bool exact, Alone is_exact)
+    {
+        for (int i = 0; !exact && i < n; ++i)
+            if (!is_exact(i) && inexact_++ == 0)
+                first_ = values_ + i + 1;
+        values_ += n;
+    }
+
+    // Reports what was not exact; gives the exit status.
+    int report(const char *member) const
+    {
+        if (inexact_ == 0)
+            return kDone;
+        elog_complain(0, "%s: %s: %ld of %ld values not exact, the first is number %ld", kName,
+                      member, inexact_, values_, first_);
+        return kFailed;
+    }
+
+private:
+    long values_ = 0;
+    long inexact_ = 0;
+    long first_ = 0;
+};
+
+int cannot_read()
+{
+    elog_complain(1, "%s: can't read standard input", kName);
+    return kFailed;
+}
+
+// Prints the shortest decimal number that reads back the same.
+template <class H>
+void print_line(H value)
+{
+    char text[64];
+    char *const end = std::to_chars(text, text + sizeof text - 1, value).ptr;
+    *end = '\n';
+    fwrite(text, 1, static_cast<std::size_t>(end + 1 - text), stdout);
+}
+
+// Packed numbers in, lines out.
+template <class H>
+int read_all(const Member &member, const char *)
+{
+    const auto convert = reinterpret_cast<int (*)(char **, H *, int)>(member.function);
+    const std::size_t width = width_of(member.external);
+    std::vector<char> from(kBatch * width);
+    std::vector<H> to(kBatch);
+    const auto convert_from = [&](std::size_t index, int n) {
+        char *cursor = from.data() + index * width;
+        return convert(&cursor, &to[index], n) == 0;
+    };
+    Tally tally;
+    std::size_t got;
+    do {
+        got = fread(from.data(), 1, from.size(), stdin);
+        const int n = static_cast<int>(got / width);
+        tally.add(n, n == 0 || convert_from(0, n),
+                  [&](int i) { return convert_from(static_cast<std::size_t>(i), 1); });
+        std::for_each(to.begin(), to.begin() + n, print_line<H>);
+    } while (got == from.size() && !ferror(stdout));
+    if (ferror(stdin))
+        return cannot_read();
+    const int status = tally.report(member.name);
+    if (got % width == 0)
+        return status;
+    elog_complain(0, "%s: %s: %zu bytes left over at the end, a value has %zu", kName, member.name,
+                  got % width, width);
+    return kFailed;
+}
+
+std::string_view trimmed(std::string_view text)
+{
+    constexpr std::string_view kBlanks = " \t\r\f\v";
+    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
+    return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+}
+
+// The lines of standard input that are not blank, one at a time.
+class Lines {
+public:
+    // False at the end. Of a line that is longer than any number only the front is kept.
+    bool next()
+    {
+        do {
+            if (!read_line())
+                return false;
+        } while (line_.empty());
+        return true;
+    }
+
+    std::string_view line() const { return line_; }  // without the blanks around it
+    long number() const { return number_; }
+    bool too_long() const { return too_long_; }
+
+private:
+    bool read_line()
+    {
+        std::size_t length = 0;
+        int c;
+        while ((c = getc_unlocked(stdin)) != EOF && c != '\n' && length < sizeof text_)
+            text_[length++] = static_cast<char>(c);
+        too_long_ = length == sizeof text_;
+        line_ = trimmed({text_, length});
+        ++number_;
+        return c != EOF || length != 0;
+    }
+
+    char text_[4096];
+    std::string_view line_;
+    long number_ = 0;
+    bool too_long_ = false;
+};
+
+template <class H>
+bool parse_number(std::string_view text, H *value)
+{
+    if (text.starts_with('+') && !text.starts_with("+-"))
+        text.remove_prefix(1);
+    const char *const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, *value);
+    return error == std::errc() && stop == end;
+}
+
+// Fills in up to kBatch numbers. False on a line that is none.
+template <class H>
+bool parse_batch(Lines *lines, std::vector<H> *numbers)
+{
+    numbers->clear();
+    H value;
+    while (numbers->size() < kBatch && lines->next()) {
+        if (lines->too_long() || !parse_number(lines->line(), &value))
+            return false;
+        numbers->push_back(value);
+    }
+    return true;
+}
+
+int no_number(const Lines &lines, const char *type)
+{
+    const int shown = static_cast<int>(std::min<std::size_t>(lines.line().size(), 60));
+    elog_complain(0, "%s: line %ld: '%.*s%s' is no %s", kName, lines.number(), shown,
+                  lines.line().data(), lines.line().size() > 60 ? "..." : "", type);
+    return kFailed;
+}
+
+// Lines in, packed numbers out.
+template <class H>
+int write_all(const Member &member, const char *type)
+{
+    const auto convert = reinterpret_cast<int (*)(const H *, char **, int)>(member.function);
+    const std::size_t width = width_of(member.external);
+    std::vector<H> from;
+    std::vector<char> to(kBatch * width);
+    const auto convert_from = [&](std::size_t index, int n) {
+        char *cursor = &to[index * width];
+        return convert(&from[index], &cursor, n) == 0;
+    };
+    Tally tally;
+    Lines lines;
+    bool parsed;
+    do {
+        parsed = parse_batch(&lines, &from);
+        const int n = static_cast<int>(from.size());
+        tally.add(n, n == 0 || convert_from(0, n),
+                  [&](int i) { return convert_from(static_cast<std::size_t>(i), 1); });
+        fwrite(to.data(), width, from.size(), stdout);
+    } while (parsed && from.size() == kBatch && !ferror(stdout));
+    if (ferror(stdin))
+        return cannot_read();
+    const int status = tally.report(member.name);
+    return parsed ? status : no_number(lines, type);
+}
+
+struct Type {
+    char letter;
+    bool is_unsigned;
+    const char *name;
+    int (*read)(const Member &, const char *);
+    int (*write)(const Member &, const char *);
+};
+
+template <class H>
+constexpr Type type(char letter, const char *name)
+{
+    return {letter, std::is_unsigned_v<H>, name, read_all<H>, write_all<H>};
+}
+
+constexpr Type kTypes[] = {
+    type<signed char>('b', "8-bit integer"),
+    type<short>('s', "16-bit integer"),
+    type<int>('i', "32-bit integer"),
+    type<long>('l', "64-bit integer"),
+    type<unsigned char>('b', "unsigned 8-bit integer"),
+    type<unsigned short>('s', "unsigned 16-bit integer"),
+    type<unsigned int>('i', "unsigned 32-bit integer"),
+    type<unsigned long>('l', "unsigned 64-bit integer"),
+    type<float>('f', "single precision number"),
+    type<double>('d', "double precision number"),
+};
+
+int run(const Member &member)
+{
+    const bool is_unsigned = member.is_unsigned && !is_floating(member.host);
+    const Type *const type = std::find_if(std::begin(kTypes), std::end(kTypes), [&](const Type &t) {
+        return t.letter == member.host && t.is_unsigned == is_unsigned;
+    });
+    return (member.reads ? type->read : type->write)(member, type->name);
+}
+
+}  // namespace
+
+int cmd_convert(int argc, char **argv)
+{
+    if (argc == 2 && is_help(argv[1])) {
+        fputs(kHelp, stdout);
+        return kDone;
+    }
+    if (argc != 2)
+        return wrong_usage(kName, argc < 2 ? "which member?" : "one member at a time");
+    Member member;
+    if (!find_member(argv[1], &member))
+        return wrong_usage(kName, "no member '%s'", argv[1]);
+    return run(member);
+}
