@@ -351,8 +351,8 @@ STOCK_API void elog_fill_from_env(const char *value, char (*table)[ELOG_FIELD_SI
  *         complain    [%s] %P
  *     }
  */
-STOCK_API void elog_fill_from_pf(const struct Pf *pf, const char *name,
-                                 char (*table)[ELOG_FIELD_SIZE], const char *const *defaults);
+STOCK_API void elog_fill_from_pf(struct Pf *pf, const char *name, char (*table)[ELOG_FIELD_SIZE],
+                                 const char *const *defaults);
 
 /*
  * Questions and settings.

@@ -234,13 +234,6 @@ void fill_empty(Field *table, const char *const *defaults)
             store(table[i], defaults[i]);
 }
 
-// The node that a keyed node holds under a key, or null.
-const Pf *child(const Pf *pf, const char *key)
-{
-    const bool keyed = pf && key && (pf->type == PFFILE || pf->type == PFARR);
-    return keyed ? static_cast<const Pf *>(getarr(pf->value.arr, key)) : nullptr;
-}
-
 }  // namespace
 
 void need_init()
@@ -295,16 +288,18 @@ void elog_fill_from_env(const char *value, char (*table)[ELOG_FIELD_SIZE],
         fill_empty(table, defaults);
 }
 
-void elog_fill_from_pf(const Pf *pf, const char *name, char (*table)[ELOG_FIELD_SIZE],
+void elog_fill_from_pf(Pf *pf, const char *name, char (*table)[ELOG_FIELD_SIZE],
                        const char *const *defaults)
 {
-    const Pf *settings = child(pf, name);
-    if (!settings || settings->type != PFARR || !table || !defaults)
+    void *found = nullptr;
+    if (!table || !defaults || !name || pfget(pf, name, &found) != PFARR)
         return;
+    auto *settings = static_cast<Pf *>(found);
     const Holding hold(Lock);
     for (int i = 0; i < kSeverities; ++i) {
-        const Pf *value = child(settings, severity_name[i]);
-        store(table[i], value && value->type == PFSTRING ? value->value.s : defaults[i]);
+        void *value = nullptr;
+        const bool text = pfget(settings, severity_name[i], &value) == PFSTRING;
+        store(table[i], text ? static_cast<const char *>(value) : defaults[i]);
     }
 }
 

@@ -2,15 +2,53 @@
 
 #include "internal/elog_joins.h"
 
+#include <algorithm>
+#include <climits>
 #include <cstring>
+#include <mutex>
 
 #include "deviants.h"
 #include "internal/alloc.h"
 #include "internal/elog.h"
+#include "internal/pflex.h"
+#include "stock/pf.h"
 #include "stock/str2epoch.h"
 #include "stock/time.h"
 
 namespace stock::logging {
+
+namespace {
+
+// The text under a key of the settings file; null when there is none.
+const char *setting(Pf *pf, const char *key)
+{
+    void *value = nullptr;
+    return pfget(pf, key, &value) == PFSTRING ? static_cast<const char *>(value) : nullptr;
+}
+
+// The text is kept for as long as the process lives.
+const char *kept(Pf *pf, const char *key, const char *built_in)
+{
+    const char *text = setting(pf, key);
+    return text ? copy_text(text, key, "elog_init") : built_in;
+}
+
+// Plain keys that the file lacks leave the built-in values.
+void take_settings(Pf *pf)
+{
+    if (setting(pf, "ELOG_MAXMSG"))
+        Max_msg =
+            static_cast<int>(std::clamp<long>(pfget_int(pf, "ELOG_MAXMSG"), INT_MIN, INT_MAX));
+    if (setting(pf, "ELOG_WAIT"))
+        Elog_wait = pfget_double(pf, "ELOG_WAIT");
+    Elog_t_format = kept(pf, "t_format", Elog_t_format);
+    Elog_u_format = kept(pf, "u_format", Elog_u_format);
+    elog_fill_from_pf(pf, "ELOG_DELIVER", Deliver, Default_deliver);
+    elog_fill_from_pf(pf, "ELOG_TAG", Tag, Default_tag);
+    elog_fill_from_pf(pf, "ELOG_DEBUG", Debug, Default_debug);
+}
+
+}  // namespace
 
 void join_bury() {}
 
@@ -45,7 +83,18 @@ double join_reference_time(const char *text)
 
 const char *join_settings_file()
 {
-    return nullptr;
+    // Who parses at the moment may be about to report and wait for the log.
+    const std::unique_lock parsing(Pf_lock, std::try_to_lock);
+    if (!parsing || Pf_busy)
+        return nullptr;
+    Pf *pf = nullptr;
+    const char *signals = nullptr;
+    if (pfread("elog", &pf) == 0) {
+        take_settings(pf);
+        signals = kept(pf, "ELOG_SIGNALS", "");
+    }
+    pffree(pf);
+    return signals;
 }
 
 }  // namespace stock::logging

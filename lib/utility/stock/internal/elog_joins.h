@@ -31,10 +31,9 @@ void join_time(const char *format, const char *zone, char *out, std::size_t size
 // The time of ELOG_REFERENCE_TIME: str2epoch.
 double join_reference_time(const char *text);
 
-// Parameter files join here: pfread("elog") unless a parameter file is being read at
-// the moment, then Max_msg, Elog_wait, the two time formats and, with
-// elog_fill_from_pf, the three tables. Returns the signal list of the file, "" when
-// the file has none, or null when there was no file.
+// Takes what "elog.pf" sets, unless a parameter file is being read at the moment.
+// Returns the signal list of the file, "" when the file has none, or null when there
+// was no file.
 const char *join_settings_file();
 
 }  // namespace stock::logging
