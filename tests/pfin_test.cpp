@@ -162,6 +162,15 @@ TEST(Pfin, ATableIsATopNodeAfterwards)
     EXPECT_EQ(pf->type, PFFILE);
 }
 
+TEST(Pfin, ATableThatLostItsEntriesGetsNewOnes)
+{
+    Pf *pf = pfnew(PFSTRING);
+    const PfPtr owner(pf);
+    pf->type = PFARR;
+    ASSERT_EQ(pfcompile("a 1\n", &pf), 0);
+    EXPECT_EQ(tree_text(pf), R"({a: "1"})");
+}
+
 TEST(Pfin, ATreeWithAnErrorIsATopNodeToo)
 {
     Pf *pf = nullptr;
