@@ -53,11 +53,9 @@ void record_in_environment()
 {
     if (Setenv)
         return;
-    const size_t prefix = strlen(Taluvine);
-    const size_t size = prefix + strlen(Taluvine_path) + 1;
+    const size_t size = strlen(Taluvine) + strlen(Taluvine_path) + 1;
     Setenv = static_cast<char *>(stock::allocate(size, "Setenv", "puttaluvine"));
-    memcpy(Setenv, Taluvine, prefix);
-    strcpy(Setenv + prefix, Taluvine_path);
+    strcpy(stpcpy(Setenv, Taluvine), Taluvine_path);
     putenv(Setenv);
 }
 

@@ -367,7 +367,7 @@ bool write_way(const char *from, const char *to, char *way)
             continue;
         if (length + 3 >= kPathSize)
             return false;
-        memcpy(way + length, "../", 3);
+        strcpy(way + length, "../");
         length += 3;
     }
     const char *rest = to + prefix;
