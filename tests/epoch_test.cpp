@@ -133,8 +133,8 @@ TEST(Epoch, EveryYearStartsWhereAnIndependentCalendarSays)
 TEST(Etoh, EveryDayFrom500To3440IsThatOfAnIndependentCalendar)
 {
     using namespace std::chrono;
-    const sys_days last = year(3440) / December / 31;
-    for (sys_days day = year(500) / January / 1; day <= last; day += days(1)) {
+    const sys_days end = year(3440) / December / 31;
+    for (sys_days day = year(500) / January / 1; day <= end; day += days(1)) {
         const year_month_day date(day);
         const Caltime time =
             fields_of(static_cast<double>(sys_seconds(day).time_since_epoch().count()));

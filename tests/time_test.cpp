@@ -6,12 +6,15 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
+#include <fstream>
+#include <functional>
 #include <limits>
 #include <random>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "stock/epoch.h"
@@ -20,6 +23,7 @@
 #include "support/child.h"
 #include "support/logged.h"
 #include "support/owners.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -273,6 +277,117 @@ TEST(TimePrintersDeathTest, LoadTheFormatsOnceOnFirstUse)
         exit(is_month_first() == 1 ? 0 : 3);
     });
     EXPECT_EQ(ended.status, 0);
+}
+
+namespace {
+
+// What the body leaves of a child that finds this text as time_formats.pf.
+Ended with_file(const std::string &text, const std::function<void()> &body)
+{
+    const TempDir dir;
+    dir.file("time_formats.pf", text);
+    return in_child([&] {
+        setenv("PFPATH", dir.path().c_str(), 1);
+        unsetenv("EUROPEAN_DATE");
+        body();
+    });
+}
+
+const char kPlain[] = "time T%Y\nydtime Y%j\nuydtime U%u\ndate D%d\nmonth_first no\n";
+const char kTables[] =
+    "location here\n"
+    "here &Arr{\ntime HT\nydtime HY\nuydtime HU\ndate HD\nmonth_first yes\n}\n"
+    "european &Arr{\ntime ET\nydtime EY\nuydtime EU\ndate ED\nmonth_first no\n}\n";
+
+void print_formats()
+{
+    set_time_formats();
+    for (const char *format :
+         {Strtime_format, Strydtime_format, UStrydtime_format, Strdate_format, ZStrtime_format,
+          ZStrydtime_format, UZStrydtime_format, ZStrdate_format})
+        printf("%s|", format);
+    printf("%d", is_month_first());
+}
+
+}  // namespace
+
+TEST(TimeFormatsFile, GivesThePlainKeys)
+{
+    EXPECT_EQ(with_file(kPlain, print_formats).out,
+              "T%Y|Y%j|U%u|D%d|T%Y %z|Y%j %z|U%u %z|D%d %z|0");
+}
+
+TEST(TimeFormatsFile, GivesTheKeysOfTheArrayThatItsLocationNames)
+{
+    EXPECT_EQ(with_file(kTables, print_formats).out, "HT|HY|HU|HD|HT %z|HY %z|HU %z|HD %z|1");
+}
+
+TEST(TimeFormatsFile, IsEuropeanWhenTheEnvironmentSaysSoWhateverItsLocation)
+{
+    const auto european = [] {
+        setenv("EUROPEAN_DATE", "", 1);
+        print_formats();
+    };
+    EXPECT_EQ(with_file(kTables, european).out, "ET|EY|EU|ED|ET %z|EY %z|EU %z|ED %z|0");
+    const Ended missing = with_file(kPlain, european);
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_THAT(missing.err,
+                testing::HasSubstr("Could not read 'european{time}' from time_formats.pf\n"));
+}
+
+TEST(TimeFormatsFile, AMissingFormatEndsTheProcessAndUydtimeIsToldAsYdtime)
+{
+    const struct {
+        const char *text, *message;
+    } cases[] = {
+        {"ydtime a\nuydtime b\ndate c\n", "Could not read 'time' from time_formats.pf\n"},
+        {"time a\nuydtime b\ndate c\n", "Could not read 'ydtime' from time_formats.pf\n"},
+        {"time a\nydtime b\ndate c\n", "Could not read 'ydtime' from time_formats.pf\n"},
+        {"time a\nydtime b\nuydtime c\n", "Could not read 'date' from time_formats.pf\n"},
+        {"location x\ntime a\n", "Could not read 'x{time}' from time_formats.pf\n"},
+        {"location x\nx &Arr{\ntime a\nydtime b\n}\n",
+         "Could not read 'x{uydtime}' from time_formats.pf\n"},
+    };
+    for (const auto &c : cases) {
+        const Ended ended = with_file(c.text, print_formats);
+        EXPECT_EQ(ended.status, 1) << c.text;
+        EXPECT_THAT(ended.err, testing::HasSubstr(c.message));
+    }
+}
+
+TEST(TimeFormatsFile, IsReadOnceByThePrintersAndAgainByAnExplicitCall)
+{
+    const Ended ended = with_file(kPlain, [] {
+        Unset_formats = 1;
+        const Text first(strdate(0));
+        const char *const before = Strdate_format;
+        const std::string path = getenv("PFPATH") + std::string("/time_formats.pf");
+        std::ofstream(path) << "time a\nydtime b\nuydtime c\ndate NEW\n";
+        const Text second(strdate(0));
+        set_time_formats();
+        const Text third(strdate(0));
+        printf("%s %s %s %s", first.get(), second.get(), third.get(), before);
+    });
+    EXPECT_EQ(ended.out, "D01 D01 NEW D%d");
+}
+
+TEST(TimeFormatsFile, AsInstalledChangesNothing)
+{
+    const Ended built_in = in_child([] {
+        setenv("PFPATH", "/none/there", 1);
+        print_formats();
+    });
+    const Ended installed = in_child([] {
+        setenv("PFPATH", source_path("data/pf").c_str(), 1);
+        print_formats();
+    });
+    EXPECT_EQ(installed.out, built_in.out);
+    EXPECT_EQ(installed.status, 0);
+}
+
+TEST(TimeFormatsFile, ThatCannotBeReadIsAsIfThereWereNone)
+{
+    EXPECT_EQ(with_file("", print_formats).out.substr(0, 23), "%m/%d/%Y  %H:%M:%S.%s|%");
 }
 
 TEST(TimePrinters, RoundToTheMillisecondExceptDates)

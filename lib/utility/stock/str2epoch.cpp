@@ -673,10 +673,14 @@ int is_epoch_string(const char *text, double *epoch)
 
 int _zstr2epoch(const char *text, double *epoch, int log)
 {
+    text = text ? text : "";
+    // A date may ask for the formats, and loading them may report something: not with the lock.
+    if (__atomic_load_n(&Unset_formats, __ATOMIC_ACQUIRE) && std::strpbrk(text, "/-"))
+        is_month_first();
     Parse p(log != 0);
     {
         const std::lock_guard lock(EP_lock);
-        parse(p, text ? text : "");
+        parse(p, text);
     }
     *epoch = p.Etime;
     if (p.message)
