@@ -34,6 +34,18 @@ TEST(Pfput, StoresTextsUnderKeysAndFreesWhatTheyReplace)
               "s: \"two\", yes: \"True\"}");
 }
 
+TEST(Pfput, StoresATimeSoThatItReadsBack)
+{
+    const PfPtr pf(pfnew(PFFILE));
+    for (const double time : {1201869015.5, 0.0, -86400.25}) {
+        pfput_time(pf.get(), "t", time);
+        EXPECT_EQ(pfget_time(pf.get(), "t"), time) << tree_text(pf.get());
+    }
+    pfput_time(pf.get(), "t", 1201869015.5);
+    EXPECT_EQ(tree_text(pf.get()),
+              "{t: \"1201869015.500 (032) 2008-02-01  12:30:15.500 UTC Friday\"}");
+}
+
 TEST(Pfput, StoresTextsAtTheIndexesOfAList)
 {
     const PfPtr list(pfnew(PFTBL));

@@ -295,6 +295,19 @@ STOCK_API int updatePf(const char *name);
 /* Frees the tree of a name. Returns 0, or -1 when the name was not registered. */
 STOCK_API int freePf(const char *name);
 
+/*
+ * Checks that the parameter file of a name is at least as new as a program needs: the
+ * text pf_revision_time of its last file is a time not before the date, a time string.
+ *
+ * Returns 0, or after logging the reason
+ *
+ *     -1  no pf_revision_time in the file '%s', \n\tbut program requires date after %s\n
+ *     -2  pf_revision_time in the file '%s' has date %s, \n\tbut program requires date after %s\n
+ *     -3  error in parameter file %s
+ *     -4  can't find parameter file %s
+ */
+STOCK_API int pfrequire(const char *name, const char *date);
+
 /* ---- Reading values ---- */
 
 /*
@@ -500,13 +513,15 @@ STOCK_API int pfresolve(Pf *pf, const char *address, int create, Pf **node);
 STOCK_API void pfput(Pf *pf, const char *key, void *value, int type);
 
 /*
- * pfput of a text: as it is, with "%ld", by strdbl, as "True" or "False"; of a list
- * and of an array of strings, which are copied.
+ * pfput of a text: as it is, with "%ld", by strdbl, as "True" or "False", a time in UTC
+ * such as "1201869015.500 (032) 2008-02-01  12:30:15.500 UTC Friday"; of a list and of
+ * an array of strings, which are copied.
  */
 STOCK_API void pfput_string(Pf *pf, const char *key, const char *value);
 STOCK_API void pfput_int(Pf *pf, const char *key, long value);
 STOCK_API void pfput_double(Pf *pf, const char *key, double value);
 STOCK_API void pfput_boolean(Pf *pf, const char *key, int value);
+STOCK_API void pfput_time(Pf *pf, const char *key, double value);
 STOCK_API void pfput_tbl(Pf *pf, const char *key, const Tbl *values);
 STOCK_API void pfput_arr(Pf *pf, const char *key, const Arr *values);
 

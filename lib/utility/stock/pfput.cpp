@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <utility>
 
 #include "internal/alloc.h"
@@ -11,6 +12,7 @@
 #include "internal/pfupdate.h"
 #include "stock/elog.h"
 #include "stock/strdbl.h"
+#include "stock/time.h"
 
 namespace {
 
@@ -166,6 +168,14 @@ void pfput_double(Pf *pf, const char *key, double value)
 void pfput_boolean(Pf *pf, const char *key, int value)
 {
     pfput_string(pf, key, value ? "True" : "False");
+}
+
+void pfput_time(Pf *pf, const char *key, double value)
+{
+    // Meant: two blanks stand before the hour.
+    const stock::Owned<char> text(
+        zepoch2str("%E (%j) %Y-%m-%d  %H:%M:%S.%s %z %A", nullptr, value));
+    pfput_string(pf, key, text.get() + std::strspn(text.get(), " "));
 }
 
 void pfput_tbl(Pf *pf, const char *key, const Tbl *values)
