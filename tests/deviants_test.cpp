@@ -240,7 +240,7 @@ TEST(StdSetTimer, ReplacesAnEarlierTimerAndAHandler)
     struct sigaction action;
     sigaction(SIGALRM, nullptr, &action);
     EXPECT_EQ(action.sa_handler, count_alarm);
-    EXPECT_EQ(action.sa_flags & (SA_RESTART | SA_RESETHAND | SA_NODEFER), 0);
+    EXPECT_EQ(action.sa_flags & static_cast<int>(SA_RESTART | SA_RESETHAND | SA_NODEFER), 0);
     EXPECT_EQ(sigismember(&action.sa_mask, SIGINT), 0);
     std_set_timer(count_alarm, 0);
     EXPECT_EQ(timer_now().it_value.tv_sec, 0);
