@@ -53,7 +53,7 @@ void expect_same(Loop *loop, Loop *portable, char from_type, size_t to_width)
     for (size_t n :
          {size_t{0}, size_t{1}, size_t{2}, size_t{3}, size_t{7}, size_t{8}, size_t{9}, size_t{15},
           size_t{16}, size_t{17}, size_t{31}, size_t{33}, size_t{127}, size_t{129}, count}) {
-        for (size_t shift : {0, 1, 4}) {
+        for (size_t shift : {size_t{0}, size_t{1}, size_t{4}}) {
             const size_t first = (count - n) / 3;
             const std::string some =
                 std::string(shift, ' ') + values.substr(first * width, n * width);
@@ -118,7 +118,7 @@ TEST(ConvertLevels, TurningBytesRoundPastTheCachesGivesTheSame)
 {
     for (const Level &level : levels()) {
         SCOPED_TRACE(level.name);
-        for (size_t width : {2, 4, 8}) {
+        for (size_t width : {size_t{2}, size_t{4}, size_t{8}}) {
             Loop *const streaming = level.loops->reverse_streaming[width];
             if (!streaming)
                 continue;  // portable

@@ -390,6 +390,7 @@ const std::vector<uint64_t> &values_of(char type)
     return values[kTypeLetters.find(type)];
 }
 
+constexpr size_t kShifts[] = {0, 1, 3, 7};
 constexpr size_t kCounts[] = {0, 1, 2, 3, 7, 8, 9, 15, 16, 17, 31, 33, 1000};
 
 }  // namespace
@@ -430,7 +431,7 @@ TEST(ConvertModel, EveryMemberTakesEveryCountAtUnalignedPlaces)
             std::vector<uint64_t> some(n);
             for (size_t i = 0; i < n; ++i)
                 some[i] = values[(i * 7 + n) % values.size()];
-            for (size_t shift : {0, 1, 3, 7})
+            for (size_t shift : kShifts)
                 Trial(m, some, shift).check();
         }
     }
@@ -445,7 +446,7 @@ TEST(ConvertModel, OneInexactValueAnywhereIsReported)
                                       [&](uint64_t value) { return !model(m, value).exact; });
         if (bad == values.end())
             continue;  // such as a short to a double
-        for (size_t n : {1, 9, 33, 1000}) {
+        for (size_t n : {size_t{1}, size_t{9}, size_t{33}, size_t{1000}}) {
             for (size_t at : {size_t{0}, n / 2, n - 1}) {
                 std::vector<uint64_t> some(n, 0);
                 some[at] = *bad;

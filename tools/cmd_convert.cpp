@@ -1,7 +1,10 @@
 // stock convert: packed numbers to decimal lines and back, through one converter.
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
+#include <cmath>
+#include <cstdlib>
 #include <string_view>
 #include <type_traits>
 #include <vector>
@@ -182,28 +185,52 @@ private:
     {
         std::size_t length = 0;
         int c;
-        while ((c = getc_unlocked(stdin)) != EOF && c != '\n' && length < sizeof text_)
+        while ((c = getc_unlocked(stdin)) != EOF && c != '\n' && length < kLongest)
             text_[length++] = static_cast<char>(c);
-        too_long_ = length == sizeof text_;
+        too_long_ = length == kLongest;
         line_ = trimmed({text_, length});
+        text_[line_.empty() ? 0 : line_.data() + line_.size() - text_] = '\0';
         ++number_;
         return c != EOF || length != 0;
     }
 
-    char text_[4096];
+    static constexpr std::size_t kLongest = 4096;
+    char text_[kLongest + 1];
     std::string_view line_;
     long number_ = 0;
     bool too_long_ = false;
 };
 
+// Not every standard library has from_chars for these. The tool's locale is "C".
+char *parse_floating(const char *text, float *value)
+{
+    char *end;
+    *value = strtof(text, &end);
+    return end;
+}
+
+char *parse_floating(const char *text, double *value)
+{
+    char *end;
+    *value = strtod(text, &end);
+    return end;
+}
+
+// The whole text, behind which there is a null byte.
 template <class H>
 bool parse_number(std::string_view text, H *value)
 {
-    if (text.starts_with('+') && !text.starts_with("+-"))
-        text.remove_prefix(1);
     const char *const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data(), end, *value);
-    return error == std::errc() && stop == end;
+    if constexpr (std::is_floating_point_v<H>) {
+        errno = 0;
+        return parse_floating(text.data(), value) == end &&
+               !(errno == ERANGE && std::isinf(*value));
+    } else {
+        if (text.starts_with('+') && !text.starts_with("+-"))
+            text.remove_prefix(1);
+        const auto [stop, error] = std::from_chars(text.data(), end, *value);
+        return error == std::errc() && stop == end;
+    }
 }
 
 // Fills in up to kBatch numbers. False on a line that is none.

@@ -38,7 +38,7 @@ std::string boundary_integers()
     std::mt19937_64 random(1);
     for (int power = 0; power <= 64; ++power) {
         const uint64_t value = power == 64 ? 0 : uint64_t{1} << power;
-        for (uint64_t step : {0, 1, 2, 3}) {
+        for (uint64_t step = 0; step <= 3; ++step) {
             pack(bytes, static_cast<T>(value + step));
             pack(bytes, static_cast<T>(value - step));
             pack(bytes, static_cast<T>(0 - value + step));
