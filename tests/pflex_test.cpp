@@ -532,6 +532,15 @@ TEST(PflexUndef, TakesTheLastElementOfAList)
     EXPECT_EQ(tree_of("a &Tbl{\n&Tbl{\nx\n}\n&Undef{}\n}\n"), R"({a: []})");
 }
 
+TEST(PflexUndef, LeavesNothingOfAnElementBehindForALaterOneToBringBack)
+{
+    Pf *pf = nullptr;
+    ASSERT_EQ(pfcompile("a &Tbl{\nx\ny\n&Undef{}\n&Undef{}\n}\n", &pf), 0);
+    const PfPtr owner(pf);
+    ASSERT_EQ(pfset(pf, "a[2]", "z"), 0);
+    EXPECT_EQ(tree_text(pf), R"({a: [<none> <none> "z"]})");
+}
+
 TEST(PflexUndef, IsOneLineAndNeedsNoNewline)
 {
     EXPECT_EQ(tree_of("a &Undef{}\n}\n"), "error -2: " + strayed(2));

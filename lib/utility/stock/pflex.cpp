@@ -373,8 +373,10 @@ Next open_container(Scanner &s, std::size_t length)
 
 Next undefine(Scanner &s, std::size_t length)
 {
-    void *removed = s.Lex_pf->type == PFTBL ? poptbl(s.Lex_pf->value.tbl)
-                                            : delarr(s.Lex_pf->value.arr, s.Lex_key);
+    // poptbl would leave the freed node in its slot, for a later settbl to bring back.
+    void *removed = s.Lex_pf->type == PFTBL
+                        ? deltbl(s.Lex_pf->value.tbl, s.Lex_pf->value.tbl->count - 1)
+                        : delarr(s.Lex_pf->value.arr, s.Lex_key);
     pffree(static_cast<Pf *>(removed));
     take(s, length);
     skip_line(s, Count::yes);
