@@ -275,6 +275,11 @@ TEST(Pfout, GivesMinusOneWithoutAValue)
     EXPECT_EQ(written(PfPtr(pfnew(PFSTRING)).get(), -1), "");
 }
 
+TEST(Pfout, GivesMinusOneWithoutAStream)
+{
+    EXPECT_EQ(pfout(nullptr, compiled("a 1\n").get()), -1);
+}
+
 TEST(Pfout, WritesASingleText)
 {
     EXPECT_EQ(written(PfPtr(text_node("a#b")).get()), "a\\#b\n");

@@ -576,8 +576,8 @@ STOCK_API int pfwrite(const char *path, const Pf *pf);
  * A function is followed by an empty line. A placeholder writes its key and a tab
  * and nothing more, so that the next key follows on the same line.
  *
- * Returns 0, or -1 when pf or its value is null. Whether the stream took the text
- * is the stream's to say (ferror).
+ * Returns 0, or -1 when the stream, pf or its value is null. Whether the stream
+ * took the text is the stream's to say (ferror).
  */
 STOCK_API int pfout(FILE *stream, const Pf *pf);
 

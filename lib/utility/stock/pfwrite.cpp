@@ -342,7 +342,7 @@ int pfwrite(const char *path, const Pf *pf)
 
 int pfout(FILE *stream, const Pf *pf)
 {
-    if (!pf || !pf->value.s)
+    if (!stream || !pf || !pf->value.s)
         return -1;
     Stream to(stream);
     Writer<Stream, Layout::indented>(to).node(pf, 0);
