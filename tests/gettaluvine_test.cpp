@@ -22,6 +22,8 @@
 #include "support/child.h"
 #include "support/temp_dir.h"
 
+extern "C" char *__progname;  // what the C library's start-up code recorded
+
 namespace {
 
 using namespace std::string_literals;
@@ -209,6 +211,42 @@ TEST_F(FromExec, IsNothingForAProgramInAnotherDirectory)
     EXPECT_EQ(from_exec_text(), "(null)");
     setenv("PATH", (dir_ / "cabin").c_str(), 1);
     EXPECT_EQ(from_exec_text(), "(null)");
+}
+
+TEST_F(FromExec, AProgramsPathIsTakenAsItIs)
+{
+    const struct {
+        const char *program, *root;
+    } cases[] = {
+        {"/usr/local/t/bin/prog", "/usr/local/t"},
+        {"/usr/local/t/lib/prog", "(null)"},
+        {"/prog", "(null)"},
+        {"/bin/prog", "(null)"},
+        {"/a/bin/prog", "/a"},
+        {"/a/b/../bin/./prog", "/a"},
+        {"/a/bin/x/prog", "(null)"},
+        {"/a/cabin/prog", "(null)"},
+    };
+    char *own = __progname;
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.program);
+        __progname = const_cast<char *>(c.program);
+        EXPECT_EQ(from_exec_text(), c.root);
+    }
+    __progname = own;
+}
+
+TEST_F(FromExec, WithoutAPathTheSystemIsAskedAtOnce)
+{
+    unsetenv("DATAPATH");
+    for (const char *setting : {"PATH", "PATH="}) {
+        SCOPED_TRACE(setting);
+        fs::create_directories(dir_ / "t/bin");
+        fs::copy(tool_path(), dir_ / "t/bin/stock", fs::copy_options::skip_existing);
+        const Ended ended = run_program({dir_ / "t/bin/stock", "root"}, "", {"TALUVINE", setting});
+        EXPECT_EQ(ended.status, 0) << ended.err;
+        EXPECT_EQ(ended.signal, 0);
+    }
 }
 
 TEST_F(FromExec, AProgramThatIsNotAlongPathIsAskedOfTheSystem)

@@ -41,7 +41,10 @@ bool program_path(char *buffer)
         abspath(name, buffer);
         return true;
     }
-    const stock::Owned<char> found(datapath("PATH", nullptr, name, nullptr));
+    // Without a PATH the search would begin at the root, which is what is asked for.
+    const char *path = getenv("PATH");
+    const bool listed = path && *path;
+    const stock::Owned<char> found(listed ? datapath("PATH", nullptr, name, nullptr) : nullptr);
     if (!found)
         return stock::program_file(buffer, sizeof Taluvine_path);
     strcpy(buffer, found.get());

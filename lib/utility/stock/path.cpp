@@ -22,6 +22,7 @@
 #include "deviants.h"
 #include "internal/alloc.h"
 #include "internal/guards.h"
+#include "internal/uninterrupted.h"
 #include "stock/elog.h"
 #include "stock/restat.h"
 #include "stock/strings.h"
@@ -247,10 +248,8 @@ bool Walk::resolve(size_t parent)
 {
     char target[kPathSize];
     text_[length_] = '\0';
-    ssize_t size = 0;
-    do
-        size = readlink(text_, target, sizeof target);
-    while (size < 0 && errno == EINTR);
+    const ssize_t size =
+        stock::uninterrupted([&] { return readlink(text_, target, sizeof target); });
     if (size < 0 && (errno == EINVAL || !is_link()))
         return true;
     if (too_many_links())

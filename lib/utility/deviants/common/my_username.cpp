@@ -8,21 +8,20 @@
 #include <pwd.h>
 #include <unistd.h>
 
-#include "internal/alloc.h"
-
 namespace {
 
-std::mutex name_mutex;
-char *kept_name;  // null until it was found; never freed
+constexpr size_t kEntrySize = 1024;  // of a password entry's text, and so of a name
 
-char *look_up()
+std::mutex name_mutex;
+char kept_name[kEntrySize];  // empty until it was found
+
+void look_up()
 {
-    char text[1024];
+    char text[kEntrySize];
     struct passwd entry;
     struct passwd *found = nullptr;
-    if (getpwuid_r(getuid(), &entry, text, sizeof text, &found) != 0 || !found)
-        return nullptr;
-    return stock::copy_text(found->pw_name, "name");
+    if (getpwuid_r(getuid(), &entry, text, sizeof text, &found) == 0 && found)
+        strcpy(kept_name, found->pw_name);
 }
 
 }  // namespace
@@ -30,8 +29,8 @@ char *look_up()
 int my_username(char *buffer)
 {
     const std::lock_guard<std::mutex> lock(name_mutex);
-    if (!kept_name)
-        kept_name = look_up();
-    strcpy(buffer, kept_name ? kept_name : "");
-    return kept_name ? 0 : 1;
+    if (!*kept_name)
+        look_up();
+    strcpy(buffer, kept_name);
+    return *kept_name ? 0 : 1;
 }
