@@ -107,6 +107,7 @@ protected:
     }
 
     TempDir dir;
+    const TblPtr untouched = points(0);  // what an argument holds before the call
 };
 
 using Writetbl = Tblfile;
@@ -850,7 +851,7 @@ TEST_F(Filetbl, AnotherCommentGivesMinus2AndLeavesTheFile)
 {
     const std::string path = saved(points(3), "mine");
     const std::string before = read_file(path);
-    Tbl *tbl = points(0).get();
+    Tbl *tbl = untouched.get();
     EXPECT_EQ(filetbl(path.c_str(), "yours", 1000, nullptr, sizeof(Point), &tbl), -2);
     EXPECT_EQ(tbl, nullptr);
     const std::string uncommented = saved(points(3), nullptr, "plain");
@@ -923,7 +924,7 @@ TEST_F(Filetbl, LeavesAFileThatIsNoListAlone)
     const std::string empty = dir.file("empty", "");
     for (const std::string &file : {path, empty}) {
         const std::string before = read_file(file);
-        Tbl *tbl = points(0).get();
+        Tbl *tbl = untouched.get();
         EXPECT_EQ(filetbl(file.c_str(), nullptr, 10, nullptr, 8, &tbl), -1);
         EXPECT_EQ(tbl, nullptr);
         EXPECT_EQ(read_file(file), before);
@@ -937,7 +938,7 @@ TEST_F(Filetbl, LeavesAFileThatIsNoListAlone)
 TEST_F(Filetbl, CannotBeMadeWithoutADirectory)
 {
     const std::string path = dir.file("file", "") + "/list";
-    Tbl *tbl = points(0).get();
+    Tbl *tbl = untouched.get();
     EXPECT_EQ(filetbl(path.c_str(), nullptr, 10, nullptr, 8, &tbl), -1);
     EXPECT_EQ(tbl, nullptr);
     EXPECT_NE(take_log(), "");
