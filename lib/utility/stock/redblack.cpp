@@ -90,6 +90,9 @@ Place descend(const Rbtree *tree, const Order &order)
 {
     Place place;
     for (Rbnode *node = tree->root; node != kNil;) {
+        // The next node is fetched while the keys are compared.
+        __builtin_prefetch(node->left);
+        __builtin_prefetch(node->right);
         place = {node, order(node)};
         if (place.order == 0)
             break;
