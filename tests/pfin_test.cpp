@@ -315,6 +315,20 @@ TEST(Pfin, ValuesOfTenMegabytesAreWholeFromEverySource)
     EXPECT_TRUE(from_pieces(fds[0], fds[1], text, 65536).tree == tree);
 }
 
+TEST(Pfin, AZeroByteEndsAFileAndAStream)
+{
+    const std::string large = "a " + std::string(200'000, 'v') + "\n";
+    for (const std::string &before : {std::string("a 1\n"), large}) {
+        const std::string text = before + "b 2" + std::string(1, '\0') + "3\nc 4\n";
+        const std::string tree = tree_of(before + "b 2");
+        for (const Parsed &result : {from_file(text), from_stream(text), from_counted(text)}) {
+            EXPECT_EQ(result.status, 0);
+            EXPECT_TRUE(result.tree == tree);
+            EXPECT_EQ(result.log, "");
+        }
+    }
+}
+
 TEST(Pfin, ASocketIsReadToItsEnd)
 {
     int fds[2];

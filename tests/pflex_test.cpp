@@ -153,6 +153,7 @@ TEST(PflexKey, TheLongerOfQuotedAndPlainKeyWins)
     EXPECT_EQ(tree_of("\"ab\"cd 1\n"), R"({"ab"cd: "1"})");
     EXPECT_EQ(tree_of("\"ab\" 1\n"), R"({ab: "1"})");
     EXPECT_EQ(tree_of("\"a b\"cd 1\n"), R"({a b: "cd 1"})");
+    EXPECT_EQ(tree_of("\"ab\"#x\n"), R"({"ab": ""})");
 }
 
 TEST(PflexKey, AHashEndsAKeyAndBeginsAComment)
@@ -428,6 +429,17 @@ TEST(PflexContainer, ListsAndTablesNest)
 TEST(PflexContainer, WhatFollowsABraceOnItsLineIsDropped)
 {
     EXPECT_EQ(tree_of("a &Arr{ b 1\nc 2\n} d 3\ne &Tbl{ x\n} # y\n"), R"({a: {c: "2"}, e: []})");
+}
+
+TEST(PflexContainer, TheLinesOfItsBracesAreCounted)
+{
+    EXPECT_EQ(tree_of("a &Arr{\n} x\n}\n"), "error -2: " + strayed(3));
+    EXPECT_EQ(tree_of("a &Tbl{ x\n}\n}\n"), "error -2: " + strayed(3));
+}
+
+TEST(PflexContainer, ACommentInAListIsCountedAsALine)
+{
+    EXPECT_EQ(tree_of("a &Tbl{\n# first column\n}\n}\n"), "error -2: " + strayed(4));
 }
 
 TEST(PflexContainer, AClosingBraceMayBeIndented)
@@ -742,5 +754,19 @@ TEST(PflexEnd, AZeroByteEndsTheTextWhereverItStands)
         EXPECT_EQ(pfcompile_counted(c.text.data(), static_cast<long>(c.text.size()), &pf), 0);
         const PfPtr owner(pf);
         EXPECT_EQ(tree_text(pf), c.tree);
+    }
+}
+
+TEST(PflexEnd, AZeroByteInALiteralLeavesItOpen)
+{
+    const std::string zero(1, '\0');
+    for (const std::string &text :
+         {"a &Literal{\nx" + zero + "\n}\n", "a &Literal\"E\nx" + zero + "\n\"E\n"}) {
+        SCOPED_TRACE(text);
+        Pf *pf = nullptr;
+        EXPECT_EQ(pfcompile_counted(text.data(), static_cast<long>(text.size()), &pf), -2);
+        const PfPtr owner(pf);
+        EXPECT_EQ(tree_text(pf), "{}");
+        EXPECT_NE(take_log().find("depth = 1"), std::string::npos);
     }
 }
