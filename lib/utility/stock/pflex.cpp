@@ -294,13 +294,12 @@ std::size_t match_function(Scanner &s)
         ++p;
     if (*p != '(')
         return 0;
-    const std::size_t open = length_to(s, p);
     const char *newline = find_char(s, p, '\n');
     if (!*newline)
         return 0;
     for (p = newline - 1; is(*p, kBlank);)
         --p;
-    return *p == ')' && length_to(s, p) > open ? length_to(s, newline + 1) : 0;
+    return *p == ')' ? length_to(s, newline + 1) : 0;
 }
 
 template <Word word>
@@ -594,7 +593,7 @@ Next bracketed(Scanner &s, std::size_t length)
         s.Lex_lineno += *p == '\n';
         if (*p == close && --depth == 0)
             return store_literal(s, p, 1, Count::yes);
-        depth += *p == open && open != close;
+        depth += *p == open;
     }
 }
 
