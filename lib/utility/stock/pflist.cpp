@@ -65,8 +65,8 @@ int updatePf(const char *name)
         return -1;
     const Pf *before = pf;
     const int result = pfupdate(name, &pf);
-    // Whatever pfupdate read took the place of the registered tree, which it freed.
-    if (pf && pf != before)
+    // What pfupdate read takes the place of the registered tree, which it freed.
+    if (result != 0 && pf && pf != before)
         exchange(name, pf);
     return result;
 }
