@@ -156,6 +156,47 @@ TEST(Pfupdate, NullArgumentsGiveMinusOne)
     EXPECT_EQ(pfupdate("prog", nullptr), -1);
 }
 
+TEST(Pfupdate, ALogFunctionOfTheProgramMayUpdateDuringAnUpdate)
+{
+    const PfPath path;
+    path.site("wrong.pf", "a 1\n}\n");
+    path.site("other.pf", "b 2\n");
+    static Pf *other = nullptr;
+    int (*update)(int, const char *, Tbl *) = [](int, const char *, Tbl *) {
+        EXPECT_EQ(pfupdate("other", &other), 1);
+        return 1;
+    };
+    elog_set(ELOG_CALLBACK_FN, 0, update);
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("wrong", &pf), -2);
+    elog_set(ELOG_CALLBACK_FN, 0, nullptr);
+    EXPECT_EQ(value_at(pf, "a"), "1");
+    EXPECT_EQ(value_at(other, "b"), "2");
+    pffree(pf);
+    pffree(other);
+    elog_clear();
+}
+
+TEST(Pfupdate, ALogFunctionOfTheProgramMayUpdateTheSameVariable)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    static Pf *pf = nullptr;
+    ASSERT_EQ(pfupdate("prog", &pf), 1);
+    int (*update)(int, const char *, Tbl *) = [](int, const char *, Tbl *) {
+        elog_set(ELOG_CALLBACK_FN, 0, nullptr);
+        EXPECT_EQ(pfupdate("prog", &pf), -2);
+        return 1;
+    };
+    elog_set(ELOG_CALLBACK_FN, 0, update);
+    change(site, "a 2\n}\n");
+    EXPECT_EQ(pfupdate("prog", &pf), -2);
+    elog_set(ELOG_CALLBACK_FN, 0, nullptr);
+    EXPECT_EQ(value_at(pf, "a"), "2");
+    pffree(pf);
+    elog_clear();
+}
+
 TEST(Pflist, ATreeIsReadOnceAndSharedByItsName)
 {
     const PfPath path;
@@ -209,6 +250,20 @@ TEST(Pflist, UpdatePfReadsARegisteredNameAgainAndAgain)
     EXPECT_EQ(updatePf("prog"), 1);
     EXPECT_EQ(value_at(getPf("prog"), "a"), "2");
     EXPECT_EQ(freePf("prog"), 0);
+}
+
+TEST(Pflist, UpdatePfLeavesATreeThatWasPutThereWhenNothingChanged)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    EXPECT_EQ(updatePf("prog"), 1);
+    Pf *read = existsPf("prog");
+    Pf *mine = pfnew(PFFILE);
+    putPf_nofree("prog", mine);
+    EXPECT_EQ(updatePf("prog"), 0);
+    EXPECT_EQ(existsPf("prog"), mine);
+    EXPECT_EQ(freePf("prog"), 0);
+    pffree(read);
 }
 
 TEST(Pflist, UpdatePfOfAFileThatWentWrongLeavesNoFreedTree)

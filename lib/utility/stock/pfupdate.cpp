@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include "internal/alloc.h"
 #include "internal/pfupdate.h"
@@ -24,7 +25,9 @@ struct State {
     Pf *tree;    // the caller's; null when it was freed
 };
 
-std::mutex Update_mutex;  // one update at a time
+// One update at a time. Its holder may take it again: reading reports to the log,
+// and a program's own log function may update something in turn.
+std::recursive_mutex Update_mutex;
 std::mutex States_mutex;  // the trees of the states; held for moments only
 Arr *States = nullptr;    // of State *, by name and variable
 
@@ -66,11 +69,12 @@ bool same_files(const Tbl *a, const Tbl *b)
 }
 
 // Reads the name anew in place of the tree that the caller has.
-int read_again(const char *name, Pf *old, State *state)
+int read_again(const char *name, Pf **pf, State *state)
 {
-    pffree(old);
+    pffree(std::exchange(*pf, nullptr));
     Pf *tree = nullptr;
     const int result = pfread(name, &tree);
+    pffree(std::exchange(*pf, nullptr));  // of an update during the reading
     const std::scoped_lock lock(States_mutex);
     state->tree = tree;
     return result == 0 ? 1 : result;
@@ -106,7 +110,7 @@ int pfupdate(const char *name, Pf **pf)
         if (!state)
             state = new_state(key);
         std::swap(state->times, times);
-        result = read_again(name, *pf, state);
+        result = read_again(name, pf, state);
     }
     freetbl(times, pffree_time);
     *pf = state ? state->tree : nullptr;
