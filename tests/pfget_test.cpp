@@ -1,5 +1,6 @@
 // Reading values: types, conversions, what is missing and what is wrong.
 
+#include <cerrno>
 #include <cmath>
 #include <string>
 
@@ -7,7 +8,7 @@
 
 #include "stock.h"
 #include "support/child.h"
-#include "support/pf_text.h"
+#include "support/pf_files.h"
 
 namespace {
 
@@ -136,6 +137,17 @@ TEST(PfgetTyped, BadTextIsComplainedAboutAndConvertedAllTheSame)
               "T: Bad integer value '' for e\n");
 }
 
+TEST(PfgetTyped, WhiteSpaceMayFollowANumber)
+{
+    const PfPtr pf = parse("i &Literal{\n 12 \t\n}\nd &Literal{\n1.5 \n}\n");
+    EXPECT_EQ(says(0,
+                   [&] {
+                       EXPECT_EQ(pfget_int(pf.get(), "i"), 12);
+                       EXPECT_EQ(pfget_double(pf.get(), "d"), 1.5);
+                   }),
+              "");
+}
+
 TEST(PfgetTyped, AMissingTextOrBooleanIsSilent)
 {
     const PfPtr pf = parse("a 1\n");
@@ -161,6 +173,16 @@ TEST(PfgetDeathTest, AMissingNumberEndsTheProcess)
     for (const auto &getter : getters)
         EXPECT_EQ(says(1, getter), "T: program needs value for 'none', not found in parameter "
                                    "file 'prog.pf'\n");
+}
+
+TEST(PfgetDeathTest, AValueOfATextOrFunctionIsMissing)
+{
+    const PfPtr text(pfnew(PFSTRING));
+    EXPECT_EQ(says(1, [&] { pfget_int(text.get(), "k"); }),
+              "T: program needs value for 'k', not found in parameter file ''\n");
+    const PfPtr function(pfnew(PFFUNCTION));
+    EXPECT_EQ(says(1, [&] { _pfdie(function.get(), "k", PFSTRING, PFINVALID, nullptr); }),
+              "T: program needs value for 'k', not found in parameter file ''\n");
 }
 
 TEST(PfgetDeathTest, APlaceholderIsMissing)
@@ -230,6 +252,9 @@ TEST(PfgetTyped, ListsAndArraysOfValues)
     const ArrPtr array(pfget_arr(pf.get(), "a"));
     EXPECT_EQ(cntarr(array.get()), 1);
     EXPECT_STREQ(static_cast<char *>(getarr(array.get(), "x")), "/u");
+    const ArrPtr top(pfget_arr(pf.get(), ""));
+    EXPECT_EQ(cntarr(top.get()), 1);
+    EXPECT_STREQ(static_cast<char *>(getarr(top.get(), "home")), "/u");
 }
 
 TEST(PfgetTyped, HolesAndNullTextsNeverCrash)
@@ -265,6 +290,28 @@ TEST(Pf, CountsElementsAndListsKeys)
     EXPECT_EQ(pfmaxtbl(nullptr), 0);
     EXPECT_EQ(pfkeys(list), nullptr);
     EXPECT_EQ(pfkeys(nullptr), nullptr);
+}
+
+TEST(Pfprint, PrintsTheTextAtAnAddress)
+{
+    const PfPath path;
+    path.site("prog.pf", "home /u\na &Arr{\n b &home/y\n}\n");
+    const Ended ended = in_child([] { pfprint("prog", "a{b}"); });
+    EXPECT_EQ(ended.out, "/u/y\n");
+    EXPECT_EQ(ended.err, "");
+}
+
+TEST(Pfprint, ComplainsWhenThereIsNothingToPrint)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    EXPECT_EQ(says(0, [] { pfprint("prog", "b"); }), "T: no entry 'b' in parameter file prog\n");
+    EXPECT_EQ(says(0,
+                   [] {
+                       errno = EACCES;
+                       pfprint("none", "b");
+                   }),
+              "T: Can't read parameter file none\n\tPermission denied\n");
 }
 
 TEST(Pfconfig, RefusesAnUnknownCode)

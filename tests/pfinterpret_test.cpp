@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include <pty.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -55,6 +56,12 @@ TEST(Pfexpand, ReplacesReferencesByTheNearestEnclosingText)
         SCOPED_TRACE(c.address);
         EXPECT_STREQ(pfget_string(pf.get(), c.address), c.text);
     }
+}
+
+TEST(Pfexpand, ANameIsOfLettersDigitsAndUnderscores)
+{
+    const PfPtr pf = parse("Ab_1Z yes\nx &Ab_1Z-&Ab_1Z.\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "x"), "yes-yes.");
 }
 
 TEST(Pfexpand, LeavesTheCallOfAFunctionAlone)
@@ -212,10 +219,64 @@ TEST(Pfinterpret, UndefIsNoValue)
     EXPECT_EQ(evaluated("&undef()"), "<none>");
 }
 
+// Before any test that looks for the library in this process.
+TEST(Pfinterpret, AFunctionOfTheUserLibraryIsCalledWithTheText)
+{
+    const Ended ended = in_child([] {
+        setenv("USER_LIBRARY", USER_LIBRARY_PF, 1);
+        puts(evaluated("&left(0)").c_str());
+    });
+    EXPECT_EQ(ended.out, "\"end\"\n");
+}
+
+TEST(Pfinterpret, AFourthEvaluationInAChainIsOneTooMany)
+{
+    const Ended ended = in_child([] {
+        setenv("USER_LIBRARY", USER_LIBRARY_PF, 1);
+        for (const char *function : {"&left(1)", "&left(2)", "&left(3)", "&left(4)"})
+            puts(evaluated(function).c_str());
+    });
+    EXPECT_EQ(ended.out, "\"end\"\n\"end\"\n"
+                         "\"pf recursion too deep\"\n\"pf recursion too deep\"\n");
+}
+
 TEST(Pfinterpret, AFunctionThatNobodyKnowsIsInvalid)
 {
     setenv("TALUVINE", "/nowhere", 1);
     EXPECT_EQ(evaluated("&whatever(x)"), "<5><null>");
+}
+
+TEST(Pfinterpret, AskAsksTheTerminal)
+{
+    const struct {
+        const char *typed, *answer;
+    } cases[] = {{"Ann B\n", "\"Ann B\""}, {"\x04", "\"\""}};
+    for (const auto &c : cases) {
+        int terminal = -1;
+        const pid_t pid = forkpty(&terminal, nullptr, nullptr, nullptr);
+        if (pid == 0)
+            _exit(evaluated("&ask(Your name?)") == c.answer ? 0 : 1);
+        std::string shown;
+        char byte = 0;
+        while (shown.find(" : ") == shown.npos && read(terminal, &byte, 1) == 1)
+            shown += byte;
+        EXPECT_EQ(shown, "Your name? : ");
+        EXPECT_GT(write(terminal, c.typed, strlen(c.typed)), 0);
+        int status = -1;
+        EXPECT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_EQ(status, 0);
+        close(terminal);
+    }
+}
+
+TEST(Pfinterpret, AskEndsTheProcessWithoutATerminal)
+{
+    const Ended ended = in_child([] {
+        setsid();
+        evaluated("&ask(Your name?)");
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find("Can't open /dev/tty for prompt.\n"), std::string::npos);
 }
 
 TEST(Pfinterpret, AskAsksThePromptFunction)
@@ -249,7 +310,7 @@ TEST(Pfinterpret, ARefThatLeadsNowhereSaysSo)
     const PfPath path;
     path.site("other.pf", "a 1\n");
     EXPECT_EQ(evaluated("&ref(other,none)"), "<5>** reference not resolved: '&ref(other,none)' **");
-    EXPECT_EQ(evaluated("&ref(absent,a)  "),
+    EXPECT_EQ(evaluated("&ref(absent,a) \t"),
               "<5>** referenced pf file not found: '&ref(absent,a)' **");
     EXPECT_EQ(evaluated("&ref( ,a)"), "<5>** missing pf name in reference: '&ref( ,a)' **");
     EXPECT_EQ(evaluated("&ref()"), "<5>** missing pf name in reference: '&ref()' **");

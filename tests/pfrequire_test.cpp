@@ -22,8 +22,8 @@ TEST(Pfrequire, RefusesAnOlderFile)
     const std::string site = path.site("prog.pf", "pf_revision_time 2008-02-01\n");
     EXPECT_EQ(pfrequire("prog", "2008-02-02"), -2);
     EXPECT_EQ(take_log(), "pf_revision_time in the file '" + site +
-                            "' has date 02/01/2008, \n\tbut program requires date after "
-                            "02/02/2008\n");
+                              "' has date 02/01/2008, \n\tbut program requires date after "
+                              "02/02/2008\n");
 }
 
 TEST(Pfrequire, OnlyTheLastFileCounts)
@@ -33,7 +33,7 @@ TEST(Pfrequire, OnlyTheLastFileCounts)
     const std::string local = path.local("prog.pf", "a 1\n");
     EXPECT_EQ(pfrequire("prog", "2008-02-02"), -1);
     EXPECT_EQ(take_log(), "no pf_revision_time in the file '" + local +
-                            "', \n\tbut program requires date after 02/02/2008\n");
+                              "', \n\tbut program requires date after 02/02/2008\n");
 }
 
 TEST(Pfrequire, SaysWhenTheFileIsWrongOrMissing)

@@ -54,6 +54,14 @@ TEST(Pfresolve, FollowsKeysBracesAndBrackets)
     }
 }
 
+TEST(Pfresolve, AKeyInBracesIsCutAt255Bytes)
+{
+    const std::string key(255, 'k');
+    const PfPtr pf = parse(("a &Arr{\n" + key + " found\n}\n").c_str());
+    EXPECT_EQ(resolve(pf.get(), ("a{" + key + "}").c_str()), "\"found\"");
+    EXPECT_EQ(resolve(pf.get(), ("a{" + key + "more}").c_str()), "\"found\"");
+}
+
 TEST(Pfresolve, ReturnsTheTypeOfTheNode)
 {
     const PfPtr pf = parse(kText);
@@ -127,9 +135,12 @@ TEST(Pfresolve, StrayMarksAreShownAndSkipped)
         resolve(pf.get(), "[a");
         resolve(pf.get(), "a]");
         resolve(pf.get(), "{a}");
+        EXPECT_EQ(resolve(pf.get(), "}a"), "\"1\"");
+        resolve(pf.get(), "a[]");
     });
-    EXPECT_EQ(ended.err, "unmatched char '['\n");
-    EXPECT_EQ(ended.out, "]");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.err, "unmatched char '['\nunmatched char '['\n");
+    EXPECT_EQ(ended.out, "]]");
 }
 
 TEST(Pfresolve, SurvivesAnyAddress)
