@@ -194,6 +194,27 @@ TEST(ElogThreads, TagsExpandWhileTheCommandLineIsRefreshed)
     EXPECT_EQ(ended.status, 0) << ended.err;
 }
 
+TEST(ElogThreads, TheCommandLineIsNotFreedUnderAnExpansion)
+{
+    const Ended ended = logged({}, [] {
+        run_threads([](int thread) {
+            char name[] = "p", argument[] = "argument";
+            char *argv[] = {name, argument, nullptr};
+            elog_init(2, argv);
+            for (int i = 0; i < 3000; ++i) {
+                char text[200];
+                elog_expand("%a%a%a%a%a%a", 0, text, sizeof text);
+                if (strncmp(text, "argument argument ", 18) != 0)
+                    abort();
+                if (thread % 2)
+                    elog_init(2, argv);
+            }
+        });
+    });
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    EXPECT_EQ(ended.signal, 0);
+}
+
 TEST(ElogThreads, EachMessageCarriesItsThread)
 {
     const Ended ended = logged({}, [] {

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <pthread.h>
 #include <sys/param.h>
 #include <unistd.h>
 
@@ -154,6 +153,7 @@ void elog_expand(const char *text, int severity, char *out, int max)
     if (!out || max < 1)
         return;
     const KeepErrno keep;
+    const Holding hold(Lock);  // elog_init frees the earlier command line
     Expansion expansion(out, max);
     for (const char *at = text ? text : ""; *at; ++at) {
         if (*at == '%' && at[1])
