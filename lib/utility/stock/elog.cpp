@@ -10,9 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 
-#include <pthread.h>
-#include <unistd.h>
-
 #include "internal/alloc.h"
 #include "internal/elog.h"
 #include "internal/elog_joins.h"

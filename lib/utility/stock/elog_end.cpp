@@ -15,7 +15,6 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "internal/alloc.h"
 #include "internal/elog.h"
 #include "internal/elog_joins.h"
 

@@ -1,12 +1,13 @@
 // The messaging library: loaded when the first text is sent to it.
 
+#include "stock/elog.h"
+
 #include <cstdio>
 
 #include <dlfcn.h>
 
 #include "deviants.h"
 #include "internal/elog.h"
-#include "stock/elog.h"
 
 namespace stock::logging {
 
