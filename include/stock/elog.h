@@ -147,9 +147,10 @@ STOCK_API char *elogstr(int severity, int flag, const char *format, ...) STOCK_P
 
 /*
  * Sets the log up: keeps a copy of the command line when argc is above 0, finds the
- * program's name, and reads the settings from the environment. Called first thing
- * in main; what needs the log before that calls it with 0 and null. A later call
- * follows the environment anew, but not ELOG_MAXMSG, ELOG_SIGNALS and elog.pf.
+ * program's name, and reads the settings from elog.pf and the environment. Called
+ * first thing in main; what needs the log before that calls it with 0 and null. A
+ * later call follows the environment anew, but not ELOG_MAXMSG, ELOG_SIGNALS and
+ * elog.pf.
  *
  * Returns 0; errno stays. Does nothing while it already runs, and leaves the
  * settings alone while another thread delivers.
