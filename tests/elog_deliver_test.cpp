@@ -6,7 +6,9 @@
 #include <cstring>
 #include <string>
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -38,7 +40,20 @@ Elog_msg new_message(const char *text)
     return msg;
 }
 
+bool Close_fails = false;
+
 }  // namespace
+
+// Stands before the system's: closes, and says that it failed when told to.
+extern "C" int close(int fd)
+{
+    static const auto closes = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"));
+    const int status = closes(fd);
+    if (!Close_fails)
+        return status;
+    errno = EIO;
+    return -1;
+}
 
 TEST(ElogDeliver, StandardErrorAndStandardOutput)
 {
@@ -277,6 +292,19 @@ TEST(ElogFile, AFullDiskIsSurvived)
     EXPECT_EQ(ended.status, 0);
 }
 
+TEST(ElogFile, OneThatCannotBeClosedIsReportedAndTheMessageDropped)
+{
+    const TempDir dir;
+    const std::string file = dir / "f";
+    const Ended ended = complained(file + " stdout", [] {
+        elog_log(0, "why");
+        Close_fails = true;
+    });
+    EXPECT_EQ(ended.err, "Can't close error file '" + file + "'\n\t: Input/output error\nwhy\n");
+    EXPECT_EQ(ended.out, "x\nkept 0");
+    EXPECT_EQ(read_file(file), "why\nx\n");
+}
+
 TEST(ElogFile, APathThatIsTooLongIsReportedWhole)
 {
     for (const size_t length : {4095u, 4096u, 100000u}) {
@@ -349,6 +377,26 @@ TEST(ElogPrintfd, OneRecordInEveryForm)
         EXPECT_EQ(in_child([&] { elog_msg_printfd(1, &c.msg); }).out, c.printed);
     EXPECT_EQ(in_child([] { elog_msg_printfd(1, nullptr); }).status, 0);
     EXPECT_EQ(in_child([&] { elog_msg_printfd(-1, &cases[0].msg); }).out, "");
+}
+
+TEST(ElogPrintfd, EachRecordIsOneWrite)
+{
+    const std::string large(9000, 'x');
+    const Ended ended = logged({}, [&] {
+        int ends[2];  // each write is a packet of its own
+        if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0)
+            abort();
+        errno = EACCES;
+        elog_log(1, "%s", large.c_str());
+        elog_log(0, "b");
+        elog_log(0, "b");
+        elog_printfd(ends[1], 0);
+        char packet[20000];
+        for (int i = 0; i < 2; ++i)
+            printf("[%.*s]", static_cast<int>(read(ends[0], packet, sizeof packet)), packet);
+    });
+    EXPECT_EQ(ended.out, "[elog_deliver_test: " + large + "\n\t##=> Permission denied\n]" +
+                             "[elog_deliver_test: b\n\t** repeated 2 times\n]");
 }
 
 TEST(ElogPrintfd, AnInterruptedWriteIsRepeated)

@@ -333,15 +333,16 @@ TEST(ElogInit, TheSignalListComesFromTheEnvironment)
     EXPECT_EQ(logged({"ELOG_SIGNALS="}, list).out, "[]");
 }
 
-TEST(ElogInit, TheReferenceTimeIsNow)
+TEST(ElogInit, TheReferenceTimeIsNowWhenTheEnvironmentGivesNone)
 {
-    const Ended ended = logged({}, [] {
+    const auto is_now = [] {
         const double before = std_now();
         double reference = 0;
         elog_query(ELOG_REFERENCE, 0, &reference);
         printf("%d", reference >= before && reference <= std_now());
-    });
-    EXPECT_EQ(ended.out, "1");
+    };
+    EXPECT_EQ(logged({}, is_now).out, "1");
+    EXPECT_EQ(logged({"ELOG_REFERENCE_TIME="}, is_now).out, "1");
 }
 
 TEST(ElogInit, TheReferenceTimeIsThatOfTheEnvironment)

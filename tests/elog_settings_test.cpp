@@ -136,9 +136,41 @@ TEST(ElogSettings, AParseThatReportsFirstDoesNotReadTheFile)
 
 TEST(ElogSettings, TheTimeCodesUseTheFormatsOfTheFile)
 {
-    EXPECT_EQ(report("t_format T%Y!\nu_format U%%\nELOG_TAG &Arr{\n complain %u\n}\n",
+    EXPECT_EQ(report("t_format T%%!\nu_format U%%\nELOG_TAG &Arr{\n complain %t %u\n}\n",
                      [] { elog_complain(0, "x"); }),
-              "U%: x\n");
+              "T%! U%: x\n");
+}
+
+TEST(ElogSettings, TheTextOfATimeCodeIsCutTo64Characters)
+{
+    const std::string t(100, 't'), u(65, 'u');
+    EXPECT_EQ(
+        report("t_format " + t + "\nu_format " + u + "\nELOG_TAG &Arr{\n complain [%t][%u]\n}\n",
+               [] { elog_complain(0, "x"); }),
+        "[" + t.substr(0, 64) + "][" + u.substr(0, 64) + "]: x\n");
+}
+
+TEST(ElogSettings, ADebuggerThatTheTableOfTheFileLacksIsTheDefaultOne)
+{
+    EXPECT_EQ(report("ELOG_DEBUG &Arr{\n complain true\n}\n",
+                     [] {
+                         elog_init(0, nullptr);
+                         EXPECT_STREQ(setting<char *>(ELOG_DEBUG_FIELD, 3), "");
+                         EXPECT_STREQ(setting<char *>(ELOG_DEBUG_FIELD, 4), "true");
+                         EXPECT_STREQ(setting<char *>(ELOG_DEBUG_FIELD, 5), "gdb %r %p");
+                     }),
+              "");
+}
+
+TEST(ElogSettings, TheSignalsOfTheEnvironmentWinOverTheFile)
+{
+    EXPECT_EQ(report("ELOG_SIGNALS SEGV\n",
+                     [] {
+                         setenv("ELOG_SIGNALS", "FPE", 1);
+                         elog_init(0, nullptr);
+                         EXPECT_STREQ(setting<char *>(ELOG_SIGNAL_LIST), "FPE");
+                     }),
+              "");
 }
 
 TEST(ElogSettings, ByDefaultTheTimeCodesGiveLocalTimeAndUtc)

@@ -94,6 +94,16 @@ TEST(ElogExpand, SecondsSinceTheReferenceTimeTakeTenPlacesWithSixDecimals)
     EXPECT_EQ(ended.out, "1 1");
 }
 
+TEST(ElogExpand, SecondsAreCutTo64Characters)
+{
+    const Ended ended = logged({}, [] {
+        elog_set(ELOG_REFERENCE, 0, -1e300);
+        const std::string text = expanded("[%e]");
+        printf("%zu %d", text.size(), text.find('.') == std::string::npos);
+    });
+    EXPECT_EQ(ended.out, "66 1");
+}
+
 TEST(ElogExpand, TheCurrentTimeIsLocalOrUtcInItsFormat)
 {
     const Ended ended = logged({"TZ=Asia/Tokyo"}, [] {

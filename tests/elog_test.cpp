@@ -481,6 +481,17 @@ TEST(ElogStack, ClearRegisterDeliversOnlyWhenAsked)
     EXPECT_EQ(ended.out, "0 0");
 }
 
+TEST(ElogStack, ClearRegisterEmptiesEvenWhenComplaintsAreKept)
+{
+    const Ended ended = logged({"ELOG_DELIVER=log@c"}, [] {
+        elog_log(0, "a");
+        elog_clear_register(1);
+        printf("%d", elog_mark());
+    });
+    EXPECT_EQ(ended.out, "0");
+    EXPECT_EQ(ended.err, "");
+}
+
 TEST(ElogStack, PrintingKeepsTheMessages)
 {
     const Ended ended = untagged([] {
@@ -869,6 +880,28 @@ TEST(ElogCallback, MayChangeEverythingUnderneath)
 
 // Questions and settings.
 
+TEST(ElogQuery, TheCodesHaveFixedNumbers)
+{
+    const int codes[] = {ELOG_TBL,
+                         ELOG_TBL_COPY,
+                         ELOG_TBL_TAKE,
+                         ELOG_ARGV,
+                         ELOG_ARGC,
+                         ELOG_COUNT,
+                         6,
+                         ELOG_MAXMSG_VALUE,
+                         ELOG_TAG_FIELD,
+                         ELOG_DELIVER_FIELD,
+                         ELOG_DEBUG_FIELD,
+                         ELOG_SIGNAL_LIST,
+                         ELOG_CALLBACK_FN,
+                         ELOG_STRING_FROM,
+                         ELOG_REFERENCE,
+                         ELOG_PROGRAM_NAME};
+    for (int i = 0; i < 16; ++i)
+        EXPECT_EQ(codes[i], i);
+}
+
 TEST(ElogQuery, TheStackItselfIsGivenWithoutACopy)
 {
     const Ended ended = untagged([] {
@@ -1252,10 +1285,11 @@ TEST(Elogs, ASeverityThatDoesNotExistIsMarked)
 TEST(ElogFprintf, PrintsAndCounts)
 {
     const Ended ended = logged({}, [] {
+        const char *null = nullptr;
         const int n = elog_fprintf(stdout, "%s-%d", "x", 7);
-        printf(" %d %d", n, elog_fprintf(nullptr, "x"));
+        printf(" %d %d %d", n, elog_fprintf(nullptr, "x"), elog_fprintf(stdout, null, 0));
     });
-    EXPECT_EQ(ended.out, "x-7 3 -1");
+    EXPECT_EQ(ended.out, "x-7 3 -1 -1");
 }
 
 // Streams that do not take what is printed.

@@ -117,6 +117,17 @@ TEST(Qelelog, OnlyTheMessagesFromTheMarkOnGoAndTheOthersStay)
     EXPECT_EQ(ended.out, "{a|qelelog_test|above\n}below\n");
 }
 
+TEST(Qelelog, AMarkBeyondTheStackSendsNothingAndTheStackStays)
+{
+    const Root root(kPrinting);
+    const Ended ended = sending(root, "qel:a", [] {
+        elog_log(0, "below");
+        elog_flush(1, 99);
+        printf("%s", stack_text().c_str());
+    });
+    EXPECT_EQ(ended.out, "{a|qelelog_test|}below\n");
+}
+
 TEST(Qelelog, ABadWordAfterItShowsTheStackStill)
 {
     const Root root(kPrinting);

@@ -53,6 +53,13 @@ void log_x()
     elog_log(0, "x");
 }
 
+const std::string kText500(500, 'x');
+
+void log_500()
+{
+    elog_log(0, "%s", kText500.c_str());
+}
+
 void copy_the_stack()
 {
     Tbl *copy = nullptr;
@@ -80,6 +87,8 @@ TEST(ElogOutOfMemory, EachItemIsNamed)
         {2, log_x, copy_the_stack, "oom_test: x\n" + message("elog_query", "9", "msg")},
         {0, log_x, [] { elog_printfd(1, 0); },
          "oom_test: x\n" + message("elog_msg_printfd", "1024", "buf")},
+        {0, log_500, [] { elog_printfd(1, 0); },
+         "oom_test: " + kText500 + "\n" + message("elog_msg_printfd", "1218", "buf")},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.said);
