@@ -7,6 +7,7 @@ namespace {
 
 // clang-format off
 constexpr Command kCommands[] = {
+    {"check", "FILE...", "tell what is wrong in files", pf_check},
     {"files", "NAME", "list the files that are read for a name", pf_files},
     {"get", "NAME ADDRESS", "print a value as a program gets it", pf_get},
     {"shell", "NAME PREFIX", "print assignments for a shell", pf_shell},

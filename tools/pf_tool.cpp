@@ -74,6 +74,22 @@ Pf *child_of(const Pf *table, const std::string &key)
     return static_cast<Pf *>(getarr(table->value.arr, key.c_str()));
 }
 
+std::string quoted(std::string_view text)
+{
+    std::string out = "'";
+    for (const char c : text) {
+        char escape[8] = {c};
+        if (c == '\n')
+            strcpy(escape, "\\n");
+        else if (c == '\t')
+            strcpy(escape, "\\t");
+        else if (static_cast<unsigned char>(c) < ' ' || c == 127)
+            snprintf(escape, sizeof escape, "\\%03o", static_cast<unsigned>(c));
+        out += escape;
+    }
+    return out + "'";
+}
+
 // ---- JSON ----
 
 namespace {

@@ -38,6 +38,11 @@ Pf *child_of(const Pf *table, const std::string &key);
 void add_json(std::string &out, const Pf *pf, int level);
 void add_json_string(std::string &out, std::string_view text);
 
+// The text between single quotes, for messages on one line: newlines and other
+// control characters are written as escapes.
+std::string quoted(std::string_view text);
+
+int pf_check(int argc, char **argv);
 int pf_files(int argc, char **argv);
 int pf_get(int argc, char **argv);
 int pf_shell(int argc, char **argv);

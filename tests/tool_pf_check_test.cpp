@@ -1,0 +1,149 @@
+// stock pf check, as a user runs it.
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "support/child.h"
+#include "support/temp_dir.h"
+
+using testing::HasSubstr;
+using testing::StartsWith;
+
+namespace {
+
+class ToolPfCheck : public testing::Test {
+protected:
+    Ended check(std::vector<std::string> words)
+    {
+        words.insert(words.begin(), {tool_path(), "pf", "check"});
+        return run_program(words, "",
+                           {"PFPATH=" + dir_.path(), "DATAPATH=" + dir_.path(), "WHERE=sub"});
+    }
+
+    // What is found in a file with this text, without the name of the file.
+    std::string found(const std::string &text)
+    {
+        const std::string path = dir_.file("x.pf", text);
+        const Ended ended = check({path});
+        EXPECT_EQ(ended.err, "");
+        EXPECT_EQ(ended.status, ended.out.empty() ? 0 : 1);
+        std::string out = ended.out;
+        for (size_t at; (at = out.find(path + ":")) != std::string::npos;)
+            out.erase(at, path.size() + 1);
+        return out;
+    }
+
+    TempDir dir_;
+};
+
+}  // namespace
+
+TEST_F(ToolPfCheck, SaysNothingOfGoodFiles)
+{
+    EXPECT_EQ(found("# c\na 1\nb &a\nt &Arr{\n c &a &{b}\n l &Tbl{\n  &c\n }\n}\n"), "");
+}
+
+TEST_F(ToolPfCheck, FindsEveryErrorOfSyntaxWithItsLine)
+{
+    EXPECT_EQ(found("}\na 1\n}\nb &Arr{\n c &Tbl{\n  x\n"),
+              "1: '}' closes nothing\n3: '}' closes nothing\n"
+              "4: table 'b' is not closed\n5: list 'c' is not closed\n");
+}
+
+TEST_F(ToolPfCheck, FindsALiteralThatDoesNotEnd)
+{
+    EXPECT_EQ(found("a 1\nb &Literal{\nx\n"), "2: literal 'b' is not closed\n");
+    EXPECT_EQ(found("b &Literal\"END\nx\n"), "1: literal 'b' is not closed\n");
+}
+
+TEST_F(ToolPfCheck, FindsNestingThatIsTooDeep)
+{
+    std::string text;
+    for (int i = 0; i < 12; ++i)
+        text += "a &Arr{\n";
+    for (int i = 0; i < 12; ++i)
+        text += "}\n";
+    EXPECT_EQ(found(text), "12: nested more than 11 deep\n");
+}
+
+TEST_F(ToolPfCheck, FindsValuesThatSwallowATable)
+{
+    EXPECT_EQ(found("a = &Arr{\nb = &Tbl{\nc = &Literal{\n"),
+              "1: the value swallows '&Arr{'\n2: the value swallows '&Tbl{'\n"
+              "3: the value swallows '&Literal{'\n");
+}
+
+TEST_F(ToolPfCheck, FindsKeysThatAreGivenTwice)
+{
+    EXPECT_EQ(found("a 1\nt &Arr{\n a 1\n b 2\n b 3\n}\na 2\n"),
+              "5: key 'b' is given again, first on line 4\n"
+              "7: key 'a' is given again, first on line 1\n");
+}
+
+TEST_F(ToolPfCheck, AKeyMayBeGivenAgainOnceItIsUndefined)
+{
+    EXPECT_EQ(found("a 1\na &Undef{}\na 2\n"), "");
+}
+
+TEST_F(ToolPfCheck, FindsReferencesThatLeadToNothing)
+{
+    EXPECT_EQ(found("a &no\nt &Arr{\n in 1\n b &in &{none}\n}\nc &in\nd &t\n"),
+              "1: '&no' leads to nothing\n4: '&{none}' leads to nothing\n"
+              "6: '&in' leads to nothing\n7: '&t' leads to nothing\n");
+}
+
+TEST_F(ToolPfCheck, AnAmpersandBeforeNoNameIsNoReference)
+{
+    EXPECT_EQ(found("a &exec(ls 2>&1 && date)\nb x & y\n"), "");
+}
+
+TEST_F(ToolPfCheck, FindsReferencesToOtherFilesThatLeadToNothing)
+{
+    dir_.file("other.pf", "k 1\nt &Arr{\n l &Tbl{\n 1\n }\n}\n");
+    EXPECT_EQ(found("a &ref(other, k)\nb &ref(other, t{l}[0])\nc &ref(other, t{l}[1])\n"
+                    "d &ref(nosuch, k)\n"),
+              "3: '&ref(other, t{l}[1])' leads to nothing\n"
+              "4: '&ref(nosuch, k)' leads to nothing\n");
+}
+
+TEST_F(ToolPfCheck, FindsFilesThatAreNotThere)
+{
+    dir_.file("sub/y", "");
+    EXPECT_EQ(found("a &file(sub/y)\nb &file($WHERE/y)\nc &file(y)\nd &datafile(sub/y)\n"
+                    "e &datafile(nosuch)\n"),
+              "3: '&file(y)' leads to nothing\n5: '&datafile(nosuch)' leads to nothing\n");
+}
+
+TEST_F(ToolPfCheck, SeveralFilesAreOneTree)
+{
+    const std::string first = dir_.file("1.pf", "a 1\nb &c\n");
+    const std::string second = dir_.file("2.pf", "c &a\na &Undef{}\n");
+    EXPECT_EQ(check({first, second}).out, second + ":1: '&a' leads to nothing\n");
+}
+
+TEST_F(ToolPfCheck, SaysNothingOfTheInstalledFiles)
+{
+    const Ended ended =
+        check({source_path("data/pf/elog.pf"), source_path("data/pf/time_formats.pf")});
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(ToolPfCheck, AFileThatCannotBeReadHasStatus1)
+{
+    const Ended ended = check({dir_ / "no.pf"});
+    EXPECT_THAT(ended.err, HasSubstr("can't open parameter file '" + dir_ / "no.pf"));
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(check({dir_.path()}).err, HasSubstr("can't read parameter file"));
+}
+
+TEST_F(ToolPfCheck, HelpsAndRefusesWrongUsage)
+{
+    EXPECT_THAT(check({"--help"}).out, StartsWith("usage: stock pf check FILE..."));
+    EXPECT_EQ(check({}).status, 2);
+    EXPECT_EQ(check({"--nosuch"}).status, 2);
+}

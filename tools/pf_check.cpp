@@ -1,0 +1,166 @@
+// stock pf check: what is wrong, or looks wrong, in parameter files.
+
+#include <algorithm>
+#include <cctype>
+#include <map>
+
+#include <unistd.h>
+
+#include "pf_origin.h"
+#include "pf_tool.h"
+
+namespace {
+
+constexpr const char *kHelp =
+    "usage: stock pf check FILE...\n"
+    "\n"
+    "Prints a line FILE:LINE: MESSAGE for all that is wrong in parameter files:\n"
+    "\n"
+    "  - errors of syntax, behind which the library stops reading\n"
+    "  - lists, tables and literals that the end of the file leaves open\n"
+    "  - values that swallow the beginning of a list, table or literal\n"
+    "  - keys that a file gives twice\n"
+    "  - references &name, &ref(file, address), &file(path) and &datafile(name) that\n"
+    "    lead to nothing\n"
+    "\n"
+    "Several files are read in this order into one tree: a reference may lead to a\n"
+    "value of another of them. The exit status is 1 when there is anything.\n";
+
+class Check {
+public:
+    Check(const Sources &sources, const Source &source) : sources_(sources), source_(source)
+    {
+        found_ = source.problems;
+        Place top{&source, &source.top, {}};
+        container(top);
+    }
+
+    // Prints what was found, in the order of the file. Whether there was anything.
+    bool print()
+    {
+        std::stable_sort(found_.begin(), found_.end(),
+                         [](const Problem &a, const Problem &b) { return a.place < b.place; });
+        for (const Problem &problem : found_)
+            printf("%s: %s\n", file_and_line(source_, problem.place).c_str(), problem.text.c_str());
+        return !found_.empty();
+    }
+
+private:
+    void add(const Entry &entry, std::string text)
+    {
+        found_.push_back({entry.begin, std::move(text)});
+    }
+
+    void container(const Place &place)
+    {
+        std::map<std::string, const Entry *> given;
+        const bool table = place.entry->kind == Entry::Kind::table;
+        for (const Entry &entry : place.entry->children) {
+            if (table)
+                once(given, entry);
+            Place child{place.source, &entry, place.around};
+            if (place.entry != &source_.top)
+                child.around.push_back(place.entry);
+            if (entry.is_container())
+                container(child);
+            else
+                references(child);
+        }
+    }
+
+    // A key may be given again behind its "&Undef{}".
+    void once(std::map<std::string, const Entry *> &given, const Entry &entry)
+    {
+        if (entry.kind == Entry::Kind::undef) {
+            given.erase(entry.key);
+            return;
+        }
+        const Entry *&first = given[entry.key];
+        if (first)
+            add(entry, "key " + quoted(entry.key) + " is given again, first on line " +
+                           std::to_string(source_.line_of(first->begin)));
+        first = &entry;
+    }
+
+    // A "&" before what is no name, as in "2>&1", is just that; a swallowed "&Tbl{" is
+    // told of already.
+    static bool is_meant(const Reference &reference)
+    {
+        for (const char *mark : {"&Tbl", "&Arr", "&Literal"})
+            if (reference.written == mark)
+                return false;
+        const char c = reference.written[1];
+        return c == '{' || c == '_' || isalpha(static_cast<unsigned char>(c));
+    }
+
+    void references(const Place &place)
+    {
+        const std::string &text = place.entry->text;
+        bool plain = true;
+        for (const Reference &reference : references_in(text)) {
+            plain = false;
+            if (is_meant(reference) && !find_reference(sources_, place, reference.name).entry)
+                add(*place.entry, quoted(reference.written) + " leads to nothing");
+        }
+        // What expands to something else is known only where it is evaluated.
+        if (place.entry->kind == Entry::Kind::function && plain && !leads_somewhere(text))
+            add(*place.entry,
+                quoted(text.substr(0, text.find_last_of(')') + 1)) + " leads to nothing");
+    }
+
+    bool leads_somewhere(const std::string &function) const
+    {
+        if (const std::string path = argument_of(function, "&file("); !path.empty())
+            return is_there(path);
+        if (const std::string name = argument_of(function, "&datafile("); !name.empty()) {
+            const std::unique_ptr<char, decltype(&free)> path(datafile("", name.c_str()), free);
+            return path != nullptr;
+        }
+        const std::string argument = argument_of(function, "&ref(");
+        if (argument.empty())
+            return true;
+        const auto [file, address] = split_argument(argument);
+        const Sources other = read_sources(file.c_str(), OnError::stop);
+        const auto steps = parse_address(address);
+        return !other.empty() && (address.empty() || (steps && find_place(other, *steps).entry));
+    }
+
+    // A relative path is seen from the file.
+    bool is_there(const std::string &argument) const
+    {
+        const std::unique_ptr<char, decltype(&free)> path(expand_env(argument.c_str()), free);
+        const size_t slash = source_.file.rfind('/');
+        const bool alone = *path == '/' || slash == std::string::npos;
+        return is_present(
+            (alone ? std::string(path.get()) : source_.file.substr(0, slash + 1) + path.get())
+                .c_str());
+    }
+
+    const Sources &sources_;
+    const Source &source_;
+    std::vector<Problem> found_;
+};
+
+}  // namespace
+
+int pf_check(int argc, char **argv)
+{
+    if (helped(argc, argv, kHelp))
+        return kDone;
+    if (argc < 2)
+        return wrong_usage("stock pf check", "which file?");
+    if (argv[1][0] == '-')
+        return wrong_usage("stock pf check", "no option '%s'", argv[1]);
+
+    int status = kDone;
+    Sources sources;
+    for (int i = 1; i < argc; ++i)
+        if (auto source = read_source(argv[i], OnError::go_on))
+            sources.push_back(std::move(*source));
+        else
+            status = kFailed;
+    for (const Source &source : sources)
+        if (Check(sources, source).print())
+            status = kFailed;
+    return status;
+}

@@ -1,0 +1,76 @@
+// A parameter file as it is written: every value with its place in the text.
+//
+// The library reads a text into a tree and forgets where its values stood. What
+// edits a file, or says where something is, needs the places. A Source holds every
+// value in the order of the text, also those that a later one replaces.
+
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct Entry {
+    enum class Kind { text, function, list, table, undef };
+
+    bool is_container() const { return kind == Kind::list || kind == Kind::table; }
+
+    Kind kind = Kind::table;
+    std::string key;              // empty in a list
+    std::string text;             // of a text: the value; of a function: as it is written
+    std::vector<Entry> children;  // of a list or table
+
+    // Bytes of the text.
+    size_t begin = 0;        // the key; in a list the value
+    size_t value_begin = 0;  // the value, without blanks and comments
+    size_t value_end = 0;
+    size_t end = 0;  // behind the newline of the last line
+};
+
+struct Problem {
+    size_t place;
+    std::string text;
+};
+
+struct Source {
+    int line_of(size_t place) const;
+
+    std::string file;
+    std::string text;  // all of the file
+    Entry top;
+    size_t text_end = 0;            // where the end mark stands, or the end of the text
+    std::vector<Problem> problems;  // in the order of the text
+    bool failed = false;            // the library refuses it
+};
+
+// Behind a syntax error the library stops reading; who looks for errors goes on.
+enum class OnError { stop, go_on };
+
+Source scan_source(std::string text, OnError on_error);
+
+// Reads a file; nothing, after a complaint, when it cannot be read.
+std::optional<Source> read_source(const std::string &file, OnError on_error);
+
+// The last entry of a key, which may be an "&Undef{}"; null when there is none.
+const Entry *last_of(const Entry &table, std::string_view key);
+
+// The value of a key in the end; null when it has none.
+const Entry *find_key(const Entry &table, std::string_view key);
+
+// The elements of a list in the end.
+std::vector<const Entry *> elements(const Entry &list);
+
+// A step of an address: a key, or the index of a list's element.
+struct Step {
+    std::string key;
+    long index = -1;  // below 0 for a key
+};
+
+// Cuts an address such as "a{b}[2]" into steps; nothing when it is none.
+std::optional<std::vector<Step>> parse_address(std::string_view address);
+
+// One step, or all steps from the one given on; null when they lead nowhere.
+const Entry *take_step(const Entry &from, const Step &step);
+const Entry *take_steps(const Entry *from, const std::vector<Step> &steps, size_t first);
