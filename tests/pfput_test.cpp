@@ -105,6 +105,32 @@ TEST(Pfput, AReferenceInAPutValueSeesItsNewSurroundings)
     EXPECT_STREQ(pfget_string(pf.get(), "g{x}"), "/u/y");
 }
 
+TEST(Pfput, ReferencesInATakenOverListOrArraySeeTheirNewSurroundings)
+{
+    const PfPtr pf = parse("home /u\n");
+    const auto reference = [] {
+        Pf *node = pfnew(PFSTRING);
+        node->value.s = strdup("&home/z");
+        return node;
+    };
+    Tbl *list = newtbl(0);
+    pushtbl(list, reference());
+    Arr *array = newarr(nullptr);
+    setarr(array, "x", reference());
+    pfput(pf.get(), "t", list, PFTBL);
+    pfput(pf.get(), "a", array, PFARR);
+    EXPECT_STREQ(pfget_string(pf.get(), "t[0]"), "/u/z");
+    EXPECT_STREQ(pfget_string(pf.get(), "a{x}"), "/u/z");
+}
+
+TEST(Pfput, WithoutAKeyFreesTheValueAndChangesNothing)
+{
+    const PfPtr pf = parse("a 1\n");
+    pfput_string(pf.get(), nullptr, "x");
+    pfput(pf.get(), nullptr, parse("b 2\n").release(), PFGRAFT);
+    EXPECT_EQ(tree_text(pf.get()), "{a: \"1\"}");
+}
+
 TEST(PfputDeathTest, RefusesABadTypeAndABadNode)
 {
     const Ended type = in_child([] { pfput(pfnew(PFFILE), "k", nullptr, PFUNDEF); });
@@ -140,6 +166,7 @@ TEST(Pfdel, TakesAChildOut)
     const PfPtr pf = parse("a 1\nt &Tbl{\n x\n y\n}\n");
     const PfPtr a(pfdel(pf.get(), "a"));
     EXPECT_EQ(tree_text(a.get()), "\"1\"");
+    EXPECT_EQ(a->parent, nullptr);
     EXPECT_EQ(pfdel(pf.get(), "a"), nullptr);
     Pf *list = nullptr;
     pfresolve(pf.get(), "t", 0, &list);

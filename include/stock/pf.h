@@ -497,7 +497,7 @@ STOCK_API int pfresolve(Pf *pf, const char *address, int create, Pf **node);
 
 /*
  * Puts a value under a direct key of a table or at an index (pfindex) of a list; what
- * stood there is freed.
+ * stood there is freed. A table has no null key: the value itself is freed then.
  *
  *     type          value                 what becomes of it
  *     PFSTRING      char *, text          copied

@@ -113,6 +113,8 @@ void put(Pf *pf, const char *key, Pf *node)
 {
     if (!is_container(pf))
         elog_die(0, "Bad pf pointer in pfput.\n");
+    if (pf->type != PFTBL && !key)
+        return pffree(node);
     Pf *old = replace(pf, key, node);
     if (old != node)
         pffree(old);
