@@ -1243,6 +1243,7 @@ TEST(ElogFreeMsg, FreesWhatIsThereAndCopesWithWhatIsNot)
     elog_free_msg(&full);
     Elog_msg empty = {};
     elog_free_msg(&empty);
+    elog_free_msg(nullptr);
     SUCCEED();
 }
 

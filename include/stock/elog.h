@@ -256,7 +256,10 @@ STOCK_API int elog_fprintf(FILE *stream, const char *format, ...) STOCK_PRINTF(2
 /* Returns the name of a severity, borrowed for good, or null outside 0 .. 6. */
 STOCK_API const char *elog_severity(int severity);
 
-/* Frees the three strings of an Elog_msg, not the record: a free function for lists of them. */
+/*
+ * Frees the three strings of an Elog_msg, not the record: a free function for lists
+ * of them. Null is ignored, as by free.
+ */
 STOCK_API void elog_free_msg(void *msg);
 
 /*

@@ -422,6 +422,8 @@ const char *elog_severity(int severity)
 void elog_free_msg(void *entry)
 {
     auto *msg = static_cast<Elog_msg *>(entry);
+    if (!msg)
+        return;
     std::free(msg->tag);
     std::free(msg->msg);
     std::free(msg->sys);
