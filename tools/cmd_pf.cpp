@@ -12,6 +12,7 @@ constexpr Command kCommands[] = {
     {"get", "NAME ADDRESS", "print a value as a program gets it", pf_get},
     {"shell", "NAME PREFIX", "print assignments for a shell", pf_shell},
     {"show", "FILE|NAME...", "print the tree that files give together", pf_show},
+    {"watch", "NAME", "print what changes in the files", pf_watch},
     {},
 };
 // clang-format on

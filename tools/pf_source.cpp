@@ -317,7 +317,7 @@ private:
 
     // ---- Literals ----
 
-    bool unfinished(Entry literal)
+    bool unfinished(const Entry &literal)
     {
         problem(literal.value_begin, "is not closed", literal);
         source_.failed = true;
@@ -341,11 +341,11 @@ private:
         const size_t quote = place_ + strlen("&Literal");
         const size_t newline = find("\n", quote);
         if (newline == text_.size())
-            return unfinished(std::move(literal));
+            return unfinished(literal);
         const std::string_view word = text_.substr(quote, std::min(newline - quote, kMaxWord));
         const size_t end = text_.find(word, newline + 1);
         if (end == std::string_view::npos)
-            return unfinished(std::move(literal));
+            return unfinished(literal);
         return store_literal(std::move(literal), newline + 1, end, word.size());
     }
 
@@ -361,7 +361,7 @@ private:
                            : i + 1 < kDelimiters.size() ? kDelimiters[i + 1]
                                                         : '\0';
         if (place_ > text_.size() || !close)
-            return unfinished(std::move(literal));
+            return unfinished(literal);
         if (!at_line_start())
             skip_line();
         const size_t body = place_;
@@ -371,7 +371,7 @@ private:
                 return store_literal(std::move(literal), body, p, 1);
             depth += text_[p] == open && open != close;
         }
-        return unfinished(std::move(literal));
+        return unfinished(literal);
     }
 
     // ---- Containers ----

@@ -47,3 +47,4 @@ int pf_files(int argc, char **argv);
 int pf_get(int argc, char **argv);
 int pf_shell(int argc, char **argv);
 int pf_show(int argc, char **argv);
+int pf_watch(int argc, char **argv);
