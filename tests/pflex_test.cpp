@@ -200,7 +200,7 @@ TEST(PflexKey, AnOctalZeroEndsTheKey)
 
 TEST(PflexKey, KeysOf1023BytesAreWholeAndLongerOnesAreCut)
 {
-    for (const size_t length : {1022, 1023, 1024, 1025, 100000}) {
+    for (const size_t length : {1022u, 1023u, 1024u, 1025u, 100000u}) {
         SCOPED_TRACE(length);
         const std::string key(length, 'k');
         const std::string kept = "{" + key.substr(0, 1023) + ": \"1\"}";
@@ -711,7 +711,7 @@ TEST(PflexHereDocument, WithoutAWordEndsAtTheNextQuote)
 
 TEST(PflexHereDocument, AWordOf127CharactersIsWholeAndALongerOneIsCut)
 {
-    for (const size_t length : {126, 127, 128, 1000}) {
+    for (const size_t length : {126u, 127u, 128u, 1000u}) {
         SCOPED_TRACE(length);
         const std::string word(length, 'w');
         const std::string kept(std::min<size_t>(length, 127), 'w');

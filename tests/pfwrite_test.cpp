@@ -360,7 +360,7 @@ TEST(Pfwrite, ReportsAFileThatCannotBeOpened)
 
 TEST(Pfwrite, ReportsAFullDisk)
 {
-    for (const size_t size : {10, 1'000'000}) {
+    for (const size_t size : {10u, 1'000'000u}) {
         EXPECT_EQ(pfwrite("/dev/full", tree_with(std::string(size, 'x')).get()), -1);
         EXPECT_EQ(take_log(), "Can't close /dev/full.\n\tNo space left on device\n");
     }

@@ -11,9 +11,10 @@ namespace stock {
 
 class GrowingText {
 public:
-    GrowingText(std::size_t size, const char *item, const char *function)
-        : size_(size), item_(item), function_(function),
-          text_(static_cast<char *>(allocate(size, item, function)))
+    GrowingText(std::size_t size, const char *item, const char *function,
+                int line = __builtin_LINE(), const char *file = __builtin_FILE())
+        : size_(size), item_(item), function_(function), line_(line), file_(file),
+          text_(static_cast<char *>(allocate(size, item, function, line, file)))
     {
     }
 
@@ -29,7 +30,8 @@ public:
     {
         if (length_ + value.size() + remaining + 1 > size_) {
             size_ = length_ + value.size() + remaining + 2;
-            text_.reset(static_cast<char *>(reallocate(text_.release(), size_, item_, function_)));
+            text_.reset(static_cast<char *>(
+                reallocate(text_.release(), size_, item_, function_, line_, file_)));
         }
         add(value);
     }
@@ -46,6 +48,8 @@ private:
     std::size_t length_ = 0;
     const char *item_;
     const char *function_;
+    int line_;
+    const char *file_;
     Owned<char> text_;
 };
 
