@@ -130,12 +130,13 @@ bool from_environment(const char *variable, double &value)
 // What is set up once in a process.
 void set_up_once()
 {
-    const char *signals = join_settings_file();
+    Owned<char> of_file(join_settings_file());
     from_environment("ELOG_MAXMSG", Max_msg);
     join_show_stack("ELOG_STACK");
-    if (const char *list = std::getenv("ELOG_SIGNALS"))
-        signals = list;
-    join_fault_handlers(signals ? signals : kSignals);
+    const char *signals = std::getenv("ELOG_SIGNALS");
+    if (!signals)
+        signals = of_file ? of_file.release() : kSignals;
+    join_fault_handlers(signals);
 }
 
 // What every call takes from the environment.

@@ -81,17 +81,18 @@ double join_reference_time(const char *text)
     return str2epoch(text);
 }
 
-const char *join_settings_file()
+char *join_settings_file()
 {
     // Who parses at the moment may be about to report and wait for the log.
     const std::unique_lock parsing(Pf_lock, std::try_to_lock);
     if (!parsing || Pf_busy)
         return nullptr;
     Pf *pf = nullptr;
-    const char *signals = nullptr;
+    char *signals = nullptr;
     if (pfread("elog", &pf) == 0) {
         take_settings(pf);
-        signals = kept(pf, "ELOG_SIGNALS", "");
+        const char *list = setting(pf, "ELOG_SIGNALS");
+        signals = copy_text(list ? list : "", "ELOG_SIGNALS", "elog_init");
     }
     pffree(pf);
     return signals;

@@ -32,8 +32,8 @@ void join_time(const char *format, const char *zone, char *out, std::size_t size
 double join_reference_time(const char *text);
 
 // Takes what "elog.pf" sets, unless a parameter file is being read at the moment.
-// Returns the signal list of the file, "" when the file has none, or null when there
-// was no file.
-const char *join_settings_file();
+// Returns the signal list of the file, "" when the file has none, as a new string that
+// the caller frees, or null when there was no file.
+char *join_settings_file();
 
 }  // namespace stock::logging
