@@ -8,6 +8,7 @@ namespace {
 // clang-format off
 constexpr Command kCommands[] = {
     {"check", "FILE...", "tell what is wrong in files", pf_check},
+    {"explain", "NAME ADDRESS", "tell where a value comes from", pf_explain},
     {"files", "NAME", "list the files that are read for a name", pf_files},
     {"get", "NAME ADDRESS", "print a value as a program gets it", pf_get},
     {"shell", "NAME PREFIX", "print assignments for a shell", pf_shell},

@@ -52,7 +52,8 @@ void add_values(Values &values, const std::string &address, const Pf *pf)
     case PFARR:
         values[address] = "&Arr{";
         for (const std::string &key : keys_of(pf))
-            add_values(values, address + "{" + key + "}", child_of(pf, key));
+            add_values(values, std::string(address).append("{").append(key).append("}"),
+                       child_of(pf, key));
         break;
     case PFTBL:
         values[address] = "&Tbl{";
