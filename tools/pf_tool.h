@@ -43,9 +43,11 @@ void add_json_string(std::string &out, std::string_view text);
 std::string quoted(std::string_view text);
 
 int pf_check(int argc, char **argv);
+int pf_del(int argc, char **argv);
 int pf_explain(int argc, char **argv);
 int pf_files(int argc, char **argv);
 int pf_get(int argc, char **argv);
+int pf_set(int argc, char **argv);
 int pf_shell(int argc, char **argv);
 int pf_show(int argc, char **argv);
 int pf_watch(int argc, char **argv);
