@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "support/child.h"
 #include "support/temp_dir.h"
@@ -187,6 +188,31 @@ TEST_F(ToolPfSet, GoesThroughSymbolicLinksAndKeepsTheMode)
     EXPECT_EQ(status.st_mode & 07777, 0640U);
     const auto files = std::filesystem::directory_iterator(dir_ / "d");
     EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+}
+
+TEST_F(ToolPfSet, KeepsTheOwner)
+{
+    const uid_t owner = geteuid() == 0 ? 1 : geteuid();
+    const std::string path = dir_.file("x.pf", "k 1\n");
+    ASSERT_EQ(chown(path.c_str(), owner, static_cast<gid_t>(-1)), 0);
+    ASSERT_EQ(chmod(path.c_str(), 04750), 0);
+    EXPECT_EQ(pf({"set", path, "k", "2"}).status, 0);
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_uid, owner);
+    EXPECT_EQ(status.st_mode & 07777, 04750U);
+    EXPECT_EQ(read_file(path), "k 2\n");
+}
+
+TEST_F(ToolPfSet, RefusesWhatIsNoRegularFile)
+{
+    const std::string path = dir_ / "fifo";
+    ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
+    for (const std::string &file : {path, dir_.path()}) {
+        const Ended ended = pf({"set", file, "k", "2"});
+        EXPECT_EQ(ended.err, "stock: '" + file + "' is no regular file\n");
+        EXPECT_EQ(ended.status, 1);
+    }
 }
 
 TEST_F(ToolPfSet, WhatIsAlreadySoIsNotWritten)

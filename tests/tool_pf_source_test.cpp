@@ -54,6 +54,20 @@ bool same(const Entry &entry, const Pf *pf)
     }
 }
 
+// Whether the entries lie one behind the other, each with its parts in order.
+bool in_order(const std::vector<Entry> &entries, size_t from, size_t to)
+{
+    for (const Entry &entry : entries) {
+        if (entry.begin < from || entry.value_begin < entry.begin ||
+            entry.value_end < entry.value_begin || entry.end < entry.value_end || entry.end > to)
+            return false;
+        if (!in_order(entry.children, entry.value_begin, entry.end))
+            return false;
+        from = entry.end;
+    }
+    return true;
+}
+
 int silence(int, const char *, Tbl *)
 {
     return 1;
@@ -139,6 +153,26 @@ TEST(PfSource, FindsInRandomTextsWhatTheLibraryReads)
         good += result == 0;
     }
     EXPECT_GT(good, 10000);
+}
+
+TEST(PfSource, KeepsPlacesInOrderBehindErrorsToo)
+{
+    std::mt19937 random(8);
+    for (int i = 0; i < 50000; ++i) {
+        const std::string text = random_text(random);
+        SCOPED_TRACE(text);
+        const Source source = scan_source(text, OnError::go_on);
+        EXPECT_EQ(source.failed, scan_source(text, OnError::stop).failed);
+        ASSERT_TRUE(in_order(source.top.children, 0, text.size()));
+    }
+}
+
+TEST(PfSource, GoesOnBehindAnError)
+{
+    const Source source = scan_source("a 1\n}\nb 2\n", OnError::go_on);
+    EXPECT_TRUE(source.failed);
+    ASSERT_NE(find_key(source.top, "b"), nullptr);
+    EXPECT_EQ(scan_source("a 1\n}\nb 2\n", OnError::stop).top.children.size(), 1U);
 }
 
 TEST(PfSource, EndsAtAZeroByteAsTheLibraryDoes)

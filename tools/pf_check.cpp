@@ -120,7 +120,7 @@ private:
         if (argument.empty())
             return true;
         const auto [file, address] = split_argument(argument);
-        const Sources other = read_sources(file.c_str(), OnError::stop);
+        const Sources other = read_sources(file.c_str());
         const auto steps = parse_address(address);
         return !other.empty() && (address.empty() || (steps && find_place(other, *steps).entry));
     }

@@ -272,6 +272,10 @@ int write_first_good(const Source &source, const std::vector<std::string> &texts
 // Reads a file that is to be edited; nothing, after a complaint, when it cannot be.
 std::optional<Source> read_for_edit(const char *file)
 {
+    if (is_present(file) && !is_file(file)) {
+        elog_complain(0, "'%s' is no regular file\n", file);
+        return {};
+    }
     std::optional<Source> source = read_source(file, OnError::stop);
     const bool good = source && !source->failed && source->text.find('\0') == std::string::npos;
     if (source && !good)

@@ -142,7 +142,7 @@ private:
         if (!references_in(text).empty())
             return;
         const auto [file, address] = split_argument(argument);
-        const Sources others = read_sources(file.c_str(), OnError::stop);
+        const Sources others = read_sources(file.c_str());
         const auto steps = parse_address(address);
         indent(depth);
         printf("%s ", text.substr(0, text.find_last_of(')') + 1).c_str());
@@ -192,7 +192,7 @@ int pf_explain(int argc, char **argv)
     const bool whole = read_name(argv[1], tree);
     if (!tree)
         return kFailed;
-    const Sources sources = read_sources(argv[1], OnError::stop);
+    const Sources sources = read_sources(argv[1]);
     const Explanation explanation(sources, *steps);
     explanation.print();
     const Entry *winner = explanation.winner();

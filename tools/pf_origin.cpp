@@ -4,9 +4,8 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdlib>
 
-#include "stock.h"
+#include "pf_tool.h"
 
 namespace {
 
@@ -100,14 +99,12 @@ std::pair<std::string, std::string> split_argument(std::string_view argument)
             trimmed(argument.substr(std::min(comma + 1, argument.size())))};
 }
 
-Sources read_sources(const char *name, OnError on_error)
+Sources read_sources(const char *name)
 {
     Sources sources;
-    Tbl *files = pffiles(name, 0);
-    for (int64_t i = 0; i < files->count; ++i)
-        if (auto source = read_source(static_cast<const char *>(gettbl(files, i)), on_error))
+    for (const std::string &file : files_of(name))
+        if (auto source = read_source(file, OnError::stop))
             sources.push_back(std::move(*source));
-    freetbl(files, free);
     return sources;
 }
 

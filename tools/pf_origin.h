@@ -40,8 +40,9 @@ std::string argument_of(std::string_view function, std::string_view prefix);
 // The file and the address of what stands between the parentheses of "&ref(".
 std::pair<std::string, std::string> split_argument(std::string_view argument);
 
-// Reads all files of a name, without complaint when there are none.
-Sources read_sources(const char *name, OnError on_error);
+// Reads all files of a name as the library does; none, without complaint, when there
+// are none.
+Sources read_sources(const char *name);
 
 // "FILE:LINE" of a place in a file.
 std::string file_and_line(const Source &source, size_t place);

@@ -54,11 +54,7 @@ std::vector<std::string> files_of_word(const char *word)
 {
     if (!strcmp(word, "-") || (is_present(word) && !is_dir(word) && access(word, R_OK) == 0))
         return {word};
-    std::vector<std::string> files;
-    Tbl *list = pffiles(word, 0);
-    for (int64_t i = 0; i < list->count; ++i)
-        files.emplace_back(static_cast<const char *>(gettbl(list, i)));
-    freetbl(list, free);
+    std::vector<std::string> files = files_of(word);
     if (files.empty())
         files.emplace_back(word);
     return files;

@@ -409,7 +409,7 @@ private:
     void close_all()
     {
         for (Entry *entry : open_)
-            entry->end = place_;
+            entry->value_end = entry->end = place_;
     }
 
     Source &source_;

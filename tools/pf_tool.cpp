@@ -40,14 +40,14 @@ std::vector<std::string> files_of(const char *name)
     for (int64_t i = 0; i < list->count; ++i)
         files.emplace_back(static_cast<const char *>(gettbl(list, i)));
     freetbl(list, free);
-    if (files.empty())
-        elog_complain(0, "there is no parameter file '%s'\n", name);
     return files;
 }
 
 bool read_name(const char *name, PfPtr &tree)
 {
     const std::vector<std::string> files = files_of(name);
+    if (files.empty())
+        elog_complain(0, "there is no parameter file '%s'\n", name);
     Pf *top = nullptr;
     bool parsed = !files.empty();
     for (const std::string &file : files)

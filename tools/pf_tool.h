@@ -22,11 +22,10 @@ bool helped(int argc, char **argv, const char *text);
 // are in the log.
 bool parse_file(const char *path, Pf **pf);
 
-// The files of a name along PFPATH, in the order in which they are read. When there
-// is none, complains.
+// The files of a name along PFPATH, in the order in which they are read.
 std::vector<std::string> files_of(const char *name);
 
-// Reads all files of a name. The tree is null when there is nothing to go on with;
+// Reads all files of a name. The tree is null, after a complaint, when there is none;
 // false also when one of the files has an error.
 bool read_name(const char *name, PfPtr &tree);
 
