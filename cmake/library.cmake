@@ -18,9 +18,10 @@ set_target_properties(stock_objects PROPERTIES
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
 # Calls from one family to another need not go through the symbol table; weak
-# symbols (nomem) still do.
+# symbols (nomem) still do. clang would also reach the published variables directly,
+# past the copy of them that a program has.
 target_compile_options(stock_objects PRIVATE
-  $<$<PLATFORM_ID:Linux>:-fno-semantic-interposition>)
+  $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
 
 function(stock_library target)
   target_link_libraries(${target} PUBLIC Threads::Threads ${CMAKE_DL_LIBS}
