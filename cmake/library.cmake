@@ -18,10 +18,9 @@ set_target_properties(stock_objects PROPERTIES
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
 # Calls from one family to another need not go through the symbol table; weak
-# symbols (nomem) still do. clang would also reach the published variables directly,
-# past the copy of them that a program has.
+# symbols (nomem) still do.
 target_compile_options(stock_objects PRIVATE
-  $<$<CXX_COMPILER_ID:GNU>:-fno-semantic-interposition>)
+  $<$<PLATFORM_ID:Linux>:-fno-semantic-interposition>)
 
 function(stock_library target)
   target_link_libraries(${target} PUBLIC Threads::Threads ${CMAKE_DL_LIBS}

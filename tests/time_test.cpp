@@ -581,6 +581,7 @@ TEST(Fmttime, WritesTheTextForWhatIsNoDate)
 
 TEST(Fmttime, NeverWritesMoreThanItsMaximum)
 {
+    set_time_formats();
     const std::string format(3000, 'x');
     const char *const before = Strtime_format;
     Strtime_format = format.c_str();

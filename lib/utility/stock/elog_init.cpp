@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include "deviants.h"
 #include "internal/alloc.h"
@@ -45,7 +46,15 @@ private:
     bool taken_;
 };
 
+// A copy of the command line that another replaced while somebody may have been
+// reading it.
+struct Retired {
+    char **argv;
+    Retired *next;
+};
+
 char **Own_argv = nullptr;  // the copy that was made last
+Retired *Retired_argvs = nullptr;
 
 void free_arguments(char **argv)
 {
@@ -65,8 +74,24 @@ char **copy_arguments(int argc, char **argv, int &copied)
     return copy;
 }
 
+void retire_arguments(char **argv)
+{
+    auto *retired = static_cast<Retired *>(allocate(sizeof(Retired), "Argv", "elog_init"));
+    *retired = {argv, Retired_argvs};
+    Retired_argvs = retired;
+}
+
+void free_retired_arguments()
+{
+    while (Retired *retired = Retired_argvs) {
+        Retired_argvs = retired->next;
+        free_arguments(retired->argv);
+        std::free(retired);
+    }
+}
+
 // Keeps a copy of the command line. Without the lock somebody may still be
-// reading the earlier copy, which then stays.
+// reading the earlier copy, which then waits for a call that has the lock.
 void set_command_line(int argc, char **argv, bool locked)
 {
     int copied = 0;
@@ -74,9 +99,12 @@ void set_command_line(int argc, char **argv, bool locked)
     Argc = 0;
     Argv = copy;
     Argc = copied;
-    if (locked)
-        free_arguments(Own_argv);
-    Own_argv = copy;
+    if (!locked) {
+        retire_arguments(std::exchange(Own_argv, copy));
+        return;
+    }
+    free_arguments(std::exchange(Own_argv, copy));
+    free_retired_arguments();
 }
 
 // Writes only what changes: without the lock somebody may be reading it.

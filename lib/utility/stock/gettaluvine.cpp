@@ -2,6 +2,7 @@
 
 #include "stock/gettaluvine.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
@@ -62,11 +63,35 @@ void record_in_environment()
     putenv(Setenv);
 }
 
+// Set when the root is complete, so that threads may read it without the lock.
+std::atomic<bool> Root_known{false};
+
+bool root_is_known()
+{
+    if (Root_known.load(std::memory_order_acquire))
+        return true;
+    const std::lock_guard<std::mutex> lock(root_mutex);
+    Root_known = *Taluvine_path != '\0';
+    return Root_known;
+}
+
+// Called with the lock held. Writes only what changes: threads may be reading the root.
+void set_root(const char *root)
+{
+    const size_t length = strnlen(root, sizeof Taluvine_path - 1);
+    if (strlen(Taluvine_path) != length || memcmp(Taluvine_path, root, length) != 0) {
+        memmove(Taluvine_path, root, length);
+        Taluvine_path[length] = '\0';
+    }
+    record_in_environment();
+    Root_known.store(length > 0, std::memory_order_release);
+}
+
 }  // namespace
 
 char *gettaluvine(void)
 {
-    if (*Taluvine_path)
+    if (root_is_known())
         return Taluvine_path;
     char buffer[sizeof Taluvine_path] = "";
     const char *root = getenv("TALUVINE");
@@ -76,7 +101,9 @@ char *gettaluvine(void)
         root = from_exec(buffer);
     if (!root)
         root = guess_taluvine(buffer);
-    puttaluvine(root);
+    const std::lock_guard<std::mutex> lock(root_mutex);
+    if (!*Taluvine_path)  // no other thread was quicker
+        set_root(root);
     return Taluvine_path;
 }
 
@@ -85,10 +112,7 @@ void puttaluvine(const char *root)
     if (!root)
         return;
     const std::lock_guard<std::mutex> lock(root_mutex);
-    const size_t length = strnlen(root, sizeof Taluvine_path - 1);
-    memmove(Taluvine_path, root, length);
-    Taluvine_path[length] = '\0';
-    record_in_environment();
+    set_root(root);
 }
 
 char *from_exec(char *buffer)

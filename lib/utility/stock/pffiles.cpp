@@ -89,16 +89,14 @@ Tbl *pftimes(const char *name)
     Tbl *files = pffiles(name, 0);
     Tbl *times = inittbl(0, 0, 1, nullptr, sizeof(Pftime));
     for (int64_t i = 0; i < files->count; ++i) {
-        auto *path = static_cast<char *>(gettbl(files, i));
+        const auto *path = static_cast<const char *>(gettbl(files, i));
         struct stat status {};
-        if (restat(path, &status) != 0) {
-            std::free(path);
+        if (restat(path, &status) != 0)
             continue;
-        }
-        const Pftime time{stock::modification_time(status), path};
+        const Pftime time{stock::modification_time(status), stock::copy_text(path, "path")};
         pushtbl(times, &time);
     }
-    freetbl(files, nullptr);
+    freetbl(files, std::free);
     return times;
 }
 
