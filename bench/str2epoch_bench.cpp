@@ -80,12 +80,35 @@ void absl_ParseTime(benchmark::State &state, const char *text, const char *forma
 BENCHMARK_CAPTURE(absl_ParseTime, iso, "2008-02-01 12:30:15.5", "%Y-%m-%d %H:%M:%E*S", kHalf);
 BENCHMARK_CAPTURE(absl_ParseTime, words, "Feb 1, 2008 12:30 pm", "%b %d, %Y %I:%M %p", kMinute);
 BENCHMARK_CAPTURE(absl_ParseTime, epoch, "1201869015", "%s", 1201869015);
+
+// Takes the zone's name off the end, as a program has to that reads one.
+double in_zone_by_absl(const std::string &text)
+{
+    const size_t blank = text.rfind(' ');
+    absl::TimeZone zone;
+    absl::LoadTimeZone(text.substr(blank + 1), &zone);
+    absl::Time time;
+    std::string error;
+    absl::ParseTime("%Y-%m-%d %H:%M:%E*S", text.substr(0, blank), zone, &time, &error);
+    return absl::ToDoubleSeconds(time - absl::UnixEpoch());
+}
+
+void absl_ParseTime_zone(benchmark::State &state)
+{
+    const std::string text = "2008-02-01 12:30:15.5 US/Pacific";
+    if (in_zone_by_absl(text) != kPacific)
+        return state.SkipWithError("wrong answer");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(in_zone_by_absl(text));
+}
+BENCHMARK(absl_ParseTime_zone);
 #endif
 
 #if STOCK_HAVE_GLIB
-double by_glib(const char *text)
+// The zone is that of a text which names none.
+double by_glib(const char *text, GTimeZone *zone)
 {
-    GDateTime *time = g_date_time_new_from_iso8601(text, nullptr);
+    GDateTime *time = g_date_time_new_from_iso8601(text, zone);
     const double epoch =
         static_cast<double>(g_date_time_to_unix(time)) + g_date_time_get_microsecond(time) / 1e6;
     g_date_time_unref(time);
@@ -94,12 +117,23 @@ double by_glib(const char *text)
 
 void glib_iso8601(benchmark::State &state)
 {
-    if (by_glib("2008-02-01T12:30:15.5Z") != kHalf)
+    if (by_glib("2008-02-01T12:30:15.5Z", nullptr) != kHalf)
         return state.SkipWithError("wrong answer");
     for (auto _ : state)
-        benchmark::DoNotOptimize(by_glib("2008-02-01T12:30:15.5Z"));
+        benchmark::DoNotOptimize(by_glib("2008-02-01T12:30:15.5Z", nullptr));
 }
 BENCHMARK(glib_iso8601);
+
+void glib_iso8601_zone(benchmark::State &state)
+{
+    GTimeZone *zone = g_time_zone_new_identifier("US/Pacific");
+    if (by_glib("2008-02-01T12:30:15.5", zone) != kPacific)
+        state.SkipWithError("wrong answer");
+    for (auto _ : state)
+        benchmark::DoNotOptimize(by_glib("2008-02-01T12:30:15.5", zone));
+    g_time_zone_unref(zone);
+}
+BENCHMARK(glib_iso8601_zone);
 #endif
 
 #if STOCK_HAVE_DATE
