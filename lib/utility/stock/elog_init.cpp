@@ -96,7 +96,8 @@ void set_command_line(int argc, char **argv, bool locked)
 {
     int copied = 0;
     char **copy = copy_arguments(argc, argv, copied);
-    Argc = 0;
+    // Whoever reads meanwhile finds both copies at least as long as the count.
+    Argc = std::min(+Argc, copied);
     Argv = copy;
     Argc = copied;
     if (!locked) {
