@@ -676,7 +676,8 @@ TEST_F(Lmapfile, ACallThatFailsLeavesNoView)
     EXPECT_EQ(view(dir_ / "none", 0, 1), -1);
     EXPECT_EQ(address_, kNone);
     EXPECT_EQ(take_log(), "Couldn't open " + dir_ / "none" + "\n\tNo such file or directory\n");
-    EXPECT_EQ(protection_at(before), "");
+    // The log may have taken the place for memory of its own meanwhile.
+    EXPECT_NE(protection_at(before), "r--s");
 }
 
 TEST_F(Lmapfile, OffsetsAndLengthsThatCannotBeMappedAreRefused)
