@@ -9,9 +9,7 @@ install(TARGETS stock_shared stock_static EXPORT stock
 install(TARGETS stock_tool RUNTIME DESTINATION bin)
 install(DIRECTORY include/ DESTINATION include FILES_MATCHING PATTERN "*.h")
 install(DIRECTORY data/pf/ DESTINATION data/pf FILES_MATCHING PATTERN "*.pf")
-install(DIRECTORY man/ DESTINATION share/man/man1 FILES_MATCHING PATTERN "*.1")
-install(DIRECTORY man/ DESTINATION share/man/man3 FILES_MATCHING PATTERN "*.3")
-install(DIRECTORY man/ DESTINATION share/man/man5 FILES_MATCHING PATTERN "*.5")
+include(cmake/manual.cmake)
 
 install(EXPORT stock NAMESPACE stock:: DESTINATION ${stock_cmake_dir} FILE stockTargets.cmake)
 configure_package_config_file(cmake/stockConfig.cmake.in stockConfig.cmake

@@ -48,4 +48,5 @@ def main():
     return 1 if want != have or not want else 0
 
 
-sys.exit(main())
+if __name__ == "__main__":
+    sys.exit(main())

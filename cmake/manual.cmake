@@ -1,0 +1,26 @@
+# The manual pages, and for every other name in the NAME section of a page of
+# section 3 a page that leads to it, so that man finds each function by its name.
+
+file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/man/*.[1-9])
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${pages})
+set(links ${CMAKE_CURRENT_BINARY_DIR}/man/man3)
+file(REMOVE_RECURSE ${links})
+file(MAKE_DIRECTORY ${links})
+foreach(page IN LISTS pages)
+  get_filename_component(file ${page} NAME)
+  string(REGEX MATCH "[1-9]$" section ${file})
+  install(FILES ${page} DESTINATION share/man/man${section})
+  if(section EQUAL 3)
+    file(READ ${page} text)
+    string(REGEX REPLACE "^.*\n\\.Sh NAME\n(.*)\n\\.Nd .*$" "\\1" names "${text}")
+    string(REGEX MATCHALL "\\.Nm [^ \n]+" names "${names}")
+    foreach(name IN LISTS names)
+      string(SUBSTRING ${name} 4 -1 name)
+      # A page of that name is there as well where upper and lower case are one.
+      if(NOT EXISTS ${PROJECT_SOURCE_DIR}/man/${name}.3)
+        file(WRITE ${links}/${name}.3 ".so man3/${file}\n")
+      endif()
+    endforeach()
+  endif()
+endforeach()
+install(DIRECTORY ${links} DESTINATION share/man)

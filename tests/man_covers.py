@@ -1,0 +1,157 @@
+"""What the library shows to its users stands in its manual pages.
+
+    - every exported function and variable, and every inline function, is a name of
+      exactly one page of section 3, and stands in that page's SYNOPSIS
+    - every text of words in the library's sources, which is a message or part of one,
+      stands in some page, blanks aside
+    - every environment variable that the sources name stands in some page
+    - every key of a parameter file of data/pf stands in the page of that file
+    - every page that a page refers to exists
+
+usage: man_covers.py COMPILER SOURCE_DIR MANDOC
+"""
+
+import glob
+import os
+import re
+import subprocess
+import sys
+
+sys.dont_write_bytecode = True
+from exports import declared
+
+# Pages of other people that ours refer to.
+OTHERS = set("""
+    abort(3) atexit(3) dlopen(3) environ(7) errno(3) exit(3) fnmatch(3) fopen(3) free(3)
+    gdb(1) getenv(3) glob(3) ld(1) malloc(3) man(1) mmap(2) nanosleep(2) pkg-config(1)
+    printf(3) pthreads(7) qsort(3) realpath(3) regex(3) regex(7) setitimer(2) sh(1)
+    sigaction(2) signal(7) statvfs(3) stat(2) strerror(3) strftime(3) strtod(3) strtol(3)
+    tzset(3)
+""".split())
+
+# A text that only the programmer of the library sees, by the word before its call.
+INTERNAL = re.compile(r"(throw|static_assert\s*\([^;]*)\s*$")
+# The name of an item stands in the out-of-memory message, which is one message.
+ALLOCATES = re.compile(r"\b(allocate|allocate_zeroed|reallocate|copy_text|out_of_memory)\s*\(")
+TOKEN = re.compile(r'//[^\n]*|/\*.*?\*/|\'(?:\\.|[^\'\\\n])+\'|((?:"(?:\\.|[^"\\\n])*"\s*)+)', re.S)
+BLANK = {"\\n": " ", "\\t": " ", "\\r": " ", "\\v": " ", "\\f": " ", '\\"': '"', "\\\\": "\\"}
+
+
+def squeezed(text):
+    return " ".join(text.split())
+
+
+def literals(source):
+    """(line, what stands before it, text) of every string literal, neighbours joined."""
+    with open(source, encoding="utf-8") as file:
+        code = file.read()
+    for token in TOKEN.finditer(code):
+        if token.group(1):
+            parts = re.findall(r'"((?:\\.|[^"\\\n])*)"', token.group(1))
+            text = re.sub(r"\\.", lambda m: BLANK.get(m.group(), m.group()), "".join(parts))
+            before = code[max(0, token.start() - 300):token.start()]
+            yield code.count("\n", 0, token.start()) + 1, before.rpartition(";")[2], text
+
+
+def is_message(before, text):
+    said = re.sub(r"%[-.*0-9]*l?[a-zA-Z]", "%", text)
+    two_words = re.search(r"[A-Za-z]{2,}.* .*[A-Za-z]{2,}", said)
+    one_word = "%" in said and " " in said and re.search(r"[a-z]{5,}", said)
+    return (two_words or one_word) and not INTERNAL.search(before) and not ALLOCATES.search(before)
+
+
+class Page:
+    def __init__(self, path, mandoc):
+        self.path = path
+        self.file = os.path.basename(path)
+        with open(path, encoding="utf-8") as file:
+            self.source = file.read()
+        shown = subprocess.run([mandoc, "-T", "ascii", "-O", "width=1000", path],
+                               capture_output=True, text=True, check=True).stdout
+        self.text = squeezed(re.sub(".\b", "", shown))
+        self.names = re.findall(r"^\.Nm (\S+)", self.section("NAME"), re.M)
+        self.references = {f"{name}({section})" for name, section in
+                           re.findall(r"\bXr (\S+) ([1-9])", self.source)}
+
+    def section(self, title):
+        found = re.search(rf"^\.Sh {title}\n(.*?)(?=^\.Sh |\Z)", self.source, re.M | re.S)
+        return found.group(1) if found else ""
+
+
+def words(text):
+    return set(re.findall(r"\w+", text))
+
+
+def main():
+    compiler, top, mandoc = sys.argv[1:]
+    pages = [Page(path, mandoc) for path in sorted(glob.glob(f"{top}/man/*.[1-9]"))]
+    all_text = "\n".join(page.text for page in pages)
+    all_words = words(all_text)
+    wrong = []
+
+    # Functions and variables.
+    functions = declared(compiler, f"{top}/include")
+    for header in glob.glob(f"{top}/include/stock/*.h") + [f"{top}/include/deviants.h"]:
+        with open(header, encoding="utf-8") as file:
+            functions |= set(re.findall(r"^static inline [^(]*?(\w+)\(", file.read(), re.M))
+    homes = {}
+    for page in pages:
+        if page.file.endswith(".3"):
+            synopsis = words(page.section("SYNOPSIS"))
+            for name in page.names:
+                homes.setdefault(name, []).append(page.file)
+                if name not in synopsis:
+                    wrong.append(f"{page.file}: {name} is not in the synopsis")
+    for name in sorted(functions - set(homes)):
+        wrong.append(f"no page has the name {name}")
+    for name in sorted(homes):
+        if len(homes[name]) > 1:
+            wrong.append(f"{name} is a name of {', '.join(homes[name])}")
+
+    # Messages and variables of the environment.
+    messages = variables = 0
+    for source in sorted(glob.glob(f"{top}/lib/**/*.cpp", recursive=True)
+                         + glob.glob(f"{top}/lib/**/*.h", recursive=True)):
+        where = os.path.relpath(source, top)
+        found = list(literals(source))
+        reads_environment = "getenv" in open(source, encoding="utf-8").read()
+        for line, before, text in found:
+            if is_message(before, text):
+                messages += 1
+                if squeezed(text) not in all_text:
+                    wrong.append(f"{where}:{line}: no page has: {squeezed(text)}")
+            if reads_environment and re.fullmatch(r"[A-Z][A-Z_]+", text):
+                variables += 1
+                if text not in all_words:
+                    wrong.append(f"{where}:{line}: no page has the variable {text}")
+
+    # Settings.
+    settings = 0
+    for path in sorted(glob.glob(f"{top}/data/pf/*.pf")):
+        name = os.path.basename(path)
+        page = [page for page in pages if page.file == f"{name}.5"]
+        if not page:
+            wrong.append(f"{name} has no page")
+            continue
+        with open(path, encoding="utf-8") as file:
+            keys = re.findall(r"^(?:    |#)?([A-Za-z_]\w*)(?:[ \t]{2,}|$)", file.read(), re.M)
+        for key in keys:
+            settings += 1
+            if key not in words(page[0].text):
+                wrong.append(f"{page[0].file}: does not tell about {key}")
+
+    # References.
+    known = OTHERS | {page.file[:-2] + f"({page.file[-1]})" for page in pages}
+    known |= {name + "(3)" for name in homes}
+    for page in pages:
+        for reference in sorted(page.references - known):
+            wrong.append(f"{page.file}: there is no page {reference}")
+
+    print("\n".join(wrong))
+    print(f"{len(functions)} functions and variables, {messages} messages, {variables} variables "
+          f"of the environment, {settings} settings: {len(wrong)} complaints")
+    return 1 if wrong or not (functions and messages and variables and settings) else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
