@@ -1,7 +1,7 @@
 # A thin front to CMake. Each target first makes sure that what it needs is there
 # and installs what is missing with apt-get when it can.
 
-.PHONY: all demo test bench install lint format clean
+.PHONY: all demo test bench performance install lint format clean
 
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 BUILD := build/release
@@ -31,6 +31,11 @@ bench:
 	cmake --preset bench
 	cmake --build build/bench -j $(JOBS)
 	scripts/bench build/bench/bench
+
+# Writes docs/performance.md from a run of its own; let the machine be quiet.
+performance: bench
+	scripts/need performance
+	scripts/performance build/bench/bench
 
 install:
 	scripts/need build

@@ -158,14 +158,14 @@ void sizes(benchmark::internal::Benchmark *bench)
 
 }  // namespace
 
-BENCHMARK_TEMPLATE(insert, StockArr)->Apply(sizes);
-BENCHMARK_TEMPLATE(insert, StdMap)->Apply(sizes);
-BENCHMARK_TEMPLATE(find, StockArr)->Apply(sizes);
-BENCHMARK_TEMPLATE(find, StdMap)->Apply(sizes);
-BENCHMARK_TEMPLATE(walk, StockArr)->Apply(sizes);
-BENCHMARK_TEMPLATE(walk, StdMap)->Apply(sizes);
+BENCHMARK_TEMPLATE(insert, StockArr)->Name("insert/stock")->Apply(sizes);
+BENCHMARK_TEMPLATE(insert, StdMap)->Name("insert/std::map")->Apply(sizes);
+BENCHMARK_TEMPLATE(find, StockArr)->Name("find/stock")->Apply(sizes);
+BENCHMARK_TEMPLATE(find, StdMap)->Name("find/std::map")->Apply(sizes);
+BENCHMARK_TEMPLATE(walk, StockArr)->Name("walk/stock")->Apply(sizes);
+BENCHMARK_TEMPLATE(walk, StdMap)->Name("walk/std::map")->Apply(sizes);
 #if STOCK_HAVE_GLIB
-BENCHMARK_TEMPLATE(insert, GlibTree)->Apply(sizes);
-BENCHMARK_TEMPLATE(find, GlibTree)->Apply(sizes);
-BENCHMARK_TEMPLATE(walk, GlibTree)->Apply(sizes);
+BENCHMARK_TEMPLATE(insert, GlibTree)->Name("insert/GTree")->Apply(sizes);
+BENCHMARK_TEMPLATE(find, GlibTree)->Name("find/GTree")->Apply(sizes);
+BENCHMARK_TEMPLATE(walk, GlibTree)->Name("walk/GTree")->Apply(sizes);
 #endif

@@ -49,7 +49,7 @@ void logged_and_cleared(benchmark::State &state)
         elog_clear();
     }
 }
-BENCHMARK(logged_and_cleared);
+BENCHMARK(logged_and_cleared)->Name("log_and_clear/stock");
 
 // A library's reasons under a mark, dropped because it worked in the end.
 void logged_and_flushed(benchmark::State &state)
@@ -63,7 +63,7 @@ void logged_and_flushed(benchmark::State &state)
         elog_flush(0, mark);
     }
 }
-BENCHMARK(logged_and_flushed);
+BENCHMARK(logged_and_flushed)->Name("log_ten_and_flush/stock");
 
 void complaint_to_dev_null(benchmark::State &state)
 {
@@ -73,7 +73,7 @@ void complaint_to_dev_null(benchmark::State &state)
     for (auto _ : state)
         elog_complain(0, kFormat, ++i, kFile);
 }
-BENCHMARK(complaint_to_dev_null);
+BENCHMARK(complaint_to_dev_null)->Name("complain/stock");
 
 void printed_and_copied(benchmark::State &state)
 {
@@ -86,7 +86,7 @@ void printed_and_copied(benchmark::State &state)
         std::free(copy);
     }
 }
-BENCHMARK(printed_and_copied);
+BENCHMARK(printed_and_copied)->Name("log_and_clear/snprintf_strdup");
 
 #if STOCK_HAVE_GLIB
 void glib_message_dropped(benchmark::State &state)
@@ -99,7 +99,7 @@ void glib_message_dropped(benchmark::State &state)
         g_log("bench", G_LOG_LEVEL_MESSAGE, kFormat, ++i, kFile);
     g_log_remove_handler("bench", handler);
 }
-BENCHMARK(glib_message_dropped);
+BENCHMARK(glib_message_dropped)->Name("log_and_clear/g_log_dropped");
 #endif
 
 }  // namespace

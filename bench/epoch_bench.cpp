@@ -110,10 +110,11 @@ void compose_timegm(benchmark::State &state)
     });
 }
 
-BENCHMARK(fields_stock);
-BENCHMARK(fields_gmtime_r);
-BENCHMARK(compose_stock);
-BENCHMARK(compose_stock_from_month);
-BENCHMARK(compose_timegm);
+BENCHMARK(fields_stock)->Name("fields/stock");
+BENCHMARK(fields_gmtime_r)->Name("fields/gmtime_r");
+BENCHMARK(compose_stock)->Name("compose/stock");
+BENCHMARK(compose_stock_from_month)->Name("compose_from_month/stock");
+BENCHMARK(compose_timegm)->Name("compose/timegm");
+BENCHMARK(compose_timegm)->Name("compose_from_month/timegm");
 
 }  // namespace

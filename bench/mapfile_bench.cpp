@@ -80,7 +80,7 @@ void map(benchmark::State &state, int64_t (*run)(const char *))
     unmaparr(nullptr);
 }
 
-BENCHMARK_CAPTURE(map, mapfile, with_cache)->Arg(1)->Arg(1000);
+BENCHMARK_CAPTURE(map, stock, with_cache)->Arg(1)->Arg(1000);
 BENCHMARK_CAPTURE(map, open_mmap, with_mmap)->Arg(1)->Arg(1000);
 
 }  // namespace

@@ -86,5 +86,13 @@ BENCHMARK_CAPTURE(clean_path, lexically_normal_and_exists, with_lexically_normal
     ->Arg(2)
     ->Arg(8)
     ->Arg(32);
-BENCHMARK_CAPTURE(clean_path, stock_links, with_cleanpath_and_links)->Arg(2)->Arg(8)->Arg(32);
-BENCHMARK_CAPTURE(clean_path, realpath, with_realpath)->Arg(2)->Arg(8)->Arg(32);
+BENCHMARK_CAPTURE(clean_path, links_stock, with_cleanpath_and_links)
+    ->Name("follow_links/stock")
+    ->Arg(2)
+    ->Arg(8)
+    ->Arg(32);
+BENCHMARK_CAPTURE(clean_path, links_realpath, with_realpath)
+    ->Name("follow_links/realpath")
+    ->Arg(2)
+    ->Arg(8)
+    ->Arg(32);

@@ -51,14 +51,18 @@ void strptime_known(benchmark::State &state, const char *text, const char *forma
         benchmark::DoNotOptimize(by_strptime(text, format));
 }
 
-BENCHMARK_CAPTURE(stock, iso, "2008-02-01 12:30:15.5", kHalf);
-BENCHMARK_CAPTURE(strptime_known, iso, "2008-02-01 12:30:15.5", "%Y-%m-%d %H:%M:%S", kHalf);
-BENCHMARK_CAPTURE(stock, words, "Feb 1, 2008 12:30 pm", kMinute);
-BENCHMARK_CAPTURE(strptime_known, words, "Feb 1, 2008 12:30 pm", "%b %d, %Y %I:%M %p", kMinute);
-BENCHMARK_CAPTURE(stock, year_day, "2008032 12:30:15.5", kHalf);
-BENCHMARK_CAPTURE(strptime_known, year_day, "2008032 12:30:15.5", "%Y%j %H:%M:%S", kHalf);
-BENCHMARK_CAPTURE(stock, epoch, "1201869015.5", kHalf);
-BENCHMARK_CAPTURE(stock, zone, "2008-02-01 12:30:15.5 US/Pacific", kPacific);
+BENCHMARK_CAPTURE(stock, iso, "2008-02-01 12:30:15.5", kHalf)->Name("parse_iso/stock");
+BENCHMARK_CAPTURE(strptime_known, iso, "2008-02-01 12:30:15.5", "%Y-%m-%d %H:%M:%S", kHalf)
+    ->Name("parse_iso/strptime");
+BENCHMARK_CAPTURE(stock, words, "Feb 1, 2008 12:30 pm", kMinute)->Name("parse_words/stock");
+BENCHMARK_CAPTURE(strptime_known, words, "Feb 1, 2008 12:30 pm", "%b %d, %Y %I:%M %p", kMinute)
+    ->Name("parse_words/strptime");
+BENCHMARK_CAPTURE(stock, year_day, "2008032 12:30:15.5", kHalf)->Name("parse_year_day/stock");
+BENCHMARK_CAPTURE(strptime_known, year_day, "2008032 12:30:15.5", "%Y%j %H:%M:%S", kHalf)
+    ->Name("parse_year_day/strptime");
+BENCHMARK_CAPTURE(stock, epoch, "1201869015.5", kHalf)->Name("parse_epoch/stock");
+BENCHMARK_CAPTURE(stock, zone, "2008-02-01 12:30:15.5 US/Pacific", kPacific)
+    ->Name("parse_zone/stock");
 
 #if STOCK_HAVE_ABSL_TIME
 double by_absl(const char *text, const char *format)
@@ -77,9 +81,11 @@ void absl_ParseTime(benchmark::State &state, const char *text, const char *forma
         benchmark::DoNotOptimize(by_absl(text, format));
 }
 
-BENCHMARK_CAPTURE(absl_ParseTime, iso, "2008-02-01 12:30:15.5", "%Y-%m-%d %H:%M:%E*S", kHalf);
-BENCHMARK_CAPTURE(absl_ParseTime, words, "Feb 1, 2008 12:30 pm", "%b %d, %Y %I:%M %p", kMinute);
-BENCHMARK_CAPTURE(absl_ParseTime, epoch, "1201869015", "%s", 1201869015);
+BENCHMARK_CAPTURE(absl_ParseTime, iso, "2008-02-01 12:30:15.5", "%Y-%m-%d %H:%M:%E*S", kHalf)
+    ->Name("parse_iso/absl");
+BENCHMARK_CAPTURE(absl_ParseTime, words, "Feb 1, 2008 12:30 pm", "%b %d, %Y %I:%M %p", kMinute)
+    ->Name("parse_words/absl");
+BENCHMARK_CAPTURE(absl_ParseTime, epoch, "1201869015", "%s", 1201869015)->Name("parse_epoch/absl");
 
 // Takes the zone's name off the end, as a program has to that reads one.
 double in_zone_by_absl(const std::string &text)
@@ -101,7 +107,7 @@ void absl_ParseTime_zone(benchmark::State &state)
     for (auto _ : state)
         benchmark::DoNotOptimize(in_zone_by_absl(text));
 }
-BENCHMARK(absl_ParseTime_zone);
+BENCHMARK(absl_ParseTime_zone)->Name("parse_zone/absl");
 #endif
 
 #if STOCK_HAVE_GLIB
@@ -122,7 +128,7 @@ void glib_iso8601(benchmark::State &state)
     for (auto _ : state)
         benchmark::DoNotOptimize(by_glib("2008-02-01T12:30:15.5Z", nullptr));
 }
-BENCHMARK(glib_iso8601);
+BENCHMARK(glib_iso8601)->Name("parse_iso/GDateTime");
 
 void glib_iso8601_zone(benchmark::State &state)
 {
@@ -133,7 +139,7 @@ void glib_iso8601_zone(benchmark::State &state)
         benchmark::DoNotOptimize(by_glib("2008-02-01T12:30:15.5", zone));
     g_time_zone_unref(zone);
 }
-BENCHMARK(glib_iso8601_zone);
+BENCHMARK(glib_iso8601_zone)->Name("parse_zone/GDateTime");
 #endif
 
 #if STOCK_HAVE_DATE
@@ -153,7 +159,7 @@ void date_parse(benchmark::State &state)
     for (auto _ : state)
         benchmark::DoNotOptimize(by_date(text));
 }
-BENCHMARK(date_parse);
+BENCHMARK(date_parse)->Name("parse_iso/date");
 #endif
 
 }  // namespace

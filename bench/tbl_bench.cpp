@@ -202,13 +202,13 @@ void sort(benchmark::State &state, void (*run)(void *base, int64_t n))
 }  // namespace
 
 #define LIST_BENCH(what, sizes)                                                                    \
-    BENCHMARK_TEMPLATE(what, StockTbl)->Apply(sizes);                                              \
-    BENCHMARK_TEMPLATE(what, StdVector)->Apply(sizes);                                             \
-    BENCHMARK_TEMPLATE(what, StdDeque)->Apply(sizes)
+    BENCHMARK_TEMPLATE(what, StockTbl)->Name(#what "/stock")->Apply(sizes);                        \
+    BENCHMARK_TEMPLATE(what, StdVector)->Name(#what "/std::vector")->Apply(sizes);                 \
+    BENCHMARK_TEMPLATE(what, StdDeque)->Name(#what "/std::deque")->Apply(sizes)
 #if STOCK_HAVE_GLIB
 #define GLIB_BENCH(what, sizes)                                                                    \
-    BENCHMARK_TEMPLATE(what, GlibArray)->Apply(sizes);                                             \
-    BENCHMARK_TEMPLATE(what, GlibQueue)->Apply(sizes)
+    BENCHMARK_TEMPLATE(what, GlibArray)->Name(#what "/GPtrArray")->Apply(sizes);                   \
+    BENCHMARK_TEMPLATE(what, GlibQueue)->Name(#what "/GQueue")->Apply(sizes)
 #else
 #define GLIB_BENCH(what, sizes) static_assert(true)
 #endif
@@ -225,10 +225,10 @@ GLIB_BENCH(prepend, sizes);
 LIST_BENCH(queue, sizes);
 GLIB_BENCH(queue, sizes);
 LIST_BENCH(read, sizes);
-BENCHMARK_TEMPLATE(apply, StockTbl)->Apply(sizes);
+BENCHMARK_TEMPLATE(apply, StockTbl)->Name("apply/stock")->Apply(sizes);
 #if STOCK_HAVE_GLIB
-BENCHMARK_TEMPLATE(read, GlibArray)->Apply(sizes);
-BENCHMARK_TEMPLATE(apply, GlibArray)->Apply(sizes);
+BENCHMARK_TEMPLATE(read, GlibArray)->Name("read/GPtrArray")->Apply(sizes);
+BENCHMARK_TEMPLATE(apply, GlibArray)->Name("apply/GPtrArray")->Apply(sizes);
 #endif
-BENCHMARK_CAPTURE(sort, sorttbl, sort_tbl)->Apply(sizes);
+BENCHMARK_CAPTURE(sort, stock, sort_tbl)->Apply(sizes);
 BENCHMARK_CAPTURE(sort, qsort_r, sort_qsort_r)->Apply(sizes);

@@ -94,6 +94,6 @@ void append(benchmark::State &state, bool (*run)(const char *path, int64_t n))
 
 }  // namespace
 
-BENCHMARK_CAPTURE(append, pushtbl, with_list)->Arg(1000)->Arg(1'000'000)->UseRealTime();
+BENCHMARK_CAPTURE(append, stock, with_list)->Arg(1000)->Arg(1'000'000)->UseRealTime();
 BENCHMARK_CAPTURE(append, write, with_write)->Arg(1000)->Arg(1'000'000)->UseRealTime();
 BENCHMARK_CAPTURE(append, fwrite, with_fwrite)->Arg(1000)->Arg(1'000'000)->UseRealTime();

@@ -58,7 +58,7 @@ void utc_stock(benchmark::State &state)
         },
         kUtc);
 }
-BENCHMARK(utc_stock);
+BENCHMARK(utc_stock)->Name("print_utc/stock");
 
 void utc_strftime(benchmark::State &state)
 {
@@ -73,7 +73,7 @@ void utc_strftime(benchmark::State &state)
         },
         kUtc);
 }
-BENCHMARK(utc_strftime);
+BENCHMARK(utc_strftime)->Name("print_utc/strftime");
 
 void local_stock(benchmark::State &state)
 {
@@ -86,7 +86,7 @@ void local_stock(benchmark::State &state)
         },
         kPacific);
 }
-BENCHMARK(local_stock);
+BENCHMARK(local_stock)->Name("print_local/stock");
 
 void local_strftime(benchmark::State &state)
 {
@@ -104,7 +104,7 @@ void local_strftime(benchmark::State &state)
         kPacific);
     unsetenv("TZ");
 }
-BENCHMARK(local_strftime);
+BENCHMARK(local_strftime)->Name("print_local/strftime");
 
 void zone_stock(benchmark::State &state)
 {
@@ -116,7 +116,7 @@ void zone_stock(benchmark::State &state)
         },
         kPacific);
 }
-BENCHMARK(zone_stock);
+BENCHMARK(zone_stock)->Name("print_zone/stock");
 
 #if STOCK_HAVE_ABSL_TIME
 void utc_absl(benchmark::State &state)
@@ -129,7 +129,7 @@ void utc_absl(benchmark::State &state)
         },
         kUtc);
 }
-BENCHMARK(utc_absl);
+BENCHMARK(utc_absl)->Name("print_utc/absl");
 
 void zone_absl(benchmark::State &state)
 {
@@ -142,7 +142,7 @@ void zone_absl(benchmark::State &state)
         },
         kPacific);
 }
-BENCHMARK(zone_absl);
+BENCHMARK(zone_absl)->Name("print_zone/absl");
 #endif
 
 #if STOCK_HAVE_FMT
@@ -152,7 +152,7 @@ void utc_fmt(benchmark::State &state)
         state, [](time_t when) { return fmt::format("{:%Y-%m-%d %H:%M:%S}", fmt::gmtime(when)); },
         kUtc);
 }
-BENCHMARK(utc_fmt);
+BENCHMARK(utc_fmt)->Name("print_utc/fmt");
 #endif
 
 #if STOCK_HAVE_GLIB
@@ -168,7 +168,7 @@ void utc_glib(benchmark::State &state)
         },
         kUtc);
 }
-BENCHMARK(utc_glib);
+BENCHMARK(utc_glib)->Name("print_utc/GDateTime");
 #endif
 
 #if STOCK_HAVE_DATE
@@ -181,7 +181,7 @@ void utc_date(benchmark::State &state)
         },
         kUtc);
 }
-BENCHMARK(utc_date);
+BENCHMARK(utc_date)->Name("print_utc/date");
 #endif
 
 }  // namespace
