@@ -1,7 +1,7 @@
 # A thin front to CMake. Each target first makes sure that what it needs is there
 # and installs what is missing with apt-get when it can.
 
-.PHONY: all demo test bench performance install lint format clean
+.PHONY: all demo test bench performance install package lint format clean
 
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 BUILD := build/release
@@ -42,6 +42,15 @@ install:
 	cmake --preset release -DSTOCK_TESTS=OFF -B build/install >/dev/null
 	cmake --build build/install -j $(JOBS)
 	cmake --install build/install $(if $(PREFIX),--prefix $(PREFIX))
+
+# Debian packages, in build/packages.
+package:
+	scripts/need build package
+	cmake --preset release -DSTOCK_TESTS=OFF -B build/install >/dev/null
+	cmake --build build/install -j $(JOBS)
+	cpack --config build/install/CPackConfig.cmake -B build/packages >/dev/null
+	rm -rf build/packages/_CPack_Packages
+	ls build/packages
 
 lint:
 	scripts/need build test lint
