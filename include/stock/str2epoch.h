@@ -47,7 +47,7 @@ STOCK_API double str2epoch(const char *text);
  *     str2epoch: Bad jdate format:'2008367'         year and day of the year in 7 digits
  *     str2epoch: bad input '25:00:00'               also a number that is out of range
  *     str2epoch: extra number '7'                   more than two loose numbers
- *     str2epoch: number 99999 not understood        a loose number that is no day or year
+ *     str2epoch: number 40 not understood           a loose number that is no day or year
  *     str2epoch: no timezone 'foo'
  *     str2epoch: can't interpret '!'
  *     str2epoch: can't interpret character 0x7      reading stops there
