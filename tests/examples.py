@@ -1,8 +1,9 @@
-"""The examples of the manual pages are what they say: they compile, link and run.
+"""The examples of the documents are what they say: they compile, link and run.
 
-In the section EXAMPLES every literal display is one of these:
+In the section EXAMPLES of a manual page every literal display is one of these, and so is
+every fenced block of a Markdown file, whose marks are comments, <!-- exits 1 -->:
 
-    a line begins with "int main"    a C program that compiles without a warning, links,
+    a line begins with "int main"    a program that compiles without a warning, links,
                                      and ends with status 0; it is called prog
     .\\" exits N stands before it     one that ends with status N, or by signal -N
     .\\" builds stands before it      one that is not run: what it shows takes a person,
@@ -10,8 +11,11 @@ In the section EXAMPLES every literal display is one of these:
     .\\" output stands before it      what the program before it prints, on both streams
     .\\" file NAME stands before it   a file in the directory where the page's programs run
     .\\" shell stands before it       commands for sh, with the tool stock in PATH
+    .\\" shown stands before it       something that is only looked at
 
-usage: man_examples.py COMPILER INCLUDE_DIR LIBRARY TOOL ROOT [-FLAG...] PAGE...
+Programs are C11, in fences that say cpp C++20.
+
+usage: examples.py CC CXX INCLUDE_DIR LIBRARY TOOL ROOT [-FLAG...] PAGE...
 """
 
 import os
@@ -20,7 +24,8 @@ import subprocess
 import sys
 import tempfile
 
-COMPILE = ["-std=c11", "-D_GNU_SOURCE", "-Wall", "-Wextra", "-Werror", "-pthread"]
+STANDARD = {"c": "-std=c11", "cpp": "-std=c++20"}
+COMPILE = ["-D_GNU_SOURCE", "-Wall", "-Wextra", "-Werror", "-pthread"]
 LINK = ["-pthread", "-rdynamic", "-lm"]
 ESCAPES = {"\\e": "\\", "\\-": "-", "\\&": "", "\\(aq": "'", "\\(dq": '"'}
 
@@ -35,7 +40,22 @@ def plain(line, where):
 
 
 def displays(page):
-    """Line number, mark and text of every literal display of the section EXAMPLES."""
+    """Line number, mark, text and language of every example of a document."""
+    if page.endswith(".md"):
+        return list(fences(page))
+    return [(*display, "c") for display in literal_displays(page)]
+
+
+def fences(page):
+    with open(page, encoding="utf-8") as file:
+        text = file.read()
+    for found in re.finditer(r"^(?:<!-- ([^\n]*) -->\n)?```(\w*)\n(.*?)^```$", text, re.M | re.S):
+        line = text.count("\n", 0, found.start(2)) + 1
+        yield line, found.group(1) or "", found.group(3), found.group(2) or "c"
+
+
+def literal_displays(page):
+    """The same of a manual page: the literal displays of its section EXAMPLES."""
     found, inside, mark, start, body = [], False, "", 0, None
     with open(page, encoding="utf-8") as file:
         lines = file.read().splitlines()
@@ -58,8 +78,9 @@ def displays(page):
 class Example:
     """A program, or commands for the shell."""
 
-    def __init__(self, page, line, text):
+    def __init__(self, page, line, text, language):
         self.name = f"{page}.{line}"
+        self.language = language
         self.text = text
         self.command = ["sh", "-euc", text]
         self.runs = True
@@ -85,15 +106,17 @@ class Example:
 def examples(page, directory):
     """The examples of a page; its files are written into the directory."""
     name, found = os.path.basename(page), []
-    for line, mark, text in displays(page):
+    for line, mark, text, language in displays(page):
         kind, _, rest = mark.partition(" ")
         if kind == "file" and rest:
             with open(os.path.join(directory, rest), "w", encoding="utf-8") as file:
                 file.write(text)
+        elif kind == "shown":
+            pass
         elif kind == "output" and found:
             found[-1].output = text
         elif kind == "shell" or (kind in ("", "exits", "builds") and re.search("^int main", text, re.M)):
-            found.append(Example(name, line, text))
+            found.append(Example(name, line, text, language))
             found[-1].runs = kind != "builds"
             if kind != "shell":
                 found[-1].command = None
@@ -105,7 +128,8 @@ def examples(page, directory):
 
 
 def main():
-    compiler, include, library, tool, root, *rest = sys.argv[1:]
+    cc, cxx, include, library, tool, root, *rest = sys.argv[1:]
+    compilers = {"c": cc, "cpp": cxx}
     flags = [word for word in rest if word.startswith("-")]
     include, library = os.path.abspath(include), os.path.abspath(library)
     environment = {"PATH": os.path.dirname(os.path.abspath(tool)) + ":" + os.environ["PATH"],
@@ -119,17 +143,19 @@ def main():
             pages.append((directory, examples(page, directory)))
         programs = [one for _, found in pages for one in found if not one.command]
         for one in programs:
-            with open(os.path.join(work, one.name + ".c"), "w", encoding="utf-8") as file:
+            with open(os.path.join(work, f"{one.name}.{one.language}"), "w", encoding="utf-8") as file:
                 page, line = one.name.rsplit(".", 1)
                 file.write(f'#line {int(line) + 1} "{page}"\n{one.text}')
-        if subprocess.run([compiler, *COMPILE, *flags, "-I", include, "-c",
-                           *(one.name + ".c" for one in programs)], cwd=work, check=False).returncode:
-            return 1
+        for language, compiler in compilers.items():
+            sources = [f"{one.name}.{language}" for one in programs if one.language == language]
+            if sources and subprocess.run([compiler, STANDARD[language], *COMPILE, *flags, "-I", include, "-c", *sources],
+                                          cwd=work, check=False).returncode:
+                return 1
         for one in programs:
             directory = os.path.join(work, "bin." + one.name)
             os.mkdir(directory)
             one.command = [os.path.join(directory, "prog")]
-            if subprocess.run([compiler, *flags, "-o", *one.command, one.name + ".o", library,
+            if subprocess.run([compilers[one.language], *flags, "-o", *one.command, one.name + ".o", library,
                                "-Wl,-rpath," + os.path.dirname(library), *LINK],
                               cwd=work, check=False).returncode:
                 return 1
