@@ -490,7 +490,7 @@ STOCK_API double sz2dbl(const char *text);
  * was evaluated). Otherwise stores null and returns -31 when a step was not found,
  * -32 when it does not fit the node: a key in braces asked of what is no PFARR, an
  * index of what is no PFTBL, a new step of what has a value already. A "[" without
- * an index is reported to standard error, "unmatched char '%s'\n", and skipped; any
+ * an index is reported to standard error, "unmatched char '%c'\n", and skipped; any
  * other stray mark goes to standard output.
  */
 STOCK_API int pfresolve(Pf *pf, const char *address, int create, Pf **node);
