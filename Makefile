@@ -1,7 +1,7 @@
 # A thin front to CMake. Each target first makes sure that what it needs is there
 # and installs what is missing with apt-get when it can.
 
-.PHONY: all demo test bench performance install package lint format clean
+.PHONY: all demo test bench performance fuzz install package lint format clean
 
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 BUILD := build/release
@@ -36,6 +36,10 @@ bench:
 performance: bench
 	scripts/need performance
 	scripts/performance build/bench/bench
+
+# Feeds every reader of foreign bytes what it never saw, for a minute each.
+fuzz:
+	scripts/fuzz
 
 install:
 	scripts/need build
