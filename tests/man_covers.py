@@ -2,6 +2,7 @@
 
     - every exported function and variable, and every inline function, is a name of
       exactly one page of section 3, and stands in that page's SYNOPSIS
+    - what a SYNOPSIS declares is what the headers declare
     - every text of words in the library's sources, which is a message or part of one,
       stands in some page, blanks aside
     - every environment variable that the sources name stands in some page
@@ -81,6 +82,52 @@ class Page:
         return found.group(1) if found else ""
 
 
+def arguments(line):
+    """The arguments of a macro line, quotes undone."""
+    return [(quoted or plain).replace("\\&", "")
+            for quoted, plain in re.findall(r'"([^"]*)"|(\S+)', line)]
+
+
+def declarations(page):
+    """(line of the page, C text) of what its SYNOPSIS declares."""
+    start = page.source.find(".Sh SYNOPSIS\n")
+    first = page.source.count("\n", 0, start) + 2
+    result, name, parameters = "", None, []
+    for number, line in enumerate(page.section("SYNOPSIS").splitlines(), first):
+        macro, _, rest = line.partition(" ")
+        words_of = arguments(rest)
+        if macro == ".Ft":
+            result = " ".join(words_of)
+        elif macro == ".Fn":
+            yield number, f"{result} {words_of[0]}({fixed(words_of[1:])});"
+        elif macro == ".Fo":
+            name, parameters = words_of[0], []
+        elif macro == ".Fa" and name:
+            parameters += words_of
+        elif macro == ".Fc":
+            yield number, f"{result} {name}({fixed(parameters)});"
+            name = None
+        elif macro == ".Vt" and words_of[0] == "extern":
+            yield number, " ".join(words_of)
+
+
+def fixed(parameters):
+    return ", ".join(parameters) or "void"
+
+
+def conflicts(compiler, include, pages):
+    """What the compiler says about declarations of the pages beside the headers."""
+    text = "#include <stock.h>\n#include <deviants.h>\n"
+    for page in pages:
+        for line, declaration in declarations(page):
+            if "Xt2hy" not in declaration and "hy2Xt" not in declaration:
+                text += f'#line {line} "{page.file}"\n{declaration}\n'
+    done = subprocess.run([compiler, "-x", "c", "-std=c11", "-D_GNU_SOURCE", "-Wall", "-Werror",
+                           "-fsyntax-only", "-I", include, "-"],
+                          input=text, capture_output=True, text=True, check=False)
+    return done.stderr.splitlines() if done.returncode else []
+
+
 def words(text):
     return set(re.findall(r"\w+", text))
 
@@ -101,6 +148,7 @@ def main():
     for page in pages:
         if page.file.endswith(".3"):
             synopsis = words(page.section("SYNOPSIS"))
+            patterns = [PATTERNS[word] for word in synopsis & set(PATTERNS)]
             for name in page.names:
                 homes.setdefault(name, []).append(page.file)
                 if name in functions and name not in synopsis and not CONVERTER.fullmatch(name):
@@ -112,6 +160,9 @@ def main():
     for name in sorted(homes):
         if len(homes[name]) > 1:
             wrong.append(f"{name} is a name of {', '.join(homes[name])}")
+
+    sections3 = [page for page in pages if page.file.endswith(".3")]
+    wrong += conflicts(compiler, f"{top}/include", sections3)
 
     # Messages and variables of the environment.
     messages = variables = 0
