@@ -1,7 +1,7 @@
 """What the library shows to its users stands in its manual pages.
 
     - every exported function and variable, and every inline function, is a name of
-      exactly one page of section 3, and stands in that page's SYNOPSIS
+      exactly one page of section 3, stands in its SYNOPSIS and is told about in its text
     - what a SYNOPSIS declares is what the headers declare
     - every text of words in the library's sources, which is a message or part of one,
       stands in some page, blanks aside
@@ -148,11 +148,15 @@ def main():
     for page in pages:
         if page.file.endswith(".3"):
             synopsis = words(page.section("SYNOPSIS"))
-            patterns = [PATTERNS[word] for word in synopsis & set(PATTERNS)]
+            told = words(page.section("DESCRIPTION") + page.section("RETURN VALUES"))
             for name in page.names:
                 homes.setdefault(name, []).append(page.file)
-                if name in functions and name not in synopsis and not CONVERTER.fullmatch(name):
+                if CONVERTER.fullmatch(name):
+                    continue
+                if name in functions and name not in synopsis:
                     wrong.append(f"{page.file}: {name} is not in the synopsis")
+                if name in functions and name not in told:
+                    wrong.append(f"{page.file}: {name} is not told about")
                 if name not in functions and f"{name}.3" != page.file:
                     wrong.append(f"{page.file}: there is no function {name}")
     for name in sorted(functions - set(homes)):
