@@ -11,6 +11,7 @@
 #include "internal/alloc.h"
 #include "internal/elog.h"
 #include "internal/pflex.h"
+#include "stock/bury.h"
 #include "stock/pf.h"
 #include "stock/str2epoch.h"
 #include "stock/time.h"
@@ -50,7 +51,10 @@ void take_settings(Pf *pf)
 
 }  // namespace
 
-void join_bury() {}
+void join_bury()
+{
+    bury();
+}
 
 void join_stack_trace() {}
 

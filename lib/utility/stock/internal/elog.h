@@ -22,6 +22,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "internal/elog_end.h"
 #include "internal/elog_lock.h"
 #include "stock/elog.h"
 
@@ -158,12 +159,6 @@ bool deliver(const char *delivery, std::int64_t mark, const Elog_msg *msg);
 // Tells of a failure of the log itself: the text, errno, the stack, which is then cleared.
 void elog_fail(const char *format, ...) STOCK_PRINTF(1, 2);
 void elog_vfail(const char *format, va_list args) STOCK_PRINTF(1, 0);
-
-// Saves the program's state, flushes all streams and ends the process with status 1.
-[[noreturn]] void end_with_state();
-
-// The same without saving anything.
-[[noreturn]] void end_process();
 
 // Dies of a failed allocation, with the finished text of its message.
 [[noreturn]] void report_out_of_memory(const char *text);

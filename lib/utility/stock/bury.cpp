@@ -1,0 +1,472 @@
+// The state file: locked, read, and replaced as a whole.
+//
+// What is locked is a file, and what others look for is a name. So the file that
+// takes the name over is locked before it does, and whoever has locked a file looks
+// whether the name still leads to it.
+//
+// Signal handlers come here too. One that interrupts its own thread inside the grave
+// cannot wait for it: what it has to do is done when the thread leaves.
+
+#include "stock/bury.h"
+
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <mutex>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "deviants.h"
+#include "internal/alloc.h"
+#include "internal/elog_end.h"
+#include "internal/guards.h"
+#include "internal/uninterrupted.h"
+#include "stock/elog.h"
+#include "stock/fix_strtod.h"
+#include "stock/halt.h"
+#include "stock/path.h"
+#include "stock/str2epoch.h"
+#include "stock/strdbl.h"
+#include "stock/time.h"
+
+namespace {
+
+using stock::Owned;
+
+std::atomic<Grave *> grave{nullptr};
+constinit std::mutex grave_mutex;
+const char *Gravesite = nullptr;
+
+// ---- Being inside ----
+
+using Action = void (*)();
+
+// The model keeps a signal handler's first access from allocating.
+constinit thread_local volatile int Inside __attribute__((tls_model("initial-exec"))) = 0;
+constinit thread_local Action volatile Owed __attribute__((tls_model("initial-exec"))) = nullptr;
+
+// Holds grave_mutex, which a thread that is inside does not wait for. It counts as
+// inside before it has the mutex and until it has given it up: there is no moment
+// at which a handler could wait for its own thread.
+class Visit {
+public:
+    Visit()
+    {
+        Inside = Inside + 1;
+        if (Inside == 1)
+            grave_mutex.lock();
+    }
+    ~Visit()
+    {
+        if (Inside == 1)
+            grave_mutex.unlock();
+        Inside = Inside - 1;
+        if (const Action owed = Owed; owed && Inside == 0) {
+            Owed = nullptr;
+            owed();
+        }
+    }
+    Visit(const Visit &) = delete;
+    Visit &operator=(const Visit &) = delete;
+};
+
+// Handlers and other threads look at it.
+std::atomic_ref<int> signalled(Grave *g)
+{
+    return std::atomic_ref<int>(g->signalled);
+}
+
+// ---- Relics ----
+
+struct Relic {
+    void *address;
+    int type;
+};
+
+// Meant: the largest double has fewer digits in text than it needs, and the text is
+// read as more than there is.
+double number_of(const char *text)
+{
+    errno = 0;
+    const double number = fix_strtod(text, nullptr);
+    return std::isinf(number) && errno == ERANGE
+               ? std::copysign(std::numeric_limits<double>::max(), number)
+               : number;
+}
+
+template <class T>
+T &as(void *address)
+{
+    return *static_cast<T *>(address);
+}
+
+struct Kind {
+    int (*save)(Pf *pf, const char *name, void *address);
+    void (*restore)(void *address, const char *text);
+};
+
+int save_int(Pf *pf, const char *name, void *address)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "%d", as<int>(address));
+    return pfset(pf, name, text);
+}
+
+int save_double(Pf *pf, const char *name, void *address)
+{
+    char text[STRDBL_SIZE];
+    return pfset(pf, name, strdbl(text, as<double>(address)));
+}
+
+int save_string(Pf *pf, const char *name, void *address)
+{
+    return pfset(pf, name, as<const char *>(address));
+}
+
+int save_time(Pf *pf, const char *name, void *address)
+{
+    const Owned<char> text(
+        zepoch2str("%E (%j) %Y-%m-%d  %H:%M:%S.%u %z %A", nullptr, as<double>(address)));
+    return pfset(pf, name, text.get());
+}
+
+// clang-format off
+constexpr Kind kKinds[] = {     // in the order of the types
+    {save_int,    [](void *to, const char *text) { as<int>(to) = static_cast<int>(std::strtol(text, nullptr, 10)); }},
+    {save_double, [](void *to, const char *text) { as<double>(to) = number_of(text); }},
+    {save_string, [](void *to, const char *text) { as<char *>(to) = stock::copy_text(text, "relic", "resurrect"); }},
+    {save_time,   [](void *to, const char *text) { as<double>(to) = str2epoch(text); }},
+};
+// clang-format on
+constexpr int kKindCount = sizeof kKinds / sizeof kKinds[0];
+static_assert(kKindCount == RELIC_TIME + 1);
+
+// ---- The file ----
+
+constexpr mode_t kMode = 0664;
+constexpr int kAttempts = 1000;  // each fails because another process replaced the file meanwhile
+
+struct CloseStream {
+    void operator()(FILE *stream) const { std::fclose(stream); }
+};
+using Stream = std::unique_ptr<FILE, CloseStream>;
+
+// Opens for reading and writing; null with errno set.
+Stream open_file(const char *name, int flags)
+{
+    stock::Fd fd(
+        stock::uninterrupted([&] { return ::open(name, O_RDWR | O_CLOEXEC | flags, kMode); }));
+    Stream stream(fd.get() < 0 ? nullptr : ::fdopen(fd.get(), "r+"));
+    if (stream)
+        fd.release();
+    return stream;
+}
+
+bool lock(FILE *stream)
+{
+    return stock::uninterrupted([&] { return ::lockf(fileno(stream), F_TLOCK, 0); }) == 0;
+}
+
+// Whether the name leads to the open file.
+bool leads_to(const char *name, const struct stat &file)
+{
+    struct stat named;
+    return ::stat(name, &named) == 0 && named.st_dev == file.st_dev && named.st_ino == file.st_ino;
+}
+
+// Opens the state file, made when there is none, and locks it. Gives 1, 0 when it was
+// made, or -1.
+int open_locked(Grave *g)
+{
+    for (int i = 0; i < kAttempts; ++i) {
+        Stream stream = open_file(g->name, 0);
+        const bool missing = !stream && errno == ENOENT;
+        if (missing)
+            stream = open_file(g->name, O_CREAT);
+        struct stat file;
+        if (!stream || ::fstat(fileno(stream.get()), &file) != 0 || !S_ISREG(file.st_mode))
+            return -1;
+        g->stream = stream.get();
+        lockstate(g);
+        if (leads_to(g->name, file)) {
+            stream.release();
+            // Another process may have made it first and have come to its end.
+            return missing && file.st_size == 0 ? 0 : 1;
+        }
+        g->stream = nullptr;
+    }
+    return -1;
+}
+
+int read_saved(Grave *g)
+{
+    if (pfin(g->stream, &g->saved) == 0)
+        return 1;
+    pffree(g->saved);
+    g->saved = nullptr;
+    return 2;
+}
+
+// Makes a new name last. Not every directory can be opened or flushed, and the file
+// has its name in any case.
+void flush_directory(const char *path)
+{
+    const char *slash = std::strrchr(path, '/');
+    const auto length = static_cast<std::size_t>(slash ? slash - path + 1 : 0);
+    const Owned<char> directory(stock::copy_text(slash ? path : ".", "directory", "bury"));
+    if (slash)
+        directory.get()[length] = '\0';
+    const stock::Fd fd(::open(directory.get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.get() >= 0)
+        ::fsync(fd.get());
+}
+
+// The alternate file, locked and empty; null with errno set. Where the state file
+// cannot be locked either, on another host's file system, it goes without.
+Stream open_alternate(const Grave *g)
+{
+    Stream stream = open_file(g->alternate, O_CREAT);
+    if (!stream || (!lock(stream.get()) && is_nfs(g->alternate) != 1) ||
+        ::ftruncate(fileno(stream.get()), 0) != 0)
+        return nullptr;
+    return stream;
+}
+
+// Writes the text to the disk. False after complaining.
+bool write_whole(FILE *stream, const char *alternate, std::string_view text)
+{
+    errno = 0;
+    const ssize_t written =
+        stock::uninterrupted([&] { return ::write(fileno(stream), text.data(), text.size()); });
+    if (written < 0 || static_cast<std::size_t>(written) != text.size()) {
+        elog_complain(1, "Wrote %ld bytes to alternate state file %s instead of %ld",
+                      static_cast<long>(written), alternate, static_cast<long>(text.size()));
+        return false;
+    }
+    // The file stays open for its lock. What closing could find fault with, flushing does.
+    if (stock::uninterrupted([&] { return ::fsync(fileno(stream)); }) != 0 && errno != EINVAL) {
+        elog_complain(1, "Can't close alternate state file %s", alternate);
+        return false;
+    }
+    return true;
+}
+
+int replace_state(Grave *g, std::string_view text)
+{
+    Stream stream = open_alternate(g);
+    if (!stream) {
+        elog_complain(1, "Can't write alternate state file %s", g->alternate);
+        return -1;
+    }
+    if (!write_whole(stream.get(), g->alternate, text))
+        return -1;
+    if (::rename(g->alternate, g->name) != 0) {
+        elog_complain(1, "failed to rename state file %s to %s", g->alternate, g->name);
+        return -1;
+    }
+    const Stream earlier(g->stream);
+    g->stream = stream.release();
+    flush_directory(g->name);
+    return 0;
+}
+
+// Puts the relics into the tree in the order of their names.
+int save_relics(const Grave *g, Pf *pf)
+{
+    int result = 0;
+    Tbl *names = keysarr(g->relics);
+    for (int64_t i = 0; i < names->count; ++i) {
+        const auto *name = static_cast<const char *>(gettbl(names, i));
+        const auto *relic = static_cast<const Relic *>(getarr(g->relics, name));
+        if (kKinds[relic->type].save(pf, name, relic->address) != 0) {
+            elog_complain(0, "Can't save '%s' in state file %s", name, g->name);
+            result = -1;
+        }
+    }
+    freetbl(names, nullptr);
+    return result;
+}
+
+Grave *new_grave(const char *filename, volatile int *stop_flag, int grace_seconds,
+                 void (*extra_values)(Pf *pf))
+{
+    auto *g = static_cast<Grave *>(stock::allocate_zeroed(sizeof(Grave), "grave", "exhume"));
+    const std::size_t length = std::strlen(filename);
+    g->name = stock::copy_text(filename, "grave->name", "exhume");
+    g->alternate = static_cast<char *>(stock::allocate(length + 2, "grave->alternate", "exhume"));
+    std::memcpy(g->alternate, filename, length);
+    std::memcpy(g->alternate + length, "+", 2);
+    g->relics = newarr(nullptr);
+    g->stop_flag = stop_flag;
+    if (stop_flag)
+        *stop_flag = 0;
+    g->grace_seconds = grace_seconds;
+    g->extra_values = extra_values;
+    return g;
+}
+
+// ---- Stop signals ----
+
+// Seconds that a signal handler is given to save the state: it may have interrupted
+// its own thread inside malloc, and would wait for ever.
+constexpr int kPatience = 10;
+
+void give_up(int)
+{
+    static constexpr char kText[] = "the state could not be saved in time\n";
+    if (::write(STDERR_FILENO, kText, sizeof kText - 1) < 0)
+        ::_exit(1);
+    ::_exit(1);
+}
+
+void limit_the_time()
+{
+    std_set_timer(give_up, kPatience);
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
+}
+
+void save_in_time()
+{
+    limit_the_time();
+    bury();
+    std_set_timer(give_up, 0);
+}
+
+void save_and_end()
+{
+    if (Inside > 0) {
+        limit_the_time();
+        Owed = save_and_end;
+        return;
+    }
+    save_in_time();
+    stock::logging::end_process();
+}
+
+}  // namespace
+
+int exhume(const char *filename, volatile int *stop_flag, int grace_seconds,
+           void (*extra_values)(Pf *pf))
+{
+    const Visit visit;
+    if (grave)
+        return -2;
+    Grave *g = new_grave(filename, stop_flag, grace_seconds, extra_values);
+    make_pathdirs(filename);
+    int result = open_locked(g);
+    if (result == 1)
+        result = read_saved(g);
+    grave = g;
+    errno = 0;
+    if (stop_flag)
+        setup_signal_handlers(signal_handler);
+    return result;
+}
+
+int resurrect(const char *name, void *address, int type)
+{
+    const Visit visit;
+    Grave *g = grave;
+    if (!g)
+        return -1;
+    if (!name || !*name || !address || type < 0 || type >= kKindCount) {
+        elog_complain(0, "Can't resurrect '%s' of type %d", name ? name : "", type);
+        return -1;
+    }
+    auto *relic = static_cast<Relic *>(stock::allocate(sizeof(Relic), "relic_record"));
+    char *text = nullptr;
+    const bool found = g->saved && pfeval(g->saved, name, &text) == 0 && text;
+    if (found)
+        kKinds[type].restore(address, text);
+    *relic = {address, type};
+    std::free(setarr(g->relics, name, relic));
+    if (getarr(g->relics, name) != relic)
+        stock::out_of_memory(std::strlen(name) + 1, "relic_record");
+    return found ? 0 : 1;
+}
+
+int bury()
+{
+    Grave *g = grave;
+    if (!g || Inside > 0)
+        return -1;
+    const Visit visit;
+    signalled(g) = 0;
+    Pf *pf = pfnew(PFFILE);
+    if (g->extra_values)
+        g->extra_values(pf);
+    const int saved = save_relics(g, pf);
+    const Owned<char> text(pf2string(pf));
+    const int written = replace_state(g, text.get());
+    pffree(pf);
+    return saved == 0 ? written : -1;
+}
+
+const char *gravesite()
+{
+    const Visit visit;
+    const Grave *g = grave;
+    return g ? g->name : Gravesite;
+}
+
+void custom_gravesite(const char *filename)
+{
+    const Visit visit;
+    Gravesite = filename;
+}
+
+void lockstate(Grave *g)
+{
+    if (lock(g->stream))
+        return;
+    if (is_nfs(g->name) == 1)
+        return elog_complain(1, "Can't lock '%s' on an nfs filesystem: proceeding without lock",
+                             g->name);
+    elog_complain(1,
+                  "*fatal* Can't lock state file '%s' for exclusive use: it is already in use.\n",
+                  g->name);
+    stock::logging::end_process();
+}
+
+void signal_handler(int sig)
+{
+    const stock::KeepErrno keep;
+    Grave *g = grave;
+    if (!g)
+        elog_die(0, "*stack*Unexpected failure: %s in file %s, line %d\n", "signal_handler",
+                 __FILE__, 129);
+    signalled(g) = 1;
+    if (g->stop_flag)
+        *g->stop_flag = sig;
+    if (g->grace_seconds == 0)
+        save_and_end();
+    else if (g->grace_seconds > 0 &&
+             std_set_timer([](int) { alarm_handler(); }, g->grace_seconds) != 0)
+        elog_die(0, "failed to set timer");
+}
+
+void alarm_handler()
+{
+    Grave *g = grave;
+    if (!g || !signalled(g))
+        return;
+    if (Inside > 0) {
+        Owed = alarm_handler;
+        return;
+    }
+    save_in_time();
+    elog_die(1, "quitting from resurrection alarm\n");
+}

@@ -1,0 +1,82 @@
+// Stopping in order: stop signals that set a flag, and timers that end the process.
+
+#include "stock/halt.h"
+
+#include <csignal>
+
+#include "deviants.h"
+#include "internal/guards.h"
+#include "stock/elog.h"
+#include "stock/wait_for_time.h"
+
+namespace {
+
+volatile int *volatile Halt_flag = nullptr;
+volatile int Halt_In_Seconds = 0;
+void (*volatile Halt_Mortician)(Pf *pf) = nullptr;
+
+// A timer that is set to less than this would never run out.
+constexpr double kLeastTime = 2e-6;
+
+}  // namespace
+
+int setup_signals(volatile int *flag, void (*mortician)(Pf *pf), int seconds)
+{
+    Halt_flag = flag;
+    Halt_Mortician = mortician;
+    Halt_In_Seconds = seconds;
+    return setup_signal_handlers(halt_signal_handler);
+}
+
+int setup_signal_handlers(void (*handler)(int sig))
+{
+    static constexpr struct {
+        int number;
+        const char *refusal;
+    } kSignals[] = {
+        {SIGHUP, "Couldn't intercept signal SIGHUP\n"},
+        {SIGINT, "Couldn't intercept signal SIGINT\n"},
+        {SIGQUIT, "Couldn't intercept signal SIGQUIT\n"},
+        {SIGTERM, "Couldn't intercept signal SIGTERM\n"},
+    };
+
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    for (const auto &signal : kSignals)
+        if (sigaction(signal.number, &action, nullptr) < 0)
+            elog_die(1, "%s", signal.refusal);
+    return 0;
+}
+
+int die_soon(double seconds)
+{
+    const bool at_once = seconds >= 0 && seconds < kLeastTime;
+    if (std_set_timer([](int) { die_now(); }, at_once ? kLeastTime : seconds) == 0)
+        return 0;
+    snooze(seconds);
+    elog_die(0, "failed to setup timer to die");
+}
+
+void halt_signal_handler(int sig)
+{
+    const stock::KeepErrno keep;
+    if (Halt_flag)
+        *Halt_flag = 1;
+    if (Halt_In_Seconds >= 1 &&
+        std_set_timer([](int) { halt_alarm_handler(); }, Halt_In_Seconds) != 0)
+        elog_die(0, "received signal #%d but failed to set alarm timer", sig);
+}
+
+void halt_alarm_handler()
+{
+    Pf *pf = pfnew(PFFILE);
+    if (Halt_Mortician)
+        Halt_Mortician(pf);
+    elog_die(1, "quitting from resurrection alarm\n");
+}
+
+void die_now()
+{
+    elog_die(1, "quitting from die_soon alarm\n");
+}
