@@ -3,8 +3,8 @@
 
 set(root ${CPACK_PACKAGING_INSTALL_PREFIX})
 
-# link_all(COMPONENT PATTERN): to each file below the root that matches, a link at the
-# same place below usr.
+# link_all(COMPONENT PATTERN [DIRECTORY]): to each file below the root that matches, a
+# link at the same place below usr, or in that directory there.
 function(link_all component pattern)
   set(stage ${CPACK_TEMPORARY_DIRECTORY}/${component})
   file(GLOB files RELATIVE ${stage}${root} ${stage}${root}/${pattern})
@@ -12,15 +12,22 @@ function(link_all component pattern)
     message(FATAL_ERROR "package ${component}: there is no ${pattern}")
   endif()
   foreach(file IN LISTS files)
-    get_filename_component(directory ${stage}/usr/${file} DIRECTORY)
+    get_filename_component(name ${file} NAME)
+    get_filename_component(directory ${file} DIRECTORY)
+    if(ARGC GREATER 2)
+      set(directory ${ARGV2})
+    endif()
+    set(directory ${stage}/usr/${directory})
     file(MAKE_DIRECTORY ${directory})
     file(RELATIVE_PATH target ${directory} ${stage}${root}/${file})
-    file(CREATE_LINK ${target} ${stage}/usr/${file} SYMBOLIC)
+    file(CREATE_LINK ${target} ${directory}/${name} SYMBOLIC)
   endforeach()
 endfunction()
 
 link_all(tool "bin/*")
 link_all(tool "share/man/man1/*")
+link_all(tool "share/bash-completion/completions/*")
+link_all(tool "share/zsh/site-functions/*" share/zsh/vendor-completions)
 link_all(documents "share/man/man*/*")
 
 file(WRITE ${CPACK_TEMPORARY_DIRECTORY}/runtime/etc/ld.so.conf.d/${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME}.conf

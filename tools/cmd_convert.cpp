@@ -5,6 +5,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 #include <type_traits>
 #include <vector>
@@ -320,6 +321,25 @@ int run(const Member &member)
 }
 
 }  // namespace
+
+std::vector<std::string> converter_names()
+{
+    std::vector<std::string> names;
+    char name[16];
+    const auto add = [&](const char *sign, char a, char b, char c, char d) {
+        snprintf(name, sizeof name, "%s%c%c2%c%c", sign, a, b, c, d);
+        if (Member member; find_member(name, &member))
+            names.emplace_back(name);
+    };
+    for (const char *sign : {"", "u"})
+        for (const char order : std::string_view("mav"))
+            for (const char external : kTypeLetters)
+                for (const char host : kTypeLetters) {
+                    add(sign, order, external, 'h', host);
+                    add(sign, 'h', host, order, external);
+                }
+    return names;
+}
 
 int cmd_convert(int argc, char **argv)
 {

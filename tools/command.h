@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdio>
+#include <string>
+#include <vector>
 
 // A command gets its own words only: argv[0] is its name. It returns the tool's
 // exit status: 0, 1 when what was asked for failed, 2 on wrong usage.
@@ -25,6 +27,13 @@ bool is_help(const char *word);
 // prints the family's help.
 int run_family(const char *family, const Command *commands, int argc, char **argv);
 
+// Runs the whole tool: argv[1] is the command.
+int run_tool(int argc, char **argv);
+
+// The names that "stock convert" takes.
+std::vector<std::string> converter_names();
+
+int cmd_complete(int argc, char **argv);
 int cmd_convert(int argc, char **argv);
 int cmd_dump(int argc, char **argv);
 int cmd_find(int argc, char **argv);

@@ -222,6 +222,14 @@ const Type *find_type(const char *name)
 
 }  // namespace
 
+std::vector<const char *> pf_types()
+{
+    std::vector<const char *> names;
+    for (const Type &type : kTypes)
+        names.push_back(type.name);
+    return names;
+}
+
 int pf_get(int argc, char **argv)
 {
     if (helped(argc, argv, kGetHelp))

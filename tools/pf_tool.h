@@ -41,6 +41,9 @@ void add_json_string(std::string &out, std::string_view text);
 // control characters are written as escapes.
 std::string quoted(std::string_view text);
 
+// The types that a value may be read as.
+std::vector<const char *> pf_types();
+
 int pf_check(int argc, char **argv);
 int pf_del(int argc, char **argv);
 int pf_explain(int argc, char **argv);

@@ -10,6 +10,7 @@ namespace {
 
 // clang-format off
 constexpr Command kCommands[] = {
+    {"complete", "WORD...", "print what the last word may become, for shells", cmd_complete},
     {"convert", "MEMBER", "turn packed numbers into lines and back", cmd_convert},
     {"dump", "[FILE]", "print bytes in hexadecimal and as text", cmd_dump},
     {"find", "[OPTION...] NAME", "find a data file along the data path", cmd_find},
@@ -68,6 +69,11 @@ int run_family(const char *family, const Command *commands, int argc, char **arg
     return wrong_usage(family, "no command '%s'", argv[1]);
 }
 
+int run_tool(int argc, char **argv)
+{
+    return run_family("stock", kCommands, argc, argv);
+}
+
 int main(int argc, char **argv)
 {
     elog_init(argc, argv);
@@ -75,7 +81,7 @@ int main(int argc, char **argv)
         puts("stock " STOCK_VERSION);
         return kDone;
     }
-    const int status = run_family("stock", kCommands, argc, argv);
+    const int status = run_tool(argc, argv);
     if (fflush(stdout) != 0 || ferror(stdout)) {
         elog_complain(1, "can't write to standard output");
         return kFailed;

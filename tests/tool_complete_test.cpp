@@ -1,0 +1,221 @@
+// stock complete, against what the help of each command shows.
+
+#include <regex>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <dlfcn.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "stock/convert.h"
+#include "support/child.h"
+#include "support/temp_dir.h"
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::IsSupersetOf;
+using testing::Not;
+using testing::SizeIs;
+using testing::StartsWith;
+using testing::UnorderedElementsAreArray;
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+std::string printed(Words words, const Words &settings = {})
+{
+    words.insert(words.begin(), tool_path());
+    const Ended ended = run_program(words, "", settings);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 0);
+    return ended.out;
+}
+
+// The candidates, without what they mean; what the shell is to look for has a tab in front.
+Words offered(Words words, const Words &settings = {})
+{
+    words.insert(words.begin(), {"complete", "stock"});
+    std::istringstream lines(printed(words, settings));
+    Words candidates;
+    for (std::string line; std::getline(lines, line);)
+        candidates.push_back(line.substr(0, line.find('\t', 1)));
+    return candidates;
+}
+
+// All that matches in the text, each once.
+Words all_of(const std::string &text, const char *pattern)
+{
+    const std::regex regex(pattern);
+    std::set<std::string> found;
+    for (std::sregex_iterator match(text.begin(), text.end(), regex), end; match != end; ++match)
+        found.insert((*match)[1]);
+    return {found.begin(), found.end()};
+}
+
+// Every command with the commands of families in it, such as {"pf", "get"}.
+std::vector<Words> all_commands(const Words &family = {})
+{
+    Words ask = family;
+    ask.push_back("--help");
+    const std::string help = printed(ask);
+    if (!std::regex_search(help, std::regex("^usage: stock( [a-z]+)? COMMAND ")))
+        return {family};
+    std::vector<Words> commands;
+    for (const std::string &name : all_of(help, "\n  ([a-z][a-z0-9]*) ")) {
+        Words command = family;
+        command.push_back(name);
+        for (const Words &below : all_commands(command))
+            commands.push_back(below);
+    }
+    return commands;
+}
+
+Words joined(Words words, const Words &more)
+{
+    words.insert(words.end(), more.begin(), more.end());
+    return words;
+}
+
+}  // namespace
+
+TEST(ToolComplete, OffersEveryCommandThatHelpShows)
+{
+    for (const Words &family : {Words{}, Words{"pf"}, Words{"path"}}) {
+        const Words names = all_of(printed(joined(family, {"--help"})), "\n  ([a-z][a-z0-9]*) ");
+        EXPECT_THAT(names, SizeIs(testing::Gt(2)));
+        EXPECT_THAT(offered(joined(family, {""})), UnorderedElementsAreArray(names));
+    }
+}
+
+TEST(ToolComplete, OffersEveryOptionThatHelpShows)
+{
+    std::size_t options = 0;
+    for (const Words &command : all_commands()) {
+        SCOPED_TRACE(command.back());
+        const std::string help = printed(joined(command, {"--help"}));
+        const std::string usage = help.substr(0, help.find("\n\n"));
+        Words shown = all_of(usage, "[ \\[](--?[a-z][a-z-]*)");
+        for (const std::string &listed : all_of(help, "\n  (--?[a-z][a-z-]*)"))
+            EXPECT_THAT(shown, Contains(listed));
+        options += shown.size();
+        shown.push_back("--help");
+        EXPECT_THAT(offered(joined(command, {"-"})), UnorderedElementsAreArray(shown));
+    }
+    EXPECT_GE(options, 18U);
+}
+
+TEST(ToolComplete, OffersOnlyWhatGoesOnFromTheWord)
+{
+    EXPECT_THAT(offered({"d"}), ElementsAre("dump"));
+    EXPECT_THAT(offered({"pf", "s"}), ElementsAre("set", "shell", "show"));
+    EXPECT_THAT(offered({"--v"}), ElementsAre("--version"));
+    EXPECT_THAT(offered({"--h"}), ElementsAre("--help"));
+    EXPECT_THAT(offered({"-h"}), IsEmpty());
+    EXPECT_THAT(offered({"pf", "-"}), ElementsAre("--help"));
+}
+
+TEST(ToolComplete, TellsWhatACommandDoes)
+{
+    EXPECT_EQ(printed({"complete", "stock", "ro"}), "root\tprint the installation root\n");
+    EXPECT_EQ(printed({"complete", "stock", "tim"}),
+              "time\tread times in any form and print them\n");
+}
+
+TEST(ToolComplete, OffersTheParameterFilesAlongPFPATH)
+{
+    const TempDir dir;
+    dir.file("a/stations.pf", "");
+    dir.file("a/both.pf", "");
+    dir.file("b/both.pf", "");
+    dir.file("b/note.txt", "");
+    const Words path = {"PFPATH=" + dir / "a" + ":" + dir / "missing" + ":" + dir / "b"};
+    EXPECT_THAT(offered({"pf", "get", ""}, path), ElementsAre("both", "stations"));
+    EXPECT_THAT(offered({"pf", "get", "--type", "int", "s"}, path), ElementsAre("stations"));
+    EXPECT_THAT(offered({"pf", "show", ""}, path), ElementsAre("both", "stations", "\tfiles"));
+    EXPECT_THAT(offered({"pf", "show", "x", "--", "b"}, path), ElementsAre("both", "\tfiles"));
+    EXPECT_THAT(offered({"pf", "show", "./b"}, path), ElementsAre("\tfiles"));
+    EXPECT_THAT(offered({"pf", "get", "both", ""}, path), IsEmpty());
+}
+
+TEST(ToolComplete, OffersTheParameterFilesOfTheRootWithoutPFPATH)
+{
+    EXPECT_THAT(offered({"pf", "explain", ""}, {"PFPATH", "TALUVINE=" + source_path(".")}),
+                IsSupersetOf({"elog", "time_formats"}));
+}
+
+TEST(ToolComplete, OffersEveryConverter)
+{
+    const Words names = offered({"convert", ""});
+    EXPECT_THAT(names, SizeIs(408));
+    EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), 408U);
+    ASSERT_EQ(dlsym(RTLD_DEFAULT, "ms2hd"), reinterpret_cast<void *>(&ms2hd));
+    for (const std::string &name : names)
+        EXPECT_NE(dlsym(RTLD_DEFAULT, name.c_str()), nullptr) << name;
+    EXPECT_THAT(offered({"convert", "ums2h"}),
+                ElementsAre("ums2hb", "ums2hs", "ums2hi", "ums2hl", "ums2hf", "ums2hd"));
+}
+
+TEST(ToolComplete, OffersTypesThatPfGetTakes)
+{
+    const TempDir dir;
+    const std::string file = dir.file("x.pf", "a 1\n");
+    const Words types = offered({"pf", "get", "--type", ""});
+    EXPECT_THAT(types, IsSupersetOf({"int", "double", "boolean", "tbl", "arr"}));
+    for (const std::string &type : types)
+        EXPECT_THAT(run_program({tool_path(), "pf", "get", "--type", type, file, "a"}).status,
+                    testing::Ne(2));
+}
+
+TEST(ToolComplete, LeavesToTheShellWhatItKnowsBest)
+{
+    EXPECT_THAT(offered({"dump", "--ascii", ""}), ElementsAre("\tfiles"));
+    EXPECT_THAT(offered({"path", "rel", ""}), ElementsAre("\tdirectories"));
+    EXPECT_THAT(offered({"find", "--path", ""}), ElementsAre("\tvariables"));
+    EXPECT_THAT(offered({"time", "--until", "tomorrow", ""}), ElementsAre("\tcommands"));
+}
+
+TEST(ToolComplete, OffersSignalsAndZones)
+{
+    EXPECT_THAT(offered({"signals", "HU"}), ElementsAre("HUP"));
+    EXPECT_THAT(offered({"signals", "HUP", "TER"}), ElementsAre("TERM"));
+    EXPECT_THAT(offered({"time", "-z", "LO"}), ElementsAre("LOCAL"));
+}
+
+TEST(ToolComplete, LeavesOutOptionsOfOtherWaysToUseTheCommand)
+{
+    EXPECT_THAT(offered({"time", "-e", "-"}), Not(Contains("--delta")));
+    EXPECT_THAT(offered({"time", "-e", "-"}), Contains("-z"));
+    EXPECT_THAT(offered({"time", "--delta", "-"}), IsEmpty());
+}
+
+TEST(ToolComplete, OffersAnArgumentAgainWhereItRepeats)
+{
+    EXPECT_THAT(offered({"path", "split", "a", "b", ""}), ElementsAre("\tfiles"));
+    EXPECT_THAT(offered({"tbl", "a", ""}), IsEmpty());
+}
+
+TEST(ToolComplete, OffersNothingBehindWhatIsNoCommand)
+{
+    EXPECT_THAT(offered({"nosuch", ""}), IsEmpty());
+    EXPECT_THAT(offered({"pf", "nosuch", "-"}), IsEmpty());
+    EXPECT_THAT(offered({"root", ""}), IsEmpty());
+    EXPECT_THAT(offered({"pf", "get", "--nosuch", ""}), IsEmpty());
+}
+
+TEST(ToolComplete, HelpsAndRefuses)
+{
+    EXPECT_THAT(printed({"complete", "--help"}), StartsWith("usage: stock complete WORD..."));
+    for (const Words &words : {Words{"complete"}, Words{"complete", "stock"}}) {
+        const Ended ended = run_program(joined({tool_path()}, words));
+        EXPECT_EQ(ended.status, 2);
+        EXPECT_EQ(ended.out, "");
+        EXPECT_THAT(ended.err, HasSubstr("try 'stock complete --help'\n"));
+    }
+}

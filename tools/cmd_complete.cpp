@@ -1,0 +1,385 @@
+// stock complete: what may stand at the end of a command line, for shells.
+//
+// The commands and their options are what the help of each one shows. What an
+// argument may be follows from its name there, such as FILE or MEMBER.
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <set>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+#include "command.h"
+#include "deviants.h"
+#include "pf_tool.h"
+#include "stock.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char *kHelp =
+    "usage: stock complete WORD...\n"
+    "\n"
+    "Prints what the last word of a command line may become, for a shell that completes\n"
+    "it. The first WORD is 'stock', the last may be empty. Each line is a word, and what\n"
+    "it means behind a tab; a line that begins with a tab names what the shell itself\n"
+    "knows best: files, directories, variables, commands.\n";
+
+// ---- What the help of a command shows ----
+
+struct Option {
+    std::string name;      // with its dashes
+    std::string argument;  // empty when it takes none
+};
+
+// One of the ways to use a command, a line of its usage.
+struct Form {
+    std::vector<Option> options;
+    std::vector<std::string> arguments;
+    bool repeats = false;  // the last argument may be given again
+};
+
+struct Help {
+    std::vector<std::pair<std::string, std::string>> commands;  // of a family, with summaries
+    std::vector<Form> forms;
+};
+
+bool begins_upper(const std::string &word)
+{
+    return !word.empty() && std::isupper(static_cast<unsigned char>(word[0]));
+}
+
+bool ends_with_dots(std::string &word)
+{
+    const bool dots = word.ends_with("...");
+    if (dots)
+        word.resize(word.size() - 3);
+    return dots;
+}
+
+// Reads "[--path VARIABLE] [-a | -b] NAME [FILE]..." into a form.
+Form read_form(const std::string &usage)
+{
+    std::string spaced;  // an option takes no argument from behind its bracket
+    for (const char c : usage)
+        spaced += c == '[' ? " " : c == ']' ? " ] " : std::string(1, c);
+    std::istringstream in(spaced);
+    Form form;
+    bool may_take = false;
+    for (std::string word; in >> word;) {
+        const bool is_option = word[0] == '-';
+        if (is_option) {
+            form.options.push_back({word, ""});
+        } else if (may_take && begins_upper(word)) {
+            form.options.back().argument = word;
+        } else {
+            form.repeats = ends_with_dots(word) || form.repeats;
+            if (begins_upper(word) && word != "OPTION")
+                form.arguments.push_back(word);
+        }
+        may_take = is_option;
+    }
+    return form;
+}
+
+// Reads "  --path VARIABLE   where the search path is", which a usage line may leave out.
+void add_listed(Help &help, const std::string &line)
+{
+    std::istringstream in(line.substr(0, line.find("  ", 2)));
+    Option option;
+    in >> option.name >> option.argument;
+    const auto is_it = [&](const Option &other) { return other.name == option.name; };
+    for (const Form &form : help.forms)
+        if (std::ranges::any_of(form.options, is_it))
+            return;
+    for (Form &form : help.forms)
+        form.options.push_back(option);
+}
+
+Help read_help(const std::string &text, const std::string &command)
+{
+    Help help;
+    bool is_family = false;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);) {
+        const bool is_usage = line.starts_with("usage: " + command);
+        if (is_usage || line.starts_with("       " + command)) {
+            const std::string usage = line.substr(strlen("usage: ") + command.size());
+            is_family = is_family || usage.starts_with(" COMMAND ");
+            help.forms.push_back(read_form(usage));
+        } else if (is_family && line.starts_with("  ")) {
+            // The name, its arguments in 28 columns or more, and the summary.
+            const auto name_end = line.find(' ', 2);
+            const auto gap = line.size() > 31 ? line.find(' ', 30) : std::string::npos;
+            help.commands.emplace_back(line.substr(2, name_end - 2),
+                                       gap == std::string::npos ? "" : line.substr(gap + 1));
+        } else if (line.starts_with("  -") && !line.starts_with("  - ")) {
+            add_listed(help, line);
+        }
+    }
+    return help;
+}
+
+// What the tool prints on standard output for these words.
+std::string printed_for(std::vector<std::string> words)
+{
+    std::vector<char *> argv(words.size() + 1);
+    std::ranges::transform(words, argv.begin(), [](std::string &word) { return word.data(); });
+    FILE *kept = tmpfile();
+    if (!kept)
+        return "";
+    fflush(stdout);
+    const int out = dup(STDOUT_FILENO);
+    dup2(fileno(kept), STDOUT_FILENO);
+    run_tool(static_cast<int>(words.size()), argv.data());
+    fflush(stdout);
+    dup2(out, STDOUT_FILENO);
+    close(out);
+    rewind(kept);
+    std::string text;
+    for (int c = getc(kept); c != EOF; c = getc(kept))
+        text += static_cast<char>(c);
+    fclose(kept);
+    return text;
+}
+
+Help help_of(const std::vector<std::string> &command)
+{
+    std::string name;
+    for (const std::string &word : command)
+        name += (name.empty() ? "" : " ") + word;
+    std::vector<std::string> words = command;
+    words.push_back("--help");
+    return read_help(printed_for(words), name);
+}
+
+// ---- What an argument may be ----
+
+// Prints words that go on from the one that is completed.
+class Offer {
+public:
+    explicit Offer(std::string word) : word_(std::move(word)) {}
+
+    void word(const std::string &text, const std::string &meaning = "") const
+    {
+        if (text.starts_with(word_))
+            printf("%s\t%s\n", text.c_str(), meaning.c_str());
+    }
+    // What the shell is to look for.
+    void kind(const char *name) const { printf("\t%s\n", name); }
+    bool has_directory() const { return word_.find('/') != std::string::npos; }
+
+private:
+    std::string word_;
+};
+
+std::vector<std::string> pf_directories()
+{
+    const char *path = getenv("PFPATH");
+    std::istringstream in(path ? path : gettaluvine() + std::string("/data/pf:."));
+    std::vector<std::string> directories;
+    for (std::string directory; std::getline(in, directory, ':');)
+        directories.push_back(directory);
+    return directories;
+}
+
+void offer_pf_names(const Offer &offer)
+{
+    std::set<std::string> names;
+    for (const std::string &directory : pf_directories()) {
+        std::error_code ignored;
+        for (const auto &entry : fs::directory_iterator(directory, ignored))
+            if (entry.path().extension() == ".pf")
+                names.insert(entry.path().stem().string());
+    }
+    for (const std::string &name : names)
+        offer.word(name, "parameter file");
+}
+
+void offer_names_and_files(const Offer &offer)
+{
+    if (!offer.has_directory())
+        offer_pf_names(offer);
+    offer.kind("files");
+}
+
+void offer_converters(const Offer &offer)
+{
+    for (const std::string &name : converter_names())
+        offer.word(name);
+}
+
+void offer_types(const Offer &offer)
+{
+    for (const char *name : pf_types())
+        offer.word(name);
+}
+
+void offer_signals(const Offer &offer)
+{
+    for (int i = 0; i < Nsig; ++i)
+        offer.word(Siglist[i].name, "signal");
+}
+
+void offer_zones(const Offer &offer)
+{
+    offer.word("LOCAL", "this computer's zone");
+    const fs::path root = "/usr/share/zoneinfo";
+    std::set<std::string> zones;
+    std::error_code ignored;
+    for (const auto &entry : fs::recursive_directory_iterator(root, ignored)) {
+        const std::string name = entry.path().lexically_relative(root).string();
+        if (begins_upper(name) && !entry.is_directory(ignored))
+            zones.insert(name);
+    }
+    for (const std::string &zone : zones)
+        offer.word(zone);
+}
+
+struct Argument {
+    std::string_view family;  // the command it must belong to; empty: any
+    std::string_view name;    // as the usage line calls it
+    void (*offer)(const Offer &offer);
+};
+
+// clang-format off
+constexpr Argument kArguments[] = {
+    {"",   "COMMAND",     [](const Offer &offer) { offer.kind("commands"); }},
+    {"",   "FILE",        [](const Offer &offer) { offer.kind("files"); }},
+    {"",   "FILE|NAME",   offer_names_and_files},
+    {"",   "FROM",        [](const Offer &offer) { offer.kind("directories"); }},
+    {"",   "MEMBER",      offer_converters},
+    {"pf", "NAME",        offer_pf_names},
+    {"",   "NAME|NUMBER", offer_signals},
+    {"",   "PATH",        [](const Offer &offer) { offer.kind("files"); }},
+    {"",   "TO",          [](const Offer &offer) { offer.kind("files"); }},
+    {"",   "TYPE",        offer_types},
+    {"",   "VARIABLE",    [](const Offer &offer) { offer.kind("variables"); }},
+    {"",   "ZONE",        offer_zones},
+};
+// clang-format on
+
+void offer_argument(const Offer &offer, const std::string &family, const std::string &name)
+{
+    for (const Argument &argument : kArguments)
+        if (argument.name == name && (argument.family.empty() || argument.family == family))
+            return argument.offer(offer);
+}
+
+// ---- Where the last word stands ----
+
+const Option *find_option(const Form &form, const std::string &name)
+{
+    for (const Option &option : form.options)
+        if (option.name == name)
+            return &option;
+    return nullptr;
+}
+
+// Goes through the words before the last as one form reads them.
+struct Walk {
+    bool fits = true;                // the form has all their options
+    const Option *taking = nullptr;  // the option whose argument comes next
+    std::size_t arguments = 0;       // how many came
+
+    Walk(const Form &form, const std::vector<std::string> &words)
+    {
+        for (const std::string &word : words) {
+            if (std::exchange(taking, nullptr))
+                continue;
+            if (arguments == 0 && word.size() > 1 && word[0] == '-') {
+                const Option *option = find_option(form, word);
+                fits = fits && option;
+                taking = option && !option->argument.empty() ? option : nullptr;
+            } else {
+                ++arguments;
+            }
+        }
+    }
+};
+
+void offer_options(const Offer &offer, const std::vector<Form> &forms,
+                   const std::vector<std::string> &before)
+{
+    std::set<std::string> names;
+    for (const Form &form : forms)
+        if (const Walk walk(form, before); walk.fits && walk.arguments == 0)
+            for (const Option &option : form.options)
+                names.insert(option.name);
+    if (before.empty())
+        names.insert("--help");
+    for (const std::string &name : names)
+        offer.word(name);
+}
+
+void complete_arguments(const Help &help, const std::string &family,
+                        const std::vector<std::string> &before, const std::string &word)
+{
+    const Offer offer(word);
+    for (const Form &form : help.forms) {
+        const Walk walk(form, before);
+        if (!walk.fits)
+            continue;
+        if (walk.taking)
+            return offer_argument(offer, family, walk.taking->argument);
+        if (word.starts_with('-'))
+            return offer_options(offer, help.forms, before);
+        const std::size_t count = form.arguments.size();
+        if (walk.arguments < count)
+            return offer_argument(offer, family, form.arguments[walk.arguments]);
+        if (form.repeats && count > 0)
+            offer_argument(offer, family, form.arguments[count - 1]);
+        return;
+    }
+}
+
+// The words are those behind "stock".
+void complete(const std::vector<std::string> &words)
+{
+    std::vector<std::string> command = {"stock"};
+    Help help = help_of(command);
+    auto word = words.begin();
+    for (; !help.commands.empty() && word + 1 != words.end(); ++word) {
+        const auto is_it = [&](const auto &row) { return row.first == *word; };
+        if (std::ranges::none_of(help.commands, is_it))
+            return;
+        command.push_back(*word);
+        help = help_of(command);
+    }
+    const std::string &last = words.back();
+    if (help.commands.empty()) {
+        complete_arguments(help, command[1], {word, words.end() - 1}, last);
+        return;
+    }
+    const Offer offer(last);
+    for (const auto &[name, summary] : help.commands)
+        offer.word(name, summary);
+    if (last.starts_with('-')) {
+        offer.word("--help");
+        if (words.size() == 1)
+            offer.word("--version");
+    }
+}
+
+}  // namespace
+
+int cmd_complete(int argc, char **argv)
+{
+    if (argc == 2 && is_help(argv[1])) {
+        fputs(kHelp, stdout);
+        return kDone;
+    }
+    if (argc < 3)
+        return wrong_usage("stock complete", "which words?");
+    complete({argv + 2, argv + argc});
+    return kDone;
+}
