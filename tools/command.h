@@ -42,6 +42,7 @@ int cmd_path(int argc, char **argv);
 int cmd_pf(int argc, char **argv);
 int cmd_root(int argc, char **argv);
 int cmd_signals(int argc, char **argv);
+int cmd_state(int argc, char **argv);
 int cmd_tbl(int argc, char **argv);
 int cmd_time(int argc, char **argv);
 int cmd_undump(int argc, char **argv);

@@ -19,6 +19,7 @@ constexpr Command kCommands[] = {
     {"pf", "COMMAND ...", "read and print parameter files", cmd_pf},
     {"root", "", "print the installation root", cmd_root},
     {"signals", "[NAME|NUMBER]...", "list the signals", cmd_signals},
+    {"state", "FILE", "print what a program keeps across restarts", cmd_state},
     {"tbl", "FILE", "print a list file", cmd_tbl},
     {"time", "[OPTION...] [STRING...]", "read times in any form and print them", cmd_time},
     {"undump", "[FILE]", "turn what dump printed back into bytes", cmd_undump},
