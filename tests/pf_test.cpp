@@ -4,6 +4,9 @@
 
 #include <initializer_list>
 #include <string>
+#include <thread>
+
+#include <strings.h>
 
 #include <gtest/gtest.h>
 
@@ -22,6 +25,13 @@ std::string address(const void *pointer)
     char text[40];
     snprintf(text, sizeof text, "%p", pointer);
     return text;
+}
+
+Pf *compiled(const char *text)
+{
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfcompile(text, &pf), 0);
+    return pf;
 }
 
 Pf *text_node(int type, const char *text)
@@ -306,5 +316,97 @@ TEST(Showpf, ShowsTheRecordOfAContainerOrFunctionAsAString)
         const std::string text = shown("x", node);
         EXPECT_NE(text.find("    value=" + address(node->value.s) + " ("), text.npos);
         EXPECT_EQ(text.substr(text.size() - 3), ")\n\n");
+    }
+}
+
+// ---- Values that were read together, and are freed one by one ----
+
+TEST(PfParts, AValueOutlivesTheTreeItWasReadInto)
+{
+    PfPtr tree(compiled("a 1\nb 2\nlist &Tbl{\nx\ny\n}\n"));
+    const PfPtr b(pfdel(tree.get(), "b"));
+    Pf *list = nullptr;
+    pfvalue(tree.get(), "list", &list);
+    const PfPtr y(pfdel(list, pfindex(1)));
+    tree.reset();
+    EXPECT_STREQ(b->value.s, "2");
+    EXPECT_STREQ(y->value.s, "y");
+}
+
+TEST(PfParts, AKeyStaysWhereItIsWhenItsValueIsReplaced)
+{
+    const PfPtr tree(compiled("a 1\nb 2\n"));
+    Tbl *keys = pfkeys(tree.get());
+    const char *a = static_cast<const char *>(gettbl(keys, 0));
+    freetbl(keys, nullptr);
+    pfput_string(tree.get(), "a", "other");
+    EXPECT_STREQ(a, "a");
+    EXPECT_EQ(rbfind("a", tree->value.arr), a);
+    EXPECT_STREQ(pfget_string(tree.get(), "a"), "other");
+}
+
+TEST(PfParts, AKeyThatIsReadTwiceKeepsTheLaterValue)
+{
+    Pf *tree = compiled("a 1\nb 2\na 3\n");
+    EXPECT_EQ(pfcompile("b 4\nb &Tbl{\n}\nb 5\n", &tree), 0);
+    EXPECT_STREQ(pfget_string(tree, "a"), "3");
+    EXPECT_STREQ(pfget_string(tree, "b"), "5");
+    EXPECT_EQ(cntarr(tree->value.arr), 2);
+    pffree(tree);
+}
+
+TEST(PfParts, TheKeyThatADeletionTakesOutIsTheCallers)
+{
+    const PfPtr tree(compiled("a 1\nb 2\n"));
+    const Rbnode *removed = rbdelete("a", tree->value.arr);
+    EXPECT_STREQ(static_cast<const char *>(removed->key), "a");
+    pffree(static_cast<Pf *>(removed->value));
+    free(removed->key);
+    char own[] = "b";
+    removed = rbinsert(own, nullptr, tree->value.arr);
+    EXPECT_STREQ(static_cast<const char *>(removed->key), "b");
+    pffree(static_cast<Pf *>(removed->value));
+    free(removed->key);
+    EXPECT_EQ(rbfind("b", tree->value.arr), own);
+    rbdelete("b", tree->value.arr);
+}
+
+TEST(PfParts, ReadIntoATreeOfAnotherOrderTheyFollowIt)
+{
+    Pf *tree = pfnew(PFARR);
+    freearr(tree->value.arr, nullptr);
+    tree->value.arr = newarr([](const void *a, const void *b) {
+        return strcasecmp(static_cast<const char *>(a), static_cast<const char *>(b));
+    });
+    EXPECT_EQ(pfcompile("Key 1\nkEY 2\n", &tree), 0);
+    EXPECT_EQ(cntarr(tree->value.arr), 1);
+    EXPECT_STREQ(static_cast<const char *>(rbfind("key", tree->value.arr)), "kEY");
+    tree->value.arr->replace = 0;
+    EXPECT_EQ(pfcompile("other 1\n", &tree), 0);
+    EXPECT_EQ(cntarr(tree->value.arr), 2);
+    pffree(tree);
+}
+
+TEST(PfParts, TextsOfAllSizesAreKept)
+{
+    std::string text;
+    for (size_t size = 0; size < 100'000; size = size * 3 / 2 + 1)
+        text += "k" + std::to_string(size) + " " + std::string(size, 'x') + "\n";
+    const PfPtr tree(compiled(text.c_str()));
+    for (size_t size = 0; size < 100'000; size = size * 3 / 2 + 1)
+        EXPECT_EQ(pfget_string(tree.get(), ("k" + std::to_string(size)).c_str()),
+                  std::string(size, 'x'));
+}
+
+TEST(PfPartsThreads, FreeEachItsOwn)
+{
+    for (int round = 0; round < 20; ++round) {
+        PfPtr tree(compiled("a 1\nb 2\nc 3\nd 4\n"));
+        PfPtr taken[] = {PfPtr(pfdel(tree.get(), "a")), PfPtr(pfdel(tree.get(), "c"))};
+        std::thread threads[] = {std::thread([&] { taken[0].reset(); }),
+                                 std::thread([&] { taken[1].reset(); }),
+                                 std::thread([&] { tree.reset(); })};
+        for (std::thread &thread : threads)
+            thread.join();
     }
 }

@@ -68,7 +68,7 @@ TEST(PfOutOfMemory, TheScannersOwnBuffersAreFaults)
               "oom_test *fault*: out of dynamic memory in PF_create_buffer()");
     EXPECT_EQ(fault_at(100'000, from_file),
               "oom_test *fault*: out of dynamic memory in yy_get_next_buffer()");
-    EXPECT_EQ(fault_at(100'000,
+    EXPECT_EQ(fault_at(60'000,
                        [&] {
                            Pf *pf = nullptr;
                            pfcompile_counted(text.data(), 300'000, &pf);

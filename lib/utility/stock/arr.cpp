@@ -72,6 +72,9 @@ void free_nodes(Rbnode *node, void (*free_value)(void *value))
 {
     if (node == rb_null)
         return;
+    // What is freed after the left side is fetched meanwhile.
+    __builtin_prefetch(node->right);
+    __builtin_prefetch(node->value);
     free_nodes(node->left, free_value);
     free_nodes(node->right, free_value);
     if (free_value)
@@ -102,11 +105,7 @@ void *getarr(const Arr *arr, const char *key)
 
 void *delarr(Arr *arr, const char *key)
 {
-    const Rbnode *removed = rbdelete(key, arr);
-    if (!removed)
-        return nullptr;
-    std::free(removed->key);
-    return removed->value;
+    return stock::take_out(arr, key);
 }
 
 int freearr(Arr *arr, void (*free_value)(void *value))

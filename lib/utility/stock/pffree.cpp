@@ -94,7 +94,7 @@ void pffree(Pf *pf)
     stock::free_value(pf);
     if (pf->filled_out)  // seldom: spares the call
         std::free(pf->filled_out);
-    std::free(pf);
+    stock::free_block(pf);
 }
 
 void showpf(const char *label, const Pf *pf)

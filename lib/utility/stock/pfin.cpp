@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <utility>
 
@@ -56,8 +57,7 @@ Pf *target_of(Pf **pf)
 }
 
 // Parses the window that `open` makes over a block. When the text ends inside a
-// container, `unterminated` is told the scanner, where its text began, and how many
-// containers are open.
+// container, `unterminated` is told the scanner and how many containers are open.
 template <class Open, class Unterminated>
 int parse(Pf **pf, const char *filename, Open open, Unterminated unterminated)
 {
@@ -68,7 +68,6 @@ int parse(Pf **pf, const char *filename, Open open, Unterminated unterminated)
         return refuse(EINVAL, filename);
 
     Window window = open(std::exchange(spare_window, {}));
-    const char *text = window.start;
     Scanner scanner(window, top, filename, std::exchange(spare_string, {}));
     int result = stock::PF_lex(scanner);
     top->type = PFFILE;
@@ -76,14 +75,14 @@ int parse(Pf **pf, const char *filename, Open open, Unterminated unterminated)
         result = refuse(window.error(), filename);
     const int depth = scanner.Lex_level + scanner.unfinished;
     if (depth > 0)
-        unterminated(scanner, text, depth);
+        unterminated(scanner, depth);
 
     keep(spare_window, window.release());
     keep(spare_string, {scanner.String_buf, scanner.StringSz});
     return result || depth > 0 ? -2 : 0;
 }
 
-void unterminated_string(const Scanner &scanner, const char *text, int depth)
+void unterminated_string(const Scanner &scanner, int depth, const char *text)
 {
     const stock::Owned<char> head(strhead(text, 5, "  --> "));
     elog_log(0,
@@ -101,7 +100,7 @@ int pfinfd(int fd, Pf **pf)
         path = "*pf filename unknown*";
     return parse(
         pf, path, [fd](Block block) { return Window(stock::reader_of(fd), block); },
-        [path](const Scanner &scanner, const char *, int depth) {
+        [path](const Scanner &scanner, int depth) {
             elog_log(0,
                      "*stack* Unterminated arrays or tables in parameter file %s at last line #%d: "
                      "depth = %d",
@@ -116,7 +115,7 @@ int pfin(FILE *stream, Pf **pf)
         return refuse(EINVAL, kName);
     return parse(
         pf, kName, [stream](Block block) { return Window(stock::reader_of(stream), block); },
-        [](const Scanner &scanner, const char *, int depth) {
+        [](const Scanner &scanner, int depth) {
             elog_log(0,
                      "*stack* Unterminated arrays or tables in input FILE at last line #%d: "
                      "depth = %d",
@@ -140,7 +139,7 @@ int pfcompile(const char *text, Pf **pf)
             keep(spare_window, block);
             return Window(text);
         },
-        unterminated_string);
+        [text](const Scanner &scanner, int depth) { unterminated_string(scanner, depth, text); });
 }
 
 int pfcompile_counted(const char *text, long count, Pf **pf)
@@ -149,6 +148,13 @@ int pfcompile_counted(const char *text, long count, Pf **pf)
         return refuse(EINVAL, kInternal);
     const auto bytes = static_cast<std::size_t>(std::max(count, 0L));
     return parse(
-        pf, kInternal, [=](Block block) { return Window(text, bytes, block); },
-        unterminated_string);
+        pf, kInternal, [=](Block block) { return Window(stock::reader_of(text, bytes), block); },
+        [=](const Scanner &scanner, int depth) {
+            const std::size_t length = strnlen(text, bytes);
+            const stock::Owned<char> ended(
+                static_cast<char *>(stock::allocate(length + 1, "text", "pfcompile_counted")));
+            std::memcpy(ended.get(), text, length);
+            ended.get()[length] = 0;
+            unterminated_string(scanner, depth, ended.get());
+        });
 }

@@ -16,6 +16,7 @@
 
 #include "internal/alloc.h"
 #include "internal/pfnode.h"
+#include "internal/rbnode.h"
 #include "stock/elog.h"
 #include "stock/strings.h"
 
@@ -181,12 +182,35 @@ void expect_next(Scanner &s)
     s.state = s.Lex_pf->type == PFTBL ? LexState::value : LexState::key;
 }
 
-void store(Scanner &s, Pf *Lex_value)
+// A value and, of a text in a table, the node that holds it under the current key.
+struct Value {
+    Pf *pf;
+    Rbnode *node = nullptr;
+};
+
+static_assert(kMaxKey <= kMaxSlabKey);
+
+// A text for the current container.
+Value text_value(Scanner &s, std::string_view text)
 {
-    Lex_value->parent = s.Lex_pf;
+    const std::string_view key = s.Lex_pf->type == PFTBL ? std::string_view() : s.Lex_key;
+    const std::size_t key_words = s.Lex_pf->type == PFTBL ? 0 : words_behind_key(key.size());
+    char *block =
+        s.slabs.take(key_words + in_words(sizeof(Pf) + text.size() + 1), key_words ? 2 : 1);
+    if (!block)
+        return {new_text(text)};
+    char *behind = block + key_words * kWord;
+    Pf *pf = make_text(behind, text, s.slabs.distance(behind));
+    return {pf, key_words ? make_node(block, key, pf, s.slabs.distance(block)) : nullptr};
+}
+
+void store(Scanner &s, const Value &value)
+{
+    value.pf->parent = s.Lex_pf;
     if (s.Lex_pf->type == PFTBL) {
-        pushtbl(s.Lex_pf->value.tbl, Lex_value);
-    } else if (void *old = setarr(s.Lex_pf->value.arr, s.Lex_key, Lex_value)) {
+        pushtbl(s.Lex_pf->value.tbl, value.pf);
+    } else if (void *old = value.node ? set_node(s.Lex_pf->value.arr, value.node)
+                                      : setarr(s.Lex_pf->value.arr, s.Lex_key, value.pf)) {
         if (Pf_show_replacements)
             fprintf(stderr, "replacing key '%s' at line #%d of %s\n", s.Lex_key, s.Lex_lineno,
                     s.Pffilename);
@@ -361,7 +385,7 @@ Next open_container(Scanner &s, std::size_t length)
         return Next::failed;
     }
     Pf *Lex_value = pfnew(type);
-    store(s, Lex_value);
+    store(s, {Lex_value});
     s.Lex_stack[static_cast<std::size_t>(s.Lex_level++)] = s.Lex_pf;
     s.Lex_pf = Lex_value;
     take(s, length);
@@ -425,7 +449,7 @@ Next comment_line(Scanner &s, std::size_t)
 Next empty_value(Scanner &s, std::size_t)
 {
     skip_line(s, Count::yes);
-    store(s, new_text(""));
+    store(s, text_value(s, ""));
     return Next::token;
 }
 
@@ -435,7 +459,7 @@ Next function(Scanner &s, std::size_t length)
     pf->value.pffunct->text = copied({s.window.start, length}, "pf->value.pffunct->text");
     take(s, length);
     ++s.Lex_lineno;
-    store(s, pf);
+    store(s, {pf});
     return Next::token;
 }
 
@@ -449,7 +473,7 @@ Next file_function(Scanner &s, std::size_t length)
     record->hook->pvt = copied(s.Pffilename, "filename");
     take(s, length);
     ++s.Lex_lineno;
-    store(s, pf);
+    store(s, {pf});
     return Next::token;
 }
 
@@ -507,13 +531,13 @@ Next plain_value(Scanner &s, std::size_t)
         as_written ? std::string_view(s.window.start, length_to(s, p)) : gather_value(s, p));
     if (!*p && s.window.error())
         return Next::done;  // what was read of it is not all of it
-    Pf *pf = new_text(text);
+    const Value value = text_value(s, text);
     if (as_written)
         take_to(s, p);
     skip_line(s, Count::yes);
     if (has_ampersand || !as_written)
-        check_value(pf->value.s);
-    store(s, pf);
+        check_value(value.pf->value.s);
+    store(s, value);
     return Next::token;
 }
 
@@ -527,11 +551,11 @@ Next unfinished_literal(Scanner &s, const char *end)
 
 Next store_literal(Scanner &s, const char *end, std::size_t closing, Count count)
 {
-    Pf *pf = new_text({s.window.start, length_to(s, end)});
+    const Value value = text_value(s, {s.window.start, length_to(s, end)});
     take_to(s, end + closing);
     if (!s.at_line_start)
         skip_line(s, count);
-    store(s, pf);
+    store(s, value);
     return Next::token;
 }
 

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "internal/rbnode.h"
@@ -24,7 +25,9 @@ enum { kBlack = 0, kRed = 1 };
 Rbnode sentinel = {&sentinel, &sentinel, &sentinel, kBlack, nullptr, nullptr};
 
 constexpr Rbnode *kNil = &sentinel;
-constexpr size_t kWord = sizeof(uint64_t);
+
+using stock::kWord;
+static_assert(kWord == sizeof(uint64_t));
 
 using Child = Rbnode *Rbnode::*;
 
@@ -286,10 +289,16 @@ void unlink(Rbtree *tree, Rbnode *node)
     take_place(tree, node, next);
 }
 
-void remember(Rbtree *tree, const Rbnode *node)
+// Keeps what is going to be taken out; the key is the caller's from then on, so one
+// in a slab is copied. False without memory.
+bool remember(Rbtree *tree, const Rbnode *node)
 {
-    tree->removed.key = node->key;
+    void *key = node->key;
+    if (stock::in_slab(node) && !(key = strdup(static_cast<const char *>(key))))
+        return false;
+    tree->removed.key = key;
     tree->removed.value = node->value;
+    return true;
 }
 
 // Hangs a new node below the place where the descent for its key ended.
@@ -313,41 +322,60 @@ Rbnode *new_node(void *key, void *value)
     if (!block)
         return nullptr;
     auto *node = new (block) Rbnode{kNil, kNil, kNil, kRed, key, value};
-    stock::set_text_words(node, 0);
+    stock::set_mark(node, 0);
     return node;
 }
 
 // The key's copy and behind it the node, one block that begins with the copy.
-Rbnode *new_node_behind(const char *key, void *value)
+Rbnode *new_node_behind(std::string_view key, void *value)
 {
-    const size_t length = std::strlen(key);
-    const size_t words = length / kWord + 1;
-    const size_t offset = words * kWord;
-    if (words > UINT32_MAX)
+    if (key.size() / kWord >= stock::kInSlab - 1)
         return nullptr;
-    auto *block = static_cast<char *>(std::malloc(offset + sizeof(Rbnode)));
-    if (!block)
-        return nullptr;
-    std::memset(block + offset - kWord, 0, kWord);
-    std::memcpy(block, key, length + 1);
-    auto *node = new (block + offset) Rbnode{kNil, kNil, kNil, kRed, block, value};
-    stock::set_text_words(node, static_cast<uint32_t>(words));
-    return node;
+    auto *block = static_cast<char *>(std::malloc(stock::words_behind_key(key.size()) * kWord));
+    return block ? stock::make_node(block, key, value, 0) : nullptr;
 }
 
-// Gives the node another key. One that lies behind its key leaves with it, and
-// an ordinary one takes its place.
+// Leaves a key to the caller, who has its copy when it lies in a slab.
+void free_removed(Rbnode *node)
+{
+    if (stock::in_slab(node))
+        stock::free_with_key(node);
+    else
+        stock::free_node(node);
+}
+
+// Gives the node another key and remembers the old one. One that lies behind its
+// key leaves with it, and an ordinary one takes its place.
 bool replace_key(Rbtree *tree, Rbnode *node, void *key, void *value)
 {
-    if (stock::text_words(node) != 0) {
-        Rbnode *other = new_node(key, value);
-        if (other)
-            take_place(tree, node, other);
-        return other != nullptr;
+    if (stock::text_words(node) == 0) {
+        remember(tree, node);
+        node->key = key;
+        node->value = value;
+        return true;
     }
-    node->key = key;
-    node->value = value;
+    Rbnode *other = new_node(key, value);
+    if (!other || !remember(tree, node)) {
+        std::free(other);
+        return false;
+    }
+    take_place(tree, node, other);
+    free_removed(node);
     return true;
+}
+
+// Hangs the node where the descent for its key ended, or in the place of a node whose
+// key is equal by the tree's own comparison, but another text. Gives that one's value.
+void *put_node(Rbtree *tree, Rbnode *node, const Place &place)
+{
+    if (!place.found()) {
+        link(tree, node, place);
+        return nullptr;
+    }
+    void *old = place.node->value;
+    take_place(tree, place.node, node);
+    stock::free_with_key(place.node);
+    return old;
 }
 
 void free_nodes(Rbnode *node)
@@ -381,6 +409,18 @@ Rbnode *const rb_null = &sentinel;
 
 namespace stock {
 
+Rbnode *make_node(char *block, std::string_view key, void *value, uint32_t distance)
+{
+    const size_t words = key.size() / kWord + 1;
+    const size_t offset = words * kWord;
+    std::memset(block + offset - kWord, 0, kWord);
+    key.copy(block, key.size());
+    auto *node = new (block + offset) Rbnode{kNil, kNil, kNil, kRed, block, value};
+    set_mark(node,
+             static_cast<uint32_t>(words) | (distance ? kInSlab | distance << kSlabShift : 0));
+    return node;
+}
+
 void *set_text(Rbtree *tree, const char *key, void *value)
 {
     const Place place = locate(key, tree);
@@ -390,17 +430,35 @@ void *set_text(Rbtree *tree, const char *key, void *value)
     if (found && std::strcmp(key, static_cast<const char *>(place.node->key)) == 0)
         return std::exchange(place.node->value, value);
     Rbnode *node = new_node_behind(key, value);
-    if (!node)
-        return nullptr;
-    if (!found) {
-        link(tree, node, place);
-        return nullptr;
-    }
-    // Equal by the tree's own comparison, but another text.
+    return node ? put_node(tree, node, place) : nullptr;
+}
+
+void *set_node(Rbtree *tree, Rbnode *node)
+{
+    const Place place = locate(node->key, tree);
+    if (!place.found())
+        return put_node(tree, node, place);
+    const auto *key = static_cast<const char *>(node->key);
     void *old = place.node->value;
-    take_place(tree, place.node, node);
-    free_with_key(place.node);
+    if (tree->replace && std::strcmp(key, static_cast<const char *>(place.node->key)) != 0)
+        return put_node(tree, node, place);
+    if (tree->replace)
+        place.node->value = node->value;
+    free_with_key(node);
     return old;
+}
+
+void *take_out(Rbtree *tree, const char *key)
+{
+    Rbnode *node = find(key, tree);
+    if (node == kNil)
+        return nullptr;
+    void *value = node->value;
+    tree->removed.key = nullptr;
+    tree->removed.value = value;
+    unlink(tree, node);
+    free_with_key(node);
+    return value;
 }
 
 }  // namespace stock
@@ -429,7 +487,6 @@ Rbnode *rbinsert(void *key, void *value, Rbtree *tree)
     if (place.found()) {
         if (!tree->replace)
             return place.node;
-        remember(tree, place.node);
         return replace_key(tree, place.node, key, value) ? &tree->removed : kNil;
     }
     Rbnode *node = new_node(key, value);
@@ -442,11 +499,10 @@ Rbnode *rbinsert(void *key, void *value, Rbtree *tree)
 Rbnode *rbdelete(const void *key, Rbtree *tree)
 {
     Rbnode *node = find(key, tree);
-    if (node == kNil)
+    if (node == kNil || !remember(tree, node))
         return nullptr;
-    remember(tree, node);
     unlink(tree, node);
-    stock::free_node(node);
+    free_removed(node);
     return &tree->removed;
 }
 

@@ -11,6 +11,7 @@
 #include <cstddef>
 #include <mutex>
 
+#include "internal/slab.h"
 #include "internal/window.h"
 #include "stock/pf.h"
 
@@ -62,6 +63,8 @@ struct Scanner {
     char *String_buf;
     std::size_t StringSz;
     std::size_t string_length = 0;
+
+    Slabs slabs;  // of the texts and their keys
 };
 
 // Scans to the end of the text. 0, or -1 on a syntax error, which was logged.

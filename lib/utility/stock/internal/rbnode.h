@@ -6,7 +6,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
+#include "internal/slab.h"
 #include "stock/redblack.h"
 
 namespace stock {
@@ -14,40 +16,79 @@ namespace stock {
 // A node of rbinsert is a block of its own. A node of setarr lies behind its
 // key's text, which is filled up with zeros to a multiple of eight bytes, in one
 // block that begins with the key: who frees the key frees the node, and where
-// only the node is to go it stays until its key does.
+// only the node is to go it stays until its key does. Such a block may also lie in
+// a slab; its key is never the caller's to free.
 //
-// How many words of text lie in front of a node, 0 for a node of its own, is kept
-// in the four bytes behind its colour that no field uses.
-constexpr std::size_t kTextWords = offsetof(Rbnode, colour) + sizeof(int);
-static_assert(sizeof(Rbnode) == 48 && offsetof(Rbnode, key) == kTextWords + sizeof(uint32_t));
+// Which of them a node is stands in the four bytes behind its colour that no field
+// uses: 0 for a node of its own, else how many words of text lie in front of it;
+// in a slab the number of words fills the lowest byte, and the distance to the
+// slab's record the bits above it.
+constexpr std::size_t kMark = offsetof(Rbnode, colour) + sizeof(int);
+static_assert(sizeof(Rbnode) == 48 && offsetof(Rbnode, key) == kMark + sizeof(uint32_t));
+
+constexpr uint32_t kInSlab = uint32_t{1} << 31;
+constexpr uint32_t kSlabWords = 0xff;
+constexpr int kSlabShift = 8;
+
+inline uint32_t mark_of(const Rbnode *node)
+{
+    uint32_t mark = 0;
+    std::memcpy(&mark, reinterpret_cast<const char *>(node) + kMark, sizeof mark);
+    return mark;
+}
+
+inline void set_mark(Rbnode *node, uint32_t mark)
+{
+    std::memcpy(reinterpret_cast<char *>(node) + kMark, &mark, sizeof mark);
+}
+
+inline bool in_slab(const Rbnode *node)
+{
+    return mark_of(node) & kInSlab;
+}
 
 inline uint32_t text_words(const Rbnode *node)
 {
-    uint32_t words = 0;
-    std::memcpy(&words, reinterpret_cast<const char *>(node) + kTextWords, sizeof words);
-    return words;
-}
-
-inline void set_text_words(Rbnode *node, uint32_t words)
-{
-    std::memcpy(reinterpret_cast<char *>(node) + kTextWords, &words, sizeof words);
+    const uint32_t mark = mark_of(node);
+    return mark & kInSlab ? mark & kSlabWords : mark;
 }
 
 inline void free_node(Rbnode *node)
 {
-    if (text_words(node) == 0)
+    if (mark_of(node) == 0)
         std::free(node);
 }
 
 inline void free_with_key(Rbnode *node)
 {
     void *key = node->key;
+    if (in_slab(node))
+        return release_block(key, (mark_of(node) & ~kInSlab) >> kSlabShift);
     free_node(node);
     std::free(key);
 }
 
+// How many words a key of that length and its node take.
+constexpr std::size_t words_behind_key(std::size_t length)
+{
+    return length / kWord + 1 + sizeof(Rbnode) / kWord;
+}
+
+// The longest key of a node in a slab.
+constexpr std::size_t kMaxSlabKey = kSlabWords * kWord - 1;
+
+// Makes a key and its node in a block of that size; distance is that of the slab, or 0.
+Rbnode *make_node(char *block, std::string_view key, void *value, uint32_t distance);
+
 // Stores the value under a copy of the key. Returns the value that the key had
 // before, or null.
 void *set_text(Rbtree *tree, const char *key, void *value);
+
+// The same of a key and value that have a node already. Where the key is there
+// already, it keeps its own.
+void *set_node(Rbtree *tree, Rbnode *node);
+
+// Removes the key and frees it. Returns its value, or null.
+void *take_out(Rbtree *tree, const char *key);
 
 }  // namespace stock

@@ -7,6 +7,7 @@
 
 #include "internal/window.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -92,33 +93,40 @@ ssize_t read_line(Reader &reader, char *to, std::size_t room)
     return static_cast<ssize_t>(got);
 }
 
+ssize_t read_memory(Reader &reader, char *to, std::size_t room)
+{
+    // Behind a zero byte nothing is the text's.
+    const std::size_t count = strnlen(reader.text, std::min(room, reader.left));
+    std::memcpy(to, reader.text, count);
+    reader.text += count;
+    reader.left -= count;
+    return static_cast<ssize_t>(count);
+}
+
 }  // namespace
 
 Reader reader_of(int fd)
 {
-    return {read_descriptor, fd, nullptr};
+    return {.read = read_descriptor, .fd = fd};
 }
 
 Reader reader_of(FILE *stream)
 {
-    return {read_line, -1, stream};
+    return {.read = read_line, .stream = stream};
+}
+
+Reader reader_of(const char *text, std::size_t count)
+{
+    return {.read = read_memory,
+            .text = text,
+            .left = count,
+            .no_memory = "out of dynamic memory in PF_scan_bytes()"};
 }
 
 Window::Window(const char *text) : start(text), end_(text + std::strlen(text)) {}
 
-Window::Window(const char *text, std::size_t count, Block block)
-{
-    const std::size_t length = strnlen(text, count);
-    block_ = grown(block, length + 1, "out of dynamic memory in PF_scan_bytes()");
-    std::memcpy(block_.bytes, text, length);
-    block_.bytes[length] = 0;
-    start = block_.bytes;
-    end_ = block_.bytes + length;
-}
-
 Window::Window(const Reader &reader, Block block)
-    : reader_(reader),
-      block_(grown(block, kFirstSize, "out of dynamic memory in PF_create_buffer()"))
+    : reader_(reader), block_(grown(block, kFirstSize, reader.no_memory))
 {
     block_.bytes[0] = 0;
     start = end_ = block_.bytes;

@@ -4,7 +4,7 @@
 // one that was read, followed by a zero byte. A scanner runs its pointer forward
 // without asking for the end; at the zero byte it asks for more, and the window
 // reads on, moving what is still needed to the front of its block or into a larger
-// one. A text in memory is its own window and is never copied.
+// one. A text that ends with a zero byte is its own window and is never copied.
 //
 // Each byte is moved a bounded number of times, however long a token grows. The
 // first zero byte of the input ends the text.
@@ -25,6 +25,9 @@ struct Reader {
     ssize_t (*read)(Reader &reader, char *to, std::size_t room);
     int fd = -1;
     FILE *stream = nullptr;
+    const char *text = nullptr;
+    std::size_t left = 0;
+    const char *no_memory = "out of dynamic memory in PF_create_buffer()";
 };
 
 // From a descriptor of any kind: in blocks, waiting for one that would not block.
@@ -32,6 +35,9 @@ Reader reader_of(int fd);
 
 // From a stream: line by line, so that nothing behind the last line is taken.
 Reader reader_of(FILE *stream);
+
+// From the first count bytes of a text, which outlives the reader.
+Reader reader_of(const char *text, std::size_t count);
 
 // A block that serves one window after the other.
 struct Block {
@@ -43,9 +49,6 @@ class Window {
 public:
     // A text that ends with a zero byte and outlives the window.
     explicit Window(const char *text);
-
-    // The first count bytes of a text, or those before a zero byte among them.
-    Window(const char *text, std::size_t count, Block block);
 
     // What a reader gives, read into the block.
     Window(const Reader &reader, Block block);
