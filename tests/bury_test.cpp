@@ -14,11 +14,16 @@
 #include <thread>
 #include <vector>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <linux/magic.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/vfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,6 +37,71 @@
 namespace fs = std::filesystem;
 using testing::EndsWith;
 using testing::HasSubstr;
+
+namespace {
+
+// What the system answers, replaced where a test needs another answer.
+int write_error, fsync_error, rename_error, lock_error, timer_error;
+bool is_remote;  // every file lies on another host
+int flushed_files, flushed_directories;
+
+template <class Function>
+Function *real(const char *name)
+{
+    return reinterpret_cast<Function *>(dlsym(RTLD_NEXT, name));
+}
+
+int refused(int error)
+{
+    errno = error;
+    return -1;
+}
+
+}  // namespace
+
+extern "C" ssize_t write(int fd, const void *bytes, size_t count)
+{
+    static const auto system = real<decltype(::write)>("write");
+    return write_error && fd > 2 ? refused(write_error) : system(fd, bytes, count);
+}
+
+extern "C" int fsync(int fd)
+{
+    static const auto system = real<int(int)>("fsync");
+    struct stat status;
+    fstat(fd, &status);
+    ++(S_ISDIR(status.st_mode) ? flushed_directories : flushed_files);
+    return fsync_error ? refused(fsync_error) : system(fd);
+}
+
+extern "C" int rename(const char *from, const char *to) noexcept
+{
+    static const auto system = real<int(const char *, const char *)>("rename");
+    return rename_error ? refused(rename_error) : system(from, to);
+}
+
+extern "C" int lockf(int fd, int command, off_t length)
+{
+    static const auto system = real<int(int, int, off_t)>("lockf");
+    return lock_error ? refused(lock_error) : system(fd, command, length);
+}
+
+extern "C" int setitimer(__itimer_which_t which, const struct itimerval *timer,
+                         struct itimerval *old) noexcept
+{
+    using Function = int(__itimer_which_t, const struct itimerval *, struct itimerval *);
+    static const auto system = real<Function>("setitimer");
+    return timer_error ? refused(timer_error) : system(which, timer, old);
+}
+
+extern "C" int statfs(const char *path, struct statfs *status) noexcept
+{
+    static const auto system = real<int(const char *, struct statfs *)>("statfs");
+    const int result = system(path, status);
+    if (is_remote)
+        status->f_type = NFS_SUPER_MAGIC;
+    return result;
+}
 
 namespace {
 
@@ -107,6 +177,38 @@ std::string string_and_back(std::string value, std::string *text = nullptr)
            })
         .out;
 }
+
+// A process that did something and then waits; it is killed at the end of the scope.
+class Waiting {
+public:
+    explicit Waiting(const std::function<void()> &body)
+    {
+        int ready[2];
+        EXPECT_EQ(pipe(ready), 0);
+        pid_ = fork();
+        if (pid_ == 0) {
+            body();
+            if (write(ready[1], "", 1) == 1)
+                for (;;)
+                    pause();
+            _exit(1);
+        }
+        close(ready[1]);
+        char byte;
+        EXPECT_EQ(read(ready[0], &byte, 1), 1);
+        close(ready[0]);
+    }
+    ~Waiting()
+    {
+        kill(pid_, SIGKILL);
+        waitpid(pid_, nullptr, 0);
+    }
+    Waiting(const Waiting &) = delete;
+    Waiting &operator=(const Waiting &) = delete;
+
+private:
+    pid_t pid_;
+};
 
 }  // namespace
 
@@ -192,6 +294,126 @@ TEST_F(Bury, ExhumeClearsTheFlagAndErrno)
     EXPECT_EQ(ended.out, "0 0");
 }
 
+TEST_F(Bury, ADirectoryCannotBeOpened)
+{
+    fs::create_directory(state);
+    EXPECT_EQ(program([] {}), "-1\n");
+    EXPECT_TRUE(fs::is_directory(state));
+}
+
+TEST_F(Bury, APathThroughAFileCannotBeMade)
+{
+    const std::string through = dir.file("file", "") + "/state";
+    const Ended ended = untagged([&] {
+        errno = EIO;
+        std::printf("%d", exhume(through.c_str(), nullptr, 0, nullptr));
+        std::printf(" %d", errno);
+        elog_clear();
+    });
+    EXPECT_EQ(ended.out, "-1 0");
+}
+
+TEST_F(Bury, AFileThatMayNotBeReadCannotBeOpened)
+{
+    chmod(dir.path().c_str(), 0755);
+    dir.file("state", "count 1\n");
+    chmod(state.c_str(), 0200);
+    const Ended ended = as_nobody([&] {
+        static int count = 1;
+        std::printf("%d", open());
+        std::printf(" %d", errno);
+        std::printf(" %d", resurrect("count", &count, RELIC_INT));
+        std::printf(" %d", bury());
+    });
+    EXPECT_EQ(ended.out, "-1 0 1 -1");
+    EXPECT_THAT(ended.err, HasSubstr("Can't write alternate state file " + state + "+\n"));
+}
+
+TEST_F(Bury, AnEmptyFileIsRead)
+{
+    dir.file("state", "");
+    EXPECT_EQ(program([] {}), "1\n");
+}
+
+TEST_F(Bury, BinaryFilesAreReadOrRefused)
+{
+    unsigned seed = 1;
+    for (int round = 0; round < 50; ++round) {
+        std::string bytes;
+        for (int i = 0; i < 5000; ++i) {
+            seed = seed * 1103515245 + 12345;
+            bytes += static_cast<char>(seed >> 16);
+        }
+        dir.file("state", bytes);
+        const Ended ended = untagged([&] {
+            const int result = open();
+            std::printf("%s", result == 1 || result == 2 ? "as told" : "otherwise");
+            elog_clear();
+        });
+        EXPECT_EQ(ended.out, "as told");
+        EXPECT_EQ(ended.status, 0);
+    }
+}
+
+TEST_F(Bury, AFileOf100MegabytesIsRead)
+{
+    dir.file("state", "text " + std::string(100'000'000, 'x') + "\ncount 12\n");
+    EXPECT_EQ(program([] {
+                  static int count;
+                  resurrect("count", &count, RELIC_INT);
+                  char *big = nullptr;
+                  resurrect("text", &big, RELIC_STRING);
+                  std::printf("%d %zu", count, strlen(big));
+              }),
+              "1\n12 100000000");
+}
+
+TEST_F(Bury, ASymbolicLinkToNothingMakesWhatItNames)
+{
+    fs::create_symlink(dir / "real", state);
+    EXPECT_EQ(program([] {}), "0\n");
+    EXPECT_TRUE(fs::exists(dir / "real"));
+}
+
+TEST_F(Bury, WhatIsNotRegularCannotBeOpened)
+{
+    ASSERT_EQ(mkfifo(state.c_str(), 0600), 0);
+    EXPECT_EQ(program([] {}), "-1\n");
+}
+
+TEST_F(Bury, ARestoredStringStaysWhenTheFileChanges)
+{
+    dir.file("state", "name first\n");
+    EXPECT_EQ(program([] {
+                  char *name = nullptr, *again = nullptr;
+                  resurrect("name", &name, RELIC_STRING);
+                  const char *kept = name;
+                  resurrect("name", &again, RELIC_STRING);
+                  again[0] = 'F';
+                  bury();
+                  std::printf("%s %s", kept, again);
+              }),
+              "1\nfirst First");
+}
+
+TEST_F(Bury, WhatCannotBeRegisteredIsComplainedAbout)
+{
+    const Ended ended = untagged([&] {
+        int count = 0;
+        open();
+        std::printf("%d", resurrect(nullptr, &count, RELIC_INT));
+        std::printf(" %d", resurrect("", &count, RELIC_INT));
+        std::printf(" %d", resurrect("count", nullptr, RELIC_INT));
+        std::printf(" %d", resurrect("count", &count, 4));
+        std::printf(" %d", resurrect("count", &count, -1));
+        std::printf(" %d", bury());
+    });
+    EXPECT_EQ(ended.out, "-1 -1 -1 -1 -1 0");
+    EXPECT_EQ(ended.err, "Can't resurrect '' of type 0\nCan't resurrect '' of type 0\n"
+                         "Can't resurrect 'count' of type 0\nCan't resurrect 'count' of type 4\n"
+                         "Can't resurrect 'count' of type -1\n");
+}
+
 // ---- Writing ----
 
 TEST_F(Bury, EntriesStandInTheOrderOfTheirNames)
@@ -259,6 +481,169 @@ TEST_F(Bury, DyingThroughTheLogSavesTheState)
     EXPECT_EQ(text(), "count\t4\n");
 }
 
+TEST_F(Bury, ALeftoverAlternateFileLeavesNoTail)
+{
+    dir.file("state+", std::string(10000, 'x'));
+    program([] {
+        static int count = 1;
+        resurrect("count", &count, RELIC_INT);
+        bury();
+    });
+    EXPECT_EQ(text(), "count\t1\n");
+    EXPECT_FALSE(fs::exists(state + "+"));
+}
+
+TEST_F(Bury, FileAndDirectoryAreFlushedEachTime)
+{
+    EXPECT_EQ(program([] {
+                  flushed_files = flushed_directories = 0;
+                  bury();
+                  bury();
+                  std::printf("%d %d", flushed_files, flushed_directories);
+              }),
+              "0\n2 2");
+}
+
+TEST_F(Bury, AFileWithoutADirectoryInItsNameIsOfTheWorkingDirectory)
+{
+    const Ended ended = untagged([&] {
+        fs::current_path(dir.path());
+        static int count = 6;
+        std::printf("%d", exhume("state", nullptr, 0, nullptr));
+        resurrect("count", &count, RELIC_INT);
+        std::printf(" %d", bury());
+    });
+    EXPECT_EQ(ended.out, "0 0");
+    EXPECT_EQ(text(), "count\t6\n");
+}
+
+TEST_F(Bury, NamesAreAddresses)
+{
+    EXPECT_EQ(program([] {
+                  static int b = 1, c = 2, first = 3;
+                  resurrect("table{b}", &b, RELIC_INT);
+                  resurrect("table{deep}{c}", &c, RELIC_INT);
+                  resurrect("list[0]", &first, RELIC_INT);
+                  std::printf("%d", bury());
+              }),
+              "0\n0");
+    EXPECT_EQ(program([] {
+                  static int b, c, first;
+                  resurrect("table{b}", &b, RELIC_INT);
+                  resurrect("table{deep}{c}", &c, RELIC_INT);
+                  resurrect("list[0]", &first, RELIC_INT);
+                  std::printf("%d %d %d", b, c, first);
+              }),
+              "1\n1 2 3");
+}
+
+TEST_F(Bury, ANameThatDoesNotFitIsToldAndTheRestSaved)
+{
+    const Ended ended = untagged([&] {
+        static int one = 1, two = 2, three = 3;
+        open();
+        resurrect("a", &one, RELIC_INT);
+        resurrect("a{b}", &two, RELIC_INT);
+        resurrect("c", &three, RELIC_INT);
+        std::printf("%d", bury());
+    });
+    EXPECT_EQ(ended.out, "-1");
+    EXPECT_EQ(ended.err, "Can't save 'a{b}' in state file " + state + "\n");
+    EXPECT_EQ(text(), "a\t1\nc\t3\n");
+}
+
+TEST_F(Bury, ANullStringIsSavedAsTheEmptyText)
+{
+    program([] {
+        static char *none = nullptr;
+        resurrect("none", &none, RELIC_STRING);
+        bury();
+    });
+    EXPECT_EQ(program([] {
+                  char *none = nullptr;
+                  std::printf("%d", resurrect("none", &none, RELIC_STRING));
+                  std::printf(" '%s'", none);
+              }),
+              "1\n0 ''");
+}
+
+// ---- Failures ----
+
+// The state "count 1" is saved; then the second bury fails.
+class BuryFails : public Bury {
+protected:
+    Ended failing(const std::function<void()> &prepare) const
+    {
+        return untagged([&] {
+            static int count = 1;
+            static std::string big(10000, 'x');
+            static const char *text = big.c_str();
+            open();
+            resurrect("count", &count, RELIC_INT);
+            std::printf("%d", bury());
+            resurrect("big", &text, RELIC_STRING);
+            prepare();
+            std::printf(" %d", bury());
+        });
+    }
+    void check(const Ended &ended, const std::string &complaint) const
+    {
+        EXPECT_EQ(ended.out, "0 -1");
+        EXPECT_EQ(ended.err, complaint);
+        EXPECT_EQ(ended.status, 0);
+        EXPECT_EQ(text(), "count\t1\n");
+    }
+};
+
+TEST_F(BuryFails, AShortWriteKeepsTheEarlierState)
+{
+    check(failing([] {
+              const struct rlimit limit = {4000, RLIM_INFINITY};
+              setrlimit(RLIMIT_FSIZE, &limit);
+          }),
+          "Wrote 4000 bytes to alternate state file " + state + "+ instead of 10013\n");
+}
+
+TEST_F(BuryFails, AFullDiskKeepsTheEarlierState)
+{
+    check(failing([] { write_error = ENOSPC; }), "Wrote -1 bytes to alternate state file " + state +
+                                                     "+ instead of 10013\n"
+                                                     "\tNo space left on device\n");
+}
+
+TEST_F(BuryFails, AFlushThatFailsKeepsTheEarlierState)
+{
+    check(failing([] { fsync_error = EIO; }),
+          "Can't close alternate state file " + state + "+\n\tInput/output error\n");
+}
+
+TEST_F(BuryFails, ARenameThatFailsKeepsTheEarlierState)
+{
+    check(failing([] { rename_error = EXDEV; }), "failed to rename state file " + state + "+ to " +
+                                                     state + "\n\tInvalid cross-device link\n");
+}
+
+TEST_F(BuryFails, AnAlternateFileThatCannotBeOpenedKeepsTheEarlierState)
+{
+    check(failing([&] { fs::create_directory(state + "+"); }),
+          "Can't write alternate state file " + state + "+\n\tIs a directory\n");
+}
+
+TEST_F(BuryFails, WhenTheCauseIsGoneTheNextBurialSucceeds)
+{
+    const Ended ended = untagged([&] {
+        static int count = 1;
+        open();
+        resurrect("count", &count, RELIC_INT);
+        rename_error = EIO;
+        std::printf("%d", bury());
+        rename_error = 0;
+        std::printf(" %d", bury());
+    });
+    EXPECT_EQ(ended.out, "-1 0");
+    EXPECT_EQ(text(), "count\t1\n");
+}
+
 // ---- Values there and back ----
 
 TEST(BuryValues, IntsComeBack)
@@ -319,38 +704,6 @@ TEST(BuryValues, StringsComeBackExactly)
 
 // ---- Locking ----
 
-// A process that did something and then waits; it is killed at the end of the scope.
-class Waiting {
-public:
-    explicit Waiting(const std::function<void()> &body)
-    {
-        int ready[2];
-        EXPECT_EQ(pipe(ready), 0);
-        pid_ = fork();
-        if (pid_ == 0) {
-            body();
-            if (write(ready[1], "", 1) == 1)
-                for (;;)
-                    pause();
-            _exit(1);
-        }
-        close(ready[1]);
-        char byte;
-        EXPECT_EQ(read(ready[0], &byte, 1), 1);
-        close(ready[0]);
-    }
-    ~Waiting()
-    {
-        kill(pid_, SIGKILL);
-        waitpid(pid_, nullptr, 0);
-    }
-    Waiting(const Waiting &) = delete;
-    Waiting &operator=(const Waiting &) = delete;
-
-private:
-    pid_t pid_;
-};
-
 TEST_F(Bury, ASecondProcessIsRefused)
 {
     const Waiting first([&] { open(); });
@@ -371,6 +724,131 @@ TEST_F(Bury, ASecondProcessIsRefusedAfterBurialsToo)
         EXPECT_THAT(untagged([&] { open(); }).err, HasSubstr(kInUse));
     }
     EXPECT_EQ(program([] {}), "1\n");
+}
+
+TEST_F(Bury, OnAnotherHostsFileSystemItGoesWithoutALock)
+{
+    const Ended ended = untagged([&] {
+        static int count = 1;
+        is_remote = true;
+        lock_error = ENOLCK;
+        std::printf("%d", open());
+        resurrect("count", &count, RELIC_INT);
+        std::printf(" %d", bury());
+    });
+    EXPECT_EQ(ended.out, "0 0");
+    EXPECT_EQ(ended.err, "Can't lock '" + state +
+                             "' on an nfs filesystem: proceeding without lock\n"
+                             "\tNo locks available\n");
+    EXPECT_EQ(text(), "count\t1\n");
+}
+
+TEST_F(Bury, TheRefusedProcessSavesNothing)
+{
+    const Waiting first([&] {
+        static int count = 1;
+        open();
+        resurrect("count", &count, RELIC_INT);
+        bury();
+    });
+    const Ended second = untagged([&] {
+        std::atexit([] { bury(); });
+        open();
+    });
+    EXPECT_EQ(second.status, 1);
+    EXPECT_EQ(text(), "count\t1\n");
+}
+
+// Eight processes want the state file; the one that has it buries for as long as there
+// are others. Then nobody has it, and the next eight come.
+TEST_F(Bury, OfEightProcessesExactlyOneEverHasTheFile)
+{
+    struct Shared {
+        std::atomic<int> owners, over, burials;
+    };
+    auto *shared = static_cast<Shared *>(
+        mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    constexpr int kProcesses = 8, kRounds = 25;
+    for (int round = 0; round < kRounds; ++round) {
+        shared->owners = shared->over = 0;
+        for (int i = 0; i < kProcesses; ++i)
+            if (fork() == 0) {
+                elog_set(ELOG_DELIVER_FIELD, 4, "");
+                std::this_thread::sleep_for(std::chrono::microseconds(500 * i));
+                std::atexit([] { fflush(nullptr); });
+                open();
+                ++shared->owners;
+                while (!shared->over && shared->owners == 1) {
+                    bury();
+                    ++shared->burials;
+                }
+                _exit(shared->owners == 1 ? 0 : 2);
+            }
+        for (int ended = 1; ended <= kProcesses; ++ended) {
+            int status = 0;
+            if (ended == kProcesses)
+                shared->over = 1;
+            waitpid(-1, &status, 0);
+            EXPECT_EQ(WEXITSTATUS(status), ended == kProcesses ? 0 : 1);
+        }
+        EXPECT_EQ(shared->owners, 1);
+        if (round % 5 == 0)
+            fs::remove(state);  // the next eight race to make it
+    }
+    EXPECT_GT(shared->burials, kRounds);
+    munmap(shared, sizeof(Shared));
+}
+
+// Killed at any moment, the program leaves a whole state that is not older than its
+// last complete burial, and goes on from there.
+TEST_F(Bury, AfterAKillTheStateIsWholeAndNeverOlderThanTheLastBurial)
+{
+    auto *buried = static_cast<std::atomic<int> *>(
+        mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const auto filler = [](int count) {
+        return std::string(static_cast<size_t>(count % 97) * 100, char('a' + count % 26)) + "end";
+    };
+    constexpr int kKills = 500;
+    int seen = 0;
+    unsigned seed = 7;
+    for (int i = 0; i < kKills; ++i) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            int count = 0;
+            const char *text = nullptr;
+            open();
+            resurrect("count", &count, RELIC_INT);
+            resurrect("text", &text, RELIC_STRING);
+            for (;;) {
+                ++count;
+                const std::string longer = filler(count);
+                text = longer.c_str();
+                if (bury() != 0)
+                    _exit(2);
+                *buried = count;
+            }
+        }
+        seed = seed * 1103515245 + 12345;
+        std::this_thread::sleep_for(std::chrono::microseconds((seed >> 8) % 15000));
+        kill(pid, SIGKILL);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        ASSERT_EQ(WTERMSIG(status), SIGKILL);
+
+        const std::string saved = text();
+        if (saved.empty() && *buried == 0)
+            continue;
+        Pf *tree = nullptr;
+        ASSERT_EQ(pfcompile(saved.c_str(), &tree), 0);
+        const PfPtr owner(tree);
+        const int count = static_cast<int>(pfget_int(tree, "count"));
+        ASSERT_GE(count, *buried);
+        ASSERT_LE(count, *buried + 1);
+        ASSERT_EQ(pfget_string(tree, "text"), filler(count));
+        *buried = seen = count;
+    }
+    EXPECT_GT(seen, kKills / 5);
+    munmap(buried, sizeof(int));
 }
 
 // ---- Stop signals ----
@@ -459,4 +937,183 @@ TEST_F(Bury, TheHandlerDiesWithoutAGrave)
     EXPECT_THAT(ended.err, HasSubstr("*stack*Unexpected failure: signal_handler in file "));
     EXPECT_THAT(ended.err, HasSubstr("bury.cpp, line 129\n"));
     EXPECT_EQ(ended.status, 1);
+}
+
+TEST_F(Bury, WithoutATimerTheHandlerDiesAndSaves)
+{
+    const Ended ended = untagged([&] {
+        static int count = 3;
+        volatile int flag;
+        open(&flag, 5);
+        resurrect("count", &count, RELIC_INT);
+        timer_error = EINVAL;
+        std::raise(SIGTERM);
+    });
+    EXPECT_EQ(ended.err, "setitimer fails\n\tInvalid argument\nfailed to set timer\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(text(), "count\t3\n");
+}
+
+// ---- Inside a burial ----
+
+TEST_F(Bury, InsideABurialItCannotBeCalledAgain)
+{
+    EXPECT_EQ(untagged([&] {
+                  open(nullptr, 0, [](Pf *) {
+                      static int late = 1;
+                      std::printf("%d %d %d ", bury(), resurrect("late", &late, RELIC_INT),
+                                  gravesite() != nullptr);
+                  });
+                  std::printf("%d", bury());
+              }).out,
+              "-1 1 1 0");
+    EXPECT_EQ(text(), "late\t1\n");
+}
+
+TEST_F(Bury, AProgramThatDiesInsideABurialEnds)
+{
+    dir.file("state", "count 5\n");
+    const Ended ended = untagged([&] {
+        open(nullptr, 0, [](Pf *) { elog_die(0, "inside"); });
+        bury();
+    });
+    EXPECT_EQ(ended.err, "inside\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(text(), "count 5\n");
+}
+
+TEST_F(Bury, ASignalInsideABurialEndsTheProcessBehindIt)
+{
+    const Ended ended = untagged([&] {
+        static volatile int flag;
+        static int count = 8;
+        open(&flag, 0, [](Pf *pf) {
+            if (!flag)
+                std::raise(SIGTERM);
+            pfput_string(pf, "extra", "whole");
+        });
+        resurrect("count", &count, RELIC_INT);
+        std::printf("%d", bury());
+    });
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(text(), "count\t8\nextra\twhole\n");
+}
+
+TEST_F(Bury, ABurialThatNeverEndsIsGivenUp)
+{
+    const Ended ended = untagged([&] {
+        static volatile int flag;
+        open(&flag, 0, [](Pf *) {
+            std::raise(SIGTERM);
+            for (;;)
+                pause();
+        });
+        bury();
+    });
+    EXPECT_EQ(ended.err, "the state could not be saved in time\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+// A program that does nothing but bury. It counts its burials.
+class Burying {
+public:
+    Burying(const char *state, int grace)
+    {
+        pid_ = fork();
+        if (pid_ == 0) {
+            static volatile int flag;
+            static int count;
+            elog_set(ELOG_DELIVER_FIELD, -1, "");
+            exhume(state, &flag, grace, nullptr);
+            resurrect("count", &count, RELIC_INT);
+            for (;;) {
+                ++count;
+                bury();
+                ++*burials_;
+            }
+        }
+        while (*burials_ == 0)
+            std::this_thread::yield();
+    }
+    ~Burying() { munmap(burials_, sizeof(int)); }
+    Burying(const Burying &) = delete;
+    Burying &operator=(const Burying &) = delete;
+
+    int burials() const { return *burials_; }
+    void signal(int sig) const { kill(pid_, sig); }
+    bool lives() const { return waitpid(pid_, nullptr, WNOHANG) == 0; }
+    // Waits for its end.
+    int status() const
+    {
+        int status = 0;
+        waitpid(pid_, &status, 0);
+        return status;
+    }
+
+private:
+    std::atomic<int> *burials_ = static_cast<std::atomic<int> *>(
+        mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    pid_t pid_;
+};
+
+TEST_F(Bury, StopSignalsDuringBurialsEndTheProcessWithItsStateSaved)
+{
+    unsigned seed = 3;
+    for (int i = 0; i < 100; ++i) {
+        fs::remove(state);
+        const Burying program(state.c_str(), 0);
+        seed = seed * 1103515245 + 12345;
+        std::this_thread::sleep_for(std::chrono::microseconds((seed >> 8) % 5000));
+        program.signal(SIGTERM);
+        program.signal(SIGINT);
+        const int status = program.status();
+        ASSERT_EQ(WTERMSIG(status), 0);
+        ASSERT_EQ(WEXITSTATUS(status), 1);
+        Pf *tree = nullptr;
+        ASSERT_EQ(pfcompile(text().c_str(), &tree), 0);
+        const PfPtr owner(tree);
+        EXPECT_GE(pfget_int(tree, "count"), program.burials());
+    }
+}
+
+TEST_F(Bury, AProgramThatGoesOnBuryingOutlivesItsGrace)
+{
+    const Burying program(state.c_str(), 1);
+    program.signal(SIGTERM);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1300));
+    EXPECT_TRUE(program.lives());
+    program.signal(SIGKILL);
+    EXPECT_EQ(program.status(), SIGKILL);
+}
+
+TEST(BuryThreads, RegisterAndBuryAtTheSameTime)
+{
+    const TempDir dir;
+    const std::string state = dir / "state";
+    const Ended ended = untagged([&] {
+        static int values[8];
+        static volatile int flag;
+        exhume(state.c_str(), &flag, -1, nullptr);
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 8; ++i)
+            threads.emplace_back([i] {
+                values[i] = i;
+                for (int round = 0; round < 20; ++round) {
+                    resurrect(("value" + std::to_string(i)).c_str(), &values[i], RELIC_INT);
+                    custom_gravesite("elsewhere");
+                    if (bury() != 0 || !gravesite())
+                        _exit(2);
+                    std::raise(SIGTERM);
+                }
+            });
+        for (std::thread &thread : threads)
+            thread.join();
+    });
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 0);
+    for (int i = 0; i < 8; ++i)
+        EXPECT_THAT(read_file(state),
+                    HasSubstr("value" + std::to_string(i) + "\t" + std::to_string(i) + "\n"));
 }
