@@ -5,6 +5,7 @@
 #ifndef DEVIANTS_H
 #define DEVIANTS_H
 
+#include <signal.h>
 #include <stdint.h>
 
 #include "stock/export.h"
@@ -69,6 +70,45 @@ STOCK_API int str2sig(const char *name, int *number);
  * Returns 0, or -1, with the buffer empty, for an unknown number.
  */
 STOCK_API int sig2str(int number, char *buffer);
+
+/*
+ * Prints the calling thread's stack to standard error, innermost call first: the
+ * heading "\n\nStack\n", then up to 128 lines as backtrace_symbols lays them out,
+ * with the names of C++ in plain text. It begins with the caller; in a handler of
+ * the log's with the place of the fault. Nothing is allocated for it but by the
+ * system's demangler. errno is left alone.
+ *
+ *     ./prog(read_map+0x1f) [0x55d0c8a3f1ff]
+ *
+ * Functions of the program itself have names only when it was linked with -rdynamic.
+ */
+STOCK_API void show_stack_trace(void);
+
+/*
+ * Writes the same text into a buffer of size bytes. A line that does not fit is cut,
+ * still ends in a newline, and is the last. The rest of the buffer is zero; nothing
+ * is written when size is not positive.
+ */
+STOCK_API void show_stack_trace_string(int size, char *buffer);
+
+#ifdef SI_USER /* strict C shows siginfo_t only to those who ask for POSIX */
+/*
+ * Prints to standard error what the information of a signal says about the fault:
+ *
+ *     signal        printed
+ *     any           "  signal sent by pid %d, user %d\n" and a "  Type:" line, when the
+ *                   code is negative
+ *     SIGILL        "  Reason:illegal opcode si_code=%d\n" and others
+ *     SIGFPE        "  integer divide by zero si_code=%d\n" and others
+ *     SIGBUS        "  invalid address alignment\n" and others
+ *     SIGSEGV       "  address not mapped to object\n" and others, and the address
+ *     other         "  no additional information available about signal\n"
+ *
+ * The address stands in "  Attempt to reference address: %p\n". The context plays no
+ * part. errno is left alone.
+ */
+STOCK_API void show_fault(int sig, siginfo_t *info, void *context);
+#endif
 
 /*
  * Loads a shared library of the suite, its symbols bound when they are first

@@ -13,6 +13,7 @@
 #include "stock/datasearch.h"
 #include "stock/debugchar.h"
 #include "stock/elog.h"
+#include "stock/elog_fault.h"
 #include "stock/epoch.h"
 #include "stock/expand_env.h"
 #include "stock/fix_strtod.h"

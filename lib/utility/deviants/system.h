@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace stock {
@@ -13,6 +14,22 @@ extern const char *const kLibraryEnding;
 // Writes the path of the running program's file into a buffer of size bytes. False
 // when the system does not say or the path does not fit.
 bool program_file(char *buffer, unsigned size);
+
+// What was added to the addresses of the image that holds this one when it was loaded.
+const void *loaded_at(const void *address);
+
+// What a stack says of one address. Without a symbol the name is null and the offset
+// counts from loaded_at.
+struct Frame {
+    int index;
+    const void *address;
+    const char *image;  // null when the address is in none
+    const char *name;
+    std::size_t offset;
+};
+
+// Lays the frame out as the system's backtrace_symbols does. Returns what snprintf does.
+int frame_text(const Frame &frame, char *buffer, std::size_t size);
 
 // Takes disk space for so many bytes of a file from its end on, so that they can
 // be written to through a mapping. False, with errno set, when there is none; the

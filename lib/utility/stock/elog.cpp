@@ -12,6 +12,7 @@
 
 #include "internal/alloc.h"
 #include "internal/elog.h"
+#include "internal/elog_fault.h"
 #include "internal/elog_joins.h"
 #include "internal/errno_text.h"
 #include "internal/guards.h"
@@ -140,8 +141,11 @@ void report_draft(Draft &draft, int severity, int flag, int error)
     draft_record(draft, severity, flag ? error : 0);
     if (This_thread.reports > kDeepest)
         return print_message(stderr, draft.msg);
+    const bool trace = wants_stack(draft);
     hand_out(&draft.msg, severity, error);
-    if (wants_stack(draft))
+    if (crashing() && severity == kFault)
+        crash_was_told();
+    if (trace)
         join_stack_trace();
 }
 
@@ -286,14 +290,47 @@ void draft_record(Draft &draft, int severity, int error)
                  .thread = stock::thread_number()};
 }
 
+namespace {
+
+// What a crash says of its signal; no other message is ever kept here.
+struct Note {
+    bool kept;
+    char tag[kTagMax + 2];
+    char text[kErrorSize];
+    Elog_msg msg;
+};
+Note Crash_note;
+
+}  // namespace
+
+bool keep_note(const Elog_msg &msg)
+{
+    Note &note = Crash_note;
+    if (note.kept)
+        return false;
+    note.msg = msg;
+    note.msg.sys = nullptr;
+    note.msg.tag = std::strncpy(note.tag, msg.tag ? msg.tag : "", sizeof note.tag - 1);
+    note.msg.msg = std::strncpy(note.text, msg.msg ? msg.msg : "", sizeof note.text - 1);
+    return note.kept = true;
+}
+
+std::int64_t stack_count()
+{
+    return Elog_tbl->count + Crash_note.kept;
+}
+
 const Elog_msg *message(std::int64_t i)
 {
+    if (Crash_note.kept && i == Elog_tbl->count)
+        return &Crash_note.msg;
     return static_cast<const Elog_msg *>(gettbl(Elog_tbl, i));
 }
 
 void truncate_stack(std::int64_t mark)
 {
-    trunctbl(Elog_tbl, mark, elog_free_msg);
+    trunctbl(Elog_tbl, mark, crashing() ? nullptr : elog_free_msg);
+    Crash_note.kept &= mark > Elog_tbl->count;
 }
 
 }  // namespace stock::logging
@@ -347,7 +384,7 @@ void elog_die(int flag, const char *format, ...)
 void elog_fault(int flag, const char *format, ...)
 {
     REPORT(6);
-    std::abort();
+    abort_process();
 }
 
 int elog_mark(void)

@@ -17,6 +17,7 @@
 
 #include "internal/alloc.h"
 #include "internal/elog.h"
+#include "internal/elog_fault.h"
 #include "internal/elog_joins.h"
 #include "internal/guards.h"
 
@@ -48,7 +49,7 @@ int open_to_append(const char *path)
 
 void print_to_file(int fd, const Batch &batch)
 {
-    for (std::int64_t i = batch.begin; i < std::min(batch.end, Elog_tbl->count); ++i)
+    for (std::int64_t i = batch.begin; i < std::min(batch.end, stack_count()); ++i)
         elog_msg_printfd(fd, message(i));
     elog_msg_printfd(fd, batch.last);
 }
@@ -160,7 +161,7 @@ bool deliver_words(std::string_view words, Batch &batch)
 void drop(const Batch &batch)
 {
     const std::int64_t later = Elog_tbl->count - batch.end;
-    if (later <= 0)
+    if (later <= 0 || crashing())
         return truncate_stack(batch.begin);
     for (std::int64_t i = batch.begin; i < batch.end; ++i)
         elog_free_msg(gettbl(Elog_tbl, i));
@@ -191,10 +192,13 @@ char *copy_or_null(const char *text, const char *item)
     return text ? copy_text(text, item, "elog") : nullptr;
 }
 
-// Puts a copy of the message on the stack.
+// Puts a copy of the message on the stack. What a crash has to say knows no limit, and
+// its last message would be read by nobody.
 void keep(const Elog_msg &msg)
 {
-    if (Max_msg >= 1 && Elog_tbl->count >= Max_msg)
+    if (crashing() && (keep_note(msg) || msg.severity == kFault))
+        return;
+    if (!crashing() && Max_msg >= 1 && Elog_tbl->count >= Max_msg)
         quit(&msg);
     Elog_msg copy = msg;
     copy.tag = copy_or_null(msg.tag, "tag");
@@ -225,6 +229,9 @@ std::size_t File_size = 0;
 // The buffer, at least so large. It never has to keep what it holds.
 char *file_text(std::size_t needed)
 {
+    static char Crash_text[kFormatSize + 2 * kTagMax];
+    if (crashing() && needed <= sizeof Crash_text)
+        return Crash_text;
     if (needed <= File_size)
         return File_text;
     std::free(File_text);

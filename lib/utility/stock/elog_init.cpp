@@ -14,6 +14,7 @@
 #include "deviants.h"
 #include "internal/alloc.h"
 #include "internal/elog.h"
+#include "internal/elog_fault.h"
 #include "internal/elog_joins.h"
 #include "internal/guards.h"
 #include "stock/path.h"
@@ -156,16 +157,20 @@ bool from_environment(const char *variable, double &value)
     return end != text;
 }
 
+char *First_signals = nullptr;  // what elog_init was told to catch
+
 // What is set up once in a process.
 void set_up_once()
 {
     Owned<char> of_file(join_settings_file());
     from_environment("ELOG_MAXMSG", Max_msg);
     join_show_stack("ELOG_STACK");
-    const char *signals = std::getenv("ELOG_SIGNALS");
-    if (!signals)
-        signals = of_file ? of_file.release() : kSignals;
-    join_fault_handlers(signals);
+    // The environment may change, and the list is kept as it is given.
+    if (const char *signals = std::getenv("ELOG_SIGNALS"))
+        First_signals = copy_text(signals, "ELOG_SIGNALS", "elog_init");
+    else if (of_file)
+        First_signals = of_file.release();
+    join_fault_handlers(First_signals ? First_signals : kSignals);
 }
 
 // What every call takes from the environment.
@@ -268,6 +273,7 @@ void fill_empty(Field *table, const char *const *defaults)
 
 void need_init()
 {
+    prepare_thread();
     if (Elog_init)
         return;
     const KeepErrno keep;

@@ -10,8 +10,13 @@
 #include "deviants.h"
 #include "internal/alloc.h"
 #include "internal/elog.h"
+#include "internal/elog_fault.h"
 #include "internal/pflex.h"
+<<<<<<< HEAD
 #include "stock/bury.h"
+=======
+#include "stock/elog_fault.h"
+>>>>>>> 9f7ac60 (elog: report crashes, print stack traces, start a debugger)
 #include "stock/pf.h"
 #include "stock/str2epoch.h"
 #include "stock/time.h"
@@ -56,21 +61,30 @@ void join_bury()
     bury();
 }
 
-void join_stack_trace() {}
-
-void join_show_stack(const char *) {}
-
-bool join_shows_stack(int)
+void join_stack_trace()
 {
-    return false;
+    show_stack_trace();
+}
+
+void join_show_stack(const char *variable)
+{
+    elog_setup_show_stack(variable);
+}
+
+bool join_shows_stack(int severity)
+{
+    return is_severity(severity) && Show_stack[severity];
 }
 
 void join_fault_handlers(const char *list)
 {
-    Faults = list ? list : "";
+    elog_setup_fault_handler(list);
 }
 
-void join_debugger(const char *) {}
+void join_debugger(const char *command)
+{
+    _elog_debug(command);
+}
 
 void join_time(const char *format, const char *zone, char *out, std::size_t size)
 {

@@ -105,7 +105,7 @@ void print_records(std::FILE *stream, const Batch &batch)
 {
     Printer print(stream);
     // Asked anew each time: writing may call out, and the stack may change.
-    for (std::int64_t i = batch.begin; i < std::min(batch.end, Elog_tbl->count); ++i) {
+    for (std::int64_t i = batch.begin; i < std::min(batch.end, stack_count()); ++i) {
         print.room_for(size_of(*message(i)));
         if (const Elog_msg *msg = message(i))
             lay_out(*msg, kTab, std::ref(print));
@@ -157,7 +157,7 @@ void for_each(const Batch &batch, Function function)
 
 Batch batch_from(std::int64_t mark, const Elog_msg *msg)
 {
-    return {std::max<std::int64_t>(mark, 0), Elog_tbl->count, msg};
+    return {std::max<std::int64_t>(mark, 0), stack_count(), msg};
 }
 
 char *batch_text(const Batch &batch, const char *function)

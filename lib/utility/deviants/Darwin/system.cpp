@@ -5,8 +5,10 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <iterator>
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <mach-o/dyld.h>
 #include <sys/sysctl.h>
@@ -78,6 +80,25 @@ bool program_file(char *buffer, unsigned size)
 {
     uint32_t room = size;
     return _NSGetExecutablePath(buffer, &room) == 0;
+}
+
+const void *loaded_at(const void *address)
+{
+    Dl_info info;
+    return dladdr(address, &info) != 0 ? info.dli_fbase : nullptr;
+}
+
+int frame_text(const Frame &frame, char *buffer, std::size_t size)
+{
+    const char *slash = frame.image ? strrchr(frame.image, '/') : nullptr;
+    const char *image = slash ? slash + 1 : frame.image;
+    char address[24];
+    snprintf(address, sizeof address, "0x%llx",
+             static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(frame.address)));
+    return snprintf(
+        buffer, size, "%-4d%-35s 0x%016llx %s + %zu", frame.index, image ? image : "???",
+        static_cast<unsigned long long>(reinterpret_cast<std::uintptr_t>(frame.address)),
+        frame.name ? frame.name : address, frame.offset);
 }
 
 bool take_disk_space(int fd, std::int64_t, std::int64_t bytes)

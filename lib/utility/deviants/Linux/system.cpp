@@ -4,9 +4,13 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstdint>
+#include <cstdio>
 #include <iterator>
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <link.h>
 #include <unistd.h>
 
 #include "deviants.h"
@@ -58,6 +62,25 @@ bool program_file(char *buffer, unsigned size)
         return false;
     buffer[length] = '\0';
     return true;
+}
+
+const void *loaded_at(const void *address)
+{
+    Dl_info info;
+    link_map *map = nullptr;
+    const bool found =
+        dladdr1(address, &info, reinterpret_cast<void **>(&map), RTLD_DL_LINKMAP) != 0;
+    return found && map ? reinterpret_cast<const void *>(map->l_addr) : nullptr;
+}
+
+int frame_text(const Frame &frame, char *buffer, std::size_t size)
+{
+    if (!frame.image)
+        return snprintf(buffer, size, "[%p]", frame.address);
+    if (!frame.name && frame.offset == reinterpret_cast<std::uintptr_t>(frame.address))
+        return snprintf(buffer, size, "%s() [%p]", frame.image, frame.address);
+    return snprintf(buffer, size, "%s(%s+%#zx) [%p]", frame.image, frame.name ? frame.name : "",
+                    frame.offset, frame.address);
 }
 
 bool take_disk_space(int fd, std::int64_t end, std::int64_t bytes)

@@ -9,6 +9,7 @@
 //     elog_tag.cpp      tags and the command text
 //     elog_print.cpp    messages as text, on streams and in strings
 //     elog_deliver.cpp  delivery strings, files, the limit of the stack
+//     elog_fault.cpp    handlers of fault signals, the report of a crash, the debugger
 //     elog_end.cpp      how the process ends inside the log
 //     elog_joins.cpp    where other families join
 //     qelelog.cpp       the messaging library
@@ -36,6 +37,7 @@ inline constexpr int kDebug = 1;
 inline constexpr int kNotify = 2;
 inline constexpr int kComplain = 4;
 inline constexpr int kDie = 5;
+inline constexpr int kFault = 6;
 
 inline constexpr std::size_t kFormatSize = 10240;  // a message and its end
 inline constexpr int kTagMax = 1023;               // most that a tag is expanded to
@@ -104,10 +106,17 @@ void draft_record(Draft &draft, int severity, int error);
 // What an errno means; the buffer may be used for it.
 char *describe(int error, char *buffer, std::size_t size);
 
+// Keeps a message above the stack without allocating: what a crash has to say of its
+// signal. False when one is kept already.
+bool keep_note(const Elog_msg &msg);
+
+// The number of messages on the stack, the note included.
+std::int64_t stack_count();
+
 // Message i of the stack, or null.
 const Elog_msg *message(std::int64_t i);
 
-// Frees the messages at mark and above.
+// Frees the messages at mark and above; in a crash they are only forgotten.
 void truncate_stack(std::int64_t mark);
 
 // Calls add(piece) for each piece of a record in the order in which it is printed.

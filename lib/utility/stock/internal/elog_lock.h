@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <mutex>
 
 namespace stock::logging {
@@ -15,6 +16,8 @@ struct Thread {
     bool in_callback = false;             // it is inside the program's callback
     bool expanding = false;               // it is inside a tag code that calls other families
     bool ending = false;                  // it is the one that ends the process
+    bool prepared = false;                // it has, or cannot have, a stack for handlers
+    bool crashing = false;                // it reports a fault of its own
     const char *out_of_memory = nullptr;  // the report that it is making of that
 };
 extern constinit thread_local Thread This_thread __attribute__((tls_model("initial-exec")));
@@ -39,6 +42,9 @@ public:
         if (--This_thread.held == 0)
             mutex_.unlock();
     }
+
+    // Lets this thread go on as if it held the lock, for good.
+    void assume() { This_thread.held = std::max(This_thread.held, 1); }
 
     // Gives the lock up, however often this thread has taken it. Returns how often.
     int release()
