@@ -295,6 +295,7 @@ TEST(StdDlopen, TakesANameThatBeginsWithASlashAsAPath)
 
 TEST(StdDlopen, GivesNullWithoutAMessageWhenThereIsNoSuchLibrary)
 {
+    elog_init(0, nullptr);  // loads libraries, too
     puttaluvine("/nosuchroot");
     dlerror();
     EXPECT_EQ(logged([] { EXPECT_EQ(std_dlopen("qel"), nullptr); }), "");

@@ -8,6 +8,7 @@
 
 #include "support/child.h"
 #include "support/pf_text.h"
+#include "support/traces.h"
 
 namespace {
 
@@ -34,15 +35,15 @@ std::string unterminated(int line, int depth, const std::string &head)
            ", depth = " + std::to_string(depth) + " in input string \n" + head + "\n";
 }
 
-// What a parse of the text writes to standard error in a process of its own.
+// What a parse of the text says on standard error in a process of its own.
 std::string complaints(const std::string &text)
 {
-    return in_child([&] {
-               Pf *pf = nullptr;
-               pfcompile(text.c_str(), &pf);
-               pffree(pf);
-           })
-        .err;
+    const Ended ended = in_child([&] {
+        Pf *pf = nullptr;
+        pfcompile(text.c_str(), &pf);
+        pffree(pf);
+    });
+    return without_traces(ended.err);
 }
 
 }  // namespace

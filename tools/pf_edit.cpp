@@ -84,11 +84,37 @@ int keep_silent(int, const char *, Tbl *)
     return 1;
 }
 
+// Standard error leads nowhere for a scope: stack traces go there past the callback.
+class Muted {
+public:
+    Muted() : kept_(dup(STDERR_FILENO))
+    {
+        const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
+        if (kept_ >= 0 && nowhere >= 0)
+            dup2(nowhere, STDERR_FILENO);
+        if (nowhere >= 0)
+            close(nowhere);
+    }
+    ~Muted()
+    {
+        if (kept_ < 0)
+            return;
+        dup2(kept_, STDERR_FILENO);
+        close(kept_);
+    }
+    Muted(const Muted &) = delete;
+    Muted &operator=(const Muted &) = delete;
+
+private:
+    int kept_;
+};
+
 // What looks wrong in the text is no matter of an edit.
 PfPtr tree_of(const std::string &text)
 {
     const int mark = elog_mark();
     elog_set(ELOG_CALLBACK_FN, 0, keep_silent);
+    const Muted muted;
     Pf *tree = nullptr;
     pfcompile(text.c_str(), &tree);
     elog_set(ELOG_CALLBACK_FN, 0, static_cast<Elog_callback>(nullptr));

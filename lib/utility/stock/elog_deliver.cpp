@@ -220,6 +220,17 @@ bool deliver(const char *delivery, std::int64_t mark, const Elog_msg *msg)
     return delivered;
 }
 
+void write_all(int fd, std::string_view text)
+{
+    while (!text.empty()) {
+        const ssize_t put = ::write(fd, text.data(), text.size());
+        if (put > 0)
+            text.remove_prefix(static_cast<std::size_t>(put));
+        else if (put == 0 || errno != EINTR)
+            return;
+    }
+}
+
 namespace {
 
 // One buffer for the text of a record in a file, kept between calls.
@@ -241,17 +252,6 @@ char *file_text(std::size_t needed)
     File_text = static_cast<char *>(allocate_zeroed(size, "buf", "elog_msg_printfd"));
     File_size = size;
     return File_text;
-}
-
-void write_all(int fd, std::string_view text)
-{
-    while (!text.empty()) {
-        const ssize_t put = ::write(fd, text.data(), text.size());
-        if (put > 0)
-            text.remove_prefix(static_cast<std::size_t>(put));
-        else if (put == 0 || errno != EINTR)
-            return;
-    }
 }
 
 std::size_t length_of(const char *text)

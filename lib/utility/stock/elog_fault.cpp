@@ -126,17 +126,7 @@ public:
             piece.remove_prefix(length);
         }
     }
-    void flush()
-    {
-        std::string_view rest(text_, std::exchange(used_, 0));
-        while (!rest.empty()) {
-            const ssize_t put = ::write(STDERR_FILENO, rest.data(), rest.size());
-            if (put > 0)
-                rest.remove_prefix(static_cast<std::size_t>(put));
-            else if (put == 0 || errno != EINTR)
-                return;
-        }
-    }
+    void flush() { write_all(STDERR_FILENO, {text_, std::exchange(used_, 0)}); }
 
 private:
     std::size_t used_ = 0;

@@ -12,11 +12,8 @@
 #include "internal/elog.h"
 #include "internal/elog_fault.h"
 #include "internal/pflex.h"
-<<<<<<< HEAD
 #include "stock/bury.h"
-=======
 #include "stock/elog_fault.h"
->>>>>>> 9f7ac60 (elog: report crashes, print stack traces, start a debugger)
 #include "stock/pf.h"
 #include "stock/str2epoch.h"
 #include "stock/time.h"
