@@ -14,6 +14,7 @@
 #include "internal/alloc.h"
 #include "internal/pflex.h"
 #include "internal/pfnode.h"
+#include "internal/rbnode.h"
 
 namespace {
 
@@ -21,28 +22,49 @@ constexpr int kMissing = -31;    // a step was not found
 constexpr int kMisfit = -32;     // a step does not fit the node
 constexpr int kMaxBraced = 255;  // longer keys in braces are cut
 
-constexpr std::string_view kMarks = "{}[]";
-constexpr std::string_view kBlanks = " \t";
+constexpr bool is_mark(char c)
+{
+    return c == '{' || c == '}' || c == '[' || c == ']';
+}
 
-// Keys are looked up as strings.
-class Key {
-public:
-    explicit Key(std::string_view text)
-        : text_(static_cast<char *>(stock::allocate(text.size() + 1, "key", "pfresolve")))
-    {
-        text_.get()[text.copy(text_.get(), text.size())] = 0;
-    }
-    const char *get() const { return text_.get(); }
+constexpr bool is_blank(char c)
+{
+    return c == ' ' || c == '\t';
+}
 
-private:
-    stock::Owned<char> text_;
-};
+// Where the next mark is, or the end of the text.
+std::size_t next_mark(std::string_view text, std::size_t from = 0)
+{
+    while (from < text.size() && !is_mark(text[from]))
+        ++from;
+    return from;
+}
+
+// A key as a string of its own.
+stock::Owned<char> key_of(std::string_view text)
+{
+    stock::Owned<char> key(
+        static_cast<char *>(stock::allocate(text.size() + 1, "key", "pfresolve")));
+    key.get()[text.copy(key.get(), text.size())] = 0;
+    return key;
+}
+
+Pf *child_of(const Pf *table, std::string_view key)
+{
+    const Arr *arr = table->value.arr;
+    if (!arr)
+        return nullptr;
+    return static_cast<Pf *>(stock::holds_text(arr) ? stock::get_text(arr, key)
+                                                    : getarr(arr, key_of(key).get()));
+}
 
 std::string_view trimmed(std::string_view text)
 {
-    const std::size_t first = std::min(text.find_first_not_of(kBlanks), text.size());
-    text.remove_prefix(first);
-    return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+    while (!text.empty() && is_blank(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && is_blank(text.back()))
+        text.remove_suffix(1);
+    return text;
 }
 
 // What atoi gives, within the limits of an int.
@@ -71,9 +93,9 @@ private:
     // Takes the token at the start of the text. Gives its length.
     std::size_t token(std::string_view text)
     {
-        const std::size_t run = std::min(text.find_first_of(kMarks), text.size());
+        const std::size_t run = next_mark(text);
         if (run > 0) {
-            if (text.substr(0, run).find_first_not_of(kBlanks) != text.npos)
+            if (!trimmed(text.substr(0, run)).empty())
                 plain_key(text.substr(0, run));
             return run;
         }
@@ -87,8 +109,10 @@ private:
     // "{key}"; 0 when the text does not begin with that.
     std::size_t braced_key(std::string_view text)
     {
-        const std::size_t close = text.find_first_of(kMarks, 1);
-        if (text[0] != '{' || close == text.npos || text[close] != '}')
+        if (text[0] != '{')
+            return 0;
+        const std::size_t close = next_mark(text, 1);
+        if (close == text.size() || text[close] != '}')
             return 0;
         key_step(trimmed(text.substr(1, close - 1)).substr(0, kMaxBraced), current_->type == PFARR);
         return close + 1;
@@ -97,9 +121,11 @@ private:
     // "[-12]"; 0 when the text does not begin with that.
     std::size_t index(std::string_view text)
     {
+        if (text[0] != '[')
+            return 0;
         const std::size_t digits = text.substr(1, 1) == "-" ? 2 : 1;
         const std::size_t close = text.find_first_not_of("0123456789", digits);
-        if (text[0] != '[' || close == text.npos || close == digits || text[close] != ']')
+        if (close == text.npos || close == digits || text[close] != ']')
             return 0;
         index_step(number(text.substr(1, close - 1)));
         return close + 1;
@@ -132,14 +158,13 @@ private:
             return;
         if (!fits && !(create_ && current_->type == PFANY))
             return fail(kMisfit);
-        const Key key(text);
         const bool table = current_->type == PFFILE || current_->type == PFARR;
-        Pf *child = table ? static_cast<Pf *>(getarr(current_->value.arr, key.get())) : nullptr;
+        Pf *child = table ? child_of(current_, text) : nullptr;
         if (!child && !create_)
             return fail(kMissing);
-        if (!child && pfadd_arr(current_, key.get()) != 0)
+        if (!child && pfadd_arr(current_, key_of(text).get()) != 0)
             return fail(kMisfit);
-        current_ = child ? child : static_cast<Pf *>(getarr(current_->value.arr, key.get()));
+        current_ = child ? child : child_of(current_, text);
     }
 
     void index_step(int i)

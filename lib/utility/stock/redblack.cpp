@@ -48,24 +48,30 @@ struct Place {
 // their bytes make, eight at a time, as long as zeros follow their ends.
 class Probe {
 public:
-    explicit Probe(const char *key) : key_(key)
+    explicit Probe(std::string_view key) : key_(key.data()), length_(key.size())
     {
-        const size_t length = std::strlen(key);
-        const size_t rest = length % kWord;
-        last_at_ = length - rest;
-        if (length >= kWord && rest > 0)
-            last_ = word(key + length - kWord) << 8 * (kWord - rest);
-        for (size_t i = 0; length < kWord && i < rest; ++i)
-            last_ |= uint64_t{static_cast<unsigned char>(key[i])} << 8 * (kWord - 1 - i);
+        const size_t rest = length_ % kWord;
+        last_at_ = length_ - rest;
+        if (length_ < kWord)
+            last_ = short_word(key);
+        else if (rest > 0)
+            last_ = word(key_ + length_ - kWord) << 8 * (kWord - rest);
+        first_ = length_ < kWord ? last_ : word(key_);
     }
 
     int operator()(const Rbnode *node) const
     {
         const uint32_t words = stock::text_words(node);
         if (words == 0)
-            return std::strcmp(key_, static_cast<const char *>(node->key));
+            return order(static_cast<const char *>(node->key));
         const char *its = reinterpret_cast<const char *>(node) - words * kWord;
-        for (size_t at = 0;; at += kWord) {
+        // The first words differ most often.
+        const uint64_t first = word(its);
+        if (first_ != first)
+            return first_ < first ? -1 : 1;
+        if ((first & 0xff) == 0)
+            return 0;
+        for (size_t at = kWord;; at += kWord) {
             const uint64_t mine = at < last_at_ ? word(key_ + at) : last_;
             const uint64_t other = word(its + at);
             if (mine != other)
@@ -76,16 +82,44 @@ public:
     }
 
 private:
-    static uint64_t word(const char *bytes)
+    int order(const char *other) const
     {
-        uint64_t word = 0;
-        std::memcpy(&word, bytes, sizeof word);
-        return std::endian::native == std::endian::little ? __builtin_bswap64(word) : word;
+        const int order = std::strncmp(key_, other, length_);
+        return order != 0 ? order : -(other[length_] != 0);
     }
 
+    // A text of fewer bytes than a word holds, with zeros behind it. It is put
+    // together from pieces that overlap: copying it first would be slower.
+    static uint64_t short_word(std::string_view text)
+    {
+        const size_t n = text.size();
+        const auto at = [=](size_t i, uint64_t bytes) { return bytes << 8 * (kWord - 1 - i); };
+        const auto byte = [=](size_t i) { return static_cast<unsigned char>(text[i]); };
+        if (n >= 4)
+            return uint64_t{big_endian<uint32_t>(&text[0])} << 32 |
+                   uint64_t{big_endian<uint32_t>(&text[n - 4])} << 8 * (kWord - n);
+        return n == 0 ? 0 : at(0, byte(0)) | at(n / 2, byte(n / 2)) | at(n - 1, byte(n - 1));
+    }
+
+    template <class Number>
+    static Number big_endian(const char *bytes)
+    {
+        Number number = 0;
+        std::memcpy(&number, bytes, sizeof number);
+        if (std::endian::native == std::endian::big)
+            return number;
+        return sizeof number == kWord
+                   ? static_cast<Number>(__builtin_bswap64(number))
+                   : static_cast<Number>(__builtin_bswap32(static_cast<uint32_t>(number)));
+    }
+
+    static uint64_t word(const char *bytes) { return big_endian<uint64_t>(bytes); }
+
     const char *key_;
+    size_t length_;
     size_t last_at_;  // where the last word begins, the one that holds the end
     uint64_t last_ = 0;
+    uint64_t first_;
 };
 
 template <class Order>
@@ -419,6 +453,17 @@ Rbnode *make_node(char *block, std::string_view key, void *value, uint32_t dista
     set_mark(node,
              static_cast<uint32_t>(words) | (distance ? kInSlab | distance << kSlabShift : 0));
     return node;
+}
+
+void *get_text(const Rbtree *tree, std::string_view key)
+{
+    const Place place = descend(tree, Probe(key));
+    return place.found() ? place.node->value : nullptr;
+}
+
+bool holds_text(const Rbtree *tree)
+{
+    return tree->compare == compare_text;
 }
 
 void *set_text(Rbtree *tree, const char *key, void *value)

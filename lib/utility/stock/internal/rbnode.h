@@ -80,6 +80,12 @@ constexpr std::size_t kMaxSlabKey = kSlabWords * kWord - 1;
 // Makes a key and its node in a block of that size; distance is that of the slab, or 0.
 Rbnode *make_node(char *block, std::string_view key, void *value, uint32_t distance);
 
+// Whether the keys are strings in the order of strcmp.
+bool holds_text(const Rbtree *tree);
+
+// The value under a key of such a tree, or null. The key need not end with a zero byte.
+void *get_text(const Rbtree *tree, std::string_view key);
+
 // Stores the value under a copy of the key. Returns the value that the key had
 // before, or null.
 void *set_text(Rbtree *tree, const char *key, void *value);

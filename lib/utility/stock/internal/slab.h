@@ -66,7 +66,8 @@ public:
     // From a block of what was taken last to the slab's record.
     uint32_t distance(const void *block) const
     {
-        return static_cast<uint32_t>((end_ - static_cast<const char *>(block)) / kWord);
+        const auto bytes = static_cast<std::size_t>(end_ - static_cast<const char *>(block));
+        return static_cast<uint32_t>(bytes / kWord);
     }
 
 private:
