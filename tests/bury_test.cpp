@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <dlfcn.h>
@@ -44,6 +45,7 @@ namespace {
 int write_error, fsync_error, rename_error, lock_error, timer_error;
 bool is_remote;  // every file lies on another host
 int flushed_files, flushed_directories;
+void (*before_lock)();  // called once, between opening and locking
 
 template <class Function>
 Function *real(const char *name)
@@ -83,6 +85,8 @@ extern "C" int rename(const char *from, const char *to) noexcept
 extern "C" int lockf(int fd, int command, off_t length)
 {
     static const auto system = real<int(int, int, off_t)>("lockf");
+    if (before_lock)
+        std::exchange(before_lock, nullptr)();
     return lock_error ? refused(lock_error) : system(fd, command, length);
 }
 
@@ -757,6 +761,51 @@ TEST_F(Bury, TheRefusedProcessSavesNothing)
     });
     EXPECT_EQ(second.status, 1);
     EXPECT_EQ(text(), "count\t1\n");
+}
+
+// The file that was opened has lost its name to another, and its lock is free.
+TEST_F(Bury, ALockOnAFileThatLostItsNameIsNotEnough)
+{
+    static std::atomic<int> *step;
+    step = static_cast<std::atomic<int> *>(
+        mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    const pid_t first = fork();
+    if (first == 0) {
+        open();
+        for (*step = 1; *step != 2;)
+            std::this_thread::yield();
+        bury();
+        for (*step = 3;;)
+            pause();
+    }
+    while (*step != 1)
+        std::this_thread::yield();
+    const Ended second = untagged([&] {
+        before_lock = [] {
+            for (*step = 2; *step != 3;)
+                std::this_thread::yield();
+        };
+        open();
+    });
+    kill(first, SIGKILL);
+    waitpid(first, nullptr, 0);
+    EXPECT_THAT(second.err, HasSubstr(kInUse));
+    EXPECT_EQ(second.status, 1);
+    munmap(step, sizeof(int));
+}
+
+// Between looking for the file and making it, another process made it, buried and ended.
+TEST_F(Bury, AFileThatAnotherProcessMadeMeanwhileIsRead)
+{
+    const Ended ended = untagged([&] {
+        static std::string path = state;
+        before_lock = [] { std::ofstream(path) << "count 9\n"; };
+        int count = 0;
+        std::printf("%d", open());
+        std::printf(" %d", resurrect("count", &count, RELIC_INT));
+        std::printf(" %d", count);
+    });
+    EXPECT_EQ(ended.out, "1 0 9");
 }
 
 // Eight processes want the state file; the one that has it buries for as long as there

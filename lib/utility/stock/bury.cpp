@@ -177,11 +177,9 @@ bool lock(FILE *stream)
     return stock::uninterrupted([&] { return ::lockf(fileno(stream), F_TLOCK, 0); }) == 0;
 }
 
-// Whether the name leads to the open file.
-bool leads_to(const char *name, const struct stat &file)
+bool is_same(const struct stat &a, const struct stat &b)
 {
-    struct stat named;
-    return ::stat(name, &named) == 0 && named.st_dev == file.st_dev && named.st_ino == file.st_ino;
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
 // Opens the state file, made when there is none, and locks it. Gives 1, 0 when it was
@@ -193,15 +191,15 @@ int open_locked(Grave *g)
         const bool missing = !stream && errno == ENOENT;
         if (missing)
             stream = open_file(g->name, O_CREAT);
-        struct stat file;
+        struct stat file, named;
         if (!stream || ::fstat(fileno(stream.get()), &file) != 0 || !S_ISREG(file.st_mode))
             return -1;
         g->stream = stream.get();
         lockstate(g);
-        if (leads_to(g->name, file)) {
+        if (::stat(g->name, &named) == 0 && is_same(named, file)) {
             stream.release();
             // Another process may have made it first and have come to its end.
-            return missing && file.st_size == 0 ? 0 : 1;
+            return missing && named.st_size == 0 ? 0 : 1;
         }
         g->stream = nullptr;
     }
