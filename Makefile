@@ -13,12 +13,12 @@ $(BUILD)/build.ninja: CMakePresets.json
 	scripts/need build test
 	cmake --preset release
 
-# Reads the parameter files that are installed with the library and prints their trees.
+# Runs the daemon of examples/loadwatch for ten seconds and shows what it does.
 demo:
 	scripts/need build
 	cmake --preset release -DSTOCK_TESTS=OFF -B build/demo >/dev/null
 	cmake --build build/demo -j $(JOBS)
-	scripts/demo build/demo/tools/stock
+	scripts/demo build/demo
 
 test:
 	scripts/need build test
