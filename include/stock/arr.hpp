@@ -1,0 +1,206 @@
+/*
+ * arr.hpp - the associative array as an owner and a range; see arr.h.
+ */
+
+#ifndef STOCK_ARR_HPP
+#define STOCK_ARR_HPP
+
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <type_traits>
+
+#include "stock/arr.h"
+#include "stock/strings.hpp"
+#include "stock/tbl.hpp"
+
+namespace stock {
+
+/* What an iterator over an array gives, by value: the array's own copy of the key, and the value.
+ */
+template <class V>
+struct array_entry {
+    const char *key;
+    V value;
+};
+
+/* Walks a tree in the order of its keys. Valid as long as its entry stays. */
+template <class V>
+class array_iterator {
+    struct Arrow {
+        array_entry<V> entry;
+        const array_entry<V> *operator->() const noexcept { return &entry; }
+    };
+
+public:
+    using iterator_concept = std::bidirectional_iterator_tag;
+    using iterator_category = std::input_iterator_tag;  // it gives values, not references
+    using value_type = array_entry<V>;
+    using difference_type = std::ptrdiff_t;
+    using pointer = Arrow;
+    using reference = array_entry<V>;
+
+    array_iterator() = default;
+    array_iterator(const Arr *arr, const Rbnode *node) noexcept : arr_(arr), node_(node) {}
+
+    reference operator*() const noexcept
+    {
+        return {static_cast<const char *>(node_->key), static_cast<V>(node_->value)};
+    }
+    Arrow operator->() const noexcept { return {**this}; }
+
+    array_iterator &operator++() noexcept
+    {
+        node_ = step(&Rbnode::right, &Rbnode::left);
+        return *this;
+    }
+    array_iterator &operator--() noexcept
+    {
+        node_ = node_ == rb_null ? outermost(arr_->root, &Rbnode::right)
+                                 : step(&Rbnode::left, &Rbnode::right);
+        return *this;
+    }
+    array_iterator operator++(int) noexcept
+    {
+        const array_iterator before = *this;
+        ++*this;
+        return before;
+    }
+    array_iterator operator--(int) noexcept
+    {
+        const array_iterator before = *this;
+        --*this;
+        return before;
+    }
+
+    friend bool operator==(const array_iterator &a, const array_iterator &b) noexcept
+    {
+        return a.node_ == b.node_;
+    }
+
+    /* The node farthest to one side of a subtree; rb_null of an empty one. */
+    static const Rbnode *outermost(const Rbnode *node, Rbnode *Rbnode::*side) noexcept
+    {
+        while (node != rb_null && node->*side != rb_null)
+            node = node->*side;
+        return node;
+    }
+
+private:
+    // The next node on one side: the nearest of its subtree, or the first ancestor
+    // that lies on that side.
+    const Rbnode *step(Rbnode *Rbnode::*side, Rbnode *Rbnode::*other) const noexcept
+    {
+        if (node_->*side != rb_null)
+            return outermost(node_->*side, other);
+        const Rbnode *node = node_;
+        const Rbnode *up = node->up;
+        while (up != rb_null && node == up->*side) {
+            node = up;
+            up = node->up;
+        }
+        return up;
+    }
+
+    const Arr *arr_ = nullptr;
+    const Rbnode *node_ = nullptr;
+};
+
+/*
+ * Owns an Arr from strings to pointers of type V, and frees it.
+ *
+ *     array<Station *>               values stay whose they are
+ *     array<char *, std::free>       each value is freed with the array
+ *
+ * Free is called for values that are in the array when it is destroyed or assigned
+ * to, null ones included, and for those that erase removes. A value that set replaced
+ * or take took out is the caller's again.
+ *
+ * It is a bidirectional range of keys and values in the order of strcmp:
+ *
+ *     for (const auto &[key, value] : stations)
+ *         printf("%s %s\n", key, value->name);
+ *
+ * A walk may not set, take or erase the key it stands at: that replaces the copy.
+ * An array without an Arr (null, moved from) is empty and must not be changed.
+ * Nothing locks.
+ */
+template <class V, auto Free = nullptr>
+class array {
+    static_assert(std::is_pointer_v<V>, "the values of an array are pointers");
+
+public:
+    using value_type = array_entry<V>;
+    using iterator = array_iterator<V>;
+    using const_iterator = iterator;
+
+    /* A new, empty array (newarr). */
+    array() : arr_(newarr(nullptr)) {}
+    /* Takes over an array that a function returned, null too. */
+    explicit array(Arr *owned) noexcept : arr_(owned) {}
+
+    explicit operator bool() const noexcept { return arr_ != nullptr; }
+    /* The Arr, which the array keeps. */
+    Arr *arr() noexcept { return arr_.get(); }
+    const Arr *arr() const noexcept { return arr_.get(); }
+    /* Gives the Arr up: the caller frees it with freearr. */
+    [[nodiscard]] Arr *release() noexcept { return arr_.release(); }
+
+    iterator begin() const noexcept
+    {
+        return {arr_.get(), arr_ ? iterator::outermost(arr_->root, &Rbnode::left) : rb_null};
+    }
+    iterator end() const noexcept { return {arr_.get(), rb_null}; }
+    bool empty() const noexcept { return !arr_ || arr_->root == rb_null; }
+    /* cntarr: the entries are counted one by one, so it is no size(). */
+    int64_t count() const noexcept { return cntarr(arr_.get()); }
+
+    /* getarr: the value, or null. */
+    V get(zstring key) const { return static_cast<V>(getarr(arr_.get(), key.c_str())); }
+    bool contains(zstring key) const { return rbfind(key.c_str(), arr_.get()) != nullptr; }
+    /* setarr: stores under a copy of the key. Returns the value it had, or null. */
+    V set(zstring key, V value)
+    {
+        return static_cast<V>(setarr(arr_.get(), key.c_str(), untyped(value)));
+    }
+    /* delarr: removes the key. Returns its value, or null. */
+    V take(zstring key) { return static_cast<V>(delarr(arr_.get(), key.c_str())); }
+    /* The same, and gives the value of a key that is there to Free. */
+    void erase(zstring key)
+    {
+        const bool there = contains(key);
+        void *value = untyped(take(key));
+        if constexpr (owns)
+            if (there)
+                detail::untyped<Free, V>()(value);
+    }
+
+    /* keysarr, valsarr: in the order of the keys; the keys are borrowed from the array. */
+    list<const char *> keys() const { return list<const char *>(keysarr(arr_.get())); }
+    list<V> values() const { return list<V>(valsarr(arr_.get())); }
+
+    /* duparr: values are shared, which an array that frees them can't do. */
+    array copy() const requires(std::is_null_pointer_v<decltype(Free)>)
+    {
+        return array(duparr(arr_.get(), nullptr));
+    }
+
+private:
+    static constexpr bool owns = !std::is_null_pointer_v<decltype(Free)>;
+
+    // An array keeps pointers as void *, to constants as well.
+    static void *untyped(V value) noexcept
+    {
+        return const_cast<void *>(static_cast<const void *>(value));
+    }
+
+    struct FreeArr {
+        void operator()(Arr *arr) const { freearr(arr, detail::untyped<Free, V>()); }
+    };
+    std::unique_ptr<Arr, FreeArr> arr_;
+};
+
+}  // namespace stock
+
+#endif
