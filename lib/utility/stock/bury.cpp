@@ -37,6 +37,7 @@
 #include "stock/path.h"
 #include "stock/str2epoch.h"
 #include "stock/strdbl.h"
+#include "stock/tbl.h"
 #include "stock/time.h"
 
 namespace {
@@ -110,6 +111,17 @@ T &as(void *address)
     return *static_cast<T *>(address);
 }
 
+Tbl *Restored = nullptr;  // the texts that were given out, all there ever were
+
+void restore_string(void *address, const char *text)
+{
+    if (!Restored)
+        Restored = newtbl(0);
+    char *copy = stock::copy_text(text, "relic", "resurrect");
+    pushtbl(Restored, copy);
+    as<char *>(address) = copy;
+}
+
 struct Kind {
     int (*save)(Pf *pf, const char *name, void *address);
     void (*restore)(void *address, const char *text);
@@ -144,7 +156,7 @@ int save_time(Pf *pf, const char *name, void *address)
 constexpr Kind kKinds[] = {     // in the order of the types
     {save_int,    [](void *to, const char *text) { as<int>(to) = static_cast<int>(std::strtol(text, nullptr, 10)); }},
     {save_double, [](void *to, const char *text) { as<double>(to) = number_of(text); }},
-    {save_string, [](void *to, const char *text) { as<char *>(to) = stock::copy_text(text, "relic", "resurrect"); }},
+    {save_string, restore_string},
     {save_time,   [](void *to, const char *text) { as<double>(to) = str2epoch(text); }},
 };
 // clang-format on
