@@ -15,6 +15,8 @@ install(DIRECTORY data/pf/ DESTINATION data/pf FILES_MATCHING PATTERN "*.pf")
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME tool)
 install(TARGETS stock_tool RUNTIME DESTINATION bin)
 install(FILES completion/stock.bash DESTINATION share/bash-completion/completions RENAME stock)
+install(DIRECTORY editors/vim/ DESTINATION share/vim/vimfiles)
+install(DIRECTORY editors/vscode DESTINATION share/stock)
 install(FILES completion/_stock DESTINATION share/zsh/site-functions)
 
 set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME documents)

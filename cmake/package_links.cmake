@@ -28,6 +28,7 @@ link_all(tool "bin/*")
 link_all(tool "share/man/man1/*")
 link_all(tool "share/bash-completion/completions/*")
 link_all(tool "share/zsh/site-functions/*" share/zsh/vendor-completions)
+link_all(tool "share/vim/vimfiles/*/stockpf.vim")
 link_all(documents "share/man/man*/*")
 
 file(WRITE ${CPACK_TEMPORARY_DIRECTORY}/runtime/etc/ld.so.conf.d/${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME}.conf
