@@ -301,6 +301,10 @@ TEST(FaceArray, is_walked_in_the_order_of_its_keys)
     for (const auto &[key, age] : array)
         walked += key + std::to_string(*age) + " ";
     EXPECT_EQ(walked, "a10 b20 c30 ");
+    std::string applied;
+    array.apply(
+        [&](const char *key, const int *age) { applied += key + std::to_string(*age) + " "; });
+    EXPECT_EQ(applied, walked);
     const auto found = std::ranges::find(array, 20, [](const auto &entry) { return *entry.value; });
     ASSERT_NE(found, array.end());
     EXPECT_STREQ(found->key, "b");
