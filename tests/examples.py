@@ -13,7 +13,8 @@ every fenced block of a Markdown file, whose marks are comments, <!-- exits 1 --
     .\\" shell stands before it       commands for sh, with the tool stock in PATH
     .\\" shown stands before it       something that is only looked at
 
-Programs are C11, in fences that say cpp C++20.
+Programs are C11; in fences that say cpp, and with "c++" before the rest of the mark in a
+manual page, C++20.
 
 usage: examples.py CC CXX INCLUDE_DIR LIBRARY TOOL ROOT [-FLAG...] PAGE...
 """
@@ -43,7 +44,8 @@ def displays(page):
     """Line number, mark, text and language of every example of a document."""
     if page.endswith(".md"):
         return list(fences(page))
-    return [(*display, "c") for display in literal_displays(page)]
+    return [(line, mark.removeprefix("c++").strip(), text, "cpp" if mark.startswith("c++") else "c")
+            for line, mark, text in literal_displays(page)]
 
 
 def fences(page):

@@ -171,8 +171,8 @@ def main():
         if len(homes[name]) > 1:
             wrong.append(f"{name} is a name of {', '.join(homes[name])}")
 
-    sections3 = [page for page in pages if page.file.endswith(".3")]
-    wrong += conflicts(compiler, f"{top}/include", sections3)
+    of_c = [page for page in pages if re.fullmatch(r"\w+\.3", page.file)]
+    wrong += conflicts(compiler, f"{top}/include", of_c)
 
     # Messages and variables of the environment.
     messages = variables = 0
