@@ -459,8 +459,8 @@ void signal_handler(int sig)
         elog_die(0, "*stack*Unexpected failure: %s in file %s, line %d\n", "signal_handler",
                  __FILE__, 129);
     signalled(g) = 1;
-    if (g->stop_flag)
-        *g->stop_flag = sig;
+    if (g->stop_flag)  // several threads may be signalled at once
+        __atomic_store_n(g->stop_flag, sig, __ATOMIC_RELAXED);
     if (g->grace_seconds == 0)
         save_and_end();
     else if (g->grace_seconds > 0 &&

@@ -61,8 +61,8 @@ int die_soon(double seconds)
 void halt_signal_handler(int sig)
 {
     const stock::KeepErrno keep;
-    if (Halt_flag)
-        *Halt_flag = 1;
+    if (volatile int *flag = Halt_flag)  // several threads may be signalled at once
+        __atomic_store_n(flag, 1, __ATOMIC_RELAXED);
     if (Halt_In_Seconds >= 1 &&
         std_set_timer([](int) { halt_alarm_handler(); }, Halt_In_Seconds) != 0)
         elog_die(0, "received signal #%d but failed to set alarm timer", sig);
