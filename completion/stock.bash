@@ -12,7 +12,7 @@ _stock()
         $'\tcommands') _stock_add -c ;;
         *) COMPREPLY+=("${line%%$'\t'*}") ;;
         esac
-    done < <("${1/#\~\//$HOME/}" complete "${COMP_WORDS[@]:0:COMP_CWORD+1}" 2>/dev/null)
+    done < <("${1/#\~\//$HOME/}" complete "${COMP_WORDS[@]:0:COMP_CWORD}" "$2" 2>/dev/null)
 }
 
 # _stock_add KIND [OPTION...]: adds what bash finds of a kind, with what readline is to know
@@ -23,7 +23,10 @@ _stock_add()
     *[\"\'\\]*) compopt -o default 2>/dev/null; return ;;
     esac
     [ $# -eq 1 ] || compopt "${@:2}" 2>/dev/null  # there is none outside of a completion
-    mapfile -t -O "${#COMPREPLY[@]}" COMPREPLY < <(compgen "$1" -- "$word")
+    local found
+    while IFS= read -r found; do
+        COMPREPLY+=("$found")
+    done < <(compgen "$1" -- "$word")
 }
 
 complete -F _stock stock

@@ -73,7 +73,7 @@ def main():
         for name in ("pf/stations.pf", "pf/stages.pf", "pf/unread.txt", "data/alone.dat",
                      "data/two words.tbl"):
             with open(os.path.join(directory, name), "w", encoding="ascii") as file:
-                file.write("a 1\n")
+                file.write("a 1\nsettings &Arr{\n  deep 2\n}\n")
         child, terminal = start(directory)
         if shell == "bash":
             setup = f"bind 'set bell-style none'; source {completion}"
@@ -98,6 +98,13 @@ def main():
         expect(terminal, "stock convert hd2m", ["stock", "convert", "hd2m"])
         expect(terminal, "stock convert uhd2mb", ["stock", "convert", "uhd2mb"])
         expect(terminal, "stock convert vl2h", ["stock", "convert", "vl2h"])
+        expect(terminal, "stock pf get stations set", ["stock", "pf", "get", "stations", "settings"])
+        # Without the quote zsh takes the brace for one of its own.
+        expect(terminal, "stock pf get stations 'settings{d",
+               ["stock", "pf", "get", "stations", "settings{deep}"])
+        if shell == "bash":
+            expect(terminal, "stock pf get stations settings{d",
+                   ["stock", "pf", "get", "stations", "settings{deep}"])
         expect(terminal, "stock dump data/al", ["stock", "dump", "data/alone.dat"])
         expect(terminal, "stock tbl data/two", ["stock", "tbl", "data/two words.tbl"])
         expect(terminal, "stock path rel dat", ["stock", "path", "rel", "data/"])

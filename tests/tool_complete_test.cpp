@@ -141,7 +141,7 @@ TEST(ToolComplete, OffersTheParameterFilesAlongPFPATH)
     EXPECT_THAT(offered({"pf", "show", ""}, path), ElementsAre("both", "stations", "\tfiles"));
     EXPECT_THAT(offered({"pf", "show", "x", "--", "b"}, path), ElementsAre("both", "\tfiles"));
     EXPECT_THAT(offered({"pf", "show", "./b"}, path), ElementsAre("\tfiles"));
-    EXPECT_THAT(offered({"pf", "get", "both", ""}, path), IsEmpty());
+    EXPECT_THAT(offered({"pf", "shell", "both", ""}, path), IsEmpty());
 }
 
 TEST(ToolComplete, OffersTheParameterFilesOfTheRootWithoutPFPATH)
@@ -179,6 +179,23 @@ TEST(ToolComplete, LeavesToTheShellWhatItKnowsBest)
     EXPECT_THAT(offered({"path", "rel", ""}), ElementsAre("\tdirectories"));
     EXPECT_THAT(offered({"find", "--path", ""}), ElementsAre("\tvariables"));
     EXPECT_THAT(offered({"time", "--until", "tomorrow", ""}), ElementsAre("\tcommands"));
+}
+
+TEST(ToolComplete, OffersAddressesStepByStep)
+{
+    const TempDir dir;
+    const std::string file =
+        dir.file("x.pf", "a &Arr{\n  b 1\n  c &Tbl{\n    one\n    two\n  }\n}\n"
+                         "az 2\n\"two words\" 3\nl &Tbl{\n  v\n}\n");
+    const Words path = {"PFPATH=" + dir.path()};
+    EXPECT_THAT(offered({"pf", "get", "x", ""}, path), ElementsAre("a", "az", "l"));
+    EXPECT_THAT(offered({"pf", "explain", "x", "a{"}, path), ElementsAre("a{b}", "a{c}"));
+    EXPECT_THAT(offered({"pf", "get", "--type", "int", "x", "a{c}["}, path),
+                ElementsAre("a{c}[0]", "a{c}[1]"));
+    EXPECT_THAT(offered({"pf", "set", file, "l["}), ElementsAre("l[0]"));
+    EXPECT_THAT(offered({"pf", "del", file, "a"}), ElementsAre("a", "az"));
+    EXPECT_THAT(offered({"pf", "set", dir / "missing.pf", ""}), IsEmpty());
+    EXPECT_THAT(offered({"pf", "set", file, "az", ""}), IsEmpty());
 }
 
 TEST(ToolComplete, OffersSignalsAndZones)

@@ -167,7 +167,9 @@ Help help_of(const std::vector<std::string> &command)
 // Prints words that go on from the one that is completed.
 class Offer {
 public:
-    explicit Offer(std::string word) : word_(std::move(word)) {}
+    Offer(std::string word, std::string before) : word_(std::move(word)), before_(std::move(before))
+    {
+    }
 
     void word(const std::string &text, const std::string &meaning = "") const
     {
@@ -176,10 +178,13 @@ public:
     }
     // What the shell is to look for.
     void kind(const char *name) const { printf("\t%s\n", name); }
+    bool goes_on_from(const std::string &text) const { return word_.starts_with(text); }
+    const std::string &before() const { return before_; }  // the word before; may be empty
     bool has_directory() const { return word_.find('/') != std::string::npos; }
 
 private:
     std::string word_;
+    std::string before_;
 };
 
 std::vector<std::string> pf_directories()
@@ -210,6 +215,49 @@ void offer_names_and_files(const Offer &offer)
     if (!offer.has_directory())
         offer_pf_names(offer);
     offer.kind("files");
+}
+
+bool needs_no_quotes(const std::string &key)
+{
+    return std::ranges::all_of(
+        key, [](unsigned char c) { return std::isalnum(c) || (c && strchr("_.,:+-@%/", c)); });
+}
+
+// The addresses of what a table or list holds, and of what that holds in turn where the
+// word reaches into it.
+void offer_addresses(const Offer &offer, const Pf *pf, const std::string &address)
+{
+    const auto add = [&](const std::string &place, const Pf *child) {
+        offer.word(place);
+        if (offer.goes_on_from(place + "{") || offer.goes_on_from(place + "["))
+            offer_addresses(offer, child, place);
+    };
+    if (pf->type == PFTBL)
+        for (int64_t i = 0; i < pfmaxtbl(pf); ++i)
+            add(address + "[" + std::to_string(i) + "]",
+                static_cast<const Pf *>(gettbl(pf->value.tbl, i)));
+    else if (pf->type == PFARR || pf->type == PFFILE)
+        for (const std::string &key : keys_of(pf))
+            if (needs_no_quotes(key))
+                add(address.empty() ? key : address + "{" + key + "}", child_of(pf, key));
+}
+
+void offer_addresses_of_name(const Offer &offer)
+{
+    PfPtr tree;
+    read_name(offer.before().c_str(), tree);
+    if (tree)
+        offer_addresses(offer, tree.get(), "");
+}
+
+void offer_addresses_of_file(const Offer &offer)
+{
+    std::error_code ignored;
+    Pf *pf = nullptr;
+    if (fs::is_regular_file(offer.before(), ignored))
+        parse_file(offer.before().c_str(), &pf);
+    if (const PfPtr tree(pf); tree)
+        offer_addresses(offer, pf, "");
 }
 
 void offer_converters(const Offer &offer)
@@ -246,32 +294,34 @@ void offer_zones(const Offer &offer)
 }
 
 struct Argument {
-    std::string_view family;  // the command it must belong to; empty: any
+    std::string_view behind;  // the command or argument it must come behind; empty: any
     std::string_view name;    // as the usage line calls it
     void (*offer)(const Offer &offer);
 };
 
 // clang-format off
 constexpr Argument kArguments[] = {
-    {"",   "COMMAND",     [](const Offer &offer) { offer.kind("commands"); }},
-    {"",   "FILE",        [](const Offer &offer) { offer.kind("files"); }},
-    {"",   "FILE|NAME",   offer_names_and_files},
-    {"",   "FROM",        [](const Offer &offer) { offer.kind("directories"); }},
-    {"",   "MEMBER",      offer_converters},
-    {"pf", "NAME",        offer_pf_names},
-    {"",   "NAME|NUMBER", offer_signals},
-    {"",   "PATH",        [](const Offer &offer) { offer.kind("files"); }},
-    {"",   "TO",          [](const Offer &offer) { offer.kind("files"); }},
-    {"",   "TYPE",        offer_types},
-    {"",   "VARIABLE",    [](const Offer &offer) { offer.kind("variables"); }},
-    {"",   "ZONE",        offer_zones},
+    {"FILE", "ADDRESS",     offer_addresses_of_file},
+    {"NAME", "ADDRESS",     offer_addresses_of_name},
+    {"",     "COMMAND",     [](const Offer &offer) { offer.kind("commands"); }},
+    {"",     "FILE",        [](const Offer &offer) { offer.kind("files"); }},
+    {"",     "FILE|NAME",   offer_names_and_files},
+    {"",     "FROM",        [](const Offer &offer) { offer.kind("directories"); }},
+    {"",     "MEMBER",      offer_converters},
+    {"pf",   "NAME",        offer_pf_names},
+    {"",     "NAME|NUMBER", offer_signals},
+    {"",     "PATH",        [](const Offer &offer) { offer.kind("files"); }},
+    {"",     "TO",          [](const Offer &offer) { offer.kind("files"); }},
+    {"",     "TYPE",        offer_types},
+    {"",     "VARIABLE",    [](const Offer &offer) { offer.kind("variables"); }},
+    {"",     "ZONE",        offer_zones},
 };
 // clang-format on
 
-void offer_argument(const Offer &offer, const std::string &family, const std::string &name)
+void offer_argument(const Offer &offer, const std::string &behind, const std::string &name)
 {
     for (const Argument &argument : kArguments)
-        if (argument.name == name && (argument.family.empty() || argument.family == family))
+        if (argument.name == name && (argument.behind.empty() || argument.behind == behind))
             return argument.offer(offer);
 }
 
@@ -324,7 +374,7 @@ void offer_options(const Offer &offer, const std::vector<Form> &forms,
 void complete_arguments(const Help &help, const std::string &family,
                         const std::vector<std::string> &before, const std::string &word)
 {
-    const Offer offer(word);
+    const Offer offer(word, before.empty() ? "" : before.back());
     for (const Form &form : help.forms) {
         const Walk walk(form, before);
         if (!walk.fits)
@@ -335,7 +385,9 @@ void complete_arguments(const Help &help, const std::string &family,
             return offer_options(offer, help.forms, before);
         const std::size_t count = form.arguments.size();
         if (walk.arguments < count)
-            return offer_argument(offer, family, form.arguments[walk.arguments]);
+            return offer_argument(offer,
+                                  walk.arguments ? form.arguments[walk.arguments - 1] : family,
+                                  form.arguments[walk.arguments]);
         if (form.repeats && count > 0)
             offer_argument(offer, family, form.arguments[count - 1]);
         return;
@@ -360,7 +412,7 @@ void complete(const std::vector<std::string> &words)
         complete_arguments(help, command[1], {word, words.end() - 1}, last);
         return;
     }
-    const Offer offer(last);
+    const Offer offer(last, "");
     for (const auto &[name, summary] : help.commands)
         offer.word(name, summary);
     if (last.starts_with('-')) {
