@@ -410,3 +410,34 @@ TEST(PfPartsThreads, FreeEachItsOwn)
             thread.join();
     }
 }
+
+// ---- Trees deeper than the stack ----
+
+TEST(PfDepth, ATreeOfAnyDepthIsFreedAndCopied)
+{
+    Pf *inner = compiled("leaf x\n");
+    for (int i = 0; i < 200'000; ++i) {
+        Pf *outer = pfnew(i % 2 ? PFARR : PFTBL);
+        pfput(outer, i % 2 ? "k" : pfindex(0), inner, PFGRAFT);
+        inner = outer;
+    }
+    const PfPtr tree(inner);
+    PfPtr copy(pfdup(tree.get()));
+    int depth = 0;
+    Pf *at = copy.get();
+    for (Pf *next = nullptr; at->type != PFSTRING; at = next, ++depth)
+        pfvalue(at, at->type == PFTBL ? pfindex(0) : depth < 200'000 ? "k" : "leaf", &next);
+    EXPECT_EQ(depth, 200'001);
+    EXPECT_STREQ(at->value.s, "x");
+}
+
+TEST(PfDepth, AHookThatFreesATreeIsNoTroubleToTheTreeThatIsFreed)
+{
+    Pf *tree = compiled("a &Arr{\nf &file(x)\nb &Tbl{\n1\n}\n}\nc &file(y)\n");
+    Pf *c = nullptr;
+    pfvalue(tree, "c", &c);
+    free(c->value.pffunct->hook->pvt);
+    c->value.pffunct->hook->pvt = compiled("d &Arr{\ne &Tbl{\n2\n}\n}\n");
+    c->value.pffunct->hook->free_pvt = [](void *pvt) { pffree(static_cast<Pf *>(pvt)); };
+    pffree(tree);
+}

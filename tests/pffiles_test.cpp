@@ -165,3 +165,13 @@ TEST(Pftimes, OfANameWithoutFilesIsEmpty)
     EXPECT_EQ(times->count, 0);
     freetbl(times, pffree_time);
 }
+
+TEST(Pffiles, ADirectoryThatIsAFileOfTheListAddsNothing)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    path.local("other.pf", "");
+    const std::string local = path.dirs() / "local/prog.pf";
+    EXPECT_THAT(files_of(site + "/prog", 1), ElementsAre(site, local));
+    EXPECT_THAT(files_of(local + "/prog", 0), ElementsAre(site));
+}

@@ -335,3 +335,17 @@ TEST(Sz2dbl, ReadsFactorsInTheirCaseOnly)
     EXPECT_EQ(sz2dbl(nullptr), 0);
     EXPECT_EQ(sz2dbl("k"), 0);
 }
+
+TEST(Pfget, GettersDoWithoutAPlaceForTheResult)
+{
+    const PfPtr pf = parse("a 1\nt &Tbl{\n x\n}\n");
+    EXPECT_EQ(pfget(pf.get(), "a", nullptr), PFSTRING);
+    EXPECT_EQ(pfget(pf.get(), "b", nullptr), PFINVALID);
+    EXPECT_EQ(pfeval(pf.get(), "a", nullptr), 0);
+    EXPECT_EQ(pfeval(pf.get(), "t", nullptr), -1);
+    EXPECT_EQ(pfvalue(pf.get(), "a", nullptr), 1);
+    EXPECT_EQ(pfvalue(pf.get(), "b", nullptr), 0);
+    _pfeval(pf.get(), "a", nullptr, PFANY);
+    EXPECT_EQ(says(1, [&] { _pfeval(pf.get(), "a", nullptr, PFTBL); }),
+              "T: wrong parameter type for 'a' : expected table but got scalar in 'prog.pf'\n");
+}

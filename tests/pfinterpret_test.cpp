@@ -342,3 +342,19 @@ TEST(Pfinterpret, OfNoFunctionIsNull)
     EXPECT_EQ(pfinterpret(pf.get()), nullptr);
     EXPECT_EQ(pfinterpret(nullptr), nullptr);
 }
+
+TEST(Pfexpand, ReferencesThatMultiplyAreBounded)
+{
+    std::string text;
+    for (int i = 0; i < 9; ++i) {
+        text += "r" + std::to_string(i) + " ";
+        for (int k = 0; k < 100; ++k)
+            text += "&r" + std::to_string(i + 1);
+        text += "\n";
+    }
+    const PfPtr pf = parse((text + "r9 x\n").c_str());
+    const std::string value = pfget_string(pf.get(), "r0");
+    EXPECT_NE(value.find("x** error ** pf massive recursion"), std::string::npos);
+    EXPECT_LT(value.size(), 200'000'000U);
+    EXPECT_EQ(pfget_string(pf.get(), "r8"), std::string(100, 'x'));
+}

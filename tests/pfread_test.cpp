@@ -4,7 +4,9 @@
 #include <string>
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
@@ -127,4 +129,55 @@ TEST(Pfload, GivesMinusTwoForAnErrorInTheText)
     EXPECT_EQ(pfload("DATA_TEST", nullptr, "one", &pf), -2);
     pffree(pf);
     elog_clear();
+}
+
+// ---- Files that are there and cannot be opened ----
+
+namespace {
+
+// A socket has a name like a file, and opening it fails even for the superuser.
+class SocketFile {
+public:
+    explicit SocketFile(const std::string &path) : fd_(socket(AF_UNIX, SOCK_STREAM, 0))
+    {
+        sockaddr_un name{};
+        name.sun_family = AF_UNIX;
+        path.copy(name.sun_path, sizeof name.sun_path - 1);
+        EXPECT_EQ(bind(fd_, reinterpret_cast<const sockaddr *>(&name), sizeof name), 0);
+    }
+    ~SocketFile() { close(fd_); }
+    SocketFile(const SocketFile &) = delete;
+    SocketFile &operator=(const SocketFile &) = delete;
+
+private:
+    int fd_;
+};
+
+}  // namespace
+
+TEST(Pfread, GoesOnPastAFileThatCannotBeOpenedAndClearsErrno)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    path.local("other.pf", "");
+    const SocketFile socket(path.dirs() / "local/prog.pf");
+    Pf *pf = nullptr;
+    errno = E2BIG;
+    EXPECT_EQ(pfread("prog", &pf), 0);
+    EXPECT_EQ(errno, 0);
+    const PfPtr tree(pf);
+    EXPECT_EQ(value_at(pf, "a"), "1");
+}
+
+TEST(Pfload, SaysThatAFileCannotBeOpened)
+{
+    const TempDir dir;
+    const std::string path = dir / "one.pf";
+    const SocketFile socket(path);
+    setenv("DATA_TEST", dir.path().c_str(), 1);
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfload("DATA_TEST", nullptr, "one", &pf), -1);
+    const PfPtr tree(pf);
+    EXPECT_EQ(tree->type, PFFILE);
+    EXPECT_EQ(take_log(), "can't open '" + path + "'\n\tNo such device or address\n");
 }

@@ -157,3 +157,30 @@ TEST(Pfresolve, SurvivesAnyAddress)
     });
     EXPECT_EQ(ended.status, 0);
 }
+
+TEST(Pfresolve, WithoutAPlaceForTheNodeGivesTheType)
+{
+    const PfPtr pf = parse(kText);
+    EXPECT_EQ(pfresolve(pf.get(), "a{c}", 0, nullptr), PFSTRING);
+    EXPECT_EQ(pfresolve(pf.get(), "f", 0, nullptr), PFFUNCTION);
+    EXPECT_EQ(pfresolve(pf.get(), "none", 0, nullptr), -31);
+}
+
+TEST(Pfresolve, MakesNoTreeThatIsTooDeep)
+{
+    const PfPtr pf(pfnew(PFFILE));
+    std::string address = "k";
+    for (int i = 1; i < 1000; ++i)
+        address += i % 2 ? "[0]" : "{k}";
+    EXPECT_EQ(pfset(pf.get(), address.c_str(), "deepest"), 0);
+    EXPECT_EQ(resolve(pf.get(), address.c_str()), "\"deepest\"");
+    for (int i = 0; i < 100'000; ++i)
+        address += "{k}";
+    address.replace(0, 1, "other");
+    EXPECT_EQ(pfset(pf.get(), address.c_str(), "x"), -1);
+    EXPECT_EQ(take_log(), "pf tree is more than 1000 levels deep\n");
+    Pf *node = nullptr;
+    EXPECT_EQ(pfresolve(pf.get(), address.c_str(), 1, &node), -32);
+    EXPECT_EQ(node, nullptr);
+    elog_clear();
+}

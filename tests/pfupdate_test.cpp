@@ -283,3 +283,29 @@ TEST(Pflist, UpdatePfWithoutATreeGivesMinusOne)
     const PfPath path;
     EXPECT_EQ(updatePf("prog"), -1);
 }
+
+TEST(Pflist, UpdatePfLeavesATreeThatWasPutThereWhenTheFilesAreGone)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    EXPECT_EQ(updatePf("prog"), 1);
+    Pf *read = existsPf("prog");
+    Pf *mine = pfnew(PFFILE);
+    putPf_nofree("prog", mine);
+    unlink(site.c_str());
+    EXPECT_EQ(updatePf("prog"), -1);
+    EXPECT_EQ(existsPf("prog"), mine);
+    EXPECT_EQ(freePf("prog"), 0);
+    pffree(read);
+}
+
+TEST(Pflist, UpdatePfOfFilesThatLostAllKeysLeavesNoFreedTree)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    EXPECT_EQ(updatePf("prog"), 1);
+    change(site, "# nothing left\n");
+    EXPECT_EQ(updatePf("prog"), -1);
+    EXPECT_EQ(cntarr(existsPf("prog")->value.arr), 0);
+    EXPECT_EQ(freePf("prog"), 0);
+}

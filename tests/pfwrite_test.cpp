@@ -481,3 +481,23 @@ TEST(PfRoundTrip, BringsRandomTreesBack)
             break;
     }
 }
+
+TEST(PfDepth, WhatIsTooDeepIsWrittenAsTheEmptyText)
+{
+    Pf *inner = text_node("x");
+    for (int i = 0; i < 1001; ++i) {
+        Pf *outer = pfnew(PFTBL);
+        pushtbl(outer->value.tbl, inner);
+        inner = outer;
+    }
+    const PfPtr tree(inner);
+    const TempDir dir;
+    EXPECT_EQ(pfwrite((dir / "deep").c_str(), tree.get()), -1);
+    EXPECT_EQ(take_log(), "pf tree is more than 1000 levels deep\n");
+    const std::string text = Text(pf2string(tree.get())).get();
+    EXPECT_EQ(take_log(), "pf tree is more than 1000 levels deep\n");
+    EXPECT_NE(text.find("&Tbl{\n\n}\n"), std::string::npos);
+    EXPECT_EQ(text.find('x'), std::string::npos);
+    Pf *fits = static_cast<Pf *>(gettbl(tree->value.tbl, 0));
+    EXPECT_NE(std::string(Text(pf2string(fits)).get()).find("&Tbl{\nx\n}\n"), std::string::npos);
+}

@@ -444,7 +444,8 @@ STOCK_API void _pfdie(Pf *pf, const char *address, int expected, int got, Pf **r
  * Returns the text itself when it refers to nothing, else the node's filled_out:
  * borrowed until the node is expanded again or freed. Null of any other node.
  * References nest ten deep, in all threads together; the eleventh gives
- * "** error ** pf massive recursion".
+ * "** error ** pf massive recursion", and so does each that follows once what nested
+ * references stand for has come to 64 MB.
  */
 STOCK_API char *pfexpand(Pf *node);
 
@@ -484,12 +485,13 @@ STOCK_API double sz2dbl(const char *text);
  * stays at the function, and a function that is found is evaluated.
  *
  * With create not 0, steps that are missing are made as placeholders (PFANY), which
- * become tables and lists as the address demands.
+ * become tables and lists as the address demands, down to 1000 levels; a step beyond
+ * them logs "pf tree is more than %d levels deep".
  *
- * Stores the node, borrowed from the tree, and returns its type (PFFUNCTION when it
- * was evaluated). Otherwise stores null and returns -31 when a step was not found,
- * -32 when it does not fit the node: a key in braces asked of what is no PFARR, an
- * index of what is no PFTBL, a new step of what has a value already. A "[" without
+ * Stores the node, borrowed from the tree, unless node is null, and returns its type
+ * (PFFUNCTION when it was evaluated). Otherwise stores null and returns -31 when a step
+ * was not found, -32 when it does not fit the node: a key in braces asked of what is no
+ * PFARR, an index of what is no PFTBL, a new step of what has a value already. A "[" without
  * an index is reported to standard error, "unmatched char '%c'\n", and skipped; any
  * other stray mark goes to standard output.
  */
@@ -576,7 +578,9 @@ STOCK_API int pfwrite(const char *path, const Pf *pf);
  * A function is followed by an empty line. A placeholder writes its key and a tab
  * and nothing more, so that the next key follows on the same line.
  *
- * Returns 0, or -1 when the stream, pf or its value is null. Whether the stream
+ * Returns 0, or -1 when the stream, pf or its value is null, or when the tree is more
+ * than 1000 levels deep: what lies deeper is written as the empty text then, and
+ * logged. Whether the stream
  * took the text is the stream's to say (ferror).
  */
 STOCK_API int pfout(FILE *stream, const Pf *pf);

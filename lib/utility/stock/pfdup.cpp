@@ -10,18 +10,38 @@
 
 namespace {
 
+// A container and its copy, which is still to be filled.
+struct Filling {
+    const Pf *from;
+    Pf *to;
+    Tbl *waiting;  // of Filling: a tree may be deeper than the stack
+};
+
+Pf *copied(const Pf *pf, Tbl *waiting);
+
 int copy_entry(void *key, void *value, void *argument)
 {
-    setarr(static_cast<Arr *>(argument), static_cast<const char *>(key),
-           pfdup(static_cast<const Pf *>(value)));
+    const auto *filling = static_cast<const Filling *>(argument);
+    setarr(filling->to->value.arr, static_cast<const char *>(key),
+           copied(static_cast<const Pf *>(value), filling->waiting));
     return 0;
 }
 
 // Holes in the list stay holes.
-void copy_elements(const Tbl *from, Tbl *to)
+void copy_elements(const Filling &filling)
 {
+    const Tbl *from = filling.from->value.tbl;
     for (int64_t i = 0; from && i < from->count; ++i)
-        settbl(to, i, pfdup(static_cast<const Pf *>(gettbl(from, i))));
+        settbl(filling.to->value.tbl, i,
+               copied(static_cast<const Pf *>(gettbl(from, i)), filling.waiting));
+}
+
+void fill(Filling filling)
+{
+    if (filling.from->type == PFTBL)
+        copy_elements(filling);
+    else
+        applyarr(filling.from->value.arr, copy_entry, &filling);
 }
 
 char *copy_bytes(std::string_view bytes)
@@ -33,9 +53,8 @@ char *copy_bytes(std::string_view bytes)
     return copy;
 }
 
-}  // namespace
-
-Pf *pfdup(const Pf *pf)
+// A copy of one node. A container's is empty and is left waiting.
+Pf *copied(const Pf *pf, Tbl *waiting)
 {
     if (!pf)
         return nullptr;
@@ -43,13 +62,12 @@ Pf *pfdup(const Pf *pf)
     switch (pf->type) {
     case PFFILE:
     case PFARR:
+    case PFTBL: {
         dup = pfnew(pf->type);
-        applyarr(pf->value.arr, copy_entry, dup->value.arr);
+        const Filling filling{pf, dup, waiting};
+        pushtbl(waiting, &filling);
         break;
-    case PFTBL:
-        dup = pfnew(pf->type);
-        copy_elements(pf->value.tbl, dup->value.tbl);
-        break;
+    }
     case PFSTRING: dup = pf->value.s ? stock::new_text(pf->value.s) : pfnew(pf->type); break;
     case PFFUNCTION:
         dup = pfnew(pf->type);
@@ -61,5 +79,17 @@ Pf *pfdup(const Pf *pf)
     case PFINVALID: dup = pfnew(pf->type); break;
     default: elog_die(0, "Bad type in pfdup : %d\n", pf->type);
     }
+    return dup;
+}
+
+}  // namespace
+
+Pf *pfdup(const Pf *pf)
+{
+    Tbl *waiting = inittbl(0, 0, 1, nullptr, sizeof(Filling));
+    Pf *dup = copied(pf, waiting);
+    while (waiting->count > 0)
+        fill(*static_cast<const Filling *>(poptbl(waiting)));
+    freetbl(waiting, nullptr);
     return dup;
 }

@@ -17,6 +17,9 @@ namespace {
 constexpr std::size_t kFirst = 1024;    // the least that an expanded text starts with
 constexpr std::size_t kMaxName = 1023;  // longer names are cut
 constexpr int kMaxDepth = 9;            // replacements within replacements
+constexpr std::size_t kMaxNested = std::size_t{64} << 20;  // bytes that those may come to
+constexpr std::size_t kCost = 64;                          // of a replacement, however short
+constexpr const char *kMassive = "** error ** pf massive recursion";
 
 // How many replacements are being looked for, in all threads together.
 //
@@ -34,6 +37,23 @@ public:
 
 private:
     int before_;
+};
+
+// What this thread's outermost text has cost so far in replacements within
+// replacements: each of ten levels may name the next one many times.
+thread_local int Level = 0;
+thread_local std::size_t Nested = 0;
+
+class Nesting {
+public:
+    Nesting()
+    {
+        if (++Level == 1)
+            Nested = 0;
+    }
+    ~Nesting() { --Level; }
+    Nesting(const Nesting &) = delete;
+    Nesting &operator=(const Nesting &) = delete;
 };
 
 constexpr bool is_name(char c)
@@ -77,7 +97,12 @@ const char *replacement(const Pf *node, const Reference &reference)
     if (reference.call || reference.name.empty())
         return nullptr;
     const Counted counted;
-    return counted.too_deep() ? "** error ** pf massive recursion" : look_up(node, reference.name);
+    if (counted.too_deep() || Nested > kMaxNested)
+        return kMassive;
+    const char *value = look_up(node, reference.name);
+    if (Level > 1)
+        Nested += kCost + (value ? std::strlen(value) : 0);
+    return value;
 }
 
 char *expanded(const Pf *node, std::string_view rest)
@@ -113,6 +138,7 @@ char *pfexpand(Pf *node)
     char *text = text_of(node);
     if (!text || !std::strchr(text, '&'))
         return text;
+    const Nesting nesting;
     char *filled_out = expanded(node, text);
     std::free(node->filled_out);
     node->filled_out = filled_out;

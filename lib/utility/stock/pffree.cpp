@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 #include "internal/alloc.h"
 #include "internal/pfnode.h"
@@ -19,9 +20,43 @@ static_assert(offsetof(Pffunction, result) == 8 && offsetof(Pffunction, hook) ==
 
 namespace {
 
+// Containers and functions that are still to be freed, linked by their parents: a tree
+// may be deeper than the stack.
+thread_local Pf *Waiting = nullptr;
+
+void free_parts(Pf *pf);
+
+void free_one(Pf *pf)
+{
+    if (pf->type == PFFILE)
+        stock::forget_tree(pf);
+    free_parts(pf);
+    if (pf->filled_out)  // seldom: spares the call
+        std::free(pf->filled_out);
+    stock::free_block(pf);
+}
+
 void free_child(void *child)
 {
-    pffree(static_cast<Pf *>(child));
+    auto *pf = static_cast<Pf *>(child);
+    if (!pf)
+        return;
+    if (pf->type == PFSTRING)
+        return free_one(pf);
+    pf->parent = Waiting;
+    Waiting = pf;
+}
+
+// Frees with free_first what is asked for and then all that this made wait. What waits
+// already is left to an outer call, which came here through a function of a hook.
+template <class FreeFirst>
+void free_all(Pf *pf, FreeFirst free_first)
+{
+    Pf *outer = std::exchange(Waiting, nullptr);
+    free_first(pf);
+    while (Waiting)
+        free_one(std::exchange(Waiting, Waiting->parent));
+    Waiting = outer;
 }
 
 void free_function(Pffunction *function)
@@ -29,7 +64,7 @@ void free_function(Pffunction *function)
     if (!function)
         return;
     std::free(function->text);
-    pffree(function->result);
+    free_child(function->result);
     free_hook(&function->hook);
     std::free(function);
 }
@@ -52,20 +87,26 @@ const char *description(int type)
     }
 }
 
-}  // namespace
-
-void stock::free_value(Pf *pf)
+// Frees the value of a node; what it contains may be left waiting.
+void free_parts(Pf *pf)
 {
     switch (pf->type) {
     case PFEXEC_ERROR:
     case PFSTRING:
-    case PFINVALID: free_text(pf); break;
+    case PFINVALID: stock::free_text(pf); break;
     case PFFILE:
     case PFARR: freearr(pf->value.arr, free_child); break;
     case PFTBL: freetbl(pf->value.tbl, free_child); break;
     case PFFUNCTION: free_function(pf->value.pffunct); break;
     default: elog_complain(0, "pffree: didn't free type %d", pf->type); break;
     }
+}
+
+}  // namespace
+
+void stock::free_value(Pf *pf)
+{
+    free_all(pf, free_parts);
 }
 
 Pf *pfnew(int type)
@@ -87,14 +128,8 @@ Pf *pfnew(int type)
 
 void pffree(Pf *pf)
 {
-    if (!pf)
-        return;
-    if (pf->type == PFFILE)
-        stock::forget_tree(pf);
-    stock::free_value(pf);
-    if (pf->filled_out)  // seldom: spares the call
-        std::free(pf->filled_out);
-    stock::free_block(pf);
+    if (pf)
+        free_all(pf, free_one);
 }
 
 void showpf(const char *label, const Pf *pf)

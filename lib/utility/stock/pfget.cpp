@@ -130,6 +130,9 @@ Prompt prompt_function()
 
 int pfget(Pf *pf, const char *key, void **value)
 {
+    void *unwanted = nullptr;
+    if (!value)
+        value = &unwanted;
     *value = nullptr;
     if (!pf)
         return PFINVALID;
@@ -148,6 +151,9 @@ int pfget(Pf *pf, const char *key, void **value)
 
 int pfeval(Pf *pf, const char *address, char **value)
 {
+    char *unwanted = nullptr;
+    if (!value)
+        value = &unwanted;
     *value = nullptr;
     Pf *node = node_at(pf, address);
     if (!node || (node->type != PFSTRING && node->type != PFFILE))
@@ -158,6 +164,9 @@ int pfeval(Pf *pf, const char *address, char **value)
 
 void _pfeval(Pf *pf, const char *address, Pf **node, int expected)
 {
+    Pf *unwanted = nullptr;
+    if (!node)
+        node = &unwanted;
     *node = node_at(pf, address);
     if (expected != PFANY && (!*node || (*node)->type != expected))
         *node = expect(pf, address, *node, expected);

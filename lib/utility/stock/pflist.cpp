@@ -5,6 +5,8 @@
 #include <mutex>
 #include <utility>
 
+#include "internal/pfupdate.h"
+
 namespace {
 
 std::mutex Pflist_mutex;
@@ -63,10 +65,11 @@ int updatePf(const char *name)
     Pf *pf = getPf(name);
     if (!pf)
         return -1;
-    const Pf *before = pf;
-    const int result = pfupdate(name, &pf);
-    // What pfupdate read takes the place of the registered tree, which it freed.
-    if (result != 0 && pf && pf != before)
+    bool read = false;
+    const int result = stock::update_tree(name, &pf, &read);
+    // What was read takes the place of the registered tree, which is freed. Otherwise
+    // that one stays, whatever tree of the name was read before it.
+    if (read)
         exchange(name, pf);
     return result;
 }

@@ -222,6 +222,9 @@ Pf *pfdel(Pf *pf, const char *key)
 
 int pfvalue(Pf *pf, const char *key, Pf **node)
 {
+    Pf *unwanted = nullptr;
+    if (!node)
+        node = &unwanted;
     *node = nullptr;
     if (is_container(pf)) {
         *node = static_cast<Pf *>(pf->type == PFTBL ? gettbl(pf->value.tbl, index_of(key))

@@ -15,6 +15,7 @@
 #include "internal/pflex.h"
 #include "internal/pfnode.h"
 #include "internal/rbnode.h"
+#include "stock/elog.h"
 
 namespace {
 
@@ -162,6 +163,8 @@ private:
         Pf *child = table ? child_of(current_, text) : nullptr;
         if (!child && !create_)
             return fail(kMissing);
+        if (!child && too_deep())
+            return fail(kMisfit);
         if (!child && pfadd_arr(current_, key_of(text).get()) != 0)
             return fail(kMisfit);
         current_ = child ? child : child_of(current_, text);
@@ -177,11 +180,24 @@ private:
             current_->type == PFTBL ? static_cast<Pf *>(gettbl(current_->value.tbl, i)) : nullptr;
         if (!child && !create_)
             return fail(kMissing);
+        if (!child && too_deep())
+            return fail(kMisfit);
         if (!child)
             pfadd_tbl(current_, i);
         const Tbl *list = current_->value.tbl;
         // Meant: a placeholder at index -1 is appended, as settbl does.
         current_ = child ? child : static_cast<Pf *>(gettbl(list, i < 0 ? list->count - 1 : i));
+    }
+
+    // Whether a new step would go deeper than the walks through a tree do.
+    bool too_deep() const
+    {
+        int depth = 0;
+        for (const Pf *at = current_; at && depth <= stock::kMaxDepth; at = at->parent)
+            ++depth;
+        if (depth > stock::kMaxDepth)
+            elog_log(0, stock::kTooDeep, stock::kMaxDepth);
+        return depth > stock::kMaxDepth;
     }
 
     void fail(int error) { error_ = error; }
@@ -219,6 +235,9 @@ int find_node(Pf *pf, const char *address, bool create, Pf **node)
 
 int pfresolve(Pf *pf, const char *address, int create, Pf **node)
 {
+    Pf *unwanted = nullptr;
+    if (!node)
+        node = &unwanted;
     const int type = stock::find_node(pf, address, create != 0, node);
     if (type == PFFUNCTION)
         *node = pfinterpret(*node);

@@ -91,10 +91,9 @@ void forget_tree(const Pf *pf)
         applyarr(States, forget, const_cast<Pf *>(pf));
 }
 
-}  // namespace stock
-
-int pfupdate(const char *name, Pf **pf)
+int update_tree(const char *name, Pf **pf, bool *read)
 {
+    *read = false;
     if (!name || !pf)
         return -1;
     char key[kKeySize];
@@ -111,8 +110,17 @@ int pfupdate(const char *name, Pf **pf)
             state = new_state(key);
         std::swap(state->times, times);
         result = read_again(name, pf, state);
+        *read = true;
     }
     freetbl(times, pffree_time);
     *pf = state ? state->tree : nullptr;
     return result;
+}
+
+}  // namespace stock
+
+int pfupdate(const char *name, Pf **pf)
+{
+    bool read = false;
+    return stock::update_tree(name, pf, &read);
 }

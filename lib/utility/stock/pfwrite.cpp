@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "internal/alloc.h"
+#include "internal/pfnode.h"
 #include "stock/elog.h"
 #include "stock/pushstr.h"
 #include "stock/strings.h"
@@ -215,15 +216,29 @@ public:
     {
         switch (pf ? pf->type : PFUNDEF) {
         case PFFILE:
-        case PFARR: table(pf, level); break;
-        case PFTBL: list(pf, level); break;
+        case PFARR: nested(pf, level, &Writer::table); break;
+        case PFTBL: nested(pf, level, &Writer::list); break;
         case PFSTRING: value(text_of(pf->value.s)); break;
         case PFFUNCTION: function(pf->value.pffunct); break;
         default: break;
         }
     }
 
+    bool too_deep() const { return too_deep_; }
+
 private:
+    // What is too deep is written as the empty text.
+    void nested(const Pf *pf, int level, void (Writer::*write)(const Pf *, int))
+    {
+        if (depth_ == stock::kMaxDepth) {
+            too_deep_ = true;
+            return to_.put("\n");
+        }
+        ++depth_;
+        (this->*write)(pf, level);
+        --depth_;
+    }
+
     // A walk over the children of one container.
     struct Children {
         Writer *writer;
@@ -316,7 +331,20 @@ private:
     }
 
     To &to_;
+    int depth_ = 0;  // containers that are open
+    bool too_deep_ = false;
 };
+
+// Writes the tree. False, after logging it, when there was more than can be written.
+template <Layout layout, class To>
+bool write_tree(To &to, const Pf *pf, int level)
+{
+    Writer<To, layout> writer(to);
+    writer.node(pf, level);
+    if (writer.too_deep())
+        elog_log(0, stock::kTooDeep, stock::kMaxDepth);
+    return !writer.too_deep();
+}
 
 }  // namespace
 
@@ -345,8 +373,7 @@ int pfout(FILE *stream, const Pf *pf)
     if (!stream || !pf || !pf->value.s)
         return -1;
     Stream to(stream);
-    Writer<Stream, Layout::indented>(to).node(pf, 0);
-    return 0;
+    return write_tree<Layout::indented>(to, pf, 0) ? 0 : -1;
 }
 
 char *pf2string(const Pf *pf)
@@ -359,7 +386,7 @@ char *pf2string(const Pf *pf)
 void pfappend(void **stack, int level, const Pf *pf)
 {
     Stack to(stack);
-    Writer<Stack, Layout::flat>(to).node(pf, level);
+    write_tree<Layout::flat>(to, pf, level);
 }
 
 char *str2pf(const char *text)

@@ -15,6 +15,10 @@
 
 namespace stock {
 
+// How deep a tree is made by addresses, and written: far deeper than text nests.
+constexpr int kMaxDepth = 1000;
+constexpr char kTooDeep[] = "pf tree is more than %d levels deep";
+
 // The bytes of a record up to the first zero byte, as a string function reads them.
 template <class Record>
 std::string_view record_as_text(const Record *record)
