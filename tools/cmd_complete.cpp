@@ -223,6 +223,11 @@ bool needs_no_quotes(const std::string &key)
         key, [](unsigned char c) { return std::isalnum(c) || (c && strchr("_.,:+-@%/", c)); });
 }
 
+std::string step(std::string address, const char *open, const std::string &text, const char *close)
+{
+    return address.append(open).append(text).append(close);
+}
+
 // The addresses of what a table or list holds, and of what that holds in turn where the
 // word reaches into it.
 void offer_addresses(const Offer &offer, const Pf *pf, const std::string &address)
@@ -234,12 +239,12 @@ void offer_addresses(const Offer &offer, const Pf *pf, const std::string &addres
     };
     if (pf->type == PFTBL)
         for (int64_t i = 0; i < pfmaxtbl(pf); ++i)
-            add(address + "[" + std::to_string(i) + "]",
+            add(step(address, "[", std::to_string(i), "]"),
                 static_cast<const Pf *>(gettbl(pf->value.tbl, i)));
     else if (pf->type == PFARR || pf->type == PFFILE)
         for (const std::string &key : keys_of(pf))
             if (needs_no_quotes(key))
-                add(address.empty() ? key : address + "{" + key + "}", child_of(pf, key));
+                add(address.empty() ? key : step(address, "{", key, "}"), child_of(pf, key));
 }
 
 void offer_addresses_of_name(const Offer &offer)
