@@ -671,7 +671,8 @@ TEST(BuryValues, DoublesComeBackTo15Digits)
 
 TEST(BuryValues, TimesComeBackToTheMillisecond)
 {
-    for (const double value : {0.0, -0.5, -1.0, -1e9 - 0.25, 1.2e9 + 0.125, 1763731029.999, 4e9}) {
+    for (const double value :
+         {0.0, -0.5, -1.0, -1e9 - 0.25, -6.2e10, 1.2e9 + 0.125, 1763731029.999, 4e9}) {
         SCOPED_TRACE(value);
         EXPECT_DOUBLE_EQ(there_and_back(value, RELIC_TIME), value);
     }
@@ -704,6 +705,25 @@ TEST(BuryValues, StringsComeBackExactly)
         SCOPED_TRACE(value);
         EXPECT_EQ(string_and_back(value), value);
     }
+}
+
+// A reference is expanded when it is read, as in all parameter text.
+TEST_F(Bury, ANameOfAnotherValueBehindAnAmpersandIsThatValue)
+{
+    program([] {
+        static int count = 5;
+        static const char *note = "&count or &none";
+        resurrect("count", &count, RELIC_INT);
+        resurrect("note", &note, RELIC_STRING);
+        bury();
+    });
+    EXPECT_EQ(text(), "count\t5\nnote\t&count or &none\n");
+    EXPECT_EQ(program([] {
+                  char *note = nullptr;
+                  resurrect("note", &note, RELIC_STRING);
+                  std::printf("%s", note);
+              }),
+              "1\n5 or &none");
 }
 
 // ---- Locking ----

@@ -100,9 +100,12 @@ STOCK_API int exhume(const char *filename, volatile int *stop_flag, int grace_se
  * that lives as long as the process.
  *
  * The name is an address of a parameter tree (pf.h): "a{b}" is entry b of table a. It
- * is written as it is and must not hold "#", a quote, a backslash or a newline. A
- * saved text is read as any value: "&name" in it stands for the value of that name,
- * and a text that begins with "&Tbl{", "&env(" and the like is a list or a function.
+ * is written as it is and must not hold "#", a quote, a backslash or a newline.
+ *
+ * The text of a RELIC_STRING comes back exactly, with one exception: "&name" or
+ * "&{name}" in it, where name is that of another value of the file, stands for
+ * that value, as everywhere in parameter text. A RELIC_TIME that is not finite or
+ * lies before the year 0 does not come back.
  *
  * Returns 0 when there was a saved value, 1 when there was none and the variable
  * keeps its own, or -1: before exhume; without a name or an address, or with a type

@@ -96,8 +96,12 @@ Pf *node_of(void *value, int type)
 // Puts the node into a container. Gives the one that it takes the place of.
 Pf *replace(Pf *pf, const char *key, Pf *node)
 {
-    if (pf->type != PFTBL)
-        return static_cast<Pf *>(setarr(pf->value.arr, key, node));
+    if (pf->type != PFTBL) {
+        auto *old = static_cast<Pf *>(setarr(pf->value.arr, key, node));
+        if (!old && node && getarr(pf->value.arr, key) != node)  // without memory for the key
+            stock::out_of_memory(std::strlen(key) + 1, "key", "pfput");
+        return old;
+    }
     const int64_t i = index_of(key);
     auto *old = static_cast<Pf *>(gettbl(pf->value.tbl, i));
     settbl(pf->value.tbl, i, node);
