@@ -82,10 +82,14 @@ public:
     Visit &operator=(const Visit &) = delete;
 };
 
-// Handlers and other threads look at it.
-std::atomic_ref<int> signalled(Grave *g)
+// Handlers and other threads look at it. The C++ library of macOS has no atomic_ref.
+int signalled(const Grave *g)
 {
-    return std::atomic_ref<int>(g->signalled);
+    return __atomic_load_n(&g->signalled, __ATOMIC_SEQ_CST);
+}
+void set_signalled(Grave *g, int value)
+{
+    __atomic_store_n(&g->signalled, value, __ATOMIC_SEQ_CST);
 }
 
 // ---- Relics ----
@@ -440,7 +444,7 @@ int bury()
     if (!g || Inside > 0)
         return -1;
     const Visit visit;
-    signalled(g) = 0;
+    set_signalled(g, 0);
     Pf *pf = pfnew(PFFILE);
     if (g->extra_values)
         g->extra_values(pf);
@@ -484,7 +488,7 @@ void signal_handler(int sig)
     if (!g)
         elog_die(0, "*stack*Unexpected failure: %s in file %s, line %d\n", "signal_handler",
                  __FILE__, 129);
-    signalled(g) = 1;
+    set_signalled(g, 1);
     if (g->stop_flag)  // several threads may be signalled at once
         __atomic_store_n(g->stop_flag, sig, __ATOMIC_RELAXED);
     if (g->grace_seconds == 0)
