@@ -95,7 +95,7 @@ void array_walk(benchmark::State &state, Walk walk)
 int64_t array_walk_stock(const stock::array<int64_t *> &array)
 {
     int64_t sum = 0;
-    for (const auto &[key, value] : array)
+    for (const auto [key, value] : array)
         sum += *value;
     return sum;
 }

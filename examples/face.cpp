@@ -82,7 +82,7 @@ int main(int argc, char **argv)
     stock::array<const Station *> by_name;
     for (const Station &station : stations)
         by_name.set(station.name, &station);
-    for (const auto &[name, station] : by_name)
+    for (const auto [name, station] : by_name)
         std::printf("%s: gain %d\n", name, station->gain);
     return 0;
 }

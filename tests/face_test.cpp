@@ -298,7 +298,7 @@ TEST(FaceArray, is_walked_in_the_order_of_its_keys)
     array.set("a", &ages[1]);
     array.set(std::string("b"), &ages[2]);
     std::string walked;
-    for (const auto &[key, age] : array)
+    for (const auto [key, age] : array)
         walked += key + std::to_string(*age) + " ";
     EXPECT_EQ(walked, "a10 b20 c30 ");
     std::string applied;

@@ -124,7 +124,7 @@ private:
  *
  * It is a bidirectional range of keys and values in the order of strcmp:
  *
- *     for (const auto &[key, value] : stations)
+ *     for (const auto [key, value] : stations)
  *         printf("%s %s\n", key, value->name);
  *
  * An iterator is two pointers and finds the next entry through the tree, which takes

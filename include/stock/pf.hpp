@@ -57,9 +57,10 @@ concept integer_value = std::integral<T> && sizeof(T) > 1 && !std::same_as<T, wc
 /*
  * What a value can be read as, and by which function:
  *
- *     int, long, unsigned ...     pfget_int; cut as by an assignment to the type
+ *     int, long, unsigned ...     pfget_int; cut as by an assignment to the type; no
+ *                                 integer of one byte
  *     double, float               pfget_double
- *     bool                        pfget_boolean; -1 and 1 are true
+ *     bool                        pfget_boolean, whose -1 is true
  *     std::string_view            pfget_string, borrowed from the tree; empty when missing
  *     const char *                pfget_string, the same; null when missing
  *     std::string                 pfget_string, a copy
