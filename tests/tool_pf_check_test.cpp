@@ -17,10 +17,10 @@ namespace {
 
 class ToolPfCheck : public testing::Test {
 protected:
-    Ended check(std::vector<std::string> words)
+    Ended check(std::vector<std::string> words, const std::string &input = {})
     {
         words.insert(words.begin(), {tool_path(), "pf", "check"});
-        return run_program(words, "",
+        return run_program(words, input,
                            {"PFPATH=" + dir_.path(), "DATAPATH=" + dir_.path(), "WHERE=sub"});
     }
 
@@ -45,6 +45,17 @@ protected:
 TEST_F(ToolPfCheck, SaysNothingOfGoodFiles)
 {
     EXPECT_EQ(found("# c\na 1\nb &a\nt &Arr{\n c &a &{b}\n l &Tbl{\n  &c\n }\n}\n"), "");
+}
+
+TEST_F(ToolPfCheck, ReadsStandardInput)
+{
+    EXPECT_EQ(check({"-"}, "a 1\n").status, 0);
+    const Ended ended = check({"-", dir_.file("y.pf", "b &a\n")}, "a 1\na 2\n}\n");
+    EXPECT_EQ(ended.out, "-:2: key 'a' is given again, first on line 1\n"
+                         "-:3: '}' closes nothing\n");
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(check({"-x"}).status, 2);
 }
 
 TEST_F(ToolPfCheck, FindsEveryErrorOfSyntaxWithItsLine)

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "support/child.h"
@@ -202,6 +203,31 @@ TEST_F(ToolPfSet, KeepsTheOwner)
     EXPECT_EQ(status.st_uid, owner);
     EXPECT_EQ(status.st_mode & 07777, 04750U);
     EXPECT_EQ(read_file(path), "k 2\n");
+}
+
+TEST_F(ToolPfSet, KeepsExtendedAttributes)
+{
+    const std::string path = dir_.file("x.pf", "k 1\n");
+    if (setxattr(path.c_str(), "user.stock", "kept", 4, 0) != 0)
+        GTEST_SKIP() << "the file system has no attributes";
+    const Ended ended = pf({"set", path, "k", "2"});
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(read_file(path), "k 2\n");
+    char value[8] = "";
+    EXPECT_EQ(getxattr(path.c_str(), "user.stock", value, sizeof value), 4);
+    EXPECT_STREQ(value, "kept");
+}
+
+TEST_F(ToolPfSet, WritesAFileWithSeveralNamesInPlace)
+{
+    const std::string path = dir_.file("x.pf", "k one\n# end\n");
+    std::filesystem::create_hard_link(path, dir_ / "other");
+    EXPECT_EQ(pf({"set", path, "k", "a longer text"}).status, 0);
+    EXPECT_EQ(read_file(dir_ / "other"), "k a longer text\n# end\n");
+    EXPECT_EQ(pf({"del", dir_ / "other", "k"}).status, 0);
+    EXPECT_EQ(read_file(path), "# end\n");
+    EXPECT_EQ(std::filesystem::hard_link_count(path), 2U);
 }
 
 TEST_F(ToolPfSet, RefusesWhatIsNoRegularFile)

@@ -107,6 +107,25 @@ TEST_F(ToolPfExplain, FollowsReferencesToOtherFiles)
     EXPECT_EQ(nowhere.status, 1);
 }
 
+TEST_F(ToolPfExplain, FollowsReferencesWhoseFileOrAddressIsAReference)
+{
+    a("which o&rest\nrest ther\nkey v\nrun &env(HOME)\n"
+      "k &ref(&which, t{&{key}})\nl &ref(&run, v)\nr &ref(&rr, v)\nrr &rr\n");
+    dir_.file("b/other.pf", "t &Arr{\n v 5\n}\n");
+    const Ended ended = explain({"x", "k"});
+    EXPECT_EQ(ended.out, "* a/x.pf:5: &ref(&which, t{&{key}})\n"
+                         "    &which is 'o&rest' of a/x.pf:1\n"
+                         "      &rest is 'ther' of a/x.pf:2\n"
+                         "    &{key} is 'v' of a/x.pf:3\n"
+                         "    &ref(other, t{v}) is '5' of b/other.pf:2\n"
+                         "= '5'\n");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_THAT(explain({"x", "l"}).out,
+                HasSubstr("    &ref(&run, v) is known only when it is evaluated\n"));
+    EXPECT_THAT(explain({"x", "r"}).out,
+                HasSubstr("    &ref(&rr, v) is known only when it is evaluated\n"));
+}
+
 TEST_F(ToolPfExplain, AReferenceToItselfEnds)
 {
     a("k x&k\n");

@@ -14,7 +14,8 @@ namespace {
 constexpr const char *kHelp =
     "usage: stock pf check FILE...\n"
     "\n"
-    "Prints a line FILE:LINE: MESSAGE for all that is wrong in parameter files:\n"
+    "Prints a line FILE:LINE: MESSAGE for all that is wrong in parameter files; \"-\" is\n"
+    "standard input:\n"
     "\n"
     "  - errors of syntax, behind which the library stops reading\n"
     "  - lists, tables and literals that the end of the file leaves open\n"
@@ -141,6 +142,11 @@ private:
     std::vector<Problem> found_;
 };
 
+std::optional<Source> read(const std::string &file)
+{
+    return file == "-" ? read_standard_input(OnError::go_on) : read_source(file, OnError::go_on);
+}
+
 }  // namespace
 
 int pf_check(int argc, char **argv)
@@ -149,13 +155,13 @@ int pf_check(int argc, char **argv)
         return kDone;
     if (argc < 2)
         return wrong_usage("stock pf check", "which file?");
-    if (argv[1][0] == '-')
+    if (argv[1][0] == '-' && argv[1][1])
         return wrong_usage("stock pf check", "no option '%s'", argv[1]);
 
     int status = kDone;
     Sources sources;
     for (int i = 1; i < argc; ++i)
-        if (auto source = read_source(argv[i], OnError::go_on))
+        if (auto source = read(argv[i]))
             sources.push_back(std::move(*source));
         else
             status = kFailed;

@@ -11,6 +11,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#ifdef __linux__
+#include <sys/xattr.h>
+#endif
 #include <unistd.h>
 
 #include "pf_source.h"
@@ -28,8 +31,10 @@ constexpr const char *kSetHelp =
     "function.\n"
     "\n"
     "The new file is written beside the old one and renamed, so that nobody reads half\n"
-    "of it; mode and owner are kept, and a symbolic link goes on leading to it. The\n"
-    "exit status is 1 when the value cannot be set, and the file is as it was.\n";
+    "of it; mode, owner and extended attributes are kept, and a symbolic link goes on\n"
+    "leading to it. A file that has other names too, by hard links, is written in\n"
+    "place instead, so that it stays one file. The exit status is 1 when the value\n"
+    "cannot be set, and the file is as it was.\n";
 
 constexpr const char *kDelHelp =
     "usage: stock pf del FILE ADDRESS\n"
@@ -252,8 +257,83 @@ std::vector<std::string> candidates(const Source &source, const std::vector<Step
 
 // ---- The file ----
 
+// Gives the new file the extended attributes of the old one, access lists among them,
+// and says which it could not keep.
+#ifdef __linux__
+void keep_attributes(const char *old, int fd)
+{
+    const ssize_t size = listxattr(old, nullptr, 0);
+    std::string names(size > 0 ? static_cast<size_t>(size) : 0, '\0');
+    const ssize_t length = listxattr(old, names.data(), names.size());
+    names.resize(length > 0 ? static_cast<size_t>(length) : 0);
+    for (size_t at = 0; at < names.size(); at += strlen(&names[at]) + 1) {
+        const char *name = &names[at];
+        std::string value(65536, '\0');  // the most that the system allows
+        std::string now(value);
+        const ssize_t bytes = getxattr(old, name, value.data(), value.size());
+        const ssize_t have = fgetxattr(fd, name, now.data(), now.size());
+        const auto same_bytes = static_cast<size_t>(std::max<ssize_t>(bytes, 0));
+        const bool there = bytes == have && value.compare(0, same_bytes, now, 0, same_bytes) == 0;
+        if (bytes >= 0 && !there &&
+            fsetxattr(fd, name, value.data(), static_cast<size_t>(bytes), 0) != 0)
+            elog_complain(1, "can't keep the attribute '%s' of '%s'", name, old);
+    }
+}
+#else
+void keep_attributes(const char *, int) {}
+#endif
+
+// Writes at the place where the descriptor stands.
+bool write_text(int fd, std::string_view text)
+{
+    return rewrite(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
 // Replaces the file by one with this text, or complains.
-bool write_beside(const char *file, const std::string &text)
+bool write_beside(const char *target, const struct stat &status, const std::string &text)
+{
+    std::string beside = std::string(target) + ".XXXXXX";
+    const int fd = mkstemp(beside.data());
+    if (fd < 0) {
+        elog_complain(1, "can't write beside '%s'", target);
+        return false;
+    }
+    const bool written = write_text(fd, text) && fchown(fd, status.st_uid, status.st_gid) == 0 &&
+                         fchmod(fd, status.st_mode & 07777) == 0;
+    if (written)
+        keep_attributes(target, fd);
+    const bool safe = written && fsync(fd) == 0;
+    const bool closed = close(fd) == 0;
+    if (safe && closed && rename(beside.c_str(), target) == 0)
+        return true;
+    elog_complain(1, "can't write '%s'", target);
+    unlink(beside.c_str());
+    return false;
+}
+
+// Writes over a file that has other names, which would stay with the old text. What
+// makes it longer comes first: when there is no room for that, the old text stays.
+bool write_in_place(const char *target, const struct stat &status, std::string_view text)
+{
+    const auto old_size = static_cast<size_t>(status.st_size);
+    const int fd = open(target, O_WRONLY | O_CLOEXEC);
+    const std::string_view tail = text.substr(std::min(old_size, text.size()));
+    bool written = fd >= 0 && lseek(fd, status.st_size, SEEK_SET) >= 0;
+    if (written && !write_text(fd, tail)) {
+        written = false;
+        [[maybe_unused]] const int undone = ftruncate(fd, status.st_size);
+    }
+    written = written && lseek(fd, 0, SEEK_SET) == 0 &&
+              write_text(fd, text.substr(0, text.size() - tail.size())) &&
+              ftruncate(fd, static_cast<off_t>(text.size())) == 0 && fsync(fd) == 0;
+    const bool closed = fd < 0 || close(fd) == 0;
+    if (written && closed)
+        return true;
+    elog_complain(1, "can't write '%s'", target);
+    return false;
+}
+
+bool write_file(const char *file, const std::string &text)
 {
     const std::unique_ptr<char, decltype(&free)> target(realpath(file, nullptr), free);
     struct stat status {};
@@ -261,22 +341,8 @@ bool write_beside(const char *file, const std::string &text)
         elog_complain(1, "can't find '%s'", file);
         return false;
     }
-    std::string beside = std::string(target.get()) + ".XXXXXX";
-    const int fd = mkstemp(beside.data());
-    if (fd < 0) {
-        elog_complain(1, "can't write beside '%s'", target.get());
-        return false;
-    }
-    const bool written =
-        rewrite(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-        fchown(fd, status.st_uid, status.st_gid) == 0 && fchmod(fd, status.st_mode & 07777) == 0 &&
-        fsync(fd) == 0;
-    const bool closed = close(fd) == 0;
-    if (written && closed && rename(beside.c_str(), target.get()) == 0)
-        return true;
-    elog_complain(1, "can't write '%s'", target.get());
-    unlink(beside.c_str());
-    return false;
+    return status.st_nlink > 1 ? write_in_place(target.get(), status, text)
+                               : write_beside(target.get(), status, text);
 }
 
 // Replaces the file by the first text from which the library reads the tree.
@@ -288,7 +354,7 @@ int write_first_good(const Source &source, const std::vector<std::string> &texts
             continue;
         if (text == source.text)
             return kDone;
-        return write_beside(source.file.c_str(), text) ? kDone : kFailed;
+        return write_file(source.file.c_str(), text) ? kDone : kFailed;
     }
     elog_complain(0, "can't change '%s' in '%s' without changing more than that\n", address,
                   source.file.c_str());

@@ -119,7 +119,7 @@ private:
         }
         const std::string argument = argument_of(text, "&ref(");
         if (from.entry->kind == Entry::Kind::function && !argument.empty())
-            print_other_file(text, argument, depth);
+            print_other_file(sources, from, depth);
     }
 
     static void print_target(const Sources &sources, const Place &to, int depth)
@@ -136,16 +136,20 @@ private:
         puts("and so on, too deep");
     }
 
-    // A reference whose own text has references is resolved only by the library.
-    static void print_other_file(const std::string &text, const std::string &argument, int depth)
+    // The file and the address may be references themselves.
+    static void print_other_file(const Sources &sources, const Place &from, int depth)
     {
-        if (!references_in(text).empty())
+        indent(depth);
+        const auto text = expanded(sources, from);
+        const std::string &shown = text ? *text : from.entry->text;
+        printf("%s ", shown.substr(0, shown.find_last_of(')') + 1).c_str());
+        if (!text) {
+            puts("is known only when it is evaluated");
             return;
-        const auto [file, address] = split_argument(argument);
+        }
+        const auto [file, address] = split_argument(argument_of(*text, "&ref("));
         const Sources others = read_sources(file.c_str());
         const auto steps = parse_address(address);
-        indent(depth);
-        printf("%s ", text.substr(0, text.find_last_of(')') + 1).c_str());
         if (address.empty() && !others.empty())
             puts("is the whole file");
         else

@@ -78,10 +78,40 @@ std::vector<Reference> references_in(std::string_view text)
         const size_t next = std::min(end + (braced ? 1 : 0), text.size());
         if (end > begin && text.substr(next, 1) != "(")
             found.push_back({std::string(text.substr(begin, end - begin)),
-                             std::string(text.substr(at, next - at))});
+                             std::string(text.substr(at, next - at)), at});
         at = next;
     }
     return found;
+}
+
+namespace {
+
+constexpr int kMaxReferences = 10;      // in each other, as far as the library goes
+constexpr size_t kMaxText = 1'000'000;  // of which no name of a file and no address is
+
+std::optional<std::string> expanded(const Sources &sources, const Place &from, int depth)
+{
+    std::string text = from.entry->text;
+    const std::vector<Reference> references = references_in(text);
+    for (auto reference = references.rbegin(); reference != references.rend(); ++reference) {
+        const Place to = find_reference(sources, from, reference->name);
+        if (!to.entry)
+            continue;
+        if (depth == kMaxReferences || to.entry->kind == Entry::Kind::function)
+            return {};
+        const auto value = expanded(sources, to, depth + 1);
+        if (!value || text.size() + value->size() > kMaxText)
+            return {};
+        text.replace(reference->at, reference->written.size(), *value);
+    }
+    return text;
+}
+
+}  // namespace
+
+std::optional<std::string> expanded(const Sources &sources, const Place &from)
+{
+    return expanded(sources, from, 0);
 }
 
 std::string argument_of(std::string_view function, std::string_view prefix)

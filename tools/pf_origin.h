@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -30,8 +31,13 @@ Place find_reference(const Sources &sources, const Place &from, const std::strin
 struct Reference {
     std::string name;
     std::string written;
+    size_t at;  // where it stands in the text
 };
 std::vector<Reference> references_in(std::string_view text);
+
+// The text of a value with its references replaced by what they stand for; nothing
+// when that is known only to who evaluates it, as with the result of a function.
+std::optional<std::string> expanded(const Sources &sources, const Place &from);
 
 // The argument of a function that is written with this prefix, such as "&ref("; the
 // whole result is empty when it is another.

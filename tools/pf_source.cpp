@@ -439,13 +439,10 @@ Source scan_source(std::string text, OnError on_error)
     return source;
 }
 
-std::optional<Source> read_source(const std::string &file, OnError on_error)
+namespace {
+
+std::optional<Source> read_descriptor(int fd, const std::string &file, OnError on_error)
 {
-    const int fd = reopen(file.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) {
-        elog_complain(1, "can't open parameter file '%s'", file.c_str());
-        return {};
-    }
     std::string text;
     char chunk[65536];
     ssize_t got = 0;
@@ -453,12 +450,30 @@ std::optional<Source> read_source(const std::string &file, OnError on_error)
         text.append(chunk, got > 0 ? static_cast<size_t>(got) : 0);
     if (got < 0)
         elog_complain(1, "can't read parameter file '%s'", file.c_str());
-    close(fd);
     if (got < 0)
         return {};
     Source source = scan_source(std::move(text), on_error);
     source.file = file;
     return source;
+}
+
+}  // namespace
+
+std::optional<Source> read_source(const std::string &file, OnError on_error)
+{
+    const int fd = reopen(file.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        elog_complain(1, "can't open parameter file '%s'", file.c_str());
+        return {};
+    }
+    std::optional<Source> source = read_descriptor(fd, file, on_error);
+    close(fd);
+    return source;
+}
+
+std::optional<Source> read_standard_input(OnError on_error)
+{
+    return read_descriptor(STDIN_FILENO, "-", on_error);
 }
 
 const Entry *last_of(const Entry &table, std::string_view key)

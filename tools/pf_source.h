@@ -53,6 +53,9 @@ Source scan_source(std::string text, OnError on_error);
 // Reads a file; nothing, after a complaint, when it cannot be read.
 std::optional<Source> read_source(const std::string &file, OnError on_error);
 
+// The same of standard input, whose name is "-".
+std::optional<Source> read_standard_input(OnError on_error);
+
 // The last entry of a key, which may be an "&Undef{}"; null when there is none.
 const Entry *last_of(const Entry &table, std::string_view key);
 
