@@ -333,6 +333,15 @@ TEST_F(Bury, AFileThatMayNotBeReadCannotBeOpened)
     EXPECT_THAT(ended.err, HasSubstr("Can't write alternate state file " + state + "+\n"));
 }
 
+TEST_F(Bury, WithoutANameThereIsNoStateFileAndNoGrave)
+{
+    const Ended ended = untagged([&] {
+        std::printf("%d", exhume(nullptr, nullptr, 0, nullptr));
+        std::printf(" %d", open());
+    });
+    EXPECT_EQ(ended.out, "-1 0");
+}
+
 TEST_F(Bury, AnEmptyFileIsRead)
 {
     dir.file("state", "");

@@ -175,7 +175,9 @@ TEST(SetupSignalHandlers, InterruptsSystemCallsAndBlocksNoOtherSignal)
         for (const int sig : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
             struct sigaction action;
             sigaction(sig, nullptr, &action);
-            std::printf("%d %d\n", action.sa_flags & (SA_RESTART | SA_NODEFER | SA_RESETHAND),
+            std::printf("%u %d\n",
+                        static_cast<unsigned>(action.sa_flags) &
+                            unsigned{SA_RESTART | SA_NODEFER | SA_RESETHAND},
                         sigismember(&action.sa_mask, SIGTERM));
         }
     });

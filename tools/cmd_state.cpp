@@ -44,8 +44,11 @@ void print_node(const std::string &address, Pf *node)
                        static_cast<Pf *>(gettbl(node->value.tbl, i)));
         return;
     default:
-        for (const std::string &key : keys_of(node))
-            print_node(address.empty() ? key : address + "{" + key + "}", child_of(node, key));
+        for (const std::string &key : keys_of(node)) {
+            std::string name = address;
+            name += address.empty() ? key : "{" + key + "}";
+            print_node(name, child_of(node, key));
+        }
     }
 }
 

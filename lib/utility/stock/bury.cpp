@@ -239,7 +239,7 @@ int open_locked(Grave *g)
         g->stream = stream.get();
         lockstate(g);
         if (::stat(g->name, &named) == 0 && is_same(named, file)) {
-            stream.release();
+            static_cast<void>(stream.release());
             // Another process may have made it first and have come to its end.
             return missing && named.st_size == 0 ? 0 : 1;
         }
@@ -404,6 +404,8 @@ int exhume(const char *filename, volatile int *stop_flag, int grace_seconds,
     const Visit visit;
     if (grave)
         return -2;
+    if (!filename)
+        return -1;
     Grave *g = new_grave(filename, stop_flag, grace_seconds, extra_values);
     make_pathdirs(filename);
     int result = open_locked(g);
