@@ -59,6 +59,7 @@ std::atomic<int> Debugger_running{0};
 struct Crash {
     pthread_t thread;
     int sig;
+    const Signal *signal;
     siginfo_t info;
     bool informed;  // whether there is such information
     struct sigaction on_abort;
@@ -145,7 +146,7 @@ void say_the_rest()
                    sizeof text);
         words(text);
     }
-    const Signal *signal = signal_bysig(The_crash.sig);
+    const Signal *signal = The_crash.signal;
     const char *const program = Program_Name;
     for (const char *piece : {"\n", program, ": ", signal->description, "\n", program,
                               " *fault*: Signal ", signal->name, " : ", signal->description, "\n"})
@@ -224,6 +225,32 @@ bool try_on_heap(void (*function)(void *argument), void *argument)
 
 void do_nothing(int) {}
 
+// What signal_bysig says of the signals that are caught. The system may look its words
+// up in another language, which needs the heap: it is asked before there is a fault.
+struct Description {
+    Signal signal;
+    char name[SIGNAL_NAME_SIZE];
+    char text[kErrorSize];
+};
+Description Descriptions[kOldHandlers];
+
+void prepare_description(int sig)
+{
+    if (sig < 0 || sig >= kOldHandlers)
+        return;
+    Description &kept = Descriptions[sig];
+    const Signal *signal = signal_bysig(sig);
+    std::snprintf(kept.name, sizeof kept.name, "%s", signal->name);
+    std::snprintf(kept.text, sizeof kept.text, "%s", signal->description);
+    kept.signal = {sig, kept.name, kept.text};
+}
+
+const Signal *describe_signal(int sig)
+{
+    const bool prepared = sig >= 0 && sig < kOldHandlers && Descriptions[sig].signal.name;
+    return prepared ? &Descriptions[sig].signal : signal_bysig(sig);
+}
+
 // Makes this thread the one that reports. Does not return to a second one.
 void begin_crash(int sig, const siginfo_t *info)
 {
@@ -239,6 +266,7 @@ void begin_crash(int sig, const siginfo_t *info)
     }
     The_crash.thread = pthread_self();
     The_crash.sig = sig;
+    The_crash.signal = describe_signal(sig);
     The_crash.informed = info != nullptr;
     if (info)
         The_crash.info = *info;
@@ -327,6 +355,7 @@ void intercept(const char *full_name, const struct sigaction &action, bool (&sav
         return elog_fail("Couldn't intercept signal %s\n", name);
     if (save)
         saved[number] = true;
+    prepare_description(number);
 }
 
 void print_command(const char *command)
@@ -422,7 +451,7 @@ void _elog_fault(int sig, siginfo_t *info, void *context)
     begin_crash(sig, info);
     Trace_after = __builtin_return_address(0);
     seize_lock();
-    const Signal *signal = signal_bysig(sig);
+    const Signal *signal = The_crash.signal;
     if (signal && signal->description)
         elog_log(0, "\n%s\n", signal->description);
     else
