@@ -201,8 +201,9 @@ TEST(ToolComplete, OffersAddressesStepByStep)
     EXPECT_THAT(offered({"pf", "set", file, "az", ""}), IsEmpty());
 }
 
-TEST(ToolComplete, OffersSignalsAndZones)
+TEST(ToolComplete, OffersSignalsSeveritiesAndZones)
 {
+    EXPECT_THAT(offered({"log", "-s", "d"}), ElementsAre("debug", "die"));
     EXPECT_THAT(offered({"signals", "HU"}), ElementsAre("HUP"));
     EXPECT_THAT(offered({"signals", "HUP", "TER"}), ElementsAre("TERM"));
     EXPECT_THAT(offered({"time", "-z", "LO"}), ElementsAre("LOCAL"));

@@ -283,6 +283,12 @@ void offer_signals(const Offer &offer)
         offer.word(Siglist[i].name, "signal");
 }
 
+void offer_severities(const Offer &offer)
+{
+    for (int i = 0; const char *name = elog_severity(i); ++i)
+        offer.word(name);
+}
+
 void offer_zones(const Offer &offer)
 {
     offer.word("LOCAL", "this computer's zone");
@@ -316,6 +322,7 @@ constexpr Argument kArguments[] = {
     {"pf",   "NAME",        offer_pf_names},
     {"",     "NAME|NUMBER", offer_signals},
     {"",     "PATH",        [](const Offer &offer) { offer.kind("files"); }},
+    {"",     "SEVERITY",    offer_severities},
     {"",     "TO",          [](const Offer &offer) { offer.kind("files"); }},
     {"",     "TYPE",        offer_types},
     {"",     "VARIABLE",    [](const Offer &offer) { offer.kind("variables"); }},

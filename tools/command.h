@@ -38,6 +38,7 @@ int cmd_convert(int argc, char **argv);
 int cmd_dump(int argc, char **argv);
 int cmd_find(int argc, char **argv);
 int cmd_fs(int argc, char **argv);
+int cmd_log(int argc, char **argv);
 int cmd_path(int argc, char **argv);
 int cmd_pf(int argc, char **argv);
 int cmd_root(int argc, char **argv);

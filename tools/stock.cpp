@@ -15,6 +15,7 @@ constexpr Command kCommands[] = {
     {"dump", "[FILE]", "print bytes in hexadecimal and as text", cmd_dump},
     {"find", "[OPTION...] NAME", "find a data file along the data path", cmd_find},
     {"fs", "PATH", "tell where a file system comes from and its room", cmd_fs},
+    {"log", "[OPTION...] MESSAGE...", "report a message as programs do", cmd_log},
     {"path", "COMMAND ...", "clean, complete and split path names", cmd_path},
     {"pf", "COMMAND ...", "read and print parameter files", cmd_pf},
     {"root", "", "print the installation root", cmd_root},
