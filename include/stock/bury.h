@@ -22,6 +22,9 @@
  * one process uses it at a time. The process must not open and close the state file
  * by itself: the system would take that for giving the lock up.
  *
+ * A process made by fork does not have the lock, but would write the state file if it
+ * buried or died through the log: it calls exec or _exit.
+ *
  * A registered variable lives as long as the process and is read without a lock by
  * whichever thread buries. The functions may be called from any thread. Running
  * out of memory ends the process.
