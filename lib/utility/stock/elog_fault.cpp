@@ -59,7 +59,7 @@ std::atomic<int> Debugger_running{0};
 struct Crash {
     pthread_t thread;
     int sig;
-    const Signal *signal;
+    const Signal *signal;  // null as long as it is looked for
     siginfo_t info;
     bool informed;  // whether there is such information
     struct sigaction on_abort;
@@ -146,7 +146,8 @@ void say_the_rest()
                    sizeof text);
         words(text);
     }
-    const Signal *signal = The_crash.signal;
+    static constexpr Signal kNameless = {0, "?", "a fault"};
+    const Signal *signal = The_crash.signal ? The_crash.signal : &kNameless;
     const char *const program = Program_Name;
     for (const char *piece : {"\n", program, ": ", signal->description, "\n", program,
                               " *fault*: Signal ", signal->name, " : ", signal->description, "\n"})
@@ -266,7 +267,6 @@ void begin_crash(int sig, const siginfo_t *info)
     }
     The_crash.thread = pthread_self();
     The_crash.sig = sig;
-    The_crash.signal = describe_signal(sig);
     The_crash.informed = info != nullptr;
     if (info)
         The_crash.info = *info;
@@ -279,11 +279,13 @@ void begin_crash(int sig, const siginfo_t *info)
     set_action(SIGALRM, time_is_up, SA_ONSTACK | SA_NODEFER);
     set_timer(kPatience);
     This_thread.crashing = true;
+    This_thread.reports = 0;  // those that the fault has cut off do not count
     Try_on_heap = try_on_heap;
     restore_mask(mask);
     unblock(SIGALRM);
     for (int second : kSecondFaults)
         unblock(second);
+    The_crash.signal = describe_signal(sig);
 }
 
 // Takes the lock for the rest of the process's life, from another thread if need be.
