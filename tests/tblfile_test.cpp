@@ -611,6 +611,16 @@ TEST_F(MappedTbl, NewSlotsAreZeroWithoutANullValue)
         ASSERT_EQ(*static_cast<Point *>(gettbl(tbl.get(), i)), (Point{0, 0})) << i;
 }
 
+TEST_F(MappedTbl, NewSlotsAreZeroWhereOtherBytesStoodBehindTheSlots)
+{
+    const std::string image = image_of(points(3).get(), nullptr);
+    const std::string path = dir.file("list", image + std::string(1000, 'x'));
+    const TblPtr tbl = opened(path);
+    settbl(tbl.get(), 199, nullptr);
+    for (int64_t i = 3; i < tbl->nalloc; ++i)
+        ASSERT_EQ(static_cast<Point *>(tbl->base)[i], (Point{0, 0})) << i;
+}
+
 TEST_F(MappedTbl, TakesDiskSpaceForItsSlots)
 {
     const std::string path = saved(points(0));

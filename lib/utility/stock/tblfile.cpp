@@ -200,6 +200,15 @@ void lengthen_file(int fd, int64_t bytes)
     elog_die(1, "Couldn't write 1 byte to extend file by %ld bytes", static_cast<long>(bytes));
 }
 
+// Other bytes may stand behind the slots of a file: those that new slots take become zero.
+void clear_tail(const Tbl *tbl, int64_t bytes)
+{
+    char *tail = static_cast<char *>(tbl->base) + tbl->nalloc * tbl->size;
+    const int64_t left = static_cast<char *>(tbl->mapaddr) + tbl->maplen - tail;
+    if (left > 0)
+        std::memset(tail, 0, static_cast<size_t>(std::min(left, bytes)));
+}
+
 // Reading.
 
 // A file's bytes, as they are mapped.
@@ -478,6 +487,7 @@ void extend_mapped(Tbl *tbl, int64_t slots)
         (!extend_room(mapaddr, length) ||
          !map_part(mapaddr, mapped, length, static_cast<int>(tbl->prot), tbl->fd)))
         elog_die(1, "Couldn't remap tbl.\n");
+    clear_tail(tbl, bytes);
     tbl->maplen = length;
 }
 
