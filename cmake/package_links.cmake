@@ -30,6 +30,9 @@ link_all(tool "share/bash-completion/completions/*")
 link_all(tool "share/zsh/site-functions/*" share/zsh/vendor-completions)
 link_all(tool "share/vim/vimfiles/*/stockpf.vim")
 link_all(documents "share/man/man*/*")
+file(MAKE_DIRECTORY ${CPACK_TEMPORARY_DIRECTORY}/documents/usr/share/doc)
+file(CREATE_LINK ../../..${root}/share/doc/stock
+  ${CPACK_TEMPORARY_DIRECTORY}/documents/usr/share/doc/stock-doc SYMBOLIC)
 
 file(WRITE ${CPACK_TEMPORARY_DIRECTORY}/runtime/etc/ld.so.conf.d/${CPACK_DEBIAN_RUNTIME_PACKAGE_NAME}.conf
   "${root}/lib\n")

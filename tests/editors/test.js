@@ -86,6 +86,22 @@ function vimKinds(files, directory) {
   });
 }
 
+// Follows the extension's own description to the grammar, as the editor does.
+function grammarOfExtension() {
+  const extension = path.join(source, 'editors/vscode');
+  const read = (file) => JSON.parse(fs.readFileSync(path.join(extension, file), 'utf8'));
+  const { languages: [language], grammars: [grammar] } = read('package.json').contributes;
+  const { indentationRules: indentation, comments } = read(language.configuration);
+  const holds = (what, is) => is || problems.push(`editors/vscode: ${what}`);
+  holds('the grammar is of another language', grammar.language === language.id);
+  holds('the grammar has another scope', read(grammar.path).scopeName === grammar.scopeName);
+  holds('.pf is not its extension', language.extensions.includes('.pf'));
+  holds('comments begin with #', comments.lineComment === '#');
+  holds('a table is not indented', new RegExp(indentation.increaseIndentPattern).test('a &Arr{'));
+  holds('a brace is not put back', new RegExp(indentation.decreaseIndentPattern).test('  }'));
+  return path.join(extension, grammar.path);
+}
+
 function readText(title) {
   const text = fs.readFileSync(path.join(source, title), 'utf8');
   return { title, lines: text.replace(/\n$/, '').split('\n') };
@@ -97,7 +113,7 @@ function filesOf(directory) {
 
 async function main() {
   const directory = fs.mkdtempSync(path.join(os.tmpdir(), 'editors.'));
-  const grammar = await textmate.load(path.join(source, 'editors/vscode/syntaxes/pf.tmLanguage.json'));
+  const grammar = await textmate.load(grammarOfExtension());
   const texts = [...samples(), ...filesOf('data/pf').map(readText)];
   let keys = 0;
   const prepare = (text, i) => {
