@@ -334,9 +334,12 @@ void set_alt_stack()
     stack_t stack = {};
     stack.ss_sp = memory;
     stack.ss_size = kAltStack;
-    if (!Alt_stack_key_is_there || pthread_setspecific(Alt_stack_key, memory) != 0 ||
-        ::sigaltstack(&stack, nullptr) != 0)
-        ::munmap(memory, kAltStack);
+    const bool kept = Alt_stack_key_is_there && pthread_setspecific(Alt_stack_key, memory) == 0;
+    if (kept && ::sigaltstack(&stack, nullptr) == 0)
+        return;
+    if (kept)
+        pthread_setspecific(Alt_stack_key, nullptr);
+    ::munmap(memory, kAltStack);
 }
 
 std::string_view without_sig(std::string_view name)
