@@ -118,6 +118,16 @@ TEST_F(Gettaluvine, OnceKnownTheRootIsKept)
     EXPECT_STREQ(gettaluvine(), "/x");
 }
 
+TEST_F(Gettaluvine, AnEmptyBufferIsFilledAnew)
+{
+    setenv("TALUVINE", "/x", 1);
+    gettaluvine();
+    *Taluvine_path = '\0';
+    setenv("TALUVINE", "/y", 1);
+    EXPECT_STREQ(gettaluvine(), "/y");
+    EXPECT_STREQ(Setenv, "TALUVINE=/x");
+}
+
 TEST_F(Gettaluvine, TheEnvironmentGoesBeforeTheDefaultRoot)
 {
     default_root_is_there = true;

@@ -14,7 +14,10 @@
 
 STOCK_BEGIN_DECLS
 
-/* The root once it is known, empty until then. To be changed by puttaluvine alone. */
+/*
+ * The root once it is known, empty until then. To be changed by puttaluvine alone; a
+ * program that empties it has the root found anew.
+ */
 STOCK_API extern char Taluvine_path[1024];
 
 /* The root that is taken when it is there and nothing else was said. */

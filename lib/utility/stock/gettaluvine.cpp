@@ -68,7 +68,8 @@ std::atomic<bool> Root_known{false};
 
 bool root_is_known()
 {
-    if (Root_known.load(std::memory_order_acquire))
+    // The buffer is the program's to see and to clear: the root is then found anew.
+    if (Root_known.load(std::memory_order_acquire) && *Taluvine_path)
         return true;
     const std::lock_guard<std::mutex> lock(root_mutex);
     Root_known = *Taluvine_path != '\0';
