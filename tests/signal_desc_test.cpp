@@ -174,6 +174,15 @@ TEST_F(SignalRecord, EachFunctionHasOneRecordOfItsOwn)
     EXPECT_EQ(signal_byname("HUP"), by_name);
 }
 
+TEST_F(SignalRecord, NoOtherFunctionTouchesARecord)
+{
+    const Signal *by_number = signal_bysig(99);
+    const Signal *by_name = signal_byname("HUP");
+    described(98, 64);
+    EXPECT_STREQ(by_number->description, "Unknown signal 99");
+    EXPECT_STREQ(by_name->description, "Hangup");
+}
+
 TEST_F(SignalDesc, WritesNameAndDescriptionWithoutASeparator1GivesSighupHangup)
 {
     EXPECT_EQ(described(1, 64), "SIGHUPHangup");

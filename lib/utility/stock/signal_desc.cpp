@@ -16,10 +16,14 @@ void name_or_number(int sig, char *name)
         snprintf(name, SIGNAL_NAME_SIZE, "%d", sig);
 }
 
-const char *description(int sig)
+using Description = char[256];
+
+// Copied: what strsignal gives of an unknown signal is overwritten by its next call.
+const char *describe(int sig, Description &copy)
 {
     const char *text = strsignal(sig);
-    return text ? text : "no description for signal";
+    snprintf(copy, sizeof copy, "%s", text ? text : "no description for signal");
+    return copy;
 }
 
 }  // namespace
@@ -27,18 +31,21 @@ const char *description(int sig)
 Signal *signal_bysig(int sig)
 {
     static char name[SIGNAL_NAME_SIZE];
+    static Description description;
     static Signal signal;
     name_or_number(sig, name);
-    signal = {sig, name, description(sig)};
+    signal = {sig, name, describe(sig, description)};
     return &signal;
 }
 
 Signal *signal_byname(const char *name)
 {
+    static Description description;
     static Signal signal;
     int sig = -1;
     const bool known = str2sig(name, &sig) == 0;
-    signal = {sig, name, known ? description(sig) : "no description for unrecognized signal"};
+    signal = {sig, name,
+              known ? describe(sig, description) : "no description for unrecognized signal"};
     return &signal;
 }
 
