@@ -724,6 +724,16 @@ TEST(Parsepath, WithoutASuffixBufferTheBaseIsWhole)
     EXPECT_EQ(base.text(), "f.tar.gz");
 }
 
+TEST(Parsepath, ANullPathSplitsLikeAnEmptyOne)
+{
+    Buffer dir, base, suffix;
+    parsepath(nullptr, dir.get(), base.get(), suffix.get());
+    EXPECT_EQ(dir.text() + base.text() + suffix.text(), ".");
+    Buffer other_dir, other_base;
+    dirbase(nullptr, other_dir.get(), other_base.get());
+    EXPECT_EQ(other_dir.text() + other_base.text(), ".");
+}
+
 TEST(Parsepath, CutsEachPartAfter1023Bytes)
 {
     const std::string part(2000, 'a');

@@ -98,7 +98,8 @@ STOCK_API int relpath(const char *from, const char *to, char *relative);
  *     .profile       .      .profile
  *     /x                    x                     dirbase gives "/": meant
  *
- * Each part is cut after 1023 bytes. Returns suffix, null when that is null.
+ * Each part is cut after 1023 bytes. A null path is taken for an empty one.
+ * Returns suffix, null when that is null.
  */
 STOCK_API char *parsepath(const char *path, char *dir, char *base, char *suffix);
 
@@ -110,7 +111,7 @@ STOCK_API char *parsepath(const char *path, char *dir, char *base, char *suffix)
  *     f        .      f
  *     /x       /      x
  *
- * Each part is cut after 1023 bytes.
+ * Each part is cut after 1023 bytes. A null path is taken for an empty one.
  */
 STOCK_API void dirbase(const char *path, char *dir, char *base);
 

@@ -389,9 +389,10 @@ struct Split {
     string_view base;
 };
 
-// Splits at the last "/"; root is the directory of "/x".
-Split split_path(string_view path, string_view root)
+// Splits at the last "/"; root is the directory of "/x". A null path is an empty one.
+Split split_path(const char *text, string_view root)
 {
+    const string_view path = text ? text : "";
     const size_t slash = path.rfind('/');
     if (slash == string_view::npos)
         return {".", path};
