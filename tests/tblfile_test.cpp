@@ -867,13 +867,14 @@ TEST_F(Filetbl, AnotherCommentGivesMinus2AndLeavesTheFile)
     const std::string uncommented = saved(points(3), nullptr, "plain");
     EXPECT_EQ(filetbl(uncommented.c_str(), "mine", 1, nullptr, sizeof(Point), &tbl), -2);
     EXPECT_EQ(tbl, nullptr);
-    EXPECT_EQ(read_file(path).substr(16 + 8 + kRecordSize), before.substr(16 + 8 + kRecordSize));
+    EXPECT_EQ(read_file(path), before);
+    EXPECT_EQ(take_log(), "");
     EXPECT_EQ(filetbl(path.c_str(), "mine", 1, nullptr, sizeof(Point), &tbl), 0);
     expect_points(tbl, 3);
     freetbl(tbl, nullptr);
 }
 
-TEST_F(Filetbl, EnlargesWithTheSameEntriesAndComment)
+TEST_F(Filetbl, EnlargesWithTheSameEntriesAndTheGivenComment)
 {
     for (const char *comment : {static_cast<const char *>(nullptr), "mine"}) {
         const std::string path = saved(points(5, &kNowhere), "mine");
@@ -887,7 +888,7 @@ TEST_F(Filetbl, EnlargesWithTheSameEntriesAndComment)
         freetbl(tbl, nullptr);
         char *found = nullptr;
         const TblPtr read(readtbl(path.c_str(), &found, 0));
-        EXPECT_STREQ(found, "mine");
+        EXPECT_STREQ(found, comment);
         expect_points(read.get(), 5);
         struct stat status;
         stat(path.c_str(), &status);
@@ -928,21 +929,65 @@ TEST_F(Filetbl, AskingForMoreOfAnotherKindGivesMinus1AndTheListsMessage)
     EXPECT_EQ(read_file(path).size(), before.size());
 }
 
-TEST_F(Filetbl, LeavesAFileThatIsNoListAlone)
+TEST_F(Filetbl, MakesAFileAnewThatIsNoList)
 {
-    const std::string path = dir.file("text", "not a list, but dear to somebody\n");
-    const std::string empty = dir.file("empty", "");
-    for (const std::string &file : {path, empty}) {
-        const std::string before = read_file(file);
-        Tbl *tbl = untouched.get();
-        EXPECT_EQ(filetbl(file.c_str(), nullptr, 10, nullptr, 8, &tbl), -1);
-        EXPECT_EQ(tbl, nullptr);
-        EXPECT_EQ(read_file(file), before);
-        EXPECT_NE(take_log(), "");
+    const std::string image = image_of(points(3).get(), "c");
+    std::string swapped = image;
+    std::swap(swapped[8], swapped[11]);
+    for (const std::string &bytes :
+         {std::string(), std::string("text\n"), swapped, image.substr(0, image.size() - 1)}) {
+        const std::string path = dir.file("other", bytes);
+        chmod(path.c_str(), 0640);
+        Tbl *tbl = nullptr;
+        ASSERT_EQ(filetbl(path.c_str(), "c", 10, nullptr, 8, &tbl), 0);
+        EXPECT_EQ(tbl->count, 0);
+        EXPECT_EQ(tbl->nalloc, 11);
+        freetbl(tbl, nullptr);
+        EXPECT_EQ(read_file(path).size(), 16 + 8 + kRecordSize + 11 * 8);
+        struct stat status;
+        stat(path.c_str(), &status);
+        EXPECT_EQ(status.st_mode & 07777, 0640U);
+        EXPECT_EQ(take_log(), "");
     }
-    Tbl *tbl = nullptr;
+}
+
+TEST_F(Filetbl, ThatMayNotBeOpenedGivesMinus1)
+{
+    Tbl *tbl = untouched.get();
     EXPECT_EQ(filetbl(dir.path().c_str(), nullptr, 10, nullptr, 8, &tbl), -1);
-    EXPECT_NE(take_log(), "");
+    EXPECT_EQ(tbl, nullptr);
+    EXPECT_EQ(take_log(), "Can't open " + dir.path() + " to write tbl.\n\tIs a directory\n");
+}
+
+TEST_F(Filetbl, LeavesAFileAloneThatIsNotRegular)
+{
+    const std::string pipe = dir / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    Tbl *tbl = untouched.get();
+    EXPECT_EQ(filetbl(pipe.c_str(), nullptr, 10'000, nullptr, 8, &tbl), -1);
+    EXPECT_EQ(tbl, nullptr);
+    EXPECT_THAT(take_log(), HasSubstr("Error trying to mmap " + pipe + "."));
+    EXPECT_TRUE(std::filesystem::is_fifo(pipe));
+}
+
+TEST_F(Filetbl, LeavesAListAloneThatIsNotOpenedForWantOfDescriptorsOrAddresses)
+{
+    const std::string path = saved(points(5));
+    const std::string before = read_file(path);
+    const auto fails_within = [&](decltype(RLIMIT_AS) resource, rlim_t most) {
+        return in_child([&] {
+            const rlimit limit{most, most};
+            setrlimit(resource, &limit);
+            Tbl *tbl = nullptr;
+            const int result = filetbl(path.c_str(), nullptr, 10, nullptr, 8, &tbl);
+            exit(result == -1 && !tbl ? 5 : 6);
+        });
+    };
+    EXPECT_EQ(fails_within(RLIMIT_NOFILE, 0).status, 5);
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+    EXPECT_EQ(fails_within(RLIMIT_AS, 0).status, 5);
+#endif
+    EXPECT_EQ(read_file(path), before);
 }
 
 TEST_F(Filetbl, CannotBeMadeWithoutADirectory)

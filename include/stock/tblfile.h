@@ -94,19 +94,21 @@ STOCK_API Tbl *readtbl(const char *path, char **comment, int writable);
  *     the file                     effect                             returns
  *     is missing                   is made, empty, every slot the     0
  *                                  null value (zero bytes if null)
- *     has another comment, or      none                               -2
+ *     is no list                   is overwritten with such a one     0
+ *     has another comment, or      none, not a byte is written        -2
  *     none where one is given
  *     has slots enough             is opened as it is                 0
- *     has fewer slots              a larger one with its entries      0
- *                                  and comment takes its place
+ *     has fewer slots              a larger one with its entries and  0
+ *                                  the given comment takes its place
  *     ... and another size or      none; cattbl's message is logged   -1
  *     null value
- *     is no list, is unreadable    none; readtbl's message is logged  -1
- *     cannot be made               logged                             -1
+ *     cannot be opened or made     none; savetbl's or readtbl's       -1
+ *                                  message is logged
  *
- * comment may be null: any comment of the file will do. A larger file is written
- * beside the old one and renamed over it; when that fails, the old one is left
- * and the process ends with "Couldn't extend list %s".
+ * comment may be null: any comment of the file will do, and a file that is made,
+ * the larger one too, has none. A larger file is written beside the old one and
+ * renamed over it; when that fails, the old one is left and the process ends with
+ * "Couldn't extend list %s".
  *
  * tbl receives the list, which the caller closes with freetbl; null unless the
  * result is 0.

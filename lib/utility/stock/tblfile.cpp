@@ -308,12 +308,63 @@ Tbl *list_of(char *mapaddr, int64_t length, bool writable)
     return tbl;
 }
 
-void refuse(const char *message, const char *path, char *mapaddr, int64_t length, bool writable)
+// What came of opening a file as a list.
+enum class Opening {
+    done,
+    refused,     // it is missing, or may not be opened
+    no_list,     // it is a regular file that holds something else
+    other_list,  // it has another comment than the wanted one
+    failed,      // the system could not tell
+};
+
+void unmap_unused(char *mapaddr, int64_t length, bool writable)
 {
-    elog_log(0, message, path);
     if (unmap(mapaddr, length, writable) != 0)
         elog_complain(1, "munmap (%p, %lu) fails", static_cast<void *>(mapaddr),
                       static_cast<unsigned long>(length));
+}
+
+bool is_shortage(int error)
+{
+    return error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
+// Opens the list in the file, with the wanted comment unless that is null. Logs
+// why there is none, and leaves the file untouched then.
+Opening open_list(const char *path, bool writable, const char *wanted, char **comment, Tbl **tbl)
+{
+    const int mode = (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK;
+    Fd fd(stock::uninterrupted([&] { return open(path, mode); }));
+    if (fd.get() < 0) {
+        const Opening opening = is_shortage(errno) ? Opening::failed : Opening::refused;
+        elog_log(1, "Can't open %s to read tbl.", path);
+        return opening;
+    }
+    struct stat status;
+    if (refstat(fd.get(), &status) != 0) {
+        elog_log(1, "Error trying to stat %s", path);
+        return Opening::failed;
+    }
+    const int64_t length = status.st_size;
+    char *mapaddr = map_file(fd.get(), length, writable);
+    if (!mapaddr) {
+        elog_log(1, "Error trying to mmap %s.", path);
+        return S_ISREG(status.st_mode) && length == 0 ? Opening::no_list : Opening::failed;
+    }
+    const Image image{mapaddr, length};
+    if (const char *message = fault(image)) {
+        elog_log(0, message, path);
+        unmap_unused(mapaddr, length, writable);
+        return Opening::no_list;
+    }
+    *comment = image.comment_bytes() > 0 ? mapaddr + kHeader : nullptr;
+    if (wanted && (!*comment || std::strcmp(wanted, *comment) != 0)) {
+        unmap_unused(mapaddr, length, writable);
+        return Opening::other_list;
+    }
+    *tbl = list_of(mapaddr, length, writable);
+    settle(*tbl, mapaddr, length, fd.release(), writable);
+    return Opening::done;
 }
 
 // Writing.
@@ -382,10 +433,18 @@ struct FreeTbl {
 };
 using ListPtr = std::unique_ptr<Tbl, FreeTbl>;
 
+bool is_missing(const char *path)
+{
+    struct stat status;
+    return restat(path, &status) != 0 && errno == ENOENT;
+}
+
 int make_file(const char *path, const char *comment, const Tbl *empty, Tbl **tbl)
 {
+    const bool missing = is_missing(path);
     if (savetbl(empty, path, comment) != 0) {
-        unlink(path);
+        if (missing)
+            unlink(path);
         return -1;
     }
     *tbl = readtbl(path, nullptr, 1);
@@ -438,23 +497,6 @@ int enlarge(const char *path, const char *comment, const Tbl *old, Tbl *larger, 
     if (!replace_file(path, comment, larger, old->fd) || !(*tbl = readtbl(path, nullptr, 1)))
         elog_die(0, "Couldn't extend list %s", path);
     return 0;
-}
-
-bool is_missing(const char *path)
-{
-    struct stat status;
-    return restat(path, &status) != 0 && errno == ENOENT;
-}
-
-// The list in the file, if there is one. Why there is none is of no interest
-// where the file is only yet to be made.
-ListPtr open_list(const char *path, char **comment)
-{
-    const int mark = elog_mark();
-    Tbl *tbl = readtbl(path, comment, 1);
-    if (tbl || is_missing(path))
-        elog_flush(0, mark);
-    return ListPtr(tbl);
 }
 
 bool good_size(int size)
@@ -545,33 +587,11 @@ int savetbl(const Tbl *tbl, const char *path, const char *comment)
 
 Tbl *readtbl(const char *path, char **comment, int writable)
 {
+    Tbl *tbl = nullptr;
+    char *found = nullptr;
+    open_list(path, writable != 0, nullptr, &found, &tbl);
     if (comment)
-        *comment = nullptr;
-    const int mode = (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK;
-    Fd fd(stock::uninterrupted([&] { return open(path, mode); }));
-    if (fd.get() < 0) {
-        elog_log(1, "Can't open %s to read tbl.", path);
-        return nullptr;
-    }
-    struct stat status;
-    if (refstat(fd.get(), &status) != 0) {
-        elog_log(1, "Error trying to stat %s", path);
-        return nullptr;
-    }
-    const int64_t length = status.st_size;
-    char *mapaddr = map_file(fd.get(), length, writable != 0);
-    if (!mapaddr) {
-        elog_log(1, "Error trying to mmap %s.", path);
-        return nullptr;
-    }
-    if (const char *message = fault({mapaddr, length})) {
-        refuse(message, path, mapaddr, length, writable != 0);
-        return nullptr;
-    }
-    if (comment && Image{mapaddr, length}.comment_bytes() > 0)
-        *comment = mapaddr + kHeader;
-    Tbl *tbl = list_of(mapaddr, length, writable != 0);
-    settle(tbl, mapaddr, length, fd.release(), writable != 0);
+        *comment = found;
     return tbl;
 }
 
@@ -580,11 +600,17 @@ int filetbl(const char *path, const char *comment, int64_t slots, const void *nu
 {
     *tbl = nullptr;
     slots = std::max<int64_t>(slots, 0);
-    char *found = nullptr;
-    ListPtr old = open_list(path, &found);
-    if (!old && !is_missing(path))
+    const int mark = elog_mark();
+    Tbl *found = nullptr;
+    char *its_comment = nullptr;
+    const Opening opening = open_list(path, true, comment, &its_comment, &found);
+    ListPtr old(found);
+    // Meant: a file that holds something else is overwritten, but not one that could
+    // perhaps be opened another time.
+    if (opening == Opening::failed)
         return -1;
-    if (old && comment && (!found || std::strcmp(comment, found) != 0))
+    elog_flush(0, mark);
+    if (opening == Opening::other_list)
         return -2;
     if (old && old->nalloc - old->left >= slots) {
         *tbl = old.release();
@@ -594,6 +620,6 @@ int filetbl(const char *path, const char *comment, int64_t slots, const void *nu
         return -1;
     const ListPtr list(empty_list(slots, null_value, size));
     if (old)
-        return enlarge(path, found, old.get(), list.get(), tbl);
+        return enlarge(path, comment, old.get(), list.get(), tbl);
     return make_file(path, comment, list.get(), tbl);
 }
