@@ -871,6 +871,26 @@ TEST(Makedir, ADirectoryThatCannotBeWrittenToIsRefused)
                          "Can't open or create directory readonly/x\n");
 }
 
+// As in a program with the permissions of its file's owner.
+TEST(Makedir, TheEffectiveUserDecidesWhatCanBeWrittenTo)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only the superuser may become another user";
+    const InTempDir dir;
+    fs::create_directory("mine");
+    chmod("mine", 0700);
+    chmod(dir->path().c_str(), 0755);
+    const auto as = [](uid_t real_user, uid_t effective_user) {
+        return in_child([=] {
+            if (setreuid(real_user, effective_user) == 0)
+                printf("%d", makedir("mine"));
+        });
+    };
+    const uid_t other = somebody().pw_uid;
+    EXPECT_EQ(as(other, 0).out, "0");
+    EXPECT_EQ(as(0, other).out, "-1");
+}
+
 TEST(Makedir, ADanglingLinkIsReported)
 {
     const InTempDir dir;

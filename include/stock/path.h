@@ -135,9 +135,10 @@ STOCK_API char *homedir(const char *user);
  * Creates a directory, and those above it that are missing, with permissions
  * 0775 less the process's mask. One that is there already is fine.
  *
- * Returns 0 when there is a directory that the process may write to, else -1
- * with the reason logged for it and for each directory above that failed. A
- * path of more than 1023 bytes is refused like one that cannot be created.
+ * Returns 0 when there is a directory that the process may write to (the effective
+ * user counts), else -1 with the reason logged for it and for each directory above
+ * that failed. A path of more than 1023 bytes is refused like one that cannot be
+ * created.
  */
 STOCK_API int makedir(const char *dir);
 

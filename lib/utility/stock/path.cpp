@@ -15,6 +15,7 @@
 #include <cstring>
 #include <string_view>
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -413,7 +414,7 @@ int check_dir(const char *dir)
         elog_log(0, "Can't open or create directory %s\n", dir);
     else if (!S_ISDIR(status.st_mode))
         elog_log(0, "%s is not a directory\n", dir);
-    else if (access(dir, W_OK) < 0)
+    else if (faccessat(AT_FDCWD, dir, W_OK, AT_EACCESS) < 0)
         elog_log(0, "can't write to directory %s\n", dir);
     else
         return 0;
