@@ -244,6 +244,14 @@ TEST_F(Datapath, AVariableThatPointsNowhereHidesDatapath)
     EXPECT_EQ(path_of("TABLES", nullptr, "x", nullptr), "(null)");
 }
 
+TEST_F(Datapath, AVariableThatIsSetButEmptyIsNoListAndLeavesDatapath)
+{
+    dir_.file("a/x", "");
+    setenv("DATAPATH", a_.c_str(), 1);
+    setenv("TABLES", "", 1);
+    EXPECT_EQ(path_of("TABLES", nullptr, "x", nullptr), a_ + "/x");
+}
+
 TEST_F(Datapath, WithoutAVariableThatIsSetTakesDatapath)
 {
     dir_.file("a/sub/x", "");

@@ -175,6 +175,15 @@ TEST_F(Puttaluvine, ALaterRootChangesWhatIsReturnedButNotTheEnvironment)
     EXPECT_STREQ(getenv("TALUVINE"), "/x");
 }
 
+TEST_F(Puttaluvine, ALaterRootMayBeTheBeginningOfTheFirst)
+{
+    puttaluvine("/x/y");
+    puttaluvine("/x");
+    EXPECT_STREQ(gettaluvine(), "/x");
+    puttaluvine("/x/y");
+    EXPECT_STREQ(gettaluvine(), "/x/y");
+}
+
 TEST_F(Puttaluvine, CutsARootAfter1023Bytes)
 {
     const std::string root = "/" + std::string(5000, 'r');

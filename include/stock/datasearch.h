@@ -47,8 +47,9 @@ STOCK_API Tbl *datasearch(const char *paths, const char *subdir, const char *nam
  * the suffix behind it unless that is null or empty.
  *
  * The path list is the value of the environment variable that is named, when it is
- * set; DATAPATH is then not tried. Otherwise (a null or empty name, a variable
- * that is not set) it is DATAPATH or the root's data. Variables in it are expanded.
+ * set; DATAPATH is then not tried. Otherwise (a null or empty name, a variable that
+ * is not set or is empty) it is DATAPATH or the root's data. Variables in it are
+ * expanded.
  *
  * Returns a new string that the caller frees with free, or null.
  */
