@@ -24,9 +24,10 @@
 
 namespace {
 
-std::string mounts;     // read in place of /proc/self/mountinfo when not empty
-long file_system = 0;   // the type that statfs gives when not 0
-int statvfs_error = 0;  // statvfs fails like this when not 0
+std::string mounts;      // read in place of /proc/self/mountinfo when not empty
+long file_system = 0;    // the type that statfs gives when not 0
+int statvfs_error = 0;   // statvfs fails like this when not 0
+bool counts_up = false;  // statvfs gives another number in each field
 
 template <class Function>
 Function *real(const char *name)
@@ -65,7 +66,20 @@ int statvfs(const char *path, struct statvfs *status) noexcept
         errno = statvfs_error;
         return -1;
     }
-    return real<int(const char *, struct statvfs *)>("statvfs")(path, status);
+    const int result = real<int(const char *, struct statvfs *)>("statvfs")(path, status);
+    if (counts_up) {
+        *status = {};
+        status->f_bsize = 1;
+        status->f_frsize = 2;
+        status->f_blocks = 3;
+        status->f_bfree = 4;
+        status->f_bavail = 5;
+        status->f_files = 6;
+        status->f_ffree = 7;
+        status->f_favail = 8;
+        status->f_fsid = 0x500000009;
+    }
+    return result;
 }
 }
 
@@ -79,6 +93,7 @@ protected:
         mounts.clear();
         file_system = 0;
         statvfs_error = 0;
+        counts_up = false;
     }
 
     // The mount that holds the directory, with this type and source.
@@ -203,6 +218,29 @@ TEST_F(FileSystem, NumbersAreThoseOfTheSystem)
     EXPECT_LE(numbers.bavail, numbers.blocks);
     EXPECT_LE(numbers.bfree, numbers.blocks);
     EXPECT_EQ(numbers.fsid, status.f_fsid);
+}
+
+TEST_F(FileSystem, EachNumberHasItsField)
+{
+    counts_up = true;
+    Statvfs numbers;
+    EXPECT_EQ(std_statvfs("/", &numbers), 0);
+    EXPECT_EQ(numbers.bsize, 1u);
+    EXPECT_EQ(numbers.frsize, 2u);
+    EXPECT_EQ(numbers.blocks, 3u);
+    EXPECT_EQ(numbers.bfree, 4u);
+    EXPECT_EQ(numbers.bavail, 5u);
+    EXPECT_EQ(numbers.files, 6u);
+    EXPECT_EQ(numbers.ffree, 7u);
+    EXPECT_EQ(numbers.favail, 7u);  // meant: the free slots again
+    EXPECT_EQ(numbers.fsid, 0x500000009u);
+    const InfoPtr info(infopath("/"), std::free);
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->fsid, 9u);
+    EXPECT_EQ(info->bytes_avail, 10.0);
+    EXPECT_EQ(info->bytes_total, 6.0);
+    EXPECT_EQ(info->files_avail, 7.0);
+    EXPECT_EQ(info->files_total, 6.0);
 }
 
 TEST_F(FileSystem, NumbersOfAPathThatIsNotThereFail)
