@@ -93,7 +93,7 @@ int close(int fd)
 int open(const char *path, int flags, ...)
 {
     mode_t mode = 0;
-    if (flags & O_CREAT) {
+    if (flags & O_CREAT || (flags & O_TMPFILE) == O_TMPFILE) {
         va_list args;
         va_start(args, flags);
         mode = va_arg(args, mode_t);
@@ -270,6 +270,18 @@ TEST_F(Restat, OpenIsRepeatedAndTakesTheModeOfANewFile)
     struct stat status;
     EXPECT_EQ(refstat(fd, &status), 0);
     EXPECT_EQ(status.st_mode & 07777, 0640u);
+    reclose(fd);
+}
+
+TEST_F(Restat, AFileWithoutANameTakesAMode)
+{
+    const int fd = reopen(dir_.path().c_str(), O_TMPFILE | O_WRONLY, 0640);
+    if (fd < 0 && errno == EOPNOTSUPP)
+        GTEST_SKIP() << "no such files on this file system";
+    ASSERT_GE(fd, 0);
+    struct stat status;
+    EXPECT_EQ(refstat(fd, &status), 0);
+    EXPECT_EQ(status.st_mode & 0700, 0600u);
     reclose(fd);
 }
 

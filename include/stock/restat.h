@@ -63,8 +63,8 @@ STOCK_API int reclose(int fd);
 
 /*
  * Opens the file at path. The permissions of a new file, one further argument
- * of type mode_t (an int will do), are read only when flags hold O_CREAT, and
- * must be given then. Returns the descriptor, or -1.
+ * of type mode_t (an int will do), are read only when flags hold O_CREAT (or
+ * Linux's O_TMPFILE), and must be given then. Returns the descriptor, or -1.
  */
 STOCK_API int reopen(const char *path, int flags, ...);
 

@@ -23,6 +23,16 @@ int no_path()
     return -1;
 }
 
+// Whether the open makes a file, and so takes a mode.
+constexpr bool makes_file(int flags)
+{
+#ifdef O_TMPFILE
+    if ((flags & O_TMPFILE) == O_TMPFILE)
+        return true;
+#endif
+    return (flags & O_CREAT) != 0;
+}
+
 }  // namespace
 
 int restat(const char *path, struct stat *status)
@@ -73,7 +83,7 @@ int reopen(const char *path, int flags, ...)
     if (!path)
         return no_path();
     mode_t mode = 0;
-    if (flags & O_CREAT) {
+    if (makes_file(flags)) {
         va_list args;
         va_start(args, flags);
         mode = static_cast<mode_t>(va_arg(args, int));
