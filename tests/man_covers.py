@@ -7,6 +7,8 @@
       stands in some page, blanks aside
     - every environment variable that the sources name stands in some page
     - every key of a parameter file of data/pf stands in the page of that file
+    - every command of the tool stands in the synopsis of stock.1 and is told about there,
+      and every long option of a command is
     - every page that a page refers to exists
     - mandoc finds no fault in a page, not even of style
 
@@ -129,6 +131,44 @@ def conflicts(compiler, include, pages):
     return done.stderr.splitlines() if done.returncode else []
 
 
+def commands_of(top):
+    """The commands of the tool, such as "root" and "pf get", from its tables."""
+    families = {}
+    for source in glob.glob(f"{top}/tools/*.cpp"):
+        with open(source, encoding="utf-8") as file:
+            code = file.read()
+        family = re.search(r'run_family\("stock ?(\w*)"', code)
+        if family:
+            families[family.group(1)] = re.findall(r'^    \{"(\w+)", "', code, re.M)
+    return {f"{family} {name}".strip() for family, names in families.items()
+            for name in names if name not in families}
+
+
+def options_of(top):
+    """Every long option that a source of the tool names."""
+    found = set()
+    for source in glob.glob(f"{top}/tools/*.cpp"):
+        with open(source, encoding="utf-8") as file:
+            found |= set(re.findall(r'"--(\w+)"', file.read()))
+    return found
+
+
+def untold(top, page):
+    """What the page of the tool does not tell about."""
+    commands, options = commands_of(top), options_of(top)
+    synopsis, description = page.section("SYNOPSIS"), page.section("DESCRIPTION")
+    for command in sorted(commands):
+        if not re.search(rf"^\.Cm {command}$", synopsis, re.M):
+            yield f"{page.file}: the synopsis lacks {command}"
+        if not re.search(rf"^\.It Cm {command}( |$)", description, re.M):
+            yield f"{page.file}: {command} is not told about"
+    for option in sorted(options):
+        if not re.search(rf"\bFl\b.* -{option}\b", page.source):
+            yield f"{page.file}: --{option} is not told about"
+    if not (commands and options):
+        yield "the tool has no commands"
+
+
 def words(text):
     return set(re.findall(r"\w+", text))
 
@@ -205,6 +245,9 @@ def main():
             settings += 1
             if key not in words(page[0].text):
                 wrong.append(f"{page[0].file}: does not tell about {key}")
+
+    # The tool.
+    wrong += untold(top, next(page for page in pages if page.file == "stock.1"))
 
     # References.
     known = OTHERS | {page.file[:-2] + f"({page.file[-1]})" for page in pages}
