@@ -144,6 +144,13 @@ TEST_F(ToolPfCheck, SaysNothingOfTheInstalledFiles)
     EXPECT_EQ(ended.status, 0);
 }
 
+TEST_F(ToolPfCheck, TellsOfAZeroByteThatEndsTheText)
+{
+    using std::string_literals::operator""s;
+    EXPECT_EQ(found("a 1\n\0b 2\n"s), "2: zero byte, behind which nothing is read\n");
+    EXPECT_EQ(found("a 1\n__END__\n\0"s), "");
+}
+
 TEST_F(ToolPfCheck, AFileThatCannotBeReadHasStatus1)
 {
     const Ended ended = check({dir_ / "no.pf"});

@@ -164,6 +164,9 @@ TEST(ToolPf, SaysItsVersion)
     const Ended ended = stock({"--version"});
     EXPECT_EQ(ended.out, "stock 5.3.0\n");
     EXPECT_EQ(ended.status, 0);
+    const Ended full = run_program({"/bin/sh", "-c", "\"$0\" --version >/dev/full", tool_path()});
+    EXPECT_EQ(full.err, "stock: can't write to standard output\n\tNo space left on device\n");
+    EXPECT_EQ(full.status, 1);
 }
 
 TEST(ToolPf, RefusesWordsThatItDoesNotKnow)

@@ -18,6 +18,7 @@ constexpr const char *kHelp =
     "standard input:\n"
     "\n"
     "  - errors of syntax, behind which the library stops reading\n"
+    "  - a zero byte, which ends the text\n"
     "  - lists, tables and literals that the end of the file leaves open\n"
     "  - values that swallow the beginning of a list, table or literal\n"
     "  - keys that a file gives twice\n"

@@ -54,6 +54,8 @@ public:
             if (place_ == text_.size() || !(in_value_ ? value() : key()))
                 break;
         }
+        if (place_ == text_.size() && text_.size() < source_.text.size())
+            problem(place_, "zero byte, behind which nothing is read");
         for (Entry *entry : open_) {
             problem(entry->value_begin, "is not closed", *entry);
             source_.failed = true;

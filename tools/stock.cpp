@@ -16,7 +16,7 @@ constexpr Command kCommands[] = {
     {"find", "[OPTION...] NAME", "find a data file along the data path", cmd_find},
     {"fs", "PATH", "tell where a file system comes from and its room", cmd_fs},
     {"log", "[OPTION...] MESSAGE...", "report a message as programs do", cmd_log},
-    {"path", "COMMAND ...", "clean, complete and split path names", cmd_path},
+    {"path", "COMMAND ...", "make path names absolute or clean, and split them", cmd_path},
     {"pf", "COMMAND ...", "read and print parameter files", cmd_pf},
     {"root", "", "print the installation root", cmd_root},
     {"signals", "[NAME|NUMBER]...", "list the signals", cmd_signals},
@@ -79,11 +79,11 @@ int run_tool(int argc, char **argv)
 int main(int argc, char **argv)
 {
     elog_init(argc, argv);
-    if (argc == 2 && !strcmp(argv[1], "--version")) {
+    int status = kDone;
+    if (argc == 2 && !strcmp(argv[1], "--version"))
         puts("stock " STOCK_VERSION);
-        return kDone;
-    }
-    const int status = run_tool(argc, argv);
+    else
+        status = run_tool(argc, argv);
     if (fflush(stdout) != 0 || ferror(stdout)) {
         elog_complain(1, "can't write to standard output");
         return kFailed;
