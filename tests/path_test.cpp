@@ -171,6 +171,7 @@ TEST(Cleanpath, ReplacesATildeAndANameByThatUsersHome)
 TEST(Cleanpath, KeepsATildeAndTheNameOfAnUnknownUser)
 {
     EXPECT_EQ(clean("~nosuchuser/x"), "~nosuchuser/x");
+    EXPECT_EQ(clean_status("~nosuchuser/x"), 0);  // where the way starts is not examined
     EXPECT_EQ(clean("~nosuchuser/x/.."), "~nosuchuser");
     EXPECT_EQ(clean("~nosuchuser/.."), "~nosuchuser/..");
     EXPECT_EQ(clean("~nosuchuser/../.."), "~nosuchuser/../..");
