@@ -2,6 +2,7 @@
 
 #include "stock/hexdump.h"
 
+#include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <numeric>
@@ -204,12 +205,14 @@ TEST(Nomem, KeepsTheDumpAwayFromMemoryThatItRefuses)
     const auto bad = reinterpret_cast<const void *>(0x1000);
     const Ended ended = in_child([=] {
         bad_memory = reinterpret_cast<void *>(0x1008);
+        errno = EFAULT;
         Hexdump(stdout, 0, bad, 32);
         fputs(Text(hexdump_string(0, bad, 32)).get(), stdout);
     });
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.out, "no memory at 0x1000\nno memory at 1000\n");
     EXPECT_THAT(ended.err, testing::HasSubstr("nomem returns 0x1008 for 32 bytes at 0x1000\n"));
+    EXPECT_THAT(ended.err, testing::HasSubstr("Bad address"));
 }
 
 TEST(Nomem, NeedNotBeAskedAboutNull)
@@ -282,6 +285,10 @@ TEST(ReadHexdump, TakesWordsByTheirLength)
 TEST(ReadHexdump, TakesEightWordsBehindTheAddress)
 {
     EXPECT_EQ(read_back("0 41 42 43 44 45 46 47 48 49 4a\n1 4b\n", 100), "ABCDEFGHK");
+    EXPECT_EQ(
+        read_back("0 41------ 42------ 43------ 44------ 45------ 46------ 47------ 48\n1 4b\n",
+                  100),
+        "ABCDEFGHK");
 }
 
 TEST(ReadHexdump, ReadsLinesThatAreAlmostFullAndRegularWordByWord)

@@ -233,6 +233,18 @@ TEST_F(Savetbl, SaysThatClosingFailed)
                                       "\tNo space left on device\n"));
 }
 
+TEST_F(Savetbl, ClosesTheFileWhateverHappens)
+{
+    const int before = dup(0);
+    close(before);
+    EXPECT_EQ(savetbl(points(100'000).get(), "/dev/full", nullptr), -1);
+    EXPECT_EQ(savetbl(points(0).get(), "/dev/full", nullptr), -1);
+    saved(points(3));
+    const int after = dup(0);
+    close(after);
+    EXPECT_EQ(after, before);
+}
+
 // What used to end the process by the signal of the file-size limit.
 TEST_F(Savetbl, FailsBeyondTheFileSizeLimit)
 {
