@@ -177,6 +177,17 @@ TEST_F(Mapfile, TheSameFileTwiceIsMappedOnceAtTheSameAddress)
     }
 }
 
+TEST_F(Mapfile, TheCacheOfTheProcessHoldsManyFiles)
+{
+    const std::string a = dir_.file("a", "x"), b = dir_.file("b", "xx");
+    maps = 0;
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(mapfile(a.c_str(), nullptr, nullptr), 1);
+        EXPECT_EQ(mapfile(b.c_str(), nullptr, nullptr), 2);
+    }
+    EXPECT_EQ(maps, 2);
+}
+
 TEST_F(Mapfile, EachCacheHasItsOwnMapping)
 {
     const std::string file = dir_.file("f", "x");

@@ -171,6 +171,23 @@ TEST_F(Usermethod, EachLookStartsTheIntervalAnew)
     EXPECT_EQ(call("version"), 2);
 }
 
+TEST_F(Usermethod, LoadingALibraryStartsTheInterval)
+{
+    install(USER_LIBRARY_ONE);
+    call("version");
+    fs::remove(file_);
+    dir_.file("methods.so", "not a library");
+    clock_seconds += 11;
+    EXPECT_EQ(usermethod("version"), nullptr);
+    clock_seconds += 1000;
+    install(USER_LIBRARY_ONE);
+    EXPECT_EQ(call("version"), 1);
+    install(USER_LIBRARY_TWO);
+    EXPECT_EQ(call("version"), 1);
+    clock_seconds += 11;
+    EXPECT_EQ(call("version"), 2);
+}
+
 TEST_F(Usermethod, AFileThatIsNewerIsLoadedAgain)
 {
     install(USER_LIBRARY_ONE);
