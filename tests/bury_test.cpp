@@ -247,6 +247,20 @@ TEST_F(Bury, AStateFileThatIsThereIsRead)
               "1\n0 12");
 }
 
+TEST_F(Bury, AVariableThatTheFileDoesNotNameKeepsItsValueInSilence)
+{
+    dir.file("state", "count 12\ntable &Arr{\n}\n");
+    EXPECT_EQ(program([] {
+                  int other = 7;
+                  const char *table = "own";
+                  std::printf("%d", resurrect("other", &other, RELIC_INT));
+                  std::printf(" %d", resurrect("table", &table, RELIC_STRING));
+                  std::printf(" %d %s", other, table);
+                  elog_flush(1, 0);
+              }),
+              "1\n1 1 7 own");
+}
+
 TEST_F(Bury, AFileThatIsNoParameterTextGives2AndRestoresNothing)
 {
     dir.file("state", "count 12\nlist &Tbl{\n");
@@ -517,6 +531,16 @@ TEST_F(Bury, FileAndDirectoryAreFlushedEachTime)
               "0\n2 2");
 }
 
+TEST_F(Bury, OwnerAndGroupMayWriteTheFileAndOthersReadIt)
+{
+    umask(0);
+    program([] {});
+    EXPECT_EQ(fs::status(state).permissions(), fs::perms(0664));
+    fs::permissions(state, fs::perms(0600));
+    program([] { bury(); });
+    EXPECT_EQ(fs::status(state).permissions(), fs::perms(0664));
+}
+
 TEST_F(Bury, AFileWithoutADirectoryInItsNameIsOfTheWorkingDirectory)
 {
     const Ended ended = untagged([&] {
@@ -709,6 +733,17 @@ TEST(BuryValues, StringsComeBackExactly)
                               "}\n{ \"EndOfLiteral ` ' ( [ <\n",
                               "&",
                               "a & b",
+                              "&Literal",
+                              "&Literal word",
+                              "&Literally",
+                              "&Arr{",
+                              "&Tbl{\n}",
+                              "&env(HOME)",
+                              "&env(HOME",
+                              "&{",
+                              "&(",
+                              "text &env(HOME)",
+                              "two\n&Tbl{\nlines",
                               "\x01\x7f\xff",
                               "\xc3\xa4"}) {
         SCOPED_TRACE(value);

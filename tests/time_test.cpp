@@ -355,6 +355,41 @@ TEST(TimeFormatsFile, AMissingFormatEndsTheProcessAndUydtimeIsToldAsYdtime)
     }
 }
 
+TEST(TimeFormatsFile, IsReadByWhateverNeedsAFormatFirst)
+{
+    const struct {
+        std::string (*print)();
+        const char *text;
+    } cases[] = {
+        {[] { return taken(strtime(0)); }, "T1970"},
+        {[] { return taken(strydtime(0)); }, "Y001"},
+        {[] { return taken(strdate(0)); }, "D01"},
+        {[] { return taken(strlocaltime(0)); }, "T1970 UTC"},
+        {[] { return taken(strlocalydtime(0)); }, "Y001 UTC"},
+        {[] { return taken(strlocaldate(0)); }, "D01 UTC"},
+        {[] { return styled(5, nullptr, 0); }, "T1970"},
+        {[] { return styled(6, nullptr, 0); }, "D01"},
+        {[] { return styled(7, nullptr, 0); }, "Y001"},
+        {[] { return styled(8, nullptr, 0); }, "U00000"},
+        {[] { return styled(5, "Etc/UTC", 0); }, "T1970 UTC"},
+        {[] { return styled(6, "Etc/UTC", 0); }, "D01 UTC"},
+        {[] { return styled(7, "Etc/UTC", 0); }, "Y001 UTC"},
+        {[] { return styled(8, "Etc/UTC", 0); }, "U00000 UTC"},
+        {[] { return utc("%D"); }, " 1/02/08"},
+        {[] { return std::to_string(is_month_first()); }, "0"},
+        {[] { return utc("%D", str2epoch("3/4/2008")); }, " 3/04/08"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(with_file(kPlain,
+                            [&] {
+                                const ZoneSet zone("UTC");
+                                Unset_formats = 1;
+                                printf("%s", c.print().c_str());
+                            })
+                      .out,
+                  c.text);
+}
+
 TEST(TimeFormatsFile, IsReadOnceByThePrintersAndAgainByAnExplicitCall)
 {
     const Ended ended = with_file(kPlain, [] {
@@ -416,6 +451,15 @@ TEST(TimePrinters, ShowLocalTimesWithTheirZone)
     EXPECT_EQ(taken(strlocalydtime(kTime)), "02/01/2008  (032) 04:30:15.250 PST");
     EXPECT_EQ(taken(strlocaldate(kTime)), "02/01/2008 PST");
     EXPECT_EQ(taken(strlocaldate(kTime + 150 * 86400.0)), "06/30/2008 PDT");
+}
+
+TEST(TimePrinters, RoundLocalTimesToTheMillisecondExceptDates)
+{
+    const ZoneSet zone("Asia/Tokyo");
+    const double before_midnight = 15 * 3600 - 0.0001;
+    EXPECT_EQ(taken(strlocaltime(before_midnight)), "01/02/1970  00:00:00.000 JST");
+    EXPECT_EQ(taken(strlocalydtime(before_midnight)), "01/02/1970  (002) 00:00:00.000 JST");
+    EXPECT_EQ(taken(strlocaldate(before_midnight)), "01/01/1970 JST");
 }
 
 TEST(TimeZones, AreUtcTheProcesssOwnOrNamed)
@@ -502,6 +546,21 @@ TEST(E2hz, GivesUtcWithoutAZone)
     EXPECT_EQ(taken(name), "UTC");
 }
 
+TEST(E2hz, KnowsTheProcesssOwnZone)
+{
+    const ZoneSet zone("Asia/Tokyo");
+    for (const char *own : {"", "LOCAL"}) {
+        int year = 0, doy = 0, month = 0, day = 0, hour = 0, minute = 0;
+        double second = 0;
+        char *name = nullptr;
+        elog_clear();
+        EXPECT_EQ(e2hz(own, &year, &doy, &month, &day, &hour, &minute, &second, &name, kTime), 0);
+        EXPECT_EQ(taken(name), "JST");
+        EXPECT_EQ(hour, 21);
+        EXPECT_EQ(take_log(), "");
+    }
+}
+
 TEST(E2hz, GivesMinus1ForAnUnknownZone)
 {
     int year = 0, doy = 0, month = 0, day = 0, hour = 0, minute = 0;
@@ -556,6 +615,11 @@ TEST(Fmttime, HasEightStyles)
     }
     EXPECT_EQ(styled(1, "US/Pacific"), "2008-02-01 04:30:15.250 PST");
     EXPECT_EQ(styled(2, "US/Pacific"), "2008-032 04:30:15.250 PST");
+    EXPECT_EQ(styled(3, "US/Pacific"), "2008-02-01 PST");
+    EXPECT_EQ(styled(4, "US/Pacific"), "2008-032 PST");
+    EXPECT_EQ(styled(5, "US/Pacific"), "02/01/2008  04:30:15.250 PST");
+    EXPECT_EQ(styled(6, "US/Pacific"), "02/01/2008 PST");
+    EXPECT_EQ(styled(7, "US/Pacific"), "02/01/2008  (032) 04:30:15.250 PST");
     EXPECT_EQ(styled(8, "US/Pacific"), "02/01/2008  (032) 04:30:15.25000 PST");
 }
 
