@@ -3,8 +3,11 @@
 
 #include "stock/elog_fault.h"
 
+#include <atomic>
+#include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <thread>
 #include <vector>
 
 #include <execinfo.h>
@@ -481,6 +484,40 @@ TEST(ElogDebug, FollowsAMessageWhoseSeverityHasACommand)
     });
     EXPECT_EQ(ended.err, "elog_fault_test *alert*: one\nelog_fault_test: two\n"
                          "Running debugger: 'echo ran >&2'\nran\n");
+}
+
+TEST(ElogDebug, ComesAfterTheStackTraceAndLeavesErrnoAtZero)
+{
+    const Ended ended = checked({"ELOG_WAIT=0", "ELOG_STACK=c", "ELOG_DEBUG=sleep .2@c"}, [] {
+        struct sigaction action = {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, nullptr);
+        ualarm(100000, 0);
+        elog_complain(0, "x");
+        EXPECT_EQ(errno, 0);
+    });
+    EXPECT_THAT(ended.err, AllOf(StartsWith("elog_fault_test: x\n\n\nStack\n"),
+                                 EndsWith("]\nRunning debugger: 'sleep .2'\n")));
+}
+
+TEST(ElogDebugThreads, OtherThreadsMayReportWhileTheDebuggerStarts)
+{
+    const TempDir dir;
+    const Ended ended =
+        checked({"ELOG_WAIT=1", "ELOG_DEBUG=echo >$F@c", "F=" + dir / "started"}, [&] {
+            elog_init(0, nullptr);
+            std::atomic<bool> marked{false};
+            std::thread other([&] {
+                while (access((dir / "started").c_str(), F_OK) != 0)
+                    usleep(1000);
+                elog_mark();
+                marked = true;
+            });
+            elog_complain(0, "x");
+            EXPECT_TRUE(marked);
+            other.join();
+        });
+    EXPECT_EQ(ended.status, 0);
 }
 
 TEST(ElogDebugger, RunsTheCommandOfFaults)

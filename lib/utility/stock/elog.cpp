@@ -166,8 +166,10 @@ STOCK_PRINTF(3, 0) void report(int severity, int flag, const char *format, va_li
     }
     --This_thread.reports;
     errno = 0;
-    if (*command)
-        join_debugger(command);
+    if (!*command)
+        return;
+    join_debugger(command);
+    errno = 0;
 }
 
 Setting setting_of(int severity, const Field *table, const char *const *defaults)
