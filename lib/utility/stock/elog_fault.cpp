@@ -363,10 +363,12 @@ void intercept(const char *full_name, const struct sigaction &action, bool (&sav
     prepare_description(number);
 }
 
-void print_command(const char *command)
+constexpr int kCommandMax = 1024;  // most that a debugger command is expanded to
+
+void start_debugger(const char *command)
 {
-    char text[kFormatSize];
-    elog_expand(command, kDebug, text, 1024);
+    char text[kCommandMax];
+    elog_expand(command, kDebug, text, kCommandMax);
     std::fprintf(stderr, "Running debugger: '%s'\n", text);
     errno = 0;
     if (std::system(text) != 0)
@@ -491,7 +493,7 @@ void _elog_debug(const char *command)
     if (Debugger_running) {
         ::kill(::getpid(), SIGSTOP);
     } else {
-        print_command(command);
+        start_debugger(command);
         Debugger_running = 1;
     }
     snooze(Elog_wait);
