@@ -38,7 +38,8 @@
  * Environment: ELOG_DELIVER, ELOG_TAG and ELOG_DEBUG, see elog_fill_from_env;
  * ELOG_MAXMSG, the number of messages that may wait (50, below 1 any number);
  * ELOG_WAIT, seconds that a debugger is given; ELOG_REFERENCE_TIME, what %e
- * counts from; ELOG_SIGNALS, the faults to catch.
+ * counts from; ELOG_SIGNALS, the faults to catch; ELOG_STACK, the severities that a
+ * stack trace follows, see elog_setup_show_stack.
  */
 
 #ifndef STOCK_ELOG_H
@@ -149,8 +150,8 @@ STOCK_API char *elogstr(int severity, int flag, const char *format, ...) STOCK_P
  * Sets the log up: keeps a copy of the command line when argc is above 0, finds the
  * program's name, and reads the settings from elog.pf and the environment. Called
  * first thing in main; what needs the log before that calls it with 0 and null. A
- * later call follows the environment anew, but not ELOG_MAXMSG, ELOG_SIGNALS and
- * elog.pf.
+ * later call follows the environment anew, but not ELOG_MAXMSG, ELOG_SIGNALS,
+ * ELOG_STACK and elog.pf.
  *
  * Returns 0; errno stays. Does nothing while it already runs, and leaves the
  * settings alone while another thread delivers.

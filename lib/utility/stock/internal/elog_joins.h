@@ -1,5 +1,4 @@
-// Where other families join the log: one function for each. Until a family is
-// there, its function leaves out what the family would do.
+// Where other families join the log: one function for each.
 
 #pragma once
 
