@@ -508,6 +508,55 @@ TEST_F(Bury, DyingThroughTheLogSavesTheState)
     EXPECT_EQ(text(), "count\t4\n");
 }
 
+TEST_F(Bury, TheLimitOfTheLogSavesTheState)
+{
+    const Ended ended = untagged([&] {
+        static int count = 4;
+        open();
+        resurrect("count", &count, RELIC_INT);
+        elog_set(ELOG_MAXMSG_VALUE, 0, 1);
+        elog_log(0, "one");
+        elog_log(0, "two");
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(text(), "count\t4\n");
+}
+
+TEST_F(Bury, AFatalMessageOfTheLogSavesNothing)
+{
+    const Ended ended = untagged([&] {
+        static int count = 4;
+        open();
+        resurrect("count", &count, RELIC_INT);
+        elog_fatal("that was it\n");
+    });
+    EXPECT_EQ(ended.err, "that was it\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(text(), "");
+}
+
+TEST_F(Bury, DyingRunsTheDebuggerThenSavesThenFlushesTheStreams)
+{
+    static std::string file;
+    file = state;
+    const auto write = [](void *, const char *, size_t size) -> ssize_t {
+        fputs(fs::file_size(file) > 0 ? "flushed after\n" : "flushed before\n", stderr);
+        return static_cast<ssize_t>(size);
+    };
+    const Ended ended =
+        logged({"STATE=" + state, "ELOG_WAIT=0", "ELOG_DEBUG=[ ! -s $STATE ]@d"}, [&] {
+            static int count = 4;
+            open();
+            resurrect("count", &count, RELIC_INT);
+            FILE *stream = fopencookie(nullptr, "w", {nullptr, write, nullptr, nullptr});
+            fputs("pending", stream);
+            elog_die(0, "end");
+        });
+    EXPECT_EQ(ended.err, "bury_test *fatal*: end\nRunning debugger: '[ ! -s $STATE ]'\n"
+                         "flushed after\n");
+    EXPECT_EQ(text(), "count\t4\n");
+}
+
 TEST_F(Bury, ALeftoverAlternateFileLeavesNoTail)
 {
     dir.file("state+", std::string(10000, 'x'));

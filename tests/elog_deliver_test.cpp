@@ -284,6 +284,21 @@ TEST(ElogFile, OneThatMayNotBeOpenedIsReported)
     EXPECT_EQ(ended.out, "kept 0");
 }
 
+TEST(ElogFile, ATerminalDoesNotBecomeTheControllingOne)
+{
+    const Ended ended = untagged([] {
+        const int master = posix_openpt(O_RDWR | O_NOCTTY);
+        if (master < 0 || unlockpt(master) != 0 || setsid() < 0)
+            abort();
+        elog_set(ELOG_DELIVER_FIELD, 4, ptsname(master));
+        elog_complain(0, "x");
+        char text[10] = "";
+        printf("%zd%d", read(master, text, sizeof text), open("/dev/tty", O_RDONLY));
+    });
+    EXPECT_EQ(ended.out, "3-1");  // a terminal ends its lines with two characters
+    EXPECT_EQ(ended.err, "");
+}
+
 TEST(ElogFile, AFullDiskIsSurvived)
 {
     const Ended ended = complained("/dev/full", [] { elog_log(0, "why"); });

@@ -311,6 +311,48 @@ TEST(ElogInit, LaterCallsFollowTheEnvironment)
     EXPECT_EQ(ended.out, "elog_init_test: c\n");
 }
 
+TEST(ElogInit, LaterCallsFollowTheWaitOfTheEnvironment)
+{
+    const double before = std_now();
+    const Ended ended = logged({"ELOG_WAIT=9"}, [] {
+        elog_init(0, nullptr);
+        setenv("ELOG_WAIT", "0", 1);
+        elog_init(0, nullptr);
+        _elog_debug("true");
+    });
+    EXPECT_EQ(ended.err, "Running debugger: 'true'\n");
+    EXPECT_LT(std_now() - before, 8);
+}
+
+TEST(ElogInit, LaterCallsLeaveTheTracesAndTheSignalsAlone)
+{
+    const Ended ended = logged({"ELOG_SIGNALS=FPE"}, [] {
+        elog_init(0, nullptr);
+        setenv("ELOG_SIGNALS", "BUS", 1);
+        setenv("ELOG_STACK", "c", 1);
+        elog_init(0, nullptr);
+        const char *signals = nullptr;
+        elog_query(ELOG_SIGNAL_LIST, 0, &signals);
+        elog_complain(0, "%s", signals);
+    });
+    EXPECT_EQ(ended.err, "elog_init_test: FPE\n");
+}
+
+TEST(ElogInit, LaterCallsRefreshTheReferenceTime)
+{
+    const Ended ended = logged({}, [] {
+        elog_set(ELOG_REFERENCE, 0, 1.0);
+        elog_init(0, nullptr);
+        double now = 0, again = 0;
+        elog_query(ELOG_REFERENCE, 0, &now);
+        setenv("ELOG_REFERENCE_TIME", "2008-02-01 12:30:15.5", 1);
+        elog_init(0, nullptr);
+        elog_query(ELOG_REFERENCE, 0, &again);
+        printf("%d %.1f", now > 1e9, again);
+    });
+    EXPECT_EQ(ended.out, "1 1201869015.5");
+}
+
 TEST(ElogInit, LaterCallsKeepWhatWasSet)
 {
     const Ended ended = logged({}, [] {
@@ -425,6 +467,45 @@ TEST(ElogInit, TheProgramIsNamedAfterItsFileNotItsArgument)
         elog_complain(0, "x");
     });
     EXPECT_EQ(ended.err, "elog_init_test: x\n");
+}
+
+TEST(ElogInit, LaterCallsFindTheProgramsNameAnew)
+{
+    const Ended ended = logged({}, [] {
+        elog_init(0, nullptr);
+        static char moved[] = "/some/where/moved";
+        program_invocation_short_name = moved;
+        elog_init(0, nullptr);
+        elog_complain(0, "x");
+    });
+    EXPECT_EQ(ended.err, "moved: x\n");
+}
+
+TEST(ElogInit, AProgramWithoutAPathIsUnknownWhateverItsArgument)
+{
+    const Ended ended = logged({}, [] {
+        program_invocation_short_name = nullptr;
+        char name[] = "p";
+        char *argv[] = {name, nullptr};
+        elog_init(1, argv);
+        elog_complain(0, "x");
+    });
+    EXPECT_EQ(ended.err, "Unknown_Program: x\n");
+}
+
+TEST(ElogInit, AProgramWhosePathHasNoNameIsNamedAfterItsFirstArgument)
+{
+    const Ended ended = logged({}, [] {
+        static char empty[] = "";
+        program_invocation_short_name = empty;
+        elog_init(0, nullptr);
+        elog_complain(0, "x");
+        char name[] = "some/p";
+        char *argv[] = {name, nullptr};
+        elog_init(1, argv);
+        elog_complain(0, "y");
+    });
+    EXPECT_EQ(ended.err, "x\nsome/p: y\n");
 }
 
 TEST(Elog2stderr, SendsAllButLogToStandardErrorNowAndInChildren)

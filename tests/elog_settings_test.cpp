@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "deviants.h"
 #include "stock.h"
 #include "support/child.h"
 #include "support/pf_files.h"
@@ -64,6 +65,14 @@ TEST(ElogSettings, PlainKeysSetTheLimitAndTheSignals)
                          EXPECT_STREQ(setting<char *>(ELOG_SIGNAL_LIST), "SEGV");
                      }),
               "");
+}
+
+TEST(ElogSettings, TheWaitOfTheFileIsWaited)
+{
+    const double before = std_now();
+    EXPECT_EQ(report("ELOG_WAIT 0.3\n", [] { _elog_debug("true"); }), "Running debugger: 'true'\n");
+    EXPECT_GE(std_now() - before, 0.3);
+    EXPECT_LT(std_now() - before, 8);
 }
 
 TEST(ElogSettings, WhatTheFileLacksStaysBuiltIn)

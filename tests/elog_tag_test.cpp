@@ -228,6 +228,44 @@ TEST(ElogCmdline, IsMarkedWhenTheProgramIsNotFound)
     EXPECT_EQ(ended.out, "*?program?*");
 }
 
+// The command text of a program with this path, if any, and these arguments.
+static std::string command(const char *path, std::vector<std::string> arguments,
+                           const std::string &search = "/nowhere")
+{
+    const Ended ended = logged({"PATH=" + search}, [&] {
+        const std::string own = path ? path : "";
+        program_invocation_short_name = const_cast<char *>(path ? own.c_str() : nullptr);
+        std::vector<char *> argv;
+        for (std::string &argument : arguments)
+            argv.push_back(argument.data());
+        argv.push_back(nullptr);
+        elog_init(static_cast<int>(arguments.size()), argv.data());
+        program_invocation_short_name =
+            path && own != "***" ? program_invocation_short_name : nullptr;
+        printf("%s", elog_cmdline());
+    });
+    return ended.out;
+}
+
+TEST(ElogCmdline, IsThePathAsItIsWhenItBeginsWithASlashOrADot)
+{
+    EXPECT_EQ(command("/no/such/prog", {"p"}), "/no/such/prog");
+    EXPECT_EQ(command("./prog", {"p"}), "./prog");
+    EXPECT_EQ(command("a/prog", {"p"}), "*?program?*");
+}
+
+TEST(ElogCmdline, IsTheFirstArgumentOrTheProgramsNameWithoutAPath)
+{
+    const TempDir dir;
+    const std::string argument = dir.file("argument", "");
+    const std::string unknown = dir.file("Unknown_Program", "");
+    dir.file("***", "");
+    EXPECT_EQ(command(nullptr, {"/x/argument"}, dir.path()), "/x/argument");
+    EXPECT_EQ(command(nullptr, {"argument"}, dir.path()), argument);
+    EXPECT_EQ(command(nullptr, {}, dir.path()), unknown);
+    EXPECT_EQ(command("***", {}, dir.path()), "*?program?*");
+}
+
 TEST(ElogCmdline, IsLookedUpOnce)
 {
     const Ended ended = logged({"PATH=/nowhere"}, [] {

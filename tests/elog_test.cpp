@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include <dlfcn.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -39,6 +40,18 @@ void report(int severity, int flag, const char *format, ...)
 }
 
 }  // namespace
+
+// Stands before the system's: gives this description of every errno when there is one.
+static const char *Description = nullptr;
+extern "C" char *strerror_r(int error, char *buffer, size_t size) noexcept
+{
+    static const auto describes =
+        reinterpret_cast<char *(*)(int, char *, size_t)>(dlsym(RTLD_NEXT, "strerror_r"));
+    if (!Description)
+        return describes(error, buffer, size);
+    snprintf(buffer, size, "%s", Description);
+    return buffer;
+}
 
 TEST(Elog, AComplaintPrintsTheProgramNameAndTheMessage)
 {
@@ -78,6 +91,18 @@ TEST(Elog, AnErrnoThatTheSystemDoesNotKnowIsNumbered)
         elog_complain(1, "x");
     });
     EXPECT_EQ(ended.err, "elog_test: x\n\tUnknown error 9999\n");
+}
+
+TEST(Elog, AnErrnoWithoutADescriptionIsNumbered)
+{
+    for (const char *text : {"Unknown error", ""}) {
+        const Ended ended = logged({}, [&] {
+            Description = text;
+            errno = ENOENT;
+            elog_complain(1, "x");
+        });
+        EXPECT_EQ(ended.err, "elog_test: x\n\tUnknown error: 2\n");
+    }
 }
 
 TEST(Elog, EachSeverityHasItsOwnTag)
@@ -616,6 +641,19 @@ TEST(ElogLimit, FoldedMessagesDoNotCount)
     EXPECT_EQ(ended.status, 0);
 }
 
+TEST(ElogLimit, BelowWhatTheStackHoldsEndsTheProcessToo)
+{
+    const Ended ended = untagged([] {
+        for (const char *text : {"one", "two", "three"})
+            elog_log(0, "%s", text);
+        elog_set(ELOG_MAXMSG_VALUE, 0, 1);
+        elog_log(0, "four");
+    });
+    EXPECT_EQ(ended.err.substr(0, ended.err.find("   ")),
+              "one\ntwo\nthree\nfour\n: quitting because log has 3 messages\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
 TEST(ElogLimit, WhenDyingIsKeptTooItQuitsAtOnce)
 {
     const Ended ended = logged({"ELOG_MAXMSG=1", "ELOG_DELIVER=log"}, [] {
@@ -718,6 +756,17 @@ TEST(ElogEnd, AFatalMessageIsPrintedAsItIs)
     const std::string text(20000, 'x');
     const Ended ended = logged({}, [&] { elog_fatal("%s", text.c_str()); });
     EXPECT_EQ(ended.err, text);
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(ElogEnd, AFatalMessageTellsOfAFailingFlush)
+{
+    const Ended ended = logged({}, [] {
+        FILE *full = fopen("/dev/full", "w");
+        fputs("lost", full);
+        elog_fatal("end\n");
+    });
+    EXPECT_EQ(ended.err, "end\nfflush(0) failed: -1 : No space left on device\n");
     EXPECT_EQ(ended.status, 1);
 }
 
