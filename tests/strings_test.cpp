@@ -93,6 +93,15 @@ TEST(Split, GivesTheNonEmptyFields)
     EXPECT_THAT(split_copy("a b\tc", ' '), ElementsAre("a", "b\tc"));
 }
 
+TEST(Split, GivesAListThatGrowsByFiveFields)
+{
+    char text[] = "a b";
+    const TblPtr fields(split(text, ' '));
+    EXPECT_EQ(fields->nalloc, 5);
+    char other[] = "a b";
+    EXPECT_EQ(TblPtr(splitws(other))->nalloc, 5);
+}
+
 TEST(Split, FindsNoFieldInSeparatorsAlone)
 {
     EXPECT_THAT(split_copy("", ':'), IsEmpty());

@@ -286,6 +286,11 @@ TEST(Tbl, GrowsByWhatIsNeededWhenThatIsMore)
     settbl(tbl.get(), 400, kA);  // 301 beyond the capacity
     EXPECT_EQ(tbl->nalloc, 401);
     EXPECT_EQ(tbl->right_grow, 602);
+    const TblPtr partly_used(newtbl(10));
+    pushtbl(partly_used.get(), kA);
+    settbl(partly_used.get(), 100, kA);  // 91 beyond the capacity, 100 beyond the count
+    EXPECT_EQ(partly_used->nalloc, 101);
+    EXPECT_EQ(partly_used->right_grow, 182);
 }
 
 TEST(Tbl, GrowsBy10Then20AtTheFront)
