@@ -12,7 +12,6 @@
 #include <string_view>
 
 #include "internal/alloc.h"
-#include "internal/pflex.h"
 #include "internal/pfnode.h"
 #include "internal/rbnode.h"
 #include "stock/elog.h"
@@ -222,7 +221,6 @@ int find_node(Pf *pf, const char *address, bool create, Pf **node)
         *node = static_cast<Pf *>(gettbl(pf->value.tbl, reinterpret_cast<intptr_t>(address)));
         return *node ? (*node)->type : kMisfit;
     }
-    const Busy busy;
     Walk walk(pf, create);
     walk.take(address ? address : "");
     if (walk.error())
