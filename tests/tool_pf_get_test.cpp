@@ -173,6 +173,19 @@ TEST_F(ToolPfGet, SaysOfAMissingValueWhatTheLibrarySays)
     EXPECT_EQ(wrong.status, 1);
 }
 
+TEST_F(ToolPfGet, RefusesWhatIsNoAddress)
+{
+    a("t &Arr{\n k 1\n}\n");
+    for (const char *address : {"t{k", "tk}", "t[", "t{k}x"}) {
+        const Ended ended = pf({"get", "x", address});
+        EXPECT_EQ(ended.out, "");
+        EXPECT_EQ(ended.err, "stock: stock pf get: '" + std::string(address) +
+                                 "' is no address\n  try 'stock pf get --help'\n");
+        EXPECT_EQ(ended.status, 2);
+    }
+    EXPECT_EQ(pf({"get", "x", ""}).out, "t\t&Arr{\n    k\t1\n}\n");
+}
+
 TEST_F(ToolPfGet, AMissingTextListOrTableHasStatus1)
 {
     a("k 1\n");

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 
+#include "pf_source.h"
 #include "pf_tool.h"
 
 // ---- files ----
@@ -247,13 +248,17 @@ int pf_get(int argc, char **argv)
     }
     if (argc - first != 2)
         return wrong_usage("stock pf get", "a name and an address, please");
+    // The library would print the marks that make no address.
+    const char *address = argv[first + 1];
+    if (*address && !parse_address(address))
+        return wrong_usage("stock pf get", "'%s' is no address", address);
 
     PfPtr tree;
     const bool whole = read_name(argv[first], tree);
     if (!tree)
         return kFailed;
     elog_set(ELOG_CALLBACK_FN, 0, watch_complaints);
-    const int status = print(tree.get(), argv[first + 1]);
+    const int status = print(tree.get(), address);
     elog_set(ELOG_CALLBACK_FN, 0, static_cast<Elog_callback>(nullptr));
     return whole && !Complained ? status : kFailed;
 }
