@@ -32,6 +32,10 @@
 #ifndef STOCK_HPP
 #define STOCK_HPP
 
+#if __cplusplus <= 201703L
+#error "stock.hpp is for C++20 and later: compile with -std=c++20"
+#endif
+
 #include "stock.h"
 #include "stock/arr.hpp"
 #include "stock/convert.hpp"
