@@ -125,6 +125,18 @@ TEST_F(Usermethod, WithoutUserLibraryItIsCalledUser)
     EXPECT_EQ(call("version"), 2);
 }
 
+TEST_F(Usermethod, TheNameOfTheLibraryIsTakenOnce)
+{
+    install(USER_LIBRARY_ONE);
+    EXPECT_EQ(call("version"), 1);
+    setenv("USER_LIBRARY", USER_LIBRARY_TWO, 1);
+    clock_seconds += 11;
+    EXPECT_EQ(call("version"), 1);
+    usermethod_init();
+    clock_seconds += 11;
+    EXPECT_EQ(call("version"), 2);
+}
+
 TEST_F(Usermethod, ANullOrEmptyNameGivesNothing)
 {
     install(USER_LIBRARY_ONE);
