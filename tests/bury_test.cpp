@@ -408,6 +408,19 @@ TEST_F(Bury, WhatIsNotRegularCannotBeOpened)
     EXPECT_EQ(program([] {}), "-1\n");
 }
 
+TEST_F(Bury, WhatIsNotRegularIsNotReplaced)
+{
+    ASSERT_EQ(mkfifo(state.c_str(), 0600), 0);
+    const Ended ended = untagged([&] {
+        std::printf("%d", open());
+        std::printf(" %d", bury());
+    });
+    EXPECT_EQ(ended.out, "-1 -1");
+    EXPECT_EQ(ended.err,
+              "failed to rename state file " + state + "+ to " + state + "\n\tFile exists\n");
+    EXPECT_TRUE(fs::is_fifo(state));
+}
+
 TEST_F(Bury, ARestoredStringStaysWhenTheFileChanges)
 {
     dir.file("state", "name first\n");

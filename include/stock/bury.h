@@ -86,7 +86,8 @@ typedef struct Grave {
  *     1       the state file was read
  *     2       it is no parameter text: the reasons are logged, nothing is restored
  *     0       there was none, an empty one was made
- *     -1      it could not be opened or made; bury will try to write it all the same
+ *     -1      it could not be opened or made, or is no regular file; bury will try to
+ *             write it all the same, but replaces no device, pipe or directory
  *     -2      the process has a state file already
  *
  * A file that another process uses ends this one, with "*fatal* Can't lock state file

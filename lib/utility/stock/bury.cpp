@@ -301,6 +301,18 @@ bool write_whole(FILE *stream, const char *alternate, std::string_view text)
     return true;
 }
 
+// Gives the file that was written the name of the state file, unless that names a
+// device: who names /dev/null wants no state, and would lose it for all programs.
+bool take_over(const char *alternate, const char *name)
+{
+    struct stat named;
+    if (::lstat(name, &named) == 0 && !S_ISREG(named.st_mode) && !S_ISLNK(named.st_mode)) {
+        errno = EEXIST;
+        return false;
+    }
+    return ::rename(alternate, name) == 0;
+}
+
 int replace_state(Grave *g, std::string_view text)
 {
     Stream stream = open_alternate(g);
@@ -310,7 +322,7 @@ int replace_state(Grave *g, std::string_view text)
     }
     if (!write_whole(stream.get(), g->alternate, text))
         return -1;
-    if (::rename(g->alternate, g->name) != 0) {
+    if (!take_over(g->alternate, g->name)) {
         elog_complain(1, "failed to rename state file %s to %s", g->alternate, g->name);
         return -1;
     }
