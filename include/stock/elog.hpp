@@ -269,7 +269,7 @@ void send_text(int flag, std::string_view text)
 }  // namespace detail
 
 /*
- * The severities, each the function of elog.h with elog_ in front of its name, in four
+ * The severities, each the function of elog.h with elog_ in front of its name, in these
  * forms:
  *
  *     complain(text)                          the text as it stands, "%" and all
