@@ -236,8 +236,8 @@ BENCHMARK_CAPTURE(array_walk, plain, array_walk_plain)
     ->Arg(20'000);
 RACE(params_get);
 PLAIN(params_get);
-BENCHMARK_CAPTURE(params_get, stock / default, params_default_stock);
-BENCHMARK_CAPTURE(params_get, plain / default, params_default_plain);
+BENCHMARK_CAPTURE(params_get, stock, params_default_stock)->Name("params_get_default/stock");
+BENCHMARK_CAPTURE(params_get, plain, params_default_plain)->Name("params_get_default/plain");
 RACE(convert)->Arg(10)->Arg(1000)->Arg(100'000);
 PLAIN(convert)->Arg(10)->Arg(1000)->Arg(100'000);
 RACE(message);

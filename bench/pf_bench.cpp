@@ -383,30 +383,30 @@ void memory(benchmark::State &state)
         static_cast<double>(bytes) / static_cast<double>(state.range(0) * kValues);
 }
 
-#define RACE(READER, SIZES)                                                                        \
-    BENCHMARK_TEMPLATE(parse, READER)->SIZES->Unit(benchmark::kMicrosecond);                       \
-    BENCHMARK_TEMPLATE(write, READER)->SIZES->Unit(benchmark::kMicrosecond);                       \
-    BENCHMARK_TEMPLATE(memory, READER)->SIZES->Unit(benchmark::kMicrosecond)->Iterations(1);       \
-    BENCHMARK_TEMPLATE(get_string, READER)->Arg(kSmall);                                           \
-    BENCHMARK_TEMPLATE(get_int, READER)->Arg(kSmall);                                              \
-    BENCHMARK_TEMPLATE(get_double, READER)->Arg(kSmall);                                           \
-    BENCHMARK_TEMPLATE(get_boolean, READER)->Arg(kSmall)
+#define RACE(READER, NAME, SIZES)                                                                  \
+    BENCHMARK_TEMPLATE(parse, READER)->Name("parse/" NAME)->SIZES->Unit(benchmark::kMicrosecond);  \
+    BENCHMARK_TEMPLATE(write, READER)->Name("write/" NAME)->SIZES->Unit(benchmark::kMicrosecond);  \
+    BENCHMARK_TEMPLATE(memory, READER)->Name("memory/" NAME)->SIZES->Iterations(1);                \
+    BENCHMARK_TEMPLATE(get_string, READER)->Name("get_string/" NAME)->Arg(kSmall);                 \
+    BENCHMARK_TEMPLATE(get_int, READER)->Name("get_int/" NAME)->Arg(kSmall);                       \
+    BENCHMARK_TEMPLATE(get_double, READER)->Name("get_double/" NAME)->Arg(kSmall);                 \
+    BENCHMARK_TEMPLATE(get_boolean, READER)->Name("get_boolean/" NAME)->Arg(kSmall)
 
-RACE(Stock, Arg(kSmall)->Arg(kLarge));
+RACE(Stock, "stock", Arg(kSmall)->Arg(kLarge));
 #if STOCK_HAVE_GLIB
-RACE(KeyFile, Arg(kSmall)->Arg(kLarge));
+RACE(KeyFile, "GKeyFile", Arg(kSmall)->Arg(kLarge));
 #endif
 #if STOCK_HAVE_LIBCONFIG
-RACE(Libconfig, Arg(kSmall));  // it looks through all tables for each that it adds
+RACE(Libconfig, "libconfig", Arg(kSmall));  // it looks through all tables for each that it adds
 #endif
 #if STOCK_HAVE_TOMLPLUSPLUS
-RACE(Toml, Arg(kSmall)->Arg(kLarge));
+RACE(Toml, "toml++", Arg(kSmall)->Arg(kLarge));
 #endif
 #if STOCK_HAVE_YAML_CPP
-RACE(Yaml, Arg(kSmall)->Arg(kLarge));
+RACE(Yaml, "yaml-cpp", Arg(kSmall)->Arg(kLarge));
 #endif
 #if STOCK_HAVE_RAPIDJSON
-RACE(Json, Arg(kSmall)->Arg(kLarge));
+RACE(Json, "RapidJSON", Arg(kSmall)->Arg(kLarge));
 #endif
 
 // ---- Files ----
@@ -461,7 +461,7 @@ void load_four_directories(benchmark::State &state)
     }
     count_values(state, 4 * Directories::kTables);
 }
-BENCHMARK(load_four_directories)->Unit(benchmark::kMicrosecond);
+BENCHMARK(load_four_directories)->Name("load_four_files/stock")->Unit(benchmark::kMicrosecond);
 
 #if STOCK_HAVE_GLIB
 // The key file takes the first file that it finds and merges nothing, so that here the
@@ -490,7 +490,7 @@ void load_four_key_files(benchmark::State &state)
     }
     count_values(state, 4 * Directories::kTables);
 }
-BENCHMARK(load_four_key_files)->Unit(benchmark::kMicrosecond);
+BENCHMARK(load_four_key_files)->Name("load_four_files/GKeyFile")->Unit(benchmark::kMicrosecond);
 #endif
 
 void pfupdate_of_nothing_new(benchmark::State &state)
@@ -503,7 +503,9 @@ void pfupdate_of_nothing_new(benchmark::State &state)
         benchmark::DoNotOptimize(pfupdate("race", &pf));
     pffree(pf);
 }
-BENCHMARK(pfupdate_of_nothing_new)->Unit(benchmark::kMicrosecond);
+BENCHMARK(pfupdate_of_nothing_new)
+    ->Name("pfupdate_of_nothing_new/stock")
+    ->Unit(benchmark::kMicrosecond);
 
 void parse_descriptor(benchmark::State &state)
 {
@@ -521,7 +523,11 @@ void parse_descriptor(benchmark::State &state)
     count_values(state, state.range(0));
     fclose(file);
 }
-BENCHMARK(parse_descriptor)->Arg(kSmall)->Arg(kLarge)->Unit(benchmark::kMicrosecond);
+BENCHMARK(parse_descriptor)
+    ->Name("parse_descriptor/stock")
+    ->Arg(kSmall)
+    ->Arg(kLarge)
+    ->Unit(benchmark::kMicrosecond);
 
 // ---- One value of many megabytes: as plain text, escaped, and as a literal ----
 
@@ -541,13 +547,21 @@ void parse_long_value(benchmark::State &state, const char *before, const char *u
     }
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(text.size()));
 }
-BENCHMARK_CAPTURE(parse_long_value, plain, "k ", "some plain text ", "\n")->Arg(1)->Arg(16);
-BENCHMARK_CAPTURE(parse_long_value, escaped, "k ", "\\#", "\n")->Arg(1)->Arg(16);
+BENCHMARK_CAPTURE(parse_long_value, plain, "k ", "some plain text ", "\n")
+    ->Name("parse_long_plain/stock")
+    ->Arg(1)
+    ->Arg(16);
+BENCHMARK_CAPTURE(parse_long_value, escaped, "k ", "\\#", "\n")
+    ->Name("parse_long_escaped/stock")
+    ->Arg(1)
+    ->Arg(16);
 BENCHMARK_CAPTURE(parse_long_value, literal, "k &Literal{\n", "some { literal } text\n", "}\n")
+    ->Name("parse_long_literal/stock")
     ->Arg(1)
     ->Arg(16);
 BENCHMARK_CAPTURE(parse_long_value, here_document, "k &Literal\"E\n", "some \"literal\" text\n",
                   "\"E\n")
+    ->Name("parse_long_here_document/stock")
     ->Arg(1)
     ->Arg(16);
 
@@ -587,11 +601,13 @@ void linear(benchmark::State &state, bool keep_pages)
     state.counters["best_ns_per_value"] = best * 1e9 / values;
 }
 BENCHMARK_CAPTURE(linear, pages_as_they_come, false)
+    ->Name("linear_parse/stock")
     ->Arg(kSmall)
     ->Arg(kLarge)
     ->UseManualTime()
     ->Unit(benchmark::kMicrosecond);
 BENCHMARK_CAPTURE(linear, pages_kept, true)
+    ->Name("linear_parse_pages_kept/stock")
     ->Arg(kSmall)
     ->Arg(kLarge)
     ->UseManualTime()
