@@ -3,6 +3,7 @@
 
 #include "stock/elog_fault.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -10,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include <dlfcn.h>
 #include <execinfo.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -20,6 +22,27 @@
 #include "stock.h"
 #include "support/logging.h"
 #include "support/temp_dir.h"
+
+// What the table of signals gives.
+static enum { Everything, No_description, No_record } Signals = Everything;
+
+// These stand before the library's own.
+extern "C" Signal *signal_bysig(int sig)
+{
+    static const auto real = reinterpret_cast<Signal *(*)(int)>(dlsym(RTLD_NEXT, "signal_bysig"));
+    static char name[] = "NONE";
+    static Signal nameless = {0, name, nullptr};
+    if (Signals == No_description)
+        return &nameless;
+    return Signals == No_record ? nullptr : real(sig);
+}
+
+extern "C" Signal *signal_byname(const char *name)
+{
+    static const auto real =
+        reinterpret_cast<Signal *(*)(const char *)>(dlsym(RTLD_NEXT, "signal_byname"));
+    return Signals == No_record ? nullptr : real(name);
+}
 
 namespace {
 
@@ -129,6 +152,32 @@ TEST(SetupFaultHandlers, ANullListOnlyEmptiesTheListThatIsRemembered)
     });
 }
 
+TEST(SetupFaultHandlers, TellsWhatTheTableOfSignalsDoesNotHave)
+{
+    const Ended ended = checked({}, [] {
+        elog_init(0, nullptr);
+        Signals = No_record;
+        setup_fault_handlers(catch_it, "USR1:SIGUSR2");
+    });
+    EXPECT_EQ(ended.err, "Unrecognized signal name 'USR1'\nUnrecognized signal name 'USR2'\n");
+}
+
+TEST(ElogFault, ASignalWithoutADescriptionIsNumbered)
+{
+    for (const auto missing : {No_record, No_description}) {
+        const Ended ended = checked({"ELOG_SIGNALS="}, [&] {
+            elog_init(0, nullptr);
+            Signals = missing;
+            _elog_fault(SIGUSR1, nullptr, nullptr);
+        });
+        const std::string said =
+            "signal #" + std::to_string(SIGUSR1) + " received: signal_bysig failed\n";
+        EXPECT_THAT(ended.err, EndsWith("about signal\n\nelog_fault_test: " + said +
+                                        "\nelog_fault_test *fault*: " + said));
+        EXPECT_EQ(ended.signal, SIGABRT);
+    }
+}
+
 TEST(SetupFaultHandlers, TakesSignalsBeyondThoseThatAreRemembered)
 {
     const Ended ended = checked({}, [] {
@@ -236,6 +285,14 @@ TEST(ElogStack, AMessageOrATagWithThePrefixIsFollowedByATrace)
     EXPECT_EQ(inside.err, "elog_fault_test: oh *stack*\n");
 }
 
+TEST(ElogStack, ALeadingNewlineHidesThePrefixOfATextButNotThatOfATag)
+{
+    const Ended text = checked({}, [] { elog_complain(0, "\n*stack* oh"); });
+    EXPECT_EQ(text.err, "\nelog_fault_test: *stack* oh\n");
+    const Ended tag = checked({"ELOG_TAG=*stack*"}, [] { elog_complain(0, "\noh"); });
+    EXPECT_THAT(tag.err, StartsWith("\n*stack*: oh\n\n\nStack\n"));
+}
+
 TEST(ElogStack, IsDecidedBeforeTheMessageIsDelivered)
 {
     const Ended ended = checked({"SWITCHED_ON=c"}, [] {
@@ -312,6 +369,21 @@ TEST(ShowStackTraceString, BeginsWithTheCallerAndIsLaidOutAsTheSystemDoes)
     }
     EXPECT_TRUE(compared);
     std::free(all);
+}
+
+[[gnu::noinline]] long lines_this_deep(int depth)
+{
+    volatile int deeper = depth - 1;
+    if (deeper > 0)
+        return lines_this_deep(deeper) + deeper - deeper;
+    const std::string text = trace(1 << 20);
+    return std::count(text.begin(), text.end(), '\n') - 3;
+}
+
+TEST(ShowStackTraceString, HasNoMoreLinesThan128AddressesGive)
+{
+    EXPECT_LE(lines_this_deep(400), 128);
+    EXPECT_GE(lines_this_deep(400), 120);  // the tracer's own are left out
 }
 
 TEST(ShowStackTraceString, CutsTheHeading)
@@ -474,6 +546,31 @@ TEST(ElogDebug, TheSecondTimeTheProcessStops)
     });
     EXPECT_EQ(ended.out, "1 5");
     EXPECT_EQ(ended.err, "Running debugger: 'true'\n");
+}
+
+TEST(ElogDebug, AStoppedProcessWaitsWhenItGoesOn)
+{
+    checked({"ELOG_WAIT=0.4"}, [] {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            _elog_debug("true");
+            _elog_debug("true");
+            _exit(5);
+        }
+        int status = 0;
+        waitpid(pid, &status, WUNTRACED);
+        const double before = std_now();
+        kill(pid, SIGCONT);
+        waitpid(pid, &status, 0);
+        EXPECT_GE(std_now() - before, 0.3);
+    });
+}
+
+TEST(ElogDebug, ALongCommandIsCutAt1024Characters)
+{
+    const Ended ended =
+        checked({"ELOG_WAIT=0"}, [] { _elog_debug((": " + std::string(2000, 'x')).c_str()); });
+    EXPECT_EQ(ended.err, "Running debugger: ': " + std::string(923, 'x') + " *...'\n");
 }
 
 TEST(ElogDebug, FollowsAMessageWhoseSeverityHasACommand)

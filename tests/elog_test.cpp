@@ -1309,6 +1309,15 @@ TEST(Elogs, GivesTagMessageAndErrno)
     EXPECT_EQ(ended.err, "");
 }
 
+TEST(Elogs, WithoutTheFlagErrnoIsNotTold)
+{
+    const Ended ended = logged({}, [] {
+        errno = ENOENT;
+        printf("%s", Text(elogstr(4, 0, "x")).get());
+    });
+    EXPECT_EQ(ended.out, "elog_test: x\n");
+}
+
 TEST(Elogs, FormsTheTextAsReportingDoes)
 {
     const std::string large(20000, 'x');

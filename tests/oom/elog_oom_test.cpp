@@ -137,6 +137,21 @@ TEST(ElogOutOfMemory, InTheFirstInitialisationTheMessageIsPrintedAllTheSame)
     EXPECT_EQ(ended.status, 1);
 }
 
+TEST(ElogOutOfMemory, TheBufferForFilesIsKept)
+{
+    const auto print = [] { elog_printfd(1, 0); };
+    const auto print_once = [&] {
+        log_500();
+        print();
+    };
+    const Ended kept = starved({}, print_once, [&] {
+        print();
+        _exit(7);
+    });
+    EXPECT_EQ(kept.status, 7);
+    EXPECT_EQ(kept.out, "oom_test: " + kText500 + "\noom_test: " + kText500 + "\n");
+}
+
 TEST(ElogOutOfMemory, ComplaintsNeedNoMemory)
 {
     const Ended ended = starved({}, log_x, [] {
