@@ -379,6 +379,7 @@ TEST(Timecon, ReadsHoursMinutesAndSecondsBetweenAnySeparators)
         {"1 2 3x9", 3723},
         {"x", 0},
         {"1:30.5", 5405},
+        {"1.5", 3900},
         {"0:0:1.25e9", 1.25},
         {"9999999999999999999", 3600 * 9999999999999999999.0},
     };
@@ -545,6 +546,9 @@ TEST(NiceTimes, DaysAreAlignedToTheDayBefore1January)
     get_nice_times(43200, 43200 + 50 * 86400.0, 10, &start, &increment);
     EXPECT_EQ(increment, 5 * 86400);
     EXPECT_EQ(start, 4 * 86400);
+    // Day 42 at noon: the next one is day 45.
+    get_nice_times(41.5 * 86400, 91.5 * 86400, 10, &start, &increment);
+    EXPECT_EQ(start, 44 * 86400);
 }
 
 TEST(NiceTimes, TakeTheDistanceEitherWay)

@@ -1,6 +1,7 @@
 // What happens when the environment cannot be changed.
 
 #include <cerrno>
+#include <cstdlib>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -22,4 +23,16 @@ TEST(SwitchTZ, EndsTheProcessWhenTheEnvironmentCannotBeChanged)
     EXPECT_THAT(ended.err,
                 testing::ContainsRegex(
                     "[*]stack[*]Unexpected failure: switchTZ in file str2epoch, line [0-9]+\n"));
+}
+
+// Not as a zone of that name, which the environment would have to be changed for.
+TEST(SwitchTZ, TheSystemsOwnZoneIsTheOneWithoutAnEntry)
+{
+    const Ended ended = in_child([] {
+        unsetenv("TZ");
+        double when = 0;
+        exit(is_epoch_string("2008-02-01 12:30 LOCAL", &when) == 1 ? 0 : 2);
+    });
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 0);
 }
