@@ -80,7 +80,9 @@ typedef struct Pf {
 
 /*
  * Makes a node with an empty value: an empty table for PFFILE and PFARR, an
- * empty list for PFTBL, an empty function for PFFUNCTION, else none.
+ * empty list for PFTBL, an empty function for PFFUNCTION, else none. All nodes come
+ * from here, from pfdup or from a reader: one that is put together by hand, or
+ * copied as a record, cannot be freed.
  *
  * The caller owns it until it is put into a tree; release it with pffree.
  */

@@ -143,7 +143,8 @@ void overflowing()
 void inside_malloc()
 {
     Crash_in_malloc = true;
-    free(malloc(10));
+    void *volatile block = malloc(10);  // volatile: a compiler may leave out what is only freed
+    free(block);
 }
 
 // Overwrites what the heap knows of its free memory.
