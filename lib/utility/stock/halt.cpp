@@ -70,7 +70,8 @@ void halt_signal_handler(int sig)
 
 void halt_alarm_handler()
 {
-    Pf *pf = pfnew(PFFILE);
+    static Pf *pf;  // the mortician may have kept it, and it is there to the end
+    pf = pfnew(PFFILE);
     if (Halt_Mortician)
         Halt_Mortician(pf);
     elog_die(1, "quitting from resurrection alarm\n");
