@@ -26,8 +26,8 @@ STOCK_BEGIN_DECLS
 /*
  * Lets a signal set *flag to 1 and end the process so many seconds later; with less
  * than one second nothing is ended. The mortician, when there is one, is called
- * before that with a new, empty tree. The flag, which may be null, is not changed
- * here. A later call replaces all three values.
+ * before that with a new, empty tree, freed afterwards. The flag, which may be null,
+ * is not changed here. A later call replaces all three values.
  *
  * Returns 0; ends the process as setup_signal_handlers does.
  */

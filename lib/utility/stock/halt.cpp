@@ -70,10 +70,13 @@ void halt_signal_handler(int sig)
 
 void halt_alarm_handler()
 {
-    static Pf *pf;  // the mortician may have kept it, and it is there to the end
-    pf = pfnew(PFFILE);
+    Pf *pf = pfnew(PFFILE);
     if (Halt_Mortician)
         Halt_Mortician(pf);
+    {
+        const stock::KeepErrno keep;
+        pffree(pf);
+    }
     elog_die(1, "quitting from resurrection alarm\n");
 }
 
