@@ -12,6 +12,7 @@
 
 #include "deviants.h"
 #include "internal/alloc.h"
+#include "internal/zone.h"
 #include "stock/datasearch.h"
 #include "stock/path.h"
 #include "stock/restat.h"
@@ -60,6 +61,8 @@ void record_in_environment()
     const size_t size = strlen(Taluvine) + strlen(Taluvine_path) + 1;
     Setenv = static_cast<char *>(stock::allocate(size, "Setenv", "puttaluvine"));
     strcpy(stpcpy(Setenv, Taluvine), Taluvine_path);
+    // A switch of the time zone changes the environment as well.
+    const std::lock_guard lock(stock::zone_lock());
     putenv(Setenv);
 }
 

@@ -25,7 +25,7 @@ void prepare_thread_slowly();
 extern std::atomic<bool> Faults_caught;
 inline void prepare_thread()
 {
-    if (!This_thread.prepared && Faults_caught.load(std::memory_order_relaxed)) [[unlikely]]
+    if (!This_thread.prepared && Faults_caught.load(std::memory_order_acquire)) [[unlikely]]
         prepare_thread_slowly();
 }
 

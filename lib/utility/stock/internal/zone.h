@@ -7,8 +7,8 @@
 
 namespace stock {
 
-// Held from switchTZ to restoreTZ by everybody inside the library; a thread may
-// take it again. Nothing is logged with it held.
+// Held from switchTZ to restoreTZ by everybody inside the library, and by who changes
+// the environment otherwise; a thread may take it again. Nothing is logged with it held.
 std::recursive_mutex &zone_lock();
 
 // Whether a zone's name stays inside the directory of the zones: no component is
