@@ -137,6 +137,25 @@ TEST(PfgetTyped, BadTextIsComplainedAboutAndConvertedAllTheSame)
               "T: Bad integer value '' for e\n");
 }
 
+// The index used to be read as the address of a text.
+TEST(PfgetTyped, BadTextInAListIsComplainedAboutWithItsIndex)
+{
+    const PfPtr pf = parse("t &Tbl{\n x\n 12abc\n}\n");
+    Pf *list = nullptr;
+    pfresolve(pf.get(), "t", 0, &list);
+    EXPECT_EQ(says(0,
+                   [&] {
+                       EXPECT_EQ(pfget_int(list, pfindex(1)), 12);
+                       EXPECT_EQ(pfget_double(list, pfindex(1)), 12);
+                       EXPECT_EQ(pfget_boolean(list, pfindex(0)), 0);
+                       pfget_time(list, pfindex(0));
+                   }),
+              "T: Bad integer value '12abc' for #1\n"
+              "T: Bad floating point value '12abc' for #1\n"
+              "T: Bad boolean value 'x' for #0\n"
+              "T: Bad time value 'x' for #0\n");
+}
+
 TEST(PfgetTyped, WhiteSpaceMayFollowANumber)
 {
     const PfPtr pf = parse("i &Literal{\n 12 \t\n}\nd &Literal{\n1.5 \n}\n");
@@ -334,6 +353,65 @@ TEST(Sz2dbl, ReadsFactorsInTheirCaseOnly)
     EXPECT_EQ(sz2dbl(""), 0);
     EXPECT_EQ(sz2dbl(nullptr), 0);
     EXPECT_EQ(sz2dbl("k"), 0);
+}
+
+TEST(PfEval, KeepsANodeOfAnotherTypeWhenTheDieFunctionStoresNone)
+{
+    const PfPtr pf = parse("t &Tbl{\n &Arr{\n }\n}\n");
+    Pf *list = nullptr;
+    _pfeval(pf.get(), "t", &list, PFTBL);
+    ASSERT_NE(list, nullptr);
+    Pf *node = nullptr;
+    _pfeval(list, pfindex(0), &node, PFSTRING);
+    EXPECT_EQ(tree_text(node), "{}");
+    stand_in = nullptr;
+    pfconfig("die", reinterpret_cast<void *>(note_and_return));
+    _pfeval(pf.get(), "t", &node, PFSTRING);
+    EXPECT_EQ(node, list);
+    _pfeval(pf.get(), "none", &node, PFSTRING);
+    EXPECT_EQ(node, nullptr);
+    stand_in = pf.get();
+    _pfeval(pf.get(), "none", &node, PFSTRING);
+    EXPECT_EQ(node, pf.get());
+    pfconfig("die", nullptr);
+}
+
+TEST(PfEval, OfATableWithoutAnAddressIsTheTable)
+{
+    const PfPtr pf = parse("a &Arr{\n \"\" empty\n b 1\n}\n");
+    Pf *table = nullptr;
+    _pfeval(pf.get(), "a", &table, PFARR);
+    for (const char *address : {"", static_cast<const char *>(nullptr)}) {
+        Pf *node = nullptr;
+        _pfeval(table, address, &node, PFARR);
+        EXPECT_EQ(node, table);
+        _pfeval(pf.get(), address, &node, PFFILE);
+        EXPECT_EQ(node, pf.get());
+    }
+}
+
+TEST(Pfget, GettersDoWithoutATree)
+{
+    EXPECT_EQ(says(0,
+                   [] {
+                       void *value = nullptr;
+                       char *text = nullptr;
+                       Pf *node = nullptr;
+                       EXPECT_EQ(pfget(nullptr, "a", &value), PFINVALID);
+                       EXPECT_EQ(pfeval(nullptr, "a", &text), -1);
+                       _pfeval(nullptr, "a", &node, PFSTRING);
+                       EXPECT_EQ(node, nullptr);
+                       EXPECT_EQ(pfget_string(nullptr, "a"), nullptr);
+                       EXPECT_EQ(pfget_int(nullptr, "a"), 0);
+                       EXPECT_EQ(pfget_double(nullptr, "a"), 0);
+                       EXPECT_EQ(pfget_time(nullptr, "a"), 0);
+                       EXPECT_EQ(pfget_size(nullptr, "a"), 0);
+                       EXPECT_EQ(pfget_boolean(nullptr, "a"), 0);
+                       EXPECT_EQ(pfget_tbl(nullptr, "a"), nullptr);
+                       EXPECT_EQ(pfget_arr(nullptr, "a"), nullptr);
+                       _pfdie(nullptr, "a", PFSTRING, PFINVALID, nullptr);
+                   }),
+              "");
 }
 
 TEST(Pfget, GettersDoWithoutAPlaceForTheResult)

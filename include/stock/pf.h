@@ -328,7 +328,8 @@ STOCK_API int pfrequire(const char *name, const char *date);
  *     &datafile(name)       the contents of a file of the data path,
  *     &datafilename(name)   and its path
  *     &env(name)            an environment variable, or nothing
- *     &ref(name, address)   a value of another parameter file, as it is now
+ *     &ref(name, address)   a value of another parameter file, as it is now: a pfdup
+ *                           of it, whose texts refer to nothing there any more
  *     &ask(prompt)          what the user answers
  *     &undef()              no value at all
  *     &anything(else)       what "pfuser" of the user library makes of it
@@ -372,7 +373,8 @@ STOCK_API int pfeval(Pf *pf, const char *address, char **value);
 /*
  * Stores the node at an address, its function evaluated, in *node; null when there
  * is none. With an expected type other than PFANY the die function hears of a node
- * of another type and may store one in its place.
+ * of another type and may store one in its place; when it returns and stores none,
+ * the node stays.
  */
 STOCK_API void _pfeval(Pf *pf, const char *address, Pf **node, int expected);
 
@@ -382,7 +384,8 @@ STOCK_API char *pfget_string(Pf *pf, const char *address);
 /*
  * A number at an address: fix_strtod reads the double, strtol in base 0 the int.
  * What is no number is complained about, "Bad floating point value '%s' for %s" or
- * "Bad integer value '%s' for %s", and what could be read of it is returned.
+ * "Bad integer value '%s' for %s", and what could be read of it is returned. For an
+ * element of a list, asked for by its index, these messages end with "#%ld".
  */
 STOCK_API double pfget_double(Pf *pf, const char *address);
 STOCK_API long pfget_int(Pf *pf, const char *address);
@@ -531,7 +534,8 @@ STOCK_API void pfput_arr(Pf *pf, const char *key, const Arr *values);
 
 /*
  * Makes the value at an address the text, a copy of it; steps that are missing are
- * made. A value that stands there, of any type, is freed.
+ * made. A value that stands there, of any type, is freed; the text may be its own. In
+ * a list an index (pfindex) takes the place of the address: an element must be there.
  *
  * Returns 0, or -1 when the address does not fit the tree or names the tree itself.
  */
@@ -582,8 +586,7 @@ STOCK_API int pfwrite(const char *path, const Pf *pf);
  *
  * Returns 0, or -1 when the stream, pf or its value is null, or when the tree is more
  * than 1000 levels deep: what lies deeper is written as the empty text then, and
- * logged. Whether the stream
- * took the text is the stream's to say (ferror).
+ * logged. Whether the stream took the text is the stream's to say (ferror).
  */
 STOCK_API int pfout(FILE *stream, const Pf *pf);
 

@@ -44,6 +44,26 @@ int64_t index_of(const char *key)
     return reinterpret_cast<intptr_t>(key);
 }
 
+// An address as messages name it: in a list it is an index.
+class Shown {
+public:
+    Shown(const Pf *pf, const char *address) : text_(address)
+    {
+        if (pf->type != PFTBL)
+            return;
+        std::snprintf(index_, sizeof index_, "#%ld", static_cast<long>(index_of(address)));
+        text_ = index_;
+    }
+    Shown(const Shown &) = delete;
+    Shown &operator=(const Shown &) = delete;
+
+    const char *text() const { return okstr(text_); }
+
+private:
+    const char *text_;
+    char index_[24] = "";
+};
+
 // A placeholder that never got a value is no value.
 Pf *valued(Pf *pf)
 {
@@ -62,15 +82,20 @@ Pf *node_at(Pf *pf, const char *address)
     return valued(node);
 }
 
-// The node of the expected type; else what the die function put in its place, or null.
+// Tells the die function of a node that is not of the expected type. Gives the node,
+// or what the die function stored in its place.
+Pf *node_or_die(Pf *pf, const char *address, Pf *node, int expected)
+{
+    if (pf && (!node || node->type != expected))
+        Pfdie(pf, address, expected, node ? node->type : PFINVALID, &node);
+    return node;
+}
+
+// The same, and null when even that is of another type.
 Pf *expect(Pf *pf, const char *address, Pf *node, int expected)
 {
-    if (node && node->type == expected)
-        return node;
-    Pf *result = node;
-    if (pf)
-        Pfdie(pf, address, expected, node ? node->type : PFINVALID, &result);
-    return result && result->type == expected ? result : nullptr;
+    node = node_or_die(pf, address, node, expected);
+    return node && node->type == expected ? node : nullptr;
 }
 
 // The text at an address. A missing one is the die function's business only when
@@ -93,7 +118,7 @@ auto number_at(Pf *pf, const char *address, const char *message, Convert convert
     const auto number = text ? convert(text, &end) : 0;
     if (text && (end == text || !whitespace(end))) {
         // NOLINTNEXTLINE(clang-diagnostic-format-nonliteral): two literals of this file
-        elog_complain(0, message, text, okstr(address));
+        elog_complain(0, message, text, Shown(pf, address).text());
     }
     return number;
 }
@@ -168,8 +193,8 @@ void _pfeval(Pf *pf, const char *address, Pf **node, int expected)
     if (!node)
         node = &unwanted;
     *node = node_at(pf, address);
-    if (expected != PFANY && (!*node || (*node)->type != expected))
-        *node = expect(pf, address, *node, expected);
+    if (expected != PFANY)
+        *node = node_or_die(pf, address, *node, expected);
 }
 
 char *pfget_string(Pf *pf, const char *address)
@@ -193,7 +218,7 @@ double pfget_time(Pf *pf, const char *address)
     const char *text = text_at(pf, address, true);
     double time = 0;
     if (text && !is_epoch_string(text, &time))
-        elog_complain(0, "Bad time value '%s' for %s", text, okstr(address));
+        elog_complain(0, "Bad time value '%s' for %s", text, Shown(pf, address).text());
     return time;
 }
 
@@ -203,7 +228,7 @@ int pfget_boolean(Pf *pf, const char *address)
     const int answer = text ? yesno(text) : 0;
     if (answer != 1)
         return answer;
-    elog_complain(0, "Bad boolean value '%s' for %s", text, okstr(address));
+    elog_complain(0, "Bad boolean value '%s' for %s", text, Shown(pf, address).text());
     return 0;
 }
 
@@ -282,6 +307,8 @@ int pfconfig(const char *code, void *function)
 // Meant: a value of the wrong type in a list ends nothing; a missing one does.
 void _pfdie(Pf *pf, const char *address, int expected, int got, Pf **)
 {
+    if (!pf)
+        return;
     const char *file = pf->filename ? pf->filename : "";
     switch (pf->type) {
     case PFFILE:
