@@ -152,6 +152,25 @@ TEST(Pfset, MakesReplacesAndRefuses)
     EXPECT_EQ(tree_text(pf.get()), "{a: \"2\", new: {deep: [<none> \"x\"]}, t: \"was a table\"}");
 }
 
+// The text used to be copied when what it stood in was freed already.
+TEST(Pfset, TheTextMayBeWhatTheAddressGives)
+{
+    const PfPtr pf = parse("home /u\nx &home/y\n");
+    EXPECT_EQ(pfset(pf.get(), "x", pfget_string(pf.get(), "x")), 0);
+    EXPECT_EQ(pfset(pf.get(), "x", pfget_string(pf.get(), "x")), 0);
+    EXPECT_EQ(tree_text(pf.get()), "{home: \"/u\", x: \"/u/y\"}");
+}
+
+TEST(Pfset, OfAListReplacesAnElementAndMakesNone)
+{
+    const PfPtr list(pfnew(PFTBL));
+    pfput_string(list.get(), pfindex(0), "a");
+    EXPECT_EQ(pfset(list.get(), pfindex(0), "b"), 0);
+    EXPECT_EQ(pfset(list.get(), pfindex(1), "c"), -1);
+    EXPECT_EQ(pfset(nullptr, "a", "c"), -1);
+    EXPECT_EQ(tree_text(list.get()), "[\"b\"]");
+}
+
 TEST(Pfset, ReplacesAFunctionAndNotItsResult)
 {
     setenv("PF_SET", "old", 1);

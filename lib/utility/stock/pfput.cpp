@@ -205,11 +205,12 @@ int pfset(Pf *pf, const char *address, const char *text)
     stock::find_node(pf, address, true, &node);
     if (!node || node == pf)
         return -1;
+    char *copy = copy_or_null(text);  // first: the text may be what the node gave
     if (node->type != PFANY)
         stock::free_value(node);
     std::free(std::exchange(node->filled_out, nullptr));
     node->type = PFSTRING;
-    node->value.s = copy_or_null(text);
+    node->value.s = copy;
     return 0;
 }
 
