@@ -1,8 +1,13 @@
 // References in texts, and the functions: one test per row of their table.
 
+#include <atomic>
+#include <csignal>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <pty.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,6 +35,16 @@ std::string evaluated(const std::string &function)
     if (node && (node->type == PFINVALID || node->type == PFEXEC_ERROR))
         return "<" + std::to_string(node->type) + ">" + okstr(node->value.s);
     return tree_text(node);
+}
+
+// Signals that interrupt whatever waits, from now on.
+void interrupt_often()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval often = {{0, 20'000}, {0, 20'000}};
+    setitimer(ITIMER_REAL, &often, nullptr);
 }
 
 char *answer(const char *prompt)
@@ -122,6 +137,16 @@ TEST(Pfinterpret, OutputMayBeLargeAndHoldZeroBytes)
     EXPECT_EQ(evaluated("&exec(printf 'a\\000b'; head -c 300000 /dev/zero)"), "\"a\"");
 }
 
+// What came behind the signal used to be lost, and the command was taken as failed.
+TEST(Pfinterpret, ASignalWhileACommandRunsTakesNothingFromItsOutput)
+{
+    const Ended ended = in_child([] {
+        interrupt_often();
+        puts(evaluated("&exec(for i in 1 2 3; do sleep 0.05; echo $i; done)").c_str());
+    });
+    EXPECT_EQ(ended.out, "\"1\n2\n3\"\n");
+}
+
 TEST(Pfinterpret, LeavesNoChildAndNoDescriptor)
 {
     const int before = dup(0);
@@ -203,6 +228,15 @@ TEST(Pfinterpret, AFileThatCannotBeReadGivesTheReasonsAndTakesThemFromTheLog)
     EXPECT_EQ(take_log(), "earlier\n");
 }
 
+TEST(Pfinterpret, AnEmptyFileIsOneThatCannotBeRead)
+{
+    const TempDir dir;
+    const std::string file = dir.file("empty", "");
+    EXPECT_EQ(evaluated("&file(" + file + ")"),
+              "\"** pfinterpret_test: '" + file + "' is empty\n\"");
+    EXPECT_EQ(take_log(), "");
+}
+
 TEST(Pfinterpret, DatafileSearchesTheDataPath)
 {
     const TempDir dir;
@@ -248,19 +282,27 @@ TEST(Pfinterpret, AFunctionThatNobodyKnowsIsInvalid)
 
 TEST(Pfinterpret, AskAsksTheTerminal)
 {
+    const std::string long_line = std::string(1100, 'x') + '\n';
+    const std::string cut = '"' + long_line.substr(0, 1023) + '"';
     const struct {
         const char *typed, *answer;
-    } cases[] = {{"Ann B\n", "\"Ann B\""}, {"\x04", "\"\""}};
+    } cases[] = {{"Ann B\n", "\"Ann B\""},
+                 {"\n", "\"\""},
+                 {"\x04", "\"\""},
+                 {long_line.c_str(), cut.c_str()}};
     for (const auto &c : cases) {
         int terminal = -1;
         const pid_t pid = forkpty(&terminal, nullptr, nullptr, nullptr);
-        if (pid == 0)
+        if (pid == 0) {
+            interrupt_often();
             _exit(evaluated("&ask(Your name?)") == c.answer ? 0 : 1);
+        }
         std::string shown;
         char byte = 0;
         while (shown.find(" : ") == shown.npos && read(terminal, &byte, 1) == 1)
             shown += byte;
         EXPECT_EQ(shown, "Your name? : ");
+        usleep(50'000);
         EXPECT_GT(write(terminal, c.typed, strlen(c.typed)), 0);
         int status = -1;
         EXPECT_EQ(waitpid(pid, &status, 0), pid);
@@ -303,6 +345,67 @@ TEST(Pfinterpret, ARefIsTheValueOfAnotherFileAsItIsNow)
     EXPECT_EQ(tree_text(node), "[\"x\"]");
     path.local("other.pf", "a &Arr{\n b 2\n}\n");
     EXPECT_STREQ(pfget_string(pf.get(), "f"), "2");
+}
+
+TEST(Pfinterpret, ARefFollowsAFileThatVanishesAndComesBack)
+{
+    const PfPath path;
+    const std::string file = path.site("other.pf", "a 1\n");
+    const PfPtr pf = parse("f &ref(other,a)\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "f"), "1");
+    unlink(file.c_str());
+    Pf *node = nullptr;
+    pfresolve(pf.get(), "f", 0, &node);
+    ASSERT_EQ(node->type, PFINVALID);
+    EXPECT_STREQ(node->value.s, "** referenced pf file not found: '&ref(other,a)' **");
+    path.site("other.pf", "a &Tbl{\n");
+    pfresolve(pf.get(), "f", 0, &node);
+    EXPECT_STREQ(node->value.s, "** referenced pf file not found: '&ref(other,a)' **");
+    path.local("other.pf", "a 2\n");
+    path.site("other.pf", "a 3\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "f"), "2");
+    elog_clear();
+}
+
+TEST(Pfinterpret, ARefGivesACopyWithoutItsSurroundings)
+{
+    const PfPath path;
+    path.site("other.pf", "home /u\nx &home/y\nt &Tbl{\n &home/z\n}\n");
+    EXPECT_EQ(evaluated("&ref(other,x)"), "\"&home/y\"");
+    EXPECT_EQ(evaluated("&ref(other,t)"), "[\"&home/z\"]");
+    EXPECT_EQ(evaluated("&ref(other)").substr(0, 15), "{home: \"/u\", t:");
+}
+
+TEST(PfinterpretDeathTest, ARefToACommandThatFailedEndsTheProcess)
+{
+    const PfPath path;
+    path.site("other.pf", "x &exec(exit 1)\n");
+    const Ended ended = in_child([] { evaluated("&ref(other,x)"); });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find("Bad type in pfdup : -1\n"), ended.err.npos) << ended.err;
+}
+
+TEST(PfinterpretThreads, ReadTreesWithReferencesAtOnce)
+{
+    const PfPath path;
+    const std::string one = "v &ref(two,v)\nback &ref(one,end)\nend 1\n";
+    const std::string file = path.site("one.pf", one);
+    path.site("two.pf", "v &ref(one,back)\nw &ref(one,v)\n");
+    std::atomic<int> right{0};
+    std::vector<std::thread> threads;
+    for (const char *place : {"one,v", "two,v", "two,w", "one,v"})
+        threads.emplace_back([&, place] {
+            const PfPtr pf = parse(std::string("f &ref(") + place + ")\n");
+            for (int i = 0; i < 50; ++i)
+                right += std::string(okstr(pfget_string(pf.get(), "f"))) == "1";
+        });
+    for (int i = 0; i < 5; ++i) {
+        const std::string changed = path.site("one.new", one + "#" + "\n");
+        EXPECT_EQ(rename(changed.c_str(), file.c_str()), 0);
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(right, 200);
 }
 
 TEST(Pfinterpret, ARefThatLeadsNowhereSaysSo)

@@ -13,13 +13,12 @@
 #include <string_view>
 #include <utility>
 
-#include <fcntl.h>
 #include <glob.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
 #include "internal/alloc.h"
-#include "internal/guards.h"
 #include "internal/pfget.h"
+#include "internal/uninterrupted.h"
 #include "stock/datasearch.h"
 #include "stock/elog.h"
 #include "stock/expand_env.h"
@@ -105,14 +104,16 @@ private:
 // Reads all that the command prints, so that it is never stopped by a full pipe.
 char *output_of(const Command &command)
 {
+    const int fd = fileno(command.stream());
     void *stack = nullptr;
-    char chunk[255];
+    char chunk[4096];
     bool ended = false;  // by a zero byte
-    while (const std::size_t got = std::fread(chunk, 1, sizeof chunk, command.stream())) {
+    ssize_t got = 0;
+    while ((got = stock::uninterrupted([&] { return read(fd, chunk, sizeof chunk); })) > 0) {
         if (ended)
             continue;
-        pushstrn(&stack, chunk, static_cast<int64_t>(got));
-        ended = std::memchr(chunk, 0, got) != nullptr;
+        pushstrn(&stack, chunk, got);
+        ended = std::memchr(chunk, 0, static_cast<std::size_t>(got)) != nullptr;
     }
     return popstr(&stack, 1);
 }
@@ -229,10 +230,11 @@ Pf *call_datafilename(const Call &call)
 
 // ---- References to other files ----
 
-// A file that is referred to, with a tree of its own.
+// A file that is referred to, with a tree of its own. It lives as long as the process.
 struct Referred {
     Referred *next;  // another of the same file that is not in use
     Pf *tree;        // what pfupdate keeps up to date
+    char *file;      // the name of the file, which the tree borrows
 };
 
 std::mutex References_mutex;
@@ -245,19 +247,22 @@ thread_local int References_open = 0;  // how deep this thread is in references
 // other's files.
 class Lease {
 public:
-    explicit Lease(const char *file) : file_(file), referred_(take(file)) { ++References_open; }
+    explicit Lease(const char *file) : referred_(take(file)) { ++References_open; }
     ~Lease()
     {
         --References_open;
         const std::scoped_lock lock(References_mutex);
-        referred_->next = static_cast<Referred *>(getarr(References, file_));
-        setarr(References, file_, referred_);
+        referred_->next = static_cast<Referred *>(getarr(References, referred_->file));
+        setarr(References, referred_->file, referred_);
     }
     Lease(const Lease &) = delete;
     Lease &operator=(const Lease &) = delete;
 
     // The tree as its files are now; null when they cannot be read.
-    Pf *tree() { return pfupdate(file_, &referred_->tree) < 0 ? nullptr : referred_->tree; }
+    Pf *tree()
+    {
+        return pfupdate(referred_->file, &referred_->tree) < 0 ? nullptr : referred_->tree;
+    }
 
 private:
     static Referred *take(const char *file)
@@ -265,15 +270,15 @@ private:
         const std::scoped_lock lock(References_mutex);
         if (!References)
             References = newarr(nullptr);
-        auto *idle = static_cast<Referred *>(getarr(References, file));
-        if (idle)
+        if (auto *idle = static_cast<Referred *>(getarr(References, file))) {
             setarr(References, file, std::exchange(idle->next, nullptr));
-        else
-            idle = static_cast<Referred *>(stock::allocate_zeroed(sizeof(Referred), "referred"));
-        return idle;
+            return idle;
+        }
+        auto *made = static_cast<Referred *>(stock::allocate_zeroed(sizeof(Referred), "referred"));
+        made->file = stock::copy_text(file, "referred->file");
+        return made;
     }
 
-    const char *file_;
     Referred *referred_;
 };
 
@@ -349,20 +354,26 @@ private:
     FILE *stream_;
 };
 
+// One line without its newline; nothing at the end of the file.
+char *line_of(FILE *stream)
+{
+    char line[1024] = "";
+    while (!std::fgets(line, sizeof line, stream) && std::ferror(stream) && errno == EINTR)
+        std::clearerr(stream);
+    chomp(line);
+    return stock::copy_text(line, "pf->value.s");
+}
+
 char *ask_terminal(const char *prompt)
 {
     {
-        const Terminal out("w");
+        const Terminal out("we");
         if (!out.stream())
             elog_die(1, "Can't open /dev/tty for prompt.\n");
         std::fprintf(out.stream(), "%s : ", prompt);
     }
-    char line[1024] = "";
-    const Terminal in("r");
-    if (!in.stream() || !std::fgets(line, sizeof line, in.stream()))
-        line[0] = 0;
-    chomp(line);
-    return stock::copy_text(line, "pf->value.s");
+    const Terminal in("re");
+    return in.stream() ? line_of(in.stream()) : stock::copy_text("", "pf->value.s");
 }
 
 Pf *call_ask(const Call &call)
