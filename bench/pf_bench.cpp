@@ -94,12 +94,12 @@ std::string document(const Syntax &syntax, int64_t tables)
     return text + syntax.behind;
 }
 
-constexpr char kSample[] = "value 24 of table 199";
+constexpr char kSample[] = "value 24 of table 100";
 
 // ---- The readers ----
 //
 // Each parses a text into itself and frees it at its end. text, integer, number and
-// truth ask for one value of table 199; written gives the whole as text again.
+// truth ask for one value of table 100; written gives the whole as text again.
 
 struct Stock {
     static constexpr Syntax kSyntax = kPf;
@@ -111,11 +111,11 @@ struct Stock {
     Stock(const Stock &) = delete;
     Stock &operator=(const Stock &) = delete;
 
-    std::string text() const { return pfget_string(pf, "table199{key_24}"); }
-    const char *borrowed() const { return pfget_string(pf, "table199{key_24}"); }
-    long integer() const { return pfget_int(pf, "table199{count}"); }
-    double number() const { return pfget_double(pf, "table199{rate}"); }
-    bool truth() const { return pfget_boolean(pf, "table199{enabled}") != 0; }
+    std::string text() const { return pfget_string(pf, "table100{key_24}"); }
+    const char *borrowed() const { return pfget_string(pf, "table100{key_24}"); }
+    long integer() const { return pfget_int(pf, "table100{count}"); }
+    double number() const { return pfget_double(pf, "table100{rate}"); }
+    bool truth() const { return pfget_boolean(pf, "table100{enabled}") != 0; }
     size_t written() const
     {
         char *text = pf2string(pf);
@@ -140,18 +140,18 @@ struct KeyFile {
 
     std::string text() const
     {
-        gchar *found = g_key_file_get_string(file, "table199", "key_24", nullptr);
+        gchar *found = g_key_file_get_string(file, "table100", "key_24", nullptr);
         std::string text = found;
         g_free(found);
         return text;
     }
     std::unique_ptr<gchar, void (*)(void *)> borrowed() const
     {
-        return {g_key_file_get_string(file, "table199", "key_24", nullptr), g_free};
+        return {g_key_file_get_string(file, "table100", "key_24", nullptr), g_free};
     }
-    long integer() const { return g_key_file_get_integer(file, "table199", "count", nullptr); }
-    double number() const { return g_key_file_get_double(file, "table199", "rate", nullptr); }
-    bool truth() const { return g_key_file_get_boolean(file, "table199", "enabled", nullptr); }
+    long integer() const { return g_key_file_get_integer(file, "table100", "count", nullptr); }
+    double number() const { return g_key_file_get_double(file, "table100", "rate", nullptr); }
+    bool truth() const { return g_key_file_get_boolean(file, "table100", "enabled", nullptr); }
     size_t written() const
     {
         gsize size = 0;
@@ -179,25 +179,25 @@ struct Libconfig {
     const char *borrowed() const
     {
         const char *found = "";
-        config_lookup_string(&config, "table199.key_24", &found);
+        config_lookup_string(&config, "table100.key_24", &found);
         return found;
     }
     long integer() const
     {
         int found = 0;
-        config_lookup_int(&config, "table199.count", &found);
+        config_lookup_int(&config, "table100.count", &found);
         return found;
     }
     double number() const
     {
         double found = 0;
-        config_lookup_float(&config, "table199.rate", &found);
+        config_lookup_float(&config, "table100.rate", &found);
         return found;
     }
     bool truth() const
     {
         int found = 0;
-        config_lookup_bool(&config, "table199.enabled", &found);
+        config_lookup_bool(&config, "table100.enabled", &found);
         return found != 0;
     }
     size_t written() const
@@ -223,11 +223,11 @@ struct Toml {
     std::string text() const { return std::string(borrowed()); }
     std::string_view borrowed() const
     {
-        return table["table199"]["key_24"].value_or(std::string_view());
+        return table["table100"]["key_24"].value_or(std::string_view());
     }
-    long integer() const { return table["table199"]["count"].value_or(0L); }
-    double number() const { return table["table199"]["rate"].value_or(0.0); }
-    bool truth() const { return table["table199"]["enabled"].value_or(false); }
+    long integer() const { return table["table100"]["count"].value_or(0L); }
+    double number() const { return table["table100"]["rate"].value_or(0.0); }
+    bool truth() const { return table["table100"]["enabled"].value_or(false); }
     size_t written() const
     {
         std::ostringstream out;
@@ -245,10 +245,10 @@ struct Yaml {
     explicit Yaml(const std::string &text) : node(YAML::Load(text)) {}
 
     std::string text() const { return borrowed(); }
-    std::string borrowed() const { return node["table199"]["key_24"].as<std::string>(); }
-    long integer() const { return node["table199"]["count"].as<long>(); }
-    double number() const { return node["table199"]["rate"].as<double>(); }
-    bool truth() const { return node["table199"]["enabled"].as<bool>(); }
+    std::string borrowed() const { return node["table100"]["key_24"].as<std::string>(); }
+    long integer() const { return node["table100"]["count"].as<long>(); }
+    double number() const { return node["table100"]["rate"].as<double>(); }
+    bool truth() const { return node["table100"]["enabled"].as<bool>(); }
     size_t written() const
     {
         YAML::Emitter out;
@@ -266,10 +266,10 @@ struct Json {
     explicit Json(const std::string &text) { json.Parse(text.data(), text.size()); }
 
     std::string text() const { return borrowed(); }
-    const char *borrowed() const { return json["table199"]["key_24"].GetString(); }
-    long integer() const { return json["table199"]["count"].GetInt(); }
-    double number() const { return json["table199"]["rate"].GetDouble(); }
-    bool truth() const { return json["table199"]["enabled"].GetBool(); }
+    const char *borrowed() const { return json["table100"]["key_24"].GetString(); }
+    long integer() const { return json["table100"]["count"].GetInt(); }
+    double number() const { return json["table100"]["rate"].GetDouble(); }
+    bool truth() const { return json["table100"]["enabled"].GetBool(); }
     size_t written() const
     {
         rapidjson::StringBuffer out;
@@ -324,7 +324,7 @@ void write(benchmark::State &state)
     count_values(state, state.range(0));
 }
 
-// ---- One value at an address of two levels ----
+// ---- One value at an address of two levels, in the middle of the document ----
 
 template <class Reader, class Get>
 void get(benchmark::State &state, Get one)

@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 
 #include "internal/pfget.h"
+#include "internal/pfnode.h"
 #include "stock/elog.h"
 #include "stock/fix_strtod.h"
 #include "stock/str2epoch.h"
@@ -78,7 +80,8 @@ Pf *node_at(Pf *pf, const char *address)
     if (pf->type == PFARR && (!address || !*address))
         return pf;
     Pf *node = nullptr;
-    pfresolve(pf, address, 0, &node);
+    if (stock::find_node(pf, address, false, &node) == PFFUNCTION)
+        node = pfinterpret(node);
     return valued(node);
 }
 
@@ -98,14 +101,17 @@ Pf *expect(Pf *pf, const char *address, Pf *node, int expected)
     return node && node->type == expected ? node : nullptr;
 }
 
-// The text at an address. A missing one is the die function's business only when
-// the value is required.
-const char *text_at(Pf *pf, const char *address, bool required)
+// The text's node at an address. A missing one is the die function's business only
+// when the value is required.
+Pf *text_node_at(Pf *pf, const char *address, bool required)
 {
     Pf *node = node_at(pf, address);
-    if (!node && !required)
-        return nullptr;
-    return pfexpand(expect(pf, address, node, PFSTRING));
+    return node || required ? expect(pf, address, node, PFSTRING) : nullptr;
+}
+
+const char *text_at(Pf *pf, const char *address, bool required)
+{
+    return pfexpand(text_node_at(pf, address, required));
 }
 
 // Converts the text at an address with convert(text, &end); the message complains of
@@ -116,10 +122,26 @@ auto number_at(Pf *pf, const char *address, const char *message, Convert convert
     const char *text = text_at(pf, address, true);
     char *end = nullptr;
     const auto number = text ? convert(text, &end) : 0;
-    if (text && (end == text || !whitespace(end))) {
+    if (text && (end == text || (*end && !whitespace(end)))) {
         // NOLINTNEXTLINE(clang-diagnostic-format-nonliteral): two literals of this file
         elog_complain(0, message, text, Shown(pf, address).text());
     }
+    return number;
+}
+
+// strtol in any base that the text names. Nearly all are plain decimal numbers, which
+// need none of its care.
+long integer(const char *text, char **end)
+{
+    constexpr std::size_t kDigits = std::numeric_limits<long>::digits10;
+    long number = 0;
+    const char *at = text;
+    if (*text != '0')
+        for (; *at >= '0' && *at <= '9' && at < text + kDigits; ++at)
+            number = 10 * number + (*at - '0');
+    if (at == text || *at)
+        return std::strtol(text, end, 0);
+    *end = const_cast<char *>(at);
     return number;
 }
 
@@ -209,8 +231,7 @@ double pfget_double(Pf *pf, const char *address)
 
 long pfget_int(Pf *pf, const char *address)
 {
-    return number_at(pf, address, "Bad integer value '%s' for %s",
-                     [](const char *text, char **end) { return std::strtol(text, end, 0); });
+    return number_at(pf, address, "Bad integer value '%s' for %s", integer);
 }
 
 double pfget_time(Pf *pf, const char *address)
@@ -224,9 +245,14 @@ double pfget_time(Pf *pf, const char *address)
 
 int pfget_boolean(Pf *pf, const char *address)
 {
-    const char *text = text_at(pf, address, false);
-    const int answer = text ? yesno(text) : 0;
-    if (answer != 1)
+    Pf *node = text_node_at(pf, address, false);
+    if (!node || !node->value.s)
+        return 0;
+    // Most say yes or no as they stand, and then refer to nothing.
+    if (const int answer = yesno(node->value.s); answer != 1)
+        return answer;
+    const char *text = pfexpand(node);
+    if (const int answer = yesno(text); answer != 1)
         return answer;
     elog_complain(0, "Bad boolean value '%s' for %s", text, Shown(pf, address).text());
     return 0;

@@ -188,8 +188,6 @@ struct Value {
     Rbnode *node = nullptr;
 };
 
-static_assert(kMaxKey <= kMaxSlabKey);
-
 // A text for the current container.
 Value text_value(Scanner &s, std::string_view text)
 {

@@ -6,9 +6,11 @@
 #include "stock/pf.h"
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <string_view>
 
 #include "internal/alloc.h"
@@ -22,22 +24,26 @@ constexpr int kMissing = -31;    // a step was not found
 constexpr int kMisfit = -32;     // a step does not fit the node
 constexpr int kMaxBraced = 255;  // longer keys in braces are cut
 
-constexpr bool is_mark(char c)
-{
-    return c == '{' || c == '}' || c == '[' || c == ']';
-}
+// The marks and the end of the address: what a key ends at.
+constexpr auto kEndsKey = [] {
+    std::array<bool, 256> ends{};
+    for (const char c : {'{', '}', '[', ']', '\0'})
+        ends[static_cast<unsigned char>(c)] = true;
+    return ends;
+}();
 
 constexpr bool is_blank(char c)
 {
     return c == ' ' || c == '\t';
 }
 
-// Where the next mark is, or the end of the text.
-std::size_t next_mark(std::string_view text, std::size_t from = 0)
+// What stands before the next mark or the end.
+std::string_view key_at(const char *text)
 {
-    while (from < text.size() && !is_mark(text[from]))
-        ++from;
-    return from;
+    const char *end = text;
+    while (!kEndsKey[static_cast<unsigned char>(*end)])
+        ++end;
+    return {text, static_cast<std::size_t>(end - text)};
 }
 
 // A key as a string of its own.
@@ -68,11 +74,9 @@ std::string_view trimmed(std::string_view text)
 }
 
 // What atoi gives, within the limits of an int.
-int number(std::string_view digits)
+int number(const char *digits)
 {
-    char text[24];
-    text[digits.copy(text, sizeof text - 1)] = 0;
-    return static_cast<int>(std::clamp<long>(std::strtol(text, nullptr, 10), INT_MIN, INT_MAX));
+    return static_cast<int>(std::clamp<long>(std::strtol(digits, nullptr, 10), INT_MIN, INT_MAX));
 }
 
 // One walk along an address.
@@ -83,21 +87,21 @@ public:
     int error() const { return error_; }
     Pf *found() const { return current_; }
 
-    void take(std::string_view address)
+    void take(const char *address)
     {
-        while (!address.empty() && !error_)
-            address.remove_prefix(token(address));
+        while (*address && !error_)
+            address += token(address);
     }
 
 private:
     // Takes the token at the start of the text. Gives its length.
-    std::size_t token(std::string_view text)
+    std::size_t token(const char *text)
     {
-        const std::size_t run = next_mark(text);
-        if (run > 0) {
-            if (!trimmed(text.substr(0, run)).empty())
-                plain_key(text.substr(0, run));
-            return run;
+        const std::string_view key = key_at(text);
+        if (!key.empty()) {
+            if (!trimmed(key).empty())
+                plain_key(key);
+            return key.size();
         }
         if (started_)
             if (const std::size_t length = braced_key(text) + index(text))
@@ -107,27 +111,28 @@ private:
     }
 
     // "{key}"; 0 when the text does not begin with that.
-    std::size_t braced_key(std::string_view text)
+    std::size_t braced_key(const char *text)
     {
         if (text[0] != '{')
             return 0;
-        const std::size_t close = next_mark(text, 1);
-        if (close == text.size() || text[close] != '}')
+        const std::string_view key = key_at(text + 1);
+        const std::size_t close = 1 + key.size();
+        if (text[close] != '}')
             return 0;
-        key_step(trimmed(text.substr(1, close - 1)).substr(0, kMaxBraced), current_->type == PFARR);
+        key_step(trimmed(key).substr(0, kMaxBraced), current_->type == PFARR);
         return close + 1;
     }
 
     // "[-12]"; 0 when the text does not begin with that.
-    std::size_t index(std::string_view text)
+    std::size_t index(const char *text)
     {
         if (text[0] != '[')
             return 0;
-        const std::size_t digits = text.substr(1, 1) == "-" ? 2 : 1;
-        const std::size_t close = text.find_first_not_of("0123456789", digits);
-        if (close == text.npos || close == digits || text[close] != ']')
+        const std::size_t digits = text[1] == '-' ? 2 : 1;
+        const std::size_t close = digits + std::strspn(text + digits, "0123456789");
+        if (close == digits || text[close] != ']')
             return 0;
-        index_step(number(text.substr(1, close - 1)));
+        index_step(number(text + 1));
         return close + 1;
     }
 

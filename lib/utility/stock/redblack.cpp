@@ -31,11 +31,6 @@ static_assert(kWord == sizeof(uint64_t));
 
 using Child = Rbnode *Rbnode::*;
 
-int compare_text(const void *a, const void *b)
-{
-    return std::strcmp(static_cast<const char *>(a), static_cast<const char *>(b));
-}
-
 // Where a descent ended: at the equal node, or at the last node visited.
 struct Place {
     Rbnode *node = kNil;
@@ -61,10 +56,9 @@ public:
 
     int operator()(const Rbnode *node) const
     {
-        const uint32_t words = stock::text_words(node);
-        if (words == 0)
-            return order(static_cast<const char *>(node->key));
-        const char *its = reinterpret_cast<const char *>(node) - words * kWord;
+        const auto *its = static_cast<const char *>(node->key);
+        if (!stock::behind_key(node))
+            return order(its);
         // The first words differ most often.
         const uint64_t first = word(its);
         if (first_ != first)
@@ -141,7 +135,7 @@ Place descend(const Rbtree *tree, const Order &order)
 // A null key is no string: no tree of strings holds it.
 Place locate(const void *key, const Rbtree *tree)
 {
-    if (tree->compare != compare_text)
+    if (!stock::holds_text(tree))
         return descend(tree, [=](const Rbnode *node) { return tree->compare(key, node->key); });
     if (!key)
         return {};
@@ -328,7 +322,7 @@ void unlink(Rbtree *tree, Rbnode *node)
 bool remember(Rbtree *tree, const Rbnode *node)
 {
     void *key = node->key;
-    if (stock::in_slab(node) && !(key = strdup(static_cast<const char *>(key))))
+    if (stock::distance_of(node) != 0 && !(key = strdup(static_cast<const char *>(key))))
         return false;
     tree->removed.key = key;
     tree->removed.value = node->value;
@@ -363,8 +357,6 @@ Rbnode *new_node(void *key, void *value)
 // The key's copy and behind it the node, one block that begins with the copy.
 Rbnode *new_node_behind(std::string_view key, void *value)
 {
-    if (key.size() / kWord >= stock::kInSlab - 1)
-        return nullptr;
     auto *block = static_cast<char *>(std::malloc(stock::words_behind_key(key.size()) * kWord));
     return block ? stock::make_node(block, key, value, 0) : nullptr;
 }
@@ -372,7 +364,7 @@ Rbnode *new_node_behind(std::string_view key, void *value)
 // Leaves a key to the caller, who has its copy when it lies in a slab.
 void free_removed(Rbnode *node)
 {
-    if (stock::in_slab(node))
+    if (stock::distance_of(node) != 0)
         stock::free_with_key(node);
     else
         stock::free_node(node);
@@ -382,7 +374,7 @@ void free_removed(Rbnode *node)
 // key leaves with it, and an ordinary one takes its place.
 bool replace_key(Rbtree *tree, Rbnode *node, void *key, void *value)
 {
-    if (stock::text_words(node) == 0) {
+    if (!stock::behind_key(node)) {
         remember(tree, node);
         node->key = key;
         node->value = value;
@@ -445,13 +437,11 @@ namespace stock {
 
 Rbnode *make_node(char *block, std::string_view key, void *value, uint32_t distance)
 {
-    const size_t words = key.size() / kWord + 1;
-    const size_t offset = words * kWord;
+    const size_t offset = (key.size() / kWord + 1) * kWord;
     std::memset(block + offset - kWord, 0, kWord);
     key.copy(block, key.size());
     auto *node = new (block + offset) Rbnode{kNil, kNil, kNil, kRed, block, value};
-    set_mark(node,
-             static_cast<uint32_t>(words) | (distance ? kInSlab | distance << kSlabShift : 0));
+    set_mark(node, kBehindKey | distance);
     return node;
 }
 
@@ -461,9 +451,9 @@ void *get_text(const Rbtree *tree, std::string_view key)
     return place.found() ? place.node->value : nullptr;
 }
 
-bool holds_text(const Rbtree *tree)
+int compare_text(const void *a, const void *b)
 {
-    return tree->compare == compare_text;
+    return std::strcmp(static_cast<const char *>(a), static_cast<const char *>(b));
 }
 
 void *set_text(Rbtree *tree, const char *key, void *value)
@@ -512,7 +502,7 @@ Rbtree *rbinit(int (*compare)(const void *a, const void *b))
 {
     auto *tree = static_cast<Rbtree *>(std::malloc(sizeof(Rbtree)));
     if (tree)
-        *tree = {compare ? compare : compare_text, 1, sentinel, kNil};
+        *tree = {compare ? compare : stock::compare_text, 1, sentinel, kNil};
     return tree;
 }
 
@@ -526,7 +516,7 @@ void rbdestroy(Rbtree *tree)
 
 Rbnode *rbinsert(void *key, void *value, Rbtree *tree)
 {
-    if (!tree || (!key && tree->compare == compare_text))
+    if (!tree || (!key && stock::holds_text(tree)))
         return kNil;
     const Place place = locate(key, tree);
     if (place.found()) {

@@ -20,15 +20,12 @@ namespace stock {
 // a slab; its key is never the caller's to free.
 //
 // Which of them a node is stands in the four bytes behind its colour that no field
-// uses: 0 for a node of its own, else how many words of text lie in front of it;
-// in a slab the number of words fills the lowest byte, and the distance to the
-// slab's record the bits above it.
+// uses: 0 for a node of its own, else kBehindKey, and with it in a slab the distance
+// to the slab's record.
 constexpr std::size_t kMark = offsetof(Rbnode, colour) + sizeof(int);
 static_assert(sizeof(Rbnode) == 48 && offsetof(Rbnode, key) == kMark + sizeof(uint32_t));
 
-constexpr uint32_t kInSlab = uint32_t{1} << 31;
-constexpr uint32_t kSlabWords = 0xff;
-constexpr int kSlabShift = 8;
+constexpr uint32_t kBehindKey = uint32_t{1} << 31;
 
 inline uint32_t mark_of(const Rbnode *node)
 {
@@ -42,28 +39,28 @@ inline void set_mark(Rbnode *node, uint32_t mark)
     std::memcpy(reinterpret_cast<char *>(node) + kMark, &mark, sizeof mark);
 }
 
-inline bool in_slab(const Rbnode *node)
+inline bool behind_key(const Rbnode *node)
 {
-    return mark_of(node) & kInSlab;
+    return mark_of(node) != 0;
 }
 
-inline uint32_t text_words(const Rbnode *node)
+// How far it is to the record of the node's slab; 0 when it is in none.
+inline uint32_t distance_of(const Rbnode *node)
 {
-    const uint32_t mark = mark_of(node);
-    return mark & kInSlab ? mark & kSlabWords : mark;
+    return mark_of(node) & ~kBehindKey;
 }
 
 inline void free_node(Rbnode *node)
 {
-    if (mark_of(node) == 0)
+    if (!behind_key(node))
         std::free(node);
 }
 
 inline void free_with_key(Rbnode *node)
 {
     void *key = node->key;
-    if (in_slab(node))
-        return release_block(key, (mark_of(node) & ~kInSlab) >> kSlabShift);
+    if (const uint32_t distance = distance_of(node))
+        return release_block(key, distance);
     free_node(node);
     std::free(key);
 }
@@ -74,14 +71,17 @@ constexpr std::size_t words_behind_key(std::size_t length)
     return length / kWord + 1 + sizeof(Rbnode) / kWord;
 }
 
-// The longest key of a node in a slab.
-constexpr std::size_t kMaxSlabKey = kSlabWords * kWord - 1;
-
 // Makes a key and its node in a block of that size; distance is that of the slab, or 0.
 Rbnode *make_node(char *block, std::string_view key, void *value, uint32_t distance);
 
-// Whether the keys are strings in the order of strcmp.
-bool holds_text(const Rbtree *tree);
+// The order of a tree that was made without one: that of strcmp.
+int compare_text(const void *a, const void *b);
+
+// Whether the keys are strings in that order.
+inline bool holds_text(const Rbtree *tree)
+{
+    return tree->compare == compare_text;
+}
 
 // The value under a key of such a tree, or null. The key need not end with a zero byte.
 void *get_text(const Rbtree *tree, std::string_view key);
