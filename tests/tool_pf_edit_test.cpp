@@ -1,6 +1,8 @@
 // stock pf set and del, as a user runs them.
 
+#include <algorithm>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -11,9 +13,11 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include "stock.h"
 #include "support/child.h"
 #include "support/temp_dir.h"
 
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -153,6 +157,10 @@ TEST_F(ToolPfSet, AddsWhatIsNotThere)
     EXPECT_EQ(set("l &Tbl{\n  1\n}\n", "l[1]", "v"), "l &Tbl{\n  1\n  v\n}\n");
     EXPECT_EQ(set("k 1\nk &Undef{}\n", "k", "v"), "k 1\nk &Undef{}\nk\tv\n");
     EXPECT_EQ(set("", "a b", "v"), "\"a b\"\tv\n");
+    EXPECT_EQ(set("", "a b \"c\"", "v"), "'a b \"c\"'\tv\n");
+    EXPECT_EQ(set("", "it's a \"b\"", "v"), "it\\047s\\040a\\040\\042b\\042\tv\n");
+    EXPECT_EQ(set("", "__END__", "v"), "\"__END__\"\tv\n");
+    EXPECT_EQ(set("t &Arr{\n}\n", "t{}", "v"), "t &Arr{\n    \"\"\tv\n}\n");
 }
 
 TEST_F(ToolPfSet, AddsTheTablesAndListsAroundIt)
@@ -241,6 +249,13 @@ TEST_F(ToolPfSet, RefusesWhatIsNoRegularFile)
     }
 }
 
+TEST_F(ToolPfSet, AFileMayHaveTheLongestNameThereIs)
+{
+    const std::string path = dir_.file(std::string(252, 'n') + ".pf", "k 1\n");
+    EXPECT_EQ(pf({"set", path, "k", "2"}).err, "");
+    EXPECT_EQ(read_file(path), "k 2\n");
+}
+
 TEST_F(ToolPfSet, WhatIsAlreadySoIsNotWritten)
 {
     const std::string path = dir_.file("x.pf", "k 1\n");
@@ -284,6 +299,184 @@ TEST_F(ToolPfDel, SaysWhenThereIsNoSuchValue)
 }
 
 // ---- Both ----
+
+namespace {
+
+// Where a value stands in a text: its bytes, and those of its lines.
+struct Spot {
+    std::string address;
+    size_t begin, value, value_end, end;
+};
+
+// A random file that knows where its values stand.
+class RandomFile {
+public:
+    explicit RandomFile(std::mt19937 &random) : random_(random) { table("", 0); }
+
+    const std::string &text() const { return text_; }
+    const std::vector<Spot> &spots() const { return spots_; }
+    const std::vector<std::string> &additions() const { return additions_; }
+
+private:
+    std::string one_of(const std::vector<std::string> &texts)
+    {
+        return texts[random_() % texts.size()];
+    }
+
+    void table(const std::string &address, int depth)
+    {
+        const auto step = [&](const std::string &key) {
+            return address.empty() ? key : address + "{" + key + "}";
+        };
+        const size_t count = random_() % 4 + (depth == 0);
+        for (size_t i = 0; i < count; ++i) {
+            text_ += one_of({"", "\n", "# k1 9\n", "   # }\n", "  \n"});
+            const std::string key = one_of({"k", "a key ", "-", "\xc3\xa9"}) + std::to_string(i);
+            const bool blank = key.find(' ') != std::string::npos;
+            const size_t begin = text_.size();
+            text_ += one_of({"", "  ", "\t"}) + (blank ? "'" + key + "'" : key);
+            text_ += one_of({" ", "\t", "   \t"});
+            value(step(key), begin, depth);
+        }
+        additions_.push_back(step("new"));
+    }
+
+    // An empty or a blank line would be an element of a list, and so would a comment
+    // that does not begin in the first column.
+    void list(const std::string &address, int depth)
+    {
+        const size_t count = random_() % 4;
+        for (size_t i = 0; i < count; ++i) {
+            text_ += one_of({"", "# \"\n"});
+            const size_t begin = text_.size();
+            text_ += one_of({" ", "    ", "\t"});
+            value(address + "[" + std::to_string(i) + "]", begin, depth);
+        }
+        additions_.push_back(address + "[" + std::to_string(count) + "]");
+    }
+
+    void value(const std::string &address, size_t begin, int depth)
+    {
+        const size_t value = text_.size();
+        const unsigned kind = static_cast<unsigned>(random_()) % (depth < 4 ? 8 : 6);
+        if (kind < 5) {
+            text_ += one_of({"1", "a  b", "\\#x\\\\", "{", "\"q'", "a\\\nb", "&k0 x}", "\xff\r"});
+        } else if (kind == 5) {
+            text_ +=
+                one_of({"&Literal{\n {}\n}", "&Literal\"END\n}#\n\"END", "&Undef", "&env(X)y"});
+        } else {
+            text_ += kind == 6 ? "&Tbl{\n" : "&Arr{ # why\n";
+            kind == 6 ? list(address, depth + 1) : table(address, depth + 1);
+            text_ += "  }";
+        }
+        const size_t value_end = text_.size();
+        text_ += one_of({"", "  ", " # why"}) + "\n";
+        spots_.push_back({address, begin, value, value_end, text_.size()});
+    }
+
+    std::mt19937 &random_;
+    std::string text_;
+    std::vector<Spot> spots_;
+    std::vector<std::string> additions_;
+};
+
+std::string random_value(std::mt19937 &random)
+{
+    static const std::string pieces[] = {"a",      "1",       "  ",
+                                         "\t",     "\n",      "#",
+                                         "\\",     "{",       "}",
+                                         "(",      ")",       "[",
+                                         "]",      "<",       ">",
+                                         "`",      "'",       "&",
+                                         "&Tbl{",  "&Arr{",   "=",
+                                         "&a",     "-",       "\x01",
+                                         "&Undef", "\\n",     "\r",
+                                         "%",      "__END__", "&Literal{",
+                                         "$",      "!",       "\"",
+                                         "\xff",   "\xc3",    "&Undef{}",
+                                         "\\1",    ",",       "\"EndOfLiteral"};
+    std::string value;
+    for (size_t n = random() % 6; n > 0; --n)
+        value += pieces[random() % std::size(pieces)];
+    return value;
+}
+
+int silence(int, const char *, Tbl *)
+{
+    return 1;
+}
+
+// The text at the address of a file's text, as it is written; "(none)" without one.
+std::string value_at(const std::string &text, const std::string &address)
+{
+    Pf *tree = nullptr;
+    elog_set(ELOG_CALLBACK_FN, 0, silence);  // of values that swallow a table
+    EXPECT_EQ(pfcompile(text.c_str(), &tree), 0);
+    elog_set(ELOG_CALLBACK_FN, 0, static_cast<Elog_callback>(nullptr));
+    Pf *node = nullptr;
+    const int type = pfresolve(tree, address.c_str(), 0, &node);
+    const std::string value = type == PFSTRING ? node->value.s : "(none)";
+    pffree(tree);
+    return value;
+}
+
+}  // namespace
+
+TEST_F(ToolPfEdit, AnyValueCanBeSetWhereverItStandsAndNoOtherByteChanges)
+{
+    std::mt19937 random(5);
+    for (int i = 0; i < 200; ++i) {
+        const RandomFile file(random);
+        const std::string &before = file.text();
+        const Spot &spot = file.spots()[random() % file.spots().size()];
+        const std::string value = random_value(random);
+        SCOPED_TRACE(before);
+        SCOPED_TRACE(spot.address);
+        SCOPED_TRACE(value);
+        const std::string after = set(before, spot.address, value);
+        EXPECT_EQ(value_at(after, spot.address), value);
+        EXPECT_THAT(after, StartsWith(before.substr(0, spot.value)));
+        EXPECT_THAT(after, EndsWith(before.substr(spot.value_end)));
+        if (HasFailure())
+            break;
+    }
+}
+
+TEST_F(ToolPfEdit, AnyValueCanBeAddedWhereverItFitsAndNoByteChanges)
+{
+    std::mt19937 random(6);
+    for (int i = 0; i < 200; ++i) {
+        const RandomFile file(random);
+        const std::string &before = file.text();
+        const std::string &address = file.additions()[random() % file.additions().size()];
+        const std::string value = random_value(random);
+        SCOPED_TRACE(before);
+        SCOPED_TRACE(address);
+        SCOPED_TRACE(value);
+        const std::string after = set(before, address, value);
+        EXPECT_EQ(value_at(after, address), value);
+        const auto place = std::mismatch(before.begin(), before.end(), after.begin()).first;
+        EXPECT_THAT(after, EndsWith(std::string(place, before.end())));
+        if (HasFailure())
+            break;
+    }
+}
+
+TEST_F(ToolPfEdit, AnyValueCanBeTakenOutAndNothingButItsLinesGoes)
+{
+    std::mt19937 random(7);
+    for (int i = 0; i < 200; ++i) {
+        const RandomFile file(random);
+        std::string text = file.text();
+        const Spot &spot = file.spots()[random() % file.spots().size()];
+        SCOPED_TRACE(text);
+        SCOPED_TRACE(spot.address);
+        const std::string after = del(text, spot.address);
+        EXPECT_EQ(after, text.erase(spot.begin, spot.end - spot.begin));
+        if (HasFailure())
+            break;
+    }
+}
 
 TEST_F(ToolPfEdit, HelpsAndRefusesWrongUsage)
 {

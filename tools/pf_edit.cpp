@@ -5,6 +5,7 @@
 // then the file is replaced.
 
 #include <algorithm>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -187,10 +188,21 @@ std::string written_key(const Step &step)
     if (step.index >= 0)
         return {};
     const std::string &key = step.key;
-    if (key.find_first_of(" \t\n#\\\"'}") == std::string::npos)
+    const bool plain = key.find_first_of(" \t\n#\\\"'}") == std::string::npos;
+    if (plain && !key.empty() && key.compare(0, 2, "__") != 0)  // which may end the text
         return key + "\t";
-    const char quote = key.find('"') == std::string::npos ? '"' : '\'';
-    return quote + key + quote + "\t";
+    for (const char quote : {'"', '\''})
+        if (key.find(quote) == std::string::npos)
+            return quote + key + quote + "\t";
+    std::string out;
+    char octal[8];
+    for (const char c : key)
+        if (strchr(" \t\n#\\\"'", c))
+            out.append(octal, static_cast<size_t>(snprintf(octal, sizeof octal, "\\%03o",
+                                                           static_cast<unsigned>(c))));
+        else
+            out += c;
+    return out + "\t";
 }
 
 // What is written for the steps from this one on, at the indentation.
@@ -289,10 +301,14 @@ bool write_text(int fd, std::string_view text)
     return rewrite(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
+constexpr size_t kMaxName = NAME_MAX - 7;  // leaves room for the ending
+
 // Replaces the file by one with this text, or complains.
 bool write_beside(const char *target, const struct stat &status, const std::string &text)
 {
-    std::string beside = std::string(target) + ".XXXXXX";
+    const std::string_view path = target;
+    const size_t name = std::min(path.size() - path.rfind('/') - 1, kMaxName);
+    std::string beside = std::string(path.substr(0, path.rfind('/') + 1 + name)) + ".XXXXXX";
     const int fd = mkstemp(beside.data());
     if (fd < 0) {
         elog_complain(1, "can't write beside '%s'", target);
