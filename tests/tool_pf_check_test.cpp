@@ -1,5 +1,6 @@
 // stock pf check, as a user runs it.
 
+#include <chrono>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "support/child.h"
 #include "support/temp_dir.h"
 
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::StartsWith;
 
@@ -56,6 +58,7 @@ TEST_F(ToolPfCheck, ReadsStandardInput)
     EXPECT_EQ(ended.err, "");
     EXPECT_EQ(ended.status, 1);
     EXPECT_EQ(check({"-x"}).status, 2);
+    EXPECT_THAT(check({"--", "-x"}).err, HasSubstr("can't open parameter file '-x'"));
 }
 
 TEST_F(ToolPfCheck, FindsEveryErrorOfSyntaxWithItsLine)
@@ -95,6 +98,23 @@ TEST_F(ToolPfCheck, FindsKeysThatAreGivenTwice)
               "7: key 'a' is given again, first on line 1\n");
 }
 
+TEST_F(ToolPfCheck, AKeyOfTwoLinesIsToldOnOne)
+{
+    EXPECT_EQ(found("'a\nb' &Tbl{\n1\n"), "2: list 'a\\nb' is not closed\n");
+}
+
+TEST_F(ToolPfCheck, TakesNoLongerForEachOfManyProblems)
+{
+    std::string text;
+    for (int i = 0; i < 100000; ++i)
+        text += "k v\n";
+    const std::string path = dir_.file("x.pf", text);
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_THAT(check({path}).out,
+                EndsWith(":100000: key 'k' is given again, first on line 99999\n"));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+}
+
 TEST_F(ToolPfCheck, AKeyMayBeGivenAgainOnceItIsUndefined)
 {
     EXPECT_EQ(found("a 1\na &Undef{}\na 2\n"), "");
@@ -105,6 +125,28 @@ TEST_F(ToolPfCheck, FindsReferencesThatLeadToNothing)
     EXPECT_EQ(found("a &no\nt &Arr{\n in 1\n b &in &{none}\n}\nc &in\nd &t\n"),
               "1: '&no' leads to nothing\n4: '&{none}' leads to nothing\n"
               "6: '&in' leads to nothing\n7: '&t' leads to nothing\n");
+}
+
+TEST_F(ToolPfCheck, FindsReferencesThatNeverEnd)
+{
+    EXPECT_EQ(found("a &a\nb &c\nc &{d}x\nd &b\nt &Arr{\n a &a\n}\nl fine\nm &l\n"),
+              "1: references in references, more than 10 deep\n"
+              "2: references in references, more than 10 deep\n"
+              "3: references in references, more than 10 deep\n"
+              "4: references in references, more than 10 deep\n"
+              "6: references in references, more than 10 deep\n");
+}
+
+TEST_F(ToolPfCheck, FollowsReferencesAsDeepAsTheLibraryDoes)
+{
+    std::string text = "k0 1\n";
+    for (int i = 1; i <= 10; ++i)
+        text += "k" + std::to_string(i) + " &k" + std::to_string(i - 1) + "\n";
+    EXPECT_EQ(found(text), "");
+    EXPECT_EQ(found(text + "k11 &k10\n"), "12: references in references, more than 10 deep\n");
+    EXPECT_EQ(run_program({tool_path(), "pf", "get", dir_ / "x.pf", "k10"}).out, "1\n");
+    EXPECT_EQ(run_program({tool_path(), "pf", "get", dir_ / "x.pf", "k11"}).out,
+              "** error ** pf massive recursion\n");
 }
 
 TEST_F(ToolPfCheck, AnAmpersandBeforeNoNameIsNoReference)
@@ -125,8 +167,9 @@ TEST_F(ToolPfCheck, FindsFilesThatAreNotThere)
 {
     dir_.file("sub/y", "");
     EXPECT_EQ(found("a &file(sub/y)\nb &file($WHERE/y)\nc &file(y)\nd &datafile(sub/y)\n"
-                    "e &datafile(nosuch)\n"),
-              "3: '&file(y)' leads to nothing\n5: '&datafile(nosuch)' leads to nothing\n");
+                    "e &datafile(nosuch)\nf &file(sub)\n"),
+              "3: '&file(y)' leads to nothing\n5: '&datafile(nosuch)' leads to nothing\n"
+              "6: '&file(sub)' leads to nothing\n");
 }
 
 TEST_F(ToolPfCheck, SeveralFilesAreOneTree)
@@ -164,4 +207,5 @@ TEST_F(ToolPfCheck, HelpsAndRefusesWrongUsage)
     EXPECT_THAT(check({"--help"}).out, StartsWith("usage: stock pf check FILE..."));
     EXPECT_EQ(check({}).status, 2);
     EXPECT_EQ(check({"--nosuch"}).status, 2);
+    EXPECT_EQ(check({"--"}).status, 2);
 }

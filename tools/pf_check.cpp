@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstring>
 #include <map>
 
 #include <unistd.h>
@@ -15,7 +16,7 @@ constexpr const char *kHelp =
     "usage: stock pf check FILE...\n"
     "\n"
     "Prints a line FILE:LINE: MESSAGE for all that is wrong in parameter files; \"-\" is\n"
-    "standard input:\n"
+    "standard input, and a FILE that begins with - stands behind --:\n"
     "\n"
     "  - errors of syntax, behind which the library stops reading\n"
     "  - a zero byte, which ends the text\n"
@@ -23,7 +24,8 @@ constexpr const char *kHelp =
     "  - values that swallow the beginning of a list, table or literal\n"
     "  - keys that a file gives twice\n"
     "  - references &name, &ref(file, address), &file(path) and &datafile(name) that\n"
-    "    lead to nothing\n"
+    "    lead to nothing, and references in references more than 10 deep, such as one\n"
+    "    that leads back to its own value\n"
     "\n"
     "Several files are read in this order into one tree: a reference may lead to a\n"
     "value of another of them. The exit status is 1 when there is anything.\n";
@@ -43,7 +45,8 @@ public:
         std::stable_sort(found_.begin(), found_.end(),
                          [](const Problem &a, const Problem &b) { return a.place < b.place; });
         for (const Problem &problem : found_)
-            printf("%s: %s\n", file_and_line(source_, problem.place).c_str(), problem.text.c_str());
+            printf("%s: %s\n", file_and_line(source_, problem.place).c_str(),
+                   escaped(problem.text).c_str());
         return !found_.empty();
     }
 
@@ -104,10 +107,27 @@ private:
             if (is_meant(reference) && !find_reference(sources_, place, reference.name).entry)
                 add(*place.entry, quoted(reference.written) + " leads to nothing");
         }
+        if (!plain && is_too_deep(place))
+            add(*place.entry, "references in references, more than 10 deep");
         // What expands to something else is known only where it is evaluated.
         if (place.entry->kind == Entry::Kind::function && plain && !leads_somewhere(text))
             add(*place.entry,
                 quoted(text.substr(0, text.find_last_of(')') + 1)) + " leads to nothing");
+    }
+
+    // Whether a program gets "massive recursion" of it, as when it leads back to itself.
+    bool is_too_deep(const Place &place) const
+    {
+        std::map<const Entry *, Place> level = {{place.entry, place}};
+        for (int depth = 0; depth <= kMaxReferences && !level.empty(); ++depth) {
+            std::map<const Entry *, Place> next;
+            for (const auto &[entry, from] : level)
+                for (const Reference &reference : references_in(entry->text))
+                    if (Place to = find_reference(sources_, from, reference.name); to.entry)
+                        next.emplace(to.entry, to);
+            level = std::move(next);
+        }
+        return !level.empty();
     }
 
     bool leads_somewhere(const std::string &function) const
@@ -133,9 +153,9 @@ private:
         const std::unique_ptr<char, decltype(&free)> path(expand_env(argument.c_str()), free);
         const size_t slash = source_.file.rfind('/');
         const bool alone = *path == '/' || slash == std::string::npos;
-        return is_present(
-            (alone ? std::string(path.get()) : source_.file.substr(0, slash + 1) + path.get())
-                .c_str());
+        const std::string file =
+            alone ? std::string(path.get()) : source_.file.substr(0, slash + 1) + path.get();
+        return is_present(file.c_str()) && !is_dir(file.c_str());
     }
 
     const Sources &sources_;
@@ -154,14 +174,17 @@ int pf_check(int argc, char **argv)
 {
     if (helped(argc, argv, kHelp))
         return kDone;
-    if (argc < 2)
-        return wrong_usage("stock pf check", "which file?");
-    if (argv[1][0] == '-' && argv[1][1])
+    int first = 1;
+    if (argc > 1 && !strcmp(argv[1], "--"))
+        first = 2;
+    else if (argc > 1 && argv[1][0] == '-' && argv[1][1])
         return wrong_usage("stock pf check", "no option '%s'", argv[1]);
+    if (first == argc)
+        return wrong_usage("stock pf check", "which file?");
 
     int status = kDone;
     Sources sources;
-    for (int i = 1; i < argc; ++i)
+    for (int i = first; i < argc; ++i)
         if (auto source = read(argv[i]))
             sources.push_back(std::move(*source));
         else

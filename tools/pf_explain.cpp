@@ -21,8 +21,6 @@ constexpr const char *kHelp =
     "\n"
     "The exit status is 1 when there is no value.\n";
 
-constexpr int kMaxDepth = 10;  // references in references, as far as the library goes
-
 // The value on one line.
 std::string described(const Entry &entry)
 {
@@ -130,7 +128,7 @@ private:
         }
         printf("is %s of %s\n", described(*to.entry).c_str(),
                place_of(*to.source, *to.entry).c_str());
-        if (depth < kMaxDepth)
+        if (depth < kMaxReferences)
             return print_references(sources, to, depth + 1);
         indent(depth + 1);
         puts("and so on, too deep");

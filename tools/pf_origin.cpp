@@ -86,7 +86,6 @@ std::vector<Reference> references_in(std::string_view text)
 
 namespace {
 
-constexpr int kMaxReferences = 10;      // in each other, as far as the library goes
 constexpr size_t kMaxText = 1'000'000;  // of which no name of a file and no address is
 
 std::optional<std::string> expanded(const Sources &sources, const Place &from, int depth)

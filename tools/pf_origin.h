@@ -20,6 +20,8 @@ struct Place {
     std::vector<const Entry *> around;  // the tables and lists, the outermost first
 };
 
+constexpr int kMaxReferences = 10;  // in each other, as far as the library goes
+
 // The value at an address in the end.
 Place find_place(const Sources &sources, const std::vector<Step> &steps);
 

@@ -429,14 +429,16 @@ private:
 
 int Source::line_of(size_t place) const
 {
-    const auto end = text.begin() + static_cast<std::ptrdiff_t>(place);
-    return 1 + static_cast<int>(std::count(text.begin(), end, '\n'));
+    const auto next = std::lower_bound(newlines.begin(), newlines.end(), place);
+    return 1 + static_cast<int>(next - newlines.begin());
 }
 
 Source scan_source(std::string text, OnError on_error)
 {
     Source source;
     source.text = std::move(text);
+    for (size_t at = 0; (at = source.text.find('\n', at)) != std::string::npos; ++at)
+        source.newlines.push_back(at);
     Reader(source, on_error).read();
     return source;
 }

@@ -38,7 +38,8 @@ struct Source {
     int line_of(size_t place) const;
 
     std::string file;
-    std::string text;  // all of the file
+    std::string text;              // all of the file
+    std::vector<size_t> newlines;  // where they stand in it
     Entry top;
     size_t text_end = 0;            // where the end mark stands, or the end of the text
     std::vector<Problem> problems;  // in the order of the text

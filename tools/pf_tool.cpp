@@ -74,9 +74,9 @@ Pf *child_of(const Pf *table, const std::string &key)
     return static_cast<Pf *>(getarr(table->value.arr, key.c_str()));
 }
 
-std::string quoted(std::string_view text)
+std::string escaped(std::string_view text)
 {
-    std::string out = "'";
+    std::string out;
     for (const char c : text) {
         char escape[8] = {c};
         if (c == '\n')
@@ -87,7 +87,12 @@ std::string quoted(std::string_view text)
             snprintf(escape, sizeof escape, "\\%03o", static_cast<unsigned>(c));
         out += escape;
     }
-    return out + "'";
+    return out;
+}
+
+std::string quoted(std::string_view text)
+{
+    return "'" + escaped(text) + "'";
 }
 
 // ---- JSON ----

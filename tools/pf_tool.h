@@ -37,8 +37,10 @@ Pf *child_of(const Pf *table, const std::string &key);
 void add_json(std::string &out, const Pf *pf, int level);
 void add_json_string(std::string &out, std::string_view text);
 
-// The text between single quotes, for messages on one line: newlines and other
-// control characters are written as escapes.
+// The text on one line: newlines and other control characters are written as escapes.
+std::string escaped(std::string_view text);
+
+// The same between single quotes.
 std::string quoted(std::string_view text);
 
 // The types that a value may be read as.
