@@ -368,6 +368,14 @@ TEST_F(ToolPfName, WrongUsageHasStatus2)
     }
 }
 
+TEST_F(ToolPfName, ANameThatBeginsWithADashStandsBehindTwo)
+{
+    dir_.file("a/-x.pf", "k 1\n");
+    EXPECT_EQ(pf({"get", "--", "-x", "k"}).out, "1\n");
+    EXPECT_EQ(pf({"get", "--type", "int", "--", "-x", "k"}).out, "1\n");
+    EXPECT_EQ(pf({"get", "-x", "k"}).status, 2);
+}
+
 TEST_F(ToolPfName, ANameWithoutAFileHasStatus1)
 {
     for (const auto &words :

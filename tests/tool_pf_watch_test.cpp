@@ -10,6 +10,7 @@
 #include "support/temp_dir.h"
 
 using testing::ContainsRegex;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
@@ -53,6 +54,13 @@ TEST_F(ToolPfWatch, PrintsTheTimeAndWhatChanged)
                              "- t\\{l\\}\\[0\\] '[0-9]+'\n\\+ t\\{l\\}\\[0\\] '[0-9]+'\n"));
 }
 
+TEST_F(ToolPfWatch, AKeyOfTwoLinesIsPrintedOnOne)
+{
+    dir_.file("a/x.pf", "k 0\n");
+    EXPECT_THAT(watch(1, "printf '\"k\nl\" 1\\nk 0\\n' >t; mv t a/x.pf"),
+                EndsWith("x\n+ k\\nl '1'\n"));
+}
+
 TEST_F(ToolPfWatch, SeesFilesComeAndGo)
 {
     dir_.file("a/x.pf", "k 0\n");
@@ -90,6 +98,8 @@ TEST_F(ToolPfWatch, HelpsAndRefusesWrongUsage)
         {"--interval", "x"},
         {"--changes", "none", "x"},
         {"--nosuch", "x"},
+        {"x", "--"},
+        {"--"},
     };
     for (std::vector<std::string> words : cases) {
         words.insert(words.begin(), {tool_path(), "pf", "watch"});

@@ -47,13 +47,19 @@ TEST(ToolState, PrintsWhatAProgramSaved)
     EXPECT_EQ(ended.out, "count\t-12\n"
                          "list[0]\tzero\n"
                          "list[1]\tone\n"
-                         "name\ttwo\\nlines\\twith \\ & #\n"
+                         "name\ttwo\\nlines\\twith \\\\ & #\n"
                          "size\t.5\n"
                          "start\t 1200000000.000 (010) 2008-01-10  21:20:00.00000 UTC Thursday\n"
                          "table{a}{deep}\t1\n"
                          "table{b}\t2\n");
     EXPECT_EQ(ended.err, "");
     EXPECT_EQ(ended.status, 0);
+}
+
+TEST(ToolState, ANameWithATabOrANewlineStaysOnItsLine)
+{
+    const Ended ended = run({"-"}, "\"a\tb\" 1\nt &Arr{\n \"c\nd\" \\\\n\n}\n");
+    EXPECT_EQ(ended.out, "a\\tb\t1\nt{c\\nd}\t\\\\n\n");
 }
 
 TEST(ToolState, ReadsAFileThatIsInUse)
@@ -80,6 +86,7 @@ TEST(ToolState, ReadsStandardInputAndEvaluatesNoFunction)
 TEST(ToolState, AFileThatRestoresNothingHasStatus1)
 {
     const TempDir dir;
+    EXPECT_THAT(run({"--", "-nosuch"}).err, HasSubstr("can't open parameter file '-nosuch'"));
     for (const std::string &path : {dir.file("broken", "count 3\nlist &Tbl{\n"), dir / "nosuch"}) {
         const Ended ended = run({path});
         EXPECT_EQ(ended.out, "");
@@ -98,7 +105,7 @@ TEST(ToolState, Helps)
 TEST(ToolState, WrongUsageHasStatus2)
 {
     for (const std::vector<std::string> &words :
-         {std::vector<std::string>{}, {"a", "b"}, {"--nosuch"}}) {
+         {std::vector<std::string>{}, {"a", "b"}, {"--nosuch"}, {"--"}}) {
         const Ended ended = run(words);
         EXPECT_EQ(ended.status, 2);
         EXPECT_THAT(ended.err, HasSubstr("try 'stock state --help'\n"));

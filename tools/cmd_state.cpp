@@ -1,5 +1,6 @@
 // stock state: what a program keeps across restarts.
 
+#include <cstring>
 #include <string>
 
 #include "command.h"
@@ -12,18 +13,26 @@ constexpr const char *kHelp =
     "\n"
     "Prints the values that a program saved in its state file: name, a tab and the\n"
     "text, one a line, in the order of their names. Values in tables and lists are\n"
-    "named by their addresses, and newlines and other control characters are written\n"
-    "as escapes. References are expanded; functions are printed as they are written.\n"
+    "named by their addresses, and newlines, other control characters and backslashes\n"
+    "are written as escapes. References are expanded; functions are printed as they\n"
+    "are written.\n"
     "\n"
-    "The file - is standard input. A program that uses the state file meanwhile is not\n"
-    "disturbed. The exit status is 1 when the file cannot be read or is no parameter\n"
-    "text; such a file restores nothing.\n";
+    "The file - is standard input; another that begins with - stands behind --. A\n"
+    "program that uses the state file meanwhile is not disturbed. The exit status is 1\n"
+    "when the file cannot be read or is no parameter text; such a file restores nothing.\n";
+
+// On one line, from which the text can be had again.
+std::string one_line(std::string_view text)
+{
+    std::string doubled;
+    for (const char c : text)
+        doubled += c == '\\' ? std::string("\\\\") : std::string(1, c);
+    return escaped(doubled);
+}
 
 void print(const std::string &address, std::string_view text)
 {
-    std::string line = quoted(text);
-    line = line.substr(1, line.size() - 2);
-    printf("%s\t%s\n", address.c_str(), line.c_str());
+    printf("%s\t%s\n", one_line(address).c_str(), one_line(text).c_str());
 }
 
 // A function as it was written, without the end of its line.
@@ -58,12 +67,15 @@ int cmd_state(int argc, char **argv)
 {
     if (helped(argc, argv, kHelp))
         return kDone;
-    if (argc > 1 && argv[1][0] == '-' && argv[1][1])
+    int first = 1;
+    if (argc > 1 && !strcmp(argv[1], "--"))
+        first = 2;
+    else if (argc > 1 && argv[1][0] == '-' && argv[1][1])
         return wrong_usage("stock state", "no option '%s'", argv[1]);
-    if (argc != 2)
-        return wrong_usage("stock state", argc > 2 ? "one file at a time" : "which file?");
+    if (argc - first != 1)
+        return wrong_usage("stock state", argc > first ? "one file at a time" : "which file?");
     Pf *tree = pfnew(PFFILE);
-    const bool parsed = parse_file(argv[1], &tree);
+    const bool parsed = parse_file(argv[first], &tree);
     const PfPtr owner(tree);
     if (!parsed)
         return kFailed;

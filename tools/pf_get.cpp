@@ -84,7 +84,8 @@ constexpr const char *kGetHelp =
     "                  tbl        printed as an element a line\n"
     "                  arr        printed as a key, a tab and its text a line\n"
     "\n"
-    "The exit status is 1 when there is no such value or it is not of the type.\n";
+    "A NAME that begins with - stands behind --. The exit status is 1 when there is no\n"
+    "such value or it is not of the type.\n";
 
 int no_entry(Pf *pf, const char *address)
 {
@@ -243,9 +244,11 @@ int pf_get(int argc, char **argv)
             return wrong_usage("stock pf get", "no type '%s'", argv[2]);
         print = type->print;
         first = 3;
-    } else if (argc > 1 && argv[1][0] == '-') {
-        return wrong_usage("stock pf get", "no option '%s'", argv[1]);
     }
+    if (argc > first && !strcmp(argv[first], "--"))
+        ++first;
+    else if (argc > first && argv[first][0] == '-')
+        return wrong_usage("stock pf get", "no option '%s'", argv[first]);
     if (argc - first != 2)
         return wrong_usage("stock pf get", "a name and an address, please");
     // The library would print the marks that make no address.

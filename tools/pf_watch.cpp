@@ -25,7 +25,9 @@ constexpr const char *kHelp =
     "\n"
     "  --interval SECONDS   look this often, 1 when not given\n"
     "  --changes NUMBER     end after so many changes; else it goes on until it is\n"
-    "                       interrupted\n";
+    "                       interrupted\n"
+    "\n"
+    "A NAME that begins with - stands behind --.\n";
 
 using Values = std::map<std::string, std::string>;  // by address, as they are written
 using Times = std::vector<std::pair<std::string, double>>;
@@ -103,9 +105,9 @@ std::string differences(const Values &before, const Values &after)
         if (was != before.end() && is != after.end() && was->second == is->second)
             continue;
         if (was != before.end())
-            out += "- " + address + " " + was->second + "\n";
+            out += "- " + escaped(address) + " " + was->second + "\n";
         if (is != after.end())
-            out += "+ " + address + " " + is->second + "\n";
+            out += "+ " + escaped(address) + " " + is->second + "\n";
     }
     return out;
 }
@@ -144,6 +146,8 @@ const char *read_options(int argc, char **argv, Options &options)
             if (!read_number(argv[++i], 1, &number))
                 return argv[i];
             options.changes = static_cast<long>(number);
+        } else if (!strcmp(argv[i], "--") && !options.name && i + 2 == argc) {
+            options.name = argv[++i];
         } else if (argv[i][0] == '-' || options.name) {
             return argv[i];
         } else {
