@@ -71,6 +71,23 @@ TEST(Pfget, OfATextOrFunctionIsTheNodeItself)
     void *value = nullptr;
     EXPECT_EQ(pfget(text.get(), "any", &value), PFSTRING);
     EXPECT_STREQ(static_cast<char *>(value), "s");
+    setenv("PF_GET", "value", 1);
+    const PfPtr pf = parse("f &env(PF_GET)\n");
+    Pf *function = nullptr;
+    pfvalue(pf.get(), "f", &function);
+    EXPECT_EQ(pfget(function, "any", &value), PFSTRING);
+    EXPECT_STREQ(static_cast<char *>(value), "value");
+}
+
+TEST(Pfget, APlaceholderIsNotFound)
+{
+    const PfPtr pf = parse("a 1\n");
+    pfadd_arr(pf.get(), "p");
+    void *value = nullptr;
+    EXPECT_EQ(pfget(pf.get(), "p", &value), PFINVALID);
+    EXPECT_EQ(value, nullptr);
+    EXPECT_EQ(pfget(pf.get(), nullptr, &value), PFINVALID);
+    pfset(pf.get(), "p", "");
 }
 
 TEST(Pfget, ComplainsOfANodeThatHasNoChildren)
@@ -87,7 +104,7 @@ TEST(Pfget, ComplainsOfANodeThatHasNoChildren)
 
 TEST(Pfeval, GivesTextsAndMinusOneForTheRest)
 {
-    const PfPtr pf = parse("a &Arr{\n b 1\n}\n");
+    const PfPtr pf = parse("a &Arr{\n b 1\n}\nx &exec(echo out; exit 1)\n");
     char *value = nullptr;
     EXPECT_EQ(pfeval(pf.get(), "a{b}", &value), 0);
     EXPECT_STREQ(value, "1");
@@ -95,6 +112,8 @@ TEST(Pfeval, GivesTextsAndMinusOneForTheRest)
     EXPECT_EQ(value, nullptr);
     EXPECT_EQ(pfeval(pf.get(), "none", &value), -1);
     EXPECT_EQ(pfeval(pf.get(), "", &value), 0);
+    EXPECT_EQ(value, nullptr);
+    EXPECT_EQ(pfeval(pf.get(), "x", &value), -1) << "a command that failed";
     EXPECT_EQ(value, nullptr);
 }
 
@@ -129,12 +148,14 @@ TEST(PfgetTyped, BadTextIsComplainedAboutAndConvertedAllTheSame)
                        EXPECT_EQ(pfget_boolean(pf.get(), "b"), 0);
                        pfget_time(pf.get(), "t");
                        EXPECT_EQ(pfget_int(pf.get(), "e"), 0);
+                       EXPECT_EQ(pfget_double(pf.get(), "e"), 0);
                    }),
               "T: Bad integer value '12abc' for i\n"
               "T: Bad floating point value '1.5x' for d\n"
               "T: Bad boolean value 'maybe' for b\n"
               "T: Bad time value 'never' for t\n"
-              "T: Bad integer value '' for e\n");
+              "T: Bad integer value '' for e\n"
+              "T: Bad floating point value '' for e\n");
 }
 
 // The index used to be read as the address of a text.
@@ -192,6 +213,36 @@ TEST(PfgetDeathTest, AMissingNumberEndsTheProcess)
     for (const auto &getter : getters)
         EXPECT_EQ(says(1, getter), "T: program needs value for 'none', not found in parameter "
                                    "file 'prog.pf'\n");
+}
+
+TEST(PfgetDeathTest, AReferenceThatLeadsNowhereIsAMissingValue)
+{
+    const PfPtr pf = parse("r &ref(,x)\nt &Arr{\n}\n");
+    EXPECT_EQ(says(1, [&] { pfget_string(pf.get(), "r"); }),
+              "T: program needs value for 'r', not found in parameter file 'prog.pf'\n");
+    Pf *table = nullptr;
+    pfresolve(pf.get(), "t", 0, &table);
+    EXPECT_EQ(says(1, [&] { pfget_int(table, "k"); }),
+              "T: program needs value for 'k', not found in parameter file ''\n");
+}
+
+TEST(PfdieDeathTest, NamesTheTypes)
+{
+    const PfPtr pf = parse("a 1\n");
+    const struct {
+        int expected, got;
+        const char *names;
+    } cases[] = {
+        {PFFILE, PFTBL, "scalar but got table"},
+        {PFSTRING, PFARR, "scalar but got array"},
+        {PFUNDEF, PFANY, "undefined but got pf-function"},
+        {PFINVALID, PFFUNCTION, "invalid but got pf-function"},
+        {PFGRAFT, PFEXEC_ERROR, "pf-function but got scalar"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(says(1, [&] { _pfdie(pf.get(), "k", c.expected, c.got, nullptr); }),
+                  std::string("T: wrong parameter type for 'k' : expected ") + c.names +
+                      " in 'prog.pf'\n");
 }
 
 TEST(PfgetDeathTest, AValueOfATextOrFunctionIsMissing)
@@ -276,6 +327,19 @@ TEST(PfgetTyped, ListsAndArraysOfValues)
     EXPECT_STREQ(static_cast<char *>(getarr(top.get(), "home")), "/u");
 }
 
+// The later value used to free what the earlier one had given.
+TEST(PfgetTyped, ValuesOfAnArrayMayReferToEachOther)
+{
+    setenv("PF_GET", "value", 1);
+    const PfPtr pf = parse("home /u\na &Arr{\n b &home\n c &env(PF_GET)\n d &b&c\n"
+                           " e &undef()\n}\n");
+    const ArrPtr array(pfget_arr(pf.get(), "a"));
+    EXPECT_EQ(cntarr(array.get()), 3);
+    EXPECT_STREQ(static_cast<char *>(getarr(array.get(), "b")), "/u");
+    EXPECT_STREQ(static_cast<char *>(getarr(array.get(), "c")), "value");
+    EXPECT_STREQ(static_cast<char *>(getarr(array.get(), "d")), "/uvalue");
+}
+
 TEST(PfgetTyped, HolesAndNullTextsNeverCrash)
 {
     const PfPtr pf(pfnew(PFFILE));
@@ -331,6 +395,9 @@ TEST(Pfprint, ComplainsWhenThereIsNothingToPrint)
                        pfprint("none", "b");
                    }),
               "T: Can't read parameter file none\n\tPermission denied\n");
+    path.site("bad.pf", "a 1\n}\n");
+    EXPECT_NE(says(0, [] { pfprint("bad", "a"); }).find("T: Can't read parameter file bad\n"),
+              std::string::npos);
 }
 
 TEST(Pfconfig, RefusesAnUnknownCode)

@@ -345,7 +345,8 @@ STOCK_API int pfrequire(const char *name, const char *date);
  * with the node it stored in *result, or else returns 0 or null.
  *
  * Texts are borrowed from the tree and stay valid until the same value is read
- * again or freed. Reading changes a tree: one thread at a time may read in it.
+ * again, be it through a reference to it, or freed. Reading changes a tree: one
+ * thread at a time may read in it.
  */
 
 /* The index i as a key or address. */

@@ -11,6 +11,7 @@
 
 #include "internal/alloc.h"
 #include "internal/growing_text.h"
+#include "internal/pfget.h"
 
 namespace {
 
@@ -132,6 +133,12 @@ char *text_of(const Pf *node)
 }
 
 }  // namespace
+
+char *stock::last_expanded(const Pf *node)
+{
+    char *text = text_of(node);
+    return text && std::strchr(text, '&') ? node->filled_out : text;
+}
 
 char *pfexpand(Pf *node)
 {

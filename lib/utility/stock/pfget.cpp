@@ -145,6 +145,12 @@ long integer(const char *text, char **end)
     return number;
 }
 
+// The node itself, or what a function gave when it was evaluated last.
+const Pf *last_result(const Pf *node)
+{
+    return node && node->type == PFFUNCTION ? node->value.pffunct->result : node;
+}
+
 // The container of the expected type at an address; null for a missing one.
 Pf *container_at(Pf *pf, const char *address, int expected)
 {
@@ -285,11 +291,15 @@ Arr *pfget_arr(Pf *pf, const char *address)
         return nullptr;
     Arr *values = newarr(nullptr);
     Tbl *keys = keysarr(table->value.arr);
+    // Reading a value that refers to others reads them again and frees what they gave
+    // before: the texts are taken when nothing more is read.
+    for (int64_t i = 0; i < keys->count; ++i)
+        pfget(table, static_cast<const char *>(gettbl(keys, i)), nullptr);
     for (int64_t i = 0; i < keys->count; ++i) {
         const auto *key = static_cast<const char *>(gettbl(keys, i));
-        void *value = nullptr;
-        if (pfget(table, key, &value) == PFSTRING)
-            setarr(values, key, value);
+        const Pf *node = last_result(stock::direct_child(table, key));
+        if (node && node->type == PFSTRING)
+            setarr(values, key, stock::last_expanded(node));
     }
     freetbl(keys, nullptr);
     return values;

@@ -10,6 +10,9 @@ namespace stock {
 // there is none or only a placeholder. Of a text or a function it is the node itself.
 Pf *direct_child(Pf *pf, const char *key);
 
+// What pfexpand gave of the node the last time, without expanding it again.
+char *last_expanded(const Pf *node);
+
 // The prompt function that pfconfig has set, or null.
 char *(*prompt_function())(const char *prompt);
 
