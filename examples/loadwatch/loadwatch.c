@@ -10,7 +10,16 @@
  * SIGHUP and SIGQUIT end it in order; with --crash it crashes after its first sample,
  * to show the report. It stays in the foreground and needs no terminal.
  *
- * This is the program to read first: settings, sampling, keeping, watching, main.
+ * This is the program to read first. Begin at the end, with main and run; the rest
+ * stands above them by what it does, and shows how a program
+ *
+ *     reads parameters, and follows them         follow, with number, path and limits
+ *     survives parameters that are wrong         unusable
+ *     keeps records in a list that is a file     main (filetbl), keep_sample
+ *     writes numbers that any machine can read   append_packed
+ *     has one instance and a memory              remember (exhume), sample_once (bury)
+ *     tells what an operator must know           compare, sample_once
+ *     stops in order                             run (Stop), the end of main
  */
 
 #include <math.h>
@@ -38,10 +47,13 @@ typedef struct Sample {
 
 enum { PATH_SIZE = 1024 };
 
+/* What loadwatch.pf says, under the same names; it tells what each is for. */
 typedef struct Settings {
     char samples[PATH_SIZE], state[PATH_SIZE], packed[PATH_SIZE];
     char loadavg[PATH_SIZE], meminfo[PATH_SIZE];
-    double interval, grace, quiet_until, keep;
+    double interval, grace; /* seconds */
+    double quiet_until;     /* seconds since 1970 */
+    double keep;
     double limit[QUANTITIES]; /* infinite for what is not watched */
 } Settings;
 
@@ -70,13 +82,15 @@ static volatile int Stop;
 
 /* ---- Settings ---- */
 
-/*
- * A program dies of a missing parameter, unless it says otherwise. A daemon that has run
- * for a year should not die of a slip in an editor: what cannot be used is logged, which
- * keeps the reason until somebody complains, and counted.
- */
+/* How many parameters could not be used since somebody last looked. */
 static int Unusable;
 
+/*
+ * A program dies of a missing parameter, unless it says otherwise. A daemon that has run
+ * for a year should not die of a slip in an editor, so main makes the library call this
+ * instead of dying; the getter then returns 0. The log keeps the reason until somebody
+ * complains, and puts it in front of the complaint.
+ */
 static void unusable(Pf *pf, const char *key, int expected, int got, Pf **result)
 {
     (void)pf, (void)expected, (void)result;
@@ -108,22 +122,21 @@ static void path(Pf *pf, const char *key, char *copy)
 /* The list "watch" names what is watched, the table "limits" says up to where. */
 static void limits(Pf *pf, double *limit)
 {
-    Pf *watch = NULL;
-    _pfeval(pf, "watch", &watch, PFTBL);
     for (int i = 0; i < QUANTITIES; i++)
         limit[i] = INFINITY;
-    for (long n = 0; watch && n < pfmaxtbl(watch) && !Unusable; n++) {
-        const char *name = pfget_string(watch, pfindex(n));
+    Pf *watch = NULL; /* the list itself: a getter takes an element of it like a value */
+    _pfeval(pf, "watch", &watch, PFTBL);
+    for (long n = 0; watch && n < pfmaxtbl(watch); n++) {
+        const char *name = okstr(pfget_string(watch, pfindex(n))); /* it may be no text */
         int i = 0;
-        while (i < QUANTITIES && nstrcmp(name, Quantity[i].name) != 0)
+        while (i < QUANTITIES && strcmp(name, Quantity[i].name) != 0)
             i++;
-        char key[64];
-        snprintf(key, sizeof key, "limits{%s}", okstr(name));
-        const double value = number(pf, key, 1e-3, 1e18);
+        char address[64]; /* of a value in a table */
+        snprintf(address, sizeof address, "limits{%s}", name);
         if (i < QUANTITIES)
-            limit[i] = value;
+            limit[i] = number(pf, address, 1e-3, 1e18);
         else
-            unusable(pf, key, PFSTRING, PFINVALID, NULL);
+            unusable(pf, address, PFSTRING, PFINVALID, NULL);
     }
 }
 
@@ -139,7 +152,7 @@ static int follow(const char *name, Settings *settings)
     if (status <= 0)
         return status < 0 ? -1 : 0;
 
-    static Settings new;
+    Settings new = {0};
     Unusable = 0;
     path(pf, "samples", new.samples);
     path(pf, "state", new.state);
@@ -159,40 +172,51 @@ static int follow(const char *name, Settings *settings)
 
 /* ---- Sampling ---- */
 
-/* Reads "0.57 0.75 0.37 2/95 14441" and lines such as "MemTotal:   24684084 kB". */
-static int take_sample(const Settings *settings, Sample *sample)
+/* Reads the load averages from a line such as "0.57 0.75 0.37 2/95 14441". */
+static int read_load(const char *file, double *load)
 {
     char line[256];
-    double *load = &sample->value[LOAD1], total = NAN, available = NAN;
-    sample->time = std_now();
-
-    FILE *stream = fopen(settings->loadavg, "r");
+    FILE *stream = fopen(file, "r");
     if (!stream) {
-        elog_log(1, "can't open %s", settings->loadavg); /* 1: and why, as errno says */
+        elog_log(1, "can't open %s", file); /* 1: and why, as errno says */
         return -1;
     }
     const char *got = getaline(stream, line, sizeof line);
     fclose(stream);
-    if (!got || sscanf(line, "%lf %lf %lf", &load[0], &load[1], &load[2]) != 3) {
-        elog_log(0, "no load averages in %s", settings->loadavg);
-        return -1;
-    }
+    if (got && sscanf(line, "%lf %lf %lf", &load[0], &load[1], &load[2]) == 3)
+        return 0;
+    elog_log(0, "no load averages in %s", file);
+    return -1;
+}
 
-    stream = fopen(settings->meminfo, "r");
+/* Reads the bytes in use from lines such as "MemTotal:   24684084 kB". */
+static int read_memory(const char *file, double *used)
+{
+    char line[256];
+    double total = NAN, available = NAN;
+    FILE *stream = fopen(file, "r");
     if (!stream) {
-        elog_log(1, "can't open %s", settings->meminfo);
+        elog_log(1, "can't open %s", file);
         return -1;
     }
-    while (isnan(total - available) && getaline(stream, line, sizeof line)) {
+    while (getaline(stream, line, sizeof line)) {
         sscanf(line, "MemTotal: %lf", &total);
         sscanf(line, "MemAvailable: %lf", &available);
     }
     fclose(stream);
-    sample->value[USED] = (total - available) * 1024;
-    if (!isnan(sample->value[USED]))
+    *used = (total - available) * 1024;
+    if (!isnan(*used))
         return 0;
-    elog_log(0, "no memory sizes in %s", settings->meminfo);
+    elog_log(0, "no memory sizes in %s", file);
     return -1;
+}
+
+static int take_sample(const Settings *settings, Sample *sample)
+{
+    sample->time = std_now();
+    if (read_load(settings->loadavg, &sample->value[LOAD1]) < 0)
+        return -1;
+    return read_memory(settings->meminfo, &sample->value[USED]);
 }
 
 /* ---- Keeping ---- */
@@ -251,27 +275,37 @@ static void remember(const Settings *settings)
 
 /* ---- Watching ---- */
 
+static void raise_alert(int i, double value, double limit)
+{
+    static char message[128]; /* stays, for the state file is written from it */
+    const double scale = Quantity[i].scale;
+    const char *unit = Quantity[i].unit;
+    snprintf(message, sizeof message, "%s is %.2f%s, above %.2f%s", Quantity[i].name, value / scale,
+             unit, limit / scale, unit);
+    elog_alert(0, "%s", message);
+    Kept.alert = message;
+    Kept.alerts++;
+    Kept.raised |= 1 << i;
+}
+
+static void end_alert(int i, double value)
+{
+    elog_notify(0, "%s is back to normal: %.2f%s", Quantity[i].name, value / Quantity[i].scale,
+                Quantity[i].unit);
+    Kept.raised &= ~(1 << i);
+}
+
 /* Tells each change once: the first sample above a limit, and the first one back. */
 static void compare(const Settings *settings, const Sample *sample)
 {
-    static char message[128];
+    const int quiet = sample->time < settings->quiet_until;
     for (int i = 0; i < QUANTITIES; i++) {
-        const double value = sample->value[i], limit = settings->limit[i];
-        const double scale = Quantity[i].scale;
-        const char *name = Quantity[i].name, *unit = Quantity[i].unit;
-        const int above = value > limit, raised = Kept.raised >> i & 1;
-        if (above == raised || (above && sample->time < settings->quiet_until))
-            continue;
-        Kept.raised ^= 1 << i;
-        if (above) {
-            snprintf(message, sizeof message, "%s is %.2f%s, above %.2f%s", name, value / scale,
-                     unit, limit / scale, unit);
-            elog_alert(0, "%s", message);
-            Kept.alert = message;
-            Kept.alerts++;
-        } else {
-            elog_notify(0, "%s is back to normal: %.2f%s", name, value / scale, unit);
-        }
+        const int above = sample->value[i] > settings->limit[i];
+        const int raised = Kept.raised >> i & 1;
+        if (above && !raised && !quiet)
+            raise_alert(i, sample->value[i], settings->limit[i]);
+        else if (raised && !above)
+            end_alert(i, sample->value[i]);
     }
 }
 
@@ -309,6 +343,7 @@ __attribute__((noinline)) void crash_on_purpose(Tbl *list)
     sample->time = 0;
 }
 
+/* Samples and follows the parameters until a stop signal comes. */
 void run(const char *name, Settings *settings, Tbl *list, int crash)
 {
     const double nap = 0.2; /* short, lest a signal that comes just before it waits long */
@@ -337,14 +372,16 @@ void run(const char *name, Settings *settings, Tbl *list, int crash)
 int main(int argc, char **argv)
 {
     elog_init(argc, argv); /* first of all: the log, and the report of crashes */
-    const int crash = argc > 1 && strcmp(argv[1], "--crash") == 0;
-    const char *name = argc > 1 + crash ? argv[1 + crash] : "loadwatch";
-    if (argc > 2 + crash || !*name || *name == '-') {
+    int next = 1;
+    const int crash = next < argc && strcmp(argv[next], "--crash") == 0;
+    next += crash;
+    const char *name = next < argc ? argv[next++] : "loadwatch";
+    if (next < argc || !*name || *name == '-') {
         fprintf(stderr, "usage: %s [--crash] [NAME]\n", argv[0]);
         return 2;
     }
 
-    static Settings settings;
+    Settings settings = {0};
     pfconfig("die", (void *)unusable);
     if (follow(name, &settings) < 0)
         elog_die(0, "can't start without the parameters of %s", name);
