@@ -38,6 +38,7 @@
 namespace fs = std::filesystem;
 using testing::EndsWith;
 using testing::HasSubstr;
+using testing::Not;
 
 namespace {
 
@@ -591,6 +592,18 @@ TEST_F(Bury, FileAndDirectoryAreFlushedEachTime)
                   std::printf("%d %d", flushed_files, flushed_directories);
               }),
               "0\n2 2");
+}
+
+TEST_F(Bury, ProgramsThatItRunsDoNotGetTheFile)
+{
+    const Ended ended = untagged([&] {
+        open();
+        bury();
+        if (std::system("ls -l /dev/fd/") != 0)
+            std::_Exit(9);
+    });
+    EXPECT_THAT(ended.out, Not(HasSubstr(state)));
+    EXPECT_EQ(ended.status, 0);
 }
 
 TEST_F(Bury, OwnerAndGroupMayWriteTheFileAndOthersReadIt)
@@ -1189,6 +1202,46 @@ TEST_F(Bury, ABurialThatNeverEndsIsGivenUp)
     });
     EXPECT_EQ(ended.err, "the state could not be saved in time\n");
     EXPECT_EQ(ended.status, 1);
+}
+
+// The handler saves by itself, and may have interrupted what its burial waits for.
+TEST_F(Bury, ABurialOfTheHandlerThatNeverEndsIsGivenUpThoughAlarmsAreBlocked)
+{
+    const Ended ended = untagged([&] {
+        static volatile int flag;
+        open(&flag, 0, [](Pf *) {
+            for (;;)
+                pause();
+        });
+        sigset_t alarm;
+        sigemptyset(&alarm);
+        sigaddset(&alarm, SIGALRM);
+        sigprocmask(SIG_BLOCK, &alarm, nullptr);
+        std::raise(SIGTERM);
+    });
+    EXPECT_EQ(ended.err, "the state could not be saved in time\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST_F(Bury, AnAlarmInsideABurialSavesAndEndsTheProcessBehindIt)
+{
+    const Ended ended = untagged([&] {
+        static volatile int flag;
+        static int count = 8;
+        open(&flag, 1, [](Pf *pf) {
+            if (!flag) {
+                std::raise(SIGTERM);
+                std::this_thread::sleep_for(std::chrono::milliseconds(1300));
+            }
+            pfput_string(pf, "extra", "whole");
+        });
+        resurrect("count", &count, RELIC_INT);
+        std::printf("%d", bury());
+    });
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.err, "quitting from resurrection alarm\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(text(), "count\t8\nextra\twhole\n");
 }
 
 // A program that does nothing but bury. It counts its burials.
