@@ -69,6 +69,13 @@ TEST_F(ToolFind, NothingFoundHasStatus1)
     EXPECT_EQ(ended.status, 1);
 }
 
+TEST_F(ToolFind, ANameThatBeginsWithADashStandsBehindTwo)
+{
+    const std::string path = dir_.file("a/-x", "");
+    EXPECT_EQ(find({"--", "-x"}).out, "* " + path + "\n");
+    EXPECT_EQ(find({"--all", "--", "-x"}).out, "* " + path + "\n");
+}
+
 TEST_F(ToolFind, Helps)
 {
     const Ended ended = find({"--help"});

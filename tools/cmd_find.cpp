@@ -18,7 +18,8 @@ void print_help()
           "  --path VARIABLE   where the search path is\n"
           "  --dir SUBDIR      look in this directory of each element\n"
           "  --all             also print, behind '-', what is not there or cannot be read\n\n"
-          "The status is 1 when there is no such file.\n",
+          "A NAME that begins with - stands behind --. The status is 1 when there is no such\n"
+          "file.\n",
           stdout);
 }
 
@@ -40,6 +41,8 @@ const char *read_options(int argc, char **argv, Options &options)
             options.variable = argv[++i];
         else if (!strcmp(argv[i], "--dir") && more)
             options.subdir = argv[++i];
+        else if (!strcmp(argv[i], "--") && i + 2 == argc && !options.name)
+            options.name = argv[++i];
         else if (argv[i][0] == '-' || options.name)
             return argv[i];
         else
