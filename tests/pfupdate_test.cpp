@@ -1,7 +1,9 @@
 // Trees that are read again when their files change.
 
 #include <cstdio>
+#include <memory>
 #include <string>
+#include <thread>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -135,6 +137,55 @@ TEST(Pfupdate, ATreeThatTheCallerFreedIsReadAgain)
     pffree(pf);
 }
 
+TEST(Pfupdate, ATreeThatTheRegistryFreedIsNotFreedAgain)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(pfupdate("prog", &pf), 1);
+        EXPECT_EQ(value_at(pf, "a"), "1");
+        putPf("other", pf);
+        EXPECT_EQ(freePf("other"), 0);
+    }
+}
+
+TEST(Pfupdate, ATreeThatWasGraftedStaysWhereItIs)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    putPf("prog", pf);
+    const PfPtr whole(pfnew(PFFILE));
+    pfput(whole.get(), "part", pf, PFGRAFT);
+    EXPECT_EQ(existsPf("prog"), nullptr);
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    EXPECT_EQ(tree_text(whole.get()), R"({part: {a: "1"}})");
+    pffree(pf);
+}
+
+TEST(Pfupdate, ARegisteredTreeThatItFreesIsTakenOutOfTheRegistry)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    Pf *beside = pfnew(PFFILE);
+    putPf("prog", pf);
+    putPf("another name", pf);
+    putPf("beside", beside);
+    change(site, "a 2\n");
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    EXPECT_EQ(existsPf("prog"), nullptr);
+    EXPECT_EQ(existsPf("another name"), nullptr);
+    EXPECT_EQ(existsPf("beside"), beside);
+    EXPECT_EQ(value_at(getPf("prog"), "a"), "2");
+    EXPECT_EQ(freePf("prog"), 0);
+    EXPECT_EQ(freePf("beside"), 0);
+    pffree(pf);
+}
+
 TEST(Pfupdate, TwoVariablesOfOneNameHaveTreesOfTheirOwn)
 {
     const PfPath path;
@@ -184,8 +235,8 @@ TEST(Pfupdate, ALogFunctionOfTheProgramMayUpdateTheSameVariable)
     static Pf *pf = nullptr;
     ASSERT_EQ(pfupdate("prog", &pf), 1);
     int (*update)(int, const char *, Tbl *) = [](int, const char *, Tbl *) {
-        elog_set(ELOG_CALLBACK_FN, 0, nullptr);
-        EXPECT_EQ(pfupdate("prog", &pf), -2);
+        EXPECT_EQ(pfupdate("prog", &pf), 0);
+        EXPECT_EQ(value_at(pf, "a"), "1");
         return 1;
     };
     elog_set(ELOG_CALLBACK_FN, 0, update);
@@ -195,6 +246,39 @@ TEST(Pfupdate, ALogFunctionOfTheProgramMayUpdateTheSameVariable)
     EXPECT_EQ(value_at(pf, "a"), "2");
     pffree(pf);
     elog_clear();
+}
+
+TEST(Pfupdate, ALogFunctionOfTheProgramMayMakeTheFirstUpdateOfTheSameVariable)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n}\n");
+    static Pf *pf = nullptr;
+    int (*update)(int, const char *, Tbl *) = [](int, const char *, Tbl *) {
+        elog_set(ELOG_CALLBACK_FN, 0, nullptr);
+        EXPECT_EQ(pfupdate("prog", &pf), -2);
+        return 1;
+    };
+    elog_set(ELOG_CALLBACK_FN, 0, update);
+    EXPECT_EQ(pfupdate("prog", &pf), -2);
+    EXPECT_EQ(value_at(pf, "a"), "1");
+    EXPECT_EQ(pfupdate("prog", &pf), 0);
+    pffree(pf);
+    elog_clear();
+}
+
+TEST(Pfupdate, ATreeKeepsItsNameWhenTheCallersIsGone)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    auto name = std::make_unique<std::string>("prog");
+    EXPECT_EQ(pfupdate(name->c_str(), &pf), 1);
+    ASSERT_NE(getPf(name->c_str()), nullptr);
+    name.reset();
+    EXPECT_STREQ(pf->filename, "prog");
+    EXPECT_STREQ(existsPf("prog")->filename, "prog");
+    pffree(pf);
+    freePf("prog");
 }
 
 TEST(Pflist, ATreeIsReadOnceAndSharedByItsName)
@@ -276,6 +360,60 @@ TEST(Pflist, UpdatePfOfAFileThatWentWrongLeavesNoFreedTree)
     EXPECT_EQ(value_at(existsPf("prog"), "a"), "2");
     EXPECT_EQ(freePf("prog"), 0);
     elog_clear();
+}
+
+TEST(Pflist, ALogFunctionOfTheProgramFindsTheEarlierTreeDuringAnUpdate)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    ASSERT_NE(getPf("prog"), nullptr);
+    int (*look)(int, const char *, Tbl *) = [](int, const char *, Tbl *) {
+        EXPECT_EQ(value_at(getPf("prog"), "a"), "1");
+        return 1;
+    };
+    elog_set(ELOG_CALLBACK_FN, 0, look);
+    change(site, "a 2\n}\n");
+    EXPECT_EQ(updatePf("prog"), -2);
+    elog_set(ELOG_CALLBACK_FN, 0, nullptr);
+    EXPECT_EQ(value_at(existsPf("prog"), "a"), "2");
+    EXPECT_EQ(freePf("prog"), 0);
+    elog_clear();
+}
+
+TEST(Pflist, ALogFunctionOfTheProgramMayFreeTheTreeDuringAnUpdate)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    const std::string local = path.local("prog.pf", "b 1\n");
+    ASSERT_NE(getPf("prog"), nullptr);
+    int (*release)(int, const char *, Tbl *) = [](int, const char *, Tbl *) {
+        EXPECT_EQ(freePf("prog"), 0);
+        return 1;
+    };
+    elog_set(ELOG_CALLBACK_FN, 0, release);
+    change(local, "b 2\n}\n");
+    EXPECT_EQ(updatePf("prog"), -2);
+    elog_set(ELOG_CALLBACK_FN, 0, nullptr);
+    EXPECT_EQ(value_at(existsPf("prog"), "b"), "2");
+    EXPECT_EQ(freePf("prog"), 0);
+    elog_clear();
+}
+
+TEST(PflistThreads, UpdateOneNameTogether)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    ASSERT_NE(getPf("prog"), nullptr);
+    for (int round = 0; round < 20; ++round) {
+        change(site, "a " + std::to_string(round) + "\n");
+        std::thread threads[4];
+        for (std::thread &thread : threads)
+            thread = std::thread([] { EXPECT_GE(updatePf("prog"), 0); });
+        for (std::thread &thread : threads)
+            thread.join();
+        EXPECT_EQ(value_at(existsPf("prog"), "a"), std::to_string(round));
+    }
+    EXPECT_EQ(freePf("prog"), 0);
 }
 
 TEST(Pflist, UpdatePfWithoutATreeGivesMinusOne)

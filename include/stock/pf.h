@@ -266,8 +266,9 @@ STOCK_API int pfload(const char *dir, const char *subdir, const char *name, Pf *
  * the variable pf, so a program calls it with the same variable each time. The
  * first call always reads.
  *
- * When it reads, it frees the tree that is in *pf. Afterwards *pf is the tree that
- * is up to date, or null when the name was never read.
+ * When it reads, it frees the tree that is in *pf, unless it gave that one and it has
+ * been freed or grafted since. Afterwards *pf is the tree that is up to date, or null
+ * when the name was never read. The tree's filename lives as long as the program.
  *
  * Returns 1 when it has read the files, 0 when nothing changed, -1 when there is no
  * file, else what pfread returned. Calls in several threads take turns.
@@ -279,8 +280,10 @@ STOCK_API int pfupdate(const char *name, Pf **pf);
  * the registry, which is locked; the trees are not.
  *
  * getPf gives the tree of a name, which it reads first when need be; null when the
- * files cannot be read or have an error. existsPf never reads. putPf registers a
- * tree and frees the one that had the name; putPf_nofree leaves that to its owner.
+ * files cannot be read or have an error. The filename of what it reads lives as long
+ * as the program. existsPf never reads. putPf registers a tree and frees the one that
+ * had the name; putPf_nofree leaves that to its owner. A registered tree that pffree
+ * or pfupdate frees, or that is grafted, is registered no longer.
  */
 STOCK_API Pf *getPf(const char *name);
 STOCK_API Pf *existsPf(const char *name);
@@ -288,7 +291,9 @@ STOCK_API void putPf(const char *name, Pf *pf);
 STOCK_API void putPf_nofree(const char *name, Pf *pf);
 
 /*
- * Reads a registered name again when its files have changed; the old tree is freed.
+ * Reads a registered name again when its files have changed, as pfupdate does, and
+ * registers the new tree; then the old one is freed. Nothing may be borrowed from
+ * that in another thread; several threads may update one name.
  *
  * Returns what pfupdate returns, and -1 when there is no tree.
  */

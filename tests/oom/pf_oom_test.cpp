@@ -33,6 +33,27 @@ std::string fault_at(size_t bytes, const std::function<void()> &body)
     return ended.err.substr(0, ended.err.find('\n'));
 }
 
+// Leaves the scanner a buffer, so that the next parse does not ask for one.
+void warm_up()
+{
+    Pf *pf = nullptr;
+    pfcompile_counted("", 0, &pf);
+    pffree(pf);
+}
+
+// A directory with the parameter file "prog", which PFPATH leads to.
+class Prog {
+public:
+    Prog()
+    {
+        dir_.file("prog.pf", "a 1\n");
+        setenv("PFPATH", dir_.path().c_str(), 1);
+    }
+
+private:
+    TempDir dir_;
+};
+
 }  // namespace
 
 TEST(PfOutOfMemory, ANodeNamesItselfAndItsFunction)
@@ -85,4 +106,23 @@ TEST(PfOutOfMemory, TheWritersNameTheirFunctions)
               fatal + message("pfoutput_literal", "pfwrite.cpp", "15", "s"));
     EXPECT_EQ(said_by(0, [] { str2pf("abc"); }),
               fatal + message("str2pf", "pfwrite.cpp", "4", "s"));
+}
+
+TEST(PfOutOfMemory, AnUpdateNamesItsState)
+{
+    const Prog prog;
+    warm_up();
+    EXPECT_THAT(asked_for([] {
+                    static Pf *pf = nullptr;
+                    return pfupdate("prog", &pf) == 1;
+                }),
+                IsSupersetOf({"pfupdate: state", "getPf: name", "pfnew: pf"}));
+}
+
+TEST(PfOutOfMemory, TheRegistryNamesWhatItCannotKeep)
+{
+    const Prog prog;
+    warm_up();
+    EXPECT_THAT(asked_for([] { return getPf("prog") == existsPf("prog"); }),
+                IsSupersetOf({"getPf: name", "putPf: name", "pfnew: pf"}));
 }

@@ -2,23 +2,31 @@
 
 #include "stock/pf.h"
 
+#include <cstring>
 #include <mutex>
-#include <utility>
 
+#include "internal/alloc.h"
 #include "internal/pfupdate.h"
 
 namespace {
 
 std::mutex Pflist_mutex;
 Arr *Pflist = nullptr;  // of Pf *, made on first use
+Arr *Names = nullptr;   // of nothing: the names that trees were read by
 
-// Registers the tree and gives the one that had its name.
+// Registers the tree and gives the one that had its name. Running out of memory must
+// find the lock free: what ends then may free trees.
 Pf *exchange(const char *name, Pf *pf)
 {
-    const std::scoped_lock lock(Pflist_mutex);
+    std::unique_lock lock(Pflist_mutex);
     if (!Pflist)
-        Pflist = newarr(nullptr);
-    return static_cast<Pf *>(setarr(Pflist, name, pf));
+        Pflist = rbinit(nullptr);
+    auto *earlier = static_cast<Pf *>(setarr(Pflist, name, pf));
+    const bool registered = getarr(Pflist, name) == pf;
+    lock.unlock();
+    if (name && !registered)
+        stock::out_of_memory(std::strlen(name) + 1, "name", "putPf");
+    return earlier;
 }
 
 Pf *taken_out(const char *name)
@@ -27,7 +35,49 @@ Pf *taken_out(const char *name)
     return Pflist ? static_cast<Pf *>(delarr(Pflist, name)) : nullptr;
 }
 
+struct Search {
+    const void *tree;
+    const char *name;  // of the last one found
+};
+
+int look_at(void *key, void *tree, void *argument)
+{
+    auto *search = static_cast<Search *>(argument);
+    if (tree == search->tree)
+        search->name = static_cast<const char *>(key);
+    return 0;
+}
+
+// A name of the tree, or null.
+const char *name_of(const Pf *pf)
+{
+    Search search{pf, nullptr};
+    applyarr(Pflist, look_at, &search);
+    return search.name;
+}
+
 }  // namespace
+
+void stock::forget_registered(const Pf *pf)
+{
+    const std::scoped_lock lock(Pflist_mutex);
+    while (const char *name = name_of(pf))
+        delarr(Pflist, name);
+}
+
+const char *stock::lasting_name(const char *name)
+{
+    std::unique_lock lock(Pflist_mutex);
+    if (!Names)
+        Names = rbinit(nullptr);
+    if (!rbfind(name, Names))
+        setarr(Names, name, nullptr);
+    const auto *lasting = static_cast<const char *>(rbfind(name, Names));
+    lock.unlock();
+    if (name && !lasting)
+        stock::out_of_memory(std::strlen(name) + 1, "name", "getPf");
+    return lasting;
+}
 
 Pf *existsPf(const char *name)
 {
@@ -40,7 +90,7 @@ Pf *getPf(const char *name)
     if (Pf *known = existsPf(name))
         return known;
     Pf *pf = nullptr;
-    if (pfread(name, &pf) != 0) {
+    if (pfread(stock::lasting_name(name), &pf) != 0) {
         pffree(pf);
         return nullptr;
     }
@@ -65,13 +115,13 @@ int updatePf(const char *name)
     Pf *pf = getPf(name);
     if (!pf)
         return -1;
-    bool read = false;
-    const int result = stock::update_tree(name, &pf, &read);
-    // What was read takes the place of the registered tree, which is freed. Otherwise
-    // that one stays, whatever tree of the name was read before it.
-    if (read)
-        exchange(name, pf);
-    return result;
+    const stock::Update update = stock::update_tree(name, &pf);
+    // What was read takes the place of the registered tree. Only that one is freed: the
+    // one replaced may have been freed or given away meanwhile. When nothing was read
+    // the registered one stays, whatever tree of the name was read before it.
+    if (update.read)
+        putPf(name, pf);
+    return update.result;
 }
 
 int freePf(const char *name)
