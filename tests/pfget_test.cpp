@@ -301,6 +301,11 @@ TEST(PfgetTyped, ADieFunctionMayReturnAValueOrNone)
     pfconfig("die", reinterpret_cast<void *>(note_and_return));
     EXPECT_EQ(pfget_int(pf.get(), "none"), 0);
     EXPECT_EQ(asked, "none 1 5");
+    EXPECT_EQ(pfget_time(pf.get(), "none"), 0);
+    EXPECT_EQ(pfget_double(pf.get(), "none"), 0);
+    EXPECT_EQ(pfget_size(pf.get(), "none"), 0);
+    EXPECT_EQ(pfget_boolean(pf.get(), "t"), 0);
+    EXPECT_EQ(asked, "t 1 2");
     EXPECT_EQ(pfget_string(pf.get(), "t"), nullptr);
     EXPECT_EQ(asked, "t 1 2");
     EXPECT_EQ(pfget_arr(pf.get(), "t"), nullptr);

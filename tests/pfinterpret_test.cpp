@@ -75,8 +75,14 @@ TEST(Pfexpand, ReplacesReferencesByTheNearestEnclosingText)
 
 TEST(Pfexpand, ANameIsOfLettersDigitsAndUnderscores)
 {
-    const PfPtr pf = parse("Ab_1Z yes\nx &Ab_1Z-&Ab_1Z.\n");
+    const PfPtr pf = parse("Az_0Z9a yes\nx &Az_0Z9a-&Az_0Z9a.\n");
     EXPECT_STREQ(pfget_string(pf.get(), "x"), "yes-yes.");
+}
+
+TEST(Pfexpand, PassesOverWhatIsNoText)
+{
+    const PfPtr pf = parse("a outer\nt &Arr{\n a &Tbl{\n }\n f &undef()\n x &a/&f\n}\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "t{x}"), "outer/&f");
 }
 
 TEST(Pfexpand, LeavesTheCallOfAFunctionAlone)
@@ -134,7 +140,8 @@ TEST(Pfinterpret, OutputMayBeLargeAndHoldZeroBytes)
 {
     EXPECT_EQ(evaluated("&exec(head -c 1000000 /dev/zero | tr '\\000' x)"),
               '"' + std::string(1000000, 'x') + '"');
-    EXPECT_EQ(evaluated("&exec(printf 'a\\000b'; head -c 300000 /dev/zero)"), "\"a\"");
+    EXPECT_EQ(evaluated("&exec(printf 'a\\000b'; head -c 300000 /dev/zero | tr '\\000' x)"),
+              "\"a\"");
 }
 
 // What came behind the signal used to be lost, and the command was taken as failed.
@@ -176,6 +183,10 @@ TEST(Pfinterpret, GlobGivesTheListOfMatches)
     EXPECT_EQ(evaluated("&glob(" + dir / "*.txt" + ")"),
               "[\"" + dir / "a.txt" + "\" \"" + dir / "b.txt" + "\"]");
     EXPECT_EQ(evaluated("&glob(" + dir / "*.none" + ")"), "[]");
+    const PfPtr pf = parse("f &glob(" + dir / "*.txt" + ")\n");
+    Pf *list = nullptr;
+    pfresolve(pf.get(), "f", 0, &list);
+    EXPECT_EQ(static_cast<Pf *>(gettbl(list->value.tbl, 0))->parent, list);
 }
 
 TEST(Pfinterpret, EnvGivesTheVariableOrNothing)
@@ -208,6 +219,28 @@ TEST(Pfinterpret, FileSeesAChangedFileAtTheNextEvaluation)
     EXPECT_STREQ(pfget_string(pf.get(), "f"), "second, longer");
     unlink(file.c_str());
     EXPECT_EQ(std::string(pfget_string(pf.get(), "f")).substr(0, 3), "** ");
+}
+
+TEST(Pfinterpret, AFileNamedByItsWholePathIsItself)
+{
+    const PfPath path;
+    const TempDir other;
+    const std::string file = other.file("one.txt", "x");
+    path.site("prog.pf", "f &file(" + file + ")\nn &filename(" + file + ")\n");
+    Pf *pf = nullptr;
+    ASSERT_EQ(pfread("prog", &pf), 0);
+    const PfPtr tree(pf);
+    EXPECT_STREQ(pfget_string(pf, "f"), "x");
+    EXPECT_EQ(pfget_string(pf, "n"), file);
+}
+
+TEST(Pfinterpret, LeavesNoFileMapped)
+{
+    const TempDir dir;
+    const std::string file = dir.file("mapped.txt", "x");
+    const PfPtr pf = parse("f &file(" + file + ")\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "f"), "x");
+    EXPECT_EQ(read_file("/proc/self/maps").find("mapped.txt"), std::string::npos);
 }
 
 TEST(Pfinterpret, FileExpandsEnvironmentVariables)
@@ -245,6 +278,9 @@ TEST(Pfinterpret, DatafileSearchesTheDataPath)
     EXPECT_EQ(evaluated("&datafile(table.txt)"), "\"rows\"");
     EXPECT_EQ(evaluated("&datafilename(table.txt)"), '"' + dir / "table.txt" + '"');
     EXPECT_EQ(evaluated("&datafile(none.txt)"), "\"** no datafile 'none.txt' found\"");
+    const std::string empty = dir.file("empty.txt", "");
+    EXPECT_EQ(evaluated("&datafile(empty.txt)"),
+              "\"** pfinterpret_test: '" + empty + "' is empty\n\"");
     EXPECT_EQ(evaluated("&datafilename(none.txt)"), "\"\"");
 }
 
@@ -272,12 +308,19 @@ TEST(Pfinterpret, AFourthEvaluationInAChainIsOneTooMany)
     });
     EXPECT_EQ(ended.out, "\"end\"\n\"end\"\n"
                          "\"pf recursion too deep\"\n\"pf recursion too deep\"\n");
+    EXPECT_EQ(ended.status, 0);
 }
 
 TEST(Pfinterpret, AFunctionThatNobodyKnowsIsInvalid)
 {
     setenv("TALUVINE", "/nowhere", 1);
     EXPECT_EQ(evaluated("&whatever(x)"), "<5><null>");
+    setenv("PF_ENV", "value", 1);
+    for (const char *name :
+         {"exec", "glob", "file", "datafile", "filename", "datafilename", "env", "ref", "undef"}) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(evaluated('&' + std::string(name) + "s(PF_ENV)"), "<5><null>");
+    }
 }
 
 TEST(Pfinterpret, AskAsksTheTerminal)
@@ -331,6 +374,8 @@ TEST(Pfinterpret, AskAsksThePromptFunction)
     const PfPtr pf(pfnew(PFFILE));
     pfput(pf.get(), "f", const_cast<char *>("&ask() #Your age?)\n"), PFFUNCTION);
     EXPECT_STREQ(pfget_string(pf.get(), "f"), "answer to <Your age?>");
+    pfconfig("ask", reinterpret_cast<void *>(+[](const char *) -> char * { return nullptr; }));
+    EXPECT_EQ(evaluated("&ask(Your name?)"), "\"\"");
     pfconfig("ask", nullptr);
 }
 
@@ -431,6 +476,23 @@ TEST(Pfinterpret, RefsLeadThroughAChainOfFiles)
     EXPECT_EQ(evaluated("&ref(one,v)"), "\"end\"");
 }
 
+TEST(Pfinterpret, AChainOfRefsIsTenFilesLong)
+{
+    const PfPath path;
+    for (int i = 1; i <= 10; ++i)
+        path.site("c" + std::to_string(i) + ".pf", "v &ref(c" + std::to_string(i + 1) + ",v)\n");
+    path.site("c11.pf", "v end\n");
+    EXPECT_EQ(evaluated("&ref(c2,v)"), "\"end\"");
+    EXPECT_EQ(evaluated("&ref(c1,v)"), "\"pf recursion too deep\"");
+}
+
+TEST(Pfinterpret, TheFirstCommaOfARefEndsTheName)
+{
+    const PfPath path;
+    path.site("other.pf", "a,b 1\n");
+    EXPECT_EQ(evaluated("&ref(other,a,b)"), "\"1\"");
+}
+
 TEST(Pfinterpret, AFileThatRefersToItselfEnds)
 {
     const PfPath path;
@@ -460,4 +522,6 @@ TEST(Pfexpand, ReferencesThatMultiplyAreBounded)
     EXPECT_NE(value.find("x** error ** pf massive recursion"), std::string::npos);
     EXPECT_LT(value.size(), 200'000'000U);
     EXPECT_EQ(pfget_string(pf.get(), "r8"), std::string(100, 'x'));
+    const std::string next = pfget_string(pf.get(), "r6");  // one text's cost is not the next one's
+    EXPECT_EQ(next, std::string(1'000'000, 'x'));
 }

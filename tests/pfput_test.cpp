@@ -1,12 +1,15 @@
 // Changing a tree: puts, sets, deletions and placeholders.
 
+#include <cerrno>
+#include <functional>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
 #include "stock.h"
 #include "support/child.h"
-#include "support/pf_text.h"
+#include "support/pf_files.h"
 
 namespace {
 
@@ -15,6 +18,18 @@ PfPtr parse(const char *text)
     Pf *pf = nullptr;
     EXPECT_EQ(pfcompile(text, &pf), 0);
     return PfPtr(pf);
+}
+
+// What the body says when it ends the process.
+std::string last_words(const std::function<void()> &body)
+{
+    const Ended ended = in_child([&] {
+        elog_set(ELOG_TAG_FIELD, -1, "T");
+        errno = ENOENT;
+        body();
+    });
+    EXPECT_EQ(ended.status, 1);
+    return ended.err;
 }
 
 }  // namespace
@@ -95,6 +110,43 @@ TEST(Pfput, TakesOverListsArraysFunctionsAndTrees)
     EXPECT_EQ(tree->type, PFARR);
 }
 
+TEST(Pfput, ATreeMayBePutWhereItStandsAlready)
+{
+    const PfPtr pf(pfnew(PFFILE));
+    Pf *tree = parse("x 1\n").release();
+    pfput(pf.get(), "g", tree, PFGRAFT);
+    pfput(pf.get(), "g", tree, PFGRAFT);
+    EXPECT_EQ(tree_text(pf.get()), "{g: {x: \"1\"}}");
+}
+
+TEST(Pfput, ATreeThatIsPutIntoAnotherIsNotUpdatedAnyMore)
+{
+    const PfPath path;
+    path.site("prog.pf", "x 1\n");
+    const PfPtr pf(pfnew(PFFILE));
+    Pf *tree = nullptr;
+    EXPECT_EQ(pfupdate("prog", &tree), 1);
+    pfput(pf.get(), "g", std::exchange(tree, nullptr), PFGRAFT);
+    EXPECT_EQ(pfupdate("prog", &tree), 1);
+    const PfPtr anew(tree);
+    pfput_string(tree, "x", "2");
+    EXPECT_EQ(tree_text(pf.get()), "{g: {x: \"1\"}}");
+}
+
+TEST(Pfput, NothingIsPutAsAnEmptyOne)
+{
+    const PfPtr pf(pfnew(PFFILE));
+    pfput(pf.get(), "a", nullptr, PFARR);
+    pfput(pf.get(), "f", nullptr, PFFILE);
+    pfput(pf.get(), "t", nullptr, PFTBL);
+    pfput_arr(pf.get(), "pa", nullptr);
+    pfput_tbl(pf.get(), "pt", nullptr);
+    EXPECT_EQ(tree_text(pf.get()), "{a: {}, f: {}, pa: {}, pt: [], t: []}");
+    Pf *node = nullptr;
+    EXPECT_EQ(pfresolve(pf.get(), "f", 0, &node), PFFILE);
+    EXPECT_EQ(pfresolve(pf.get(), "a", 0, &node), PFARR);
+}
+
 TEST(Pfput, AReferenceInAPutValueSeesItsNewSurroundings)
 {
     const PfPtr pf = parse("home /u\n");
@@ -133,12 +185,14 @@ TEST(Pfput, WithoutAKeyFreesTheValueAndChangesNothing)
 
 TEST(PfputDeathTest, RefusesABadTypeAndABadNode)
 {
-    const Ended type = in_child([] { pfput(pfnew(PFFILE), "k", nullptr, PFUNDEF); });
-    EXPECT_EQ(type.status, 1);
-    EXPECT_NE(type.err.find("Bad type in pfput : 4\n"), type.err.npos) << type.err;
-    const Ended node = in_child([] { pfput_string(pfnew(PFSTRING), "k", "v"); });
-    EXPECT_EQ(node.status, 1);
-    EXPECT_NE(node.err.find("Bad pf pointer in pfput.\n"), node.err.npos) << node.err;
+    for (const int type : std::initializer_list<int>{PFEXEC_ERROR, PFUNDEF, PFINVALID, PFANY, 9}) {
+        const PfPtr pf(pfnew(PFFILE));
+        EXPECT_EQ(last_words([&] { pfput(pf.get(), "k", nullptr, type); }),
+                  "T: Bad type in pfput : " + std::to_string(type) + "\n");
+    }
+    const PfPtr text(pfnew(PFSTRING));
+    for (Pf *pf : {text.get(), static_cast<Pf *>(nullptr)})
+        EXPECT_EQ(last_words([&] { pfput_string(pf, "k", "v"); }), "T: Bad pf pointer in pfput.\n");
 }
 
 TEST(Pfset, MakesReplacesAndRefuses)
@@ -219,12 +273,11 @@ TEST(Pfvalue, GivesTheChildAsItStands)
 
 TEST(PfvalueDeathTest, RefusesANodeWithoutChildren)
 {
-    const Ended ended = in_child([] {
+    const PfPtr invalid(pfnew(PFINVALID));
+    for (Pf *pf : {invalid.get(), static_cast<Pf *>(nullptr)}) {
         Pf *node = nullptr;
-        pfvalue(pfnew(PFINVALID), "k", &node);
-    });
-    EXPECT_EQ(ended.status, 1);
-    EXPECT_NE(ended.err.find("invalid pf type = 5\n"), ended.err.npos) << ended.err;
+        EXPECT_EQ(last_words([&] { pfvalue(pf, "k", &node); }), "T: invalid pf type = 5\n");
+    }
 }
 
 TEST(Pfadd, PutsPlaceholdersAndTurnsThemIntoContainers)
@@ -241,6 +294,7 @@ TEST(Pfadd, PutsPlaceholdersAndTurnsThemIntoContainers)
     EXPECT_EQ(pfadd_arr(node, "k"), -1);
     EXPECT_EQ(pfadd_tbl(pf.get(), 0), -1);
     EXPECT_EQ(pfadd_arr(nullptr, "k"), -1);
+    EXPECT_EQ(pfadd_arr(pf.get(), nullptr), -1);
     EXPECT_EQ(pfadd_tbl(nullptr, 0), -1);
     EXPECT_EQ(tree_text(pf.get()), "{a: {k: <6>}, t: [<none> <6>]}");
     pfset(pf.get(), "a{k}", "");  // a placeholder that is freed complains

@@ -36,17 +36,31 @@ TEST(Pfresolve, FollowsKeysBracesAndBrackets)
     const struct {
         const char *address, *result;
     } cases[] = {
-        {"a{b}[0]", "\"zero\""}, {"a{b}[2]", "\"two\""},
-        {"a{c}", "\"x\""},       {"a{ c\t}", "\"x\""},
-        {"{a}{c}", "\"x\""},     {"{a}", "{b: [\"zero\" \"one\" \"two\"], c: \"x\"}"},
+        {"a{b}[0]", "\"zero\""},
+        {"a{b}[2]", "\"two\""},
+        {"a{c}", "\"x\""},
+        {"a{ c\t}", "\"x\""},
+        {"{a}{c}", "\"x\""},
+        {"{a}", "{b: [\"zero\" \"one\" \"two\"], c: \"x\"}"},
         {"a  ", "-31"},  // the blanks are part of the key
-        {"a {c}", "-31"},        {" a", "-31"},
-        {"a{c} ", "\"x\""},      {"  {a}", "{b: [\"zero\" \"one\" \"two\"], c: \"x\"}"},
-        {"nokey", "-31"},        {"a{nokey}", "-31"},
-        {"a{b}[3]", "-31"},      {"a{b}[-1]", "-31"},
-        {"a[0]", "-32"},         {"a{b}{c}", "-32"},
-        {"a{c}{d}", "-32"},      {"a{c}[0]", "-32"},
+        {"a {c}", "-31"},
+        {" a", "-31"},
+        {"a{c} ", "\"x\""},
+        {"  {a}", "{b: [\"zero\" \"one\" \"two\"], c: \"x\"}"},
+        {"nokey", "-31"},
+        {"a{nokey}", "-31"},
+        {"a{b}[3]", "-31"},
+        {"a{b}[-1]", "-31"},
+        {"a[0]", "-32"},
+        {"a{b}{c}", "-32"},
+        {"a{c}{d}", "-32"},
+        {"a{c}[0]", "-32"},
         {"a{c}d", "-31"},
+        {"a{b}x", "-31"},
+        {"a{b}[02]", "\"two\""},
+        {"a{b}[08]", "-31"},
+        {"a{b}[4294967296]", "-31"},
+        {"a{}", "-31"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.address);
@@ -60,6 +74,14 @@ TEST(Pfresolve, AKeyInBracesIsCutAt255Bytes)
     const PfPtr pf = parse(("a &Arr{\n" + key + " found\n}\n").c_str());
     EXPECT_EQ(resolve(pf.get(), ("a{" + key + "}").c_str()), "\"found\"");
     EXPECT_EQ(resolve(pf.get(), ("a{" + key + "more}").c_str()), "\"found\"");
+}
+
+TEST(Pfresolve, AKeyInBracesIsOfATableAndNotOfATop)
+{
+    const PfPtr pf(pfnew(PFFILE));
+    pfput(pf.get(), "top", newarr(nullptr), PFFILE);
+    EXPECT_EQ(resolve(pf.get(), "top{k}"), "-32");
+    EXPECT_EQ(resolve(pf.get(), "top{k}", 1), "-32");
 }
 
 TEST(Pfresolve, ReturnsTheTypeOfTheNode)

@@ -258,6 +258,7 @@ TEST(Pfout, QuotesKeysWithBlanks)
     EXPECT_EQ(rewritten("\"two words\" 1\n"), "\"two words\"\t1\n");
     EXPECT_EQ(rewritten("'a \"b' 1\n"), "'a \"b'\t1\n");
     EXPECT_EQ(rewritten("it's 1\n"), "it's\t1\n");
+    EXPECT_EQ(rewritten("'a\tb' 1\n"), "a\tb\t1\n") << "only a space makes quotes";
 }
 
 TEST(Pfout, EscapesKeysWithSpecialCharacters)
