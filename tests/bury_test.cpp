@@ -1063,18 +1063,41 @@ TEST_F(Bury, WithoutGraceTheSignalSavesAndEnds)
 
 TEST_F(Bury, WithNegativeGraceTheSignalOnlySetsTheFlag)
 {
-    const Ended ended = untagged([&] {
-        volatile int flag;
-        int count = 1;
-        open(&flag, -1);
-        resurrect("count", &count, RELIC_INT);
-        errno = EIO;
-        std::raise(SIGTERM);
-        std::printf("%d %d", flag, errno);
-    });
-    EXPECT_EQ(ended.out, "15 5");
-    EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(text(), "");
+    for (const int sig : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+        const Ended ended = untagged([&] {
+            volatile int flag;
+            int count = 1;
+            open(&flag, -1);
+            resurrect("count", &count, RELIC_INT);
+            errno = EIO;
+            std::raise(sig);
+            const int error = errno;
+            struct itimerval timer;
+            getitimer(ITIMER_REAL, &timer);
+            std::printf("%d %d %d", flag, error, timer.it_value.tv_sec > 0);
+        });
+        EXPECT_EQ(ended.out, std::to_string(sig) + " 5 0");
+        EXPECT_EQ(ended.status, 0);
+        EXPECT_EQ(text(), "");
+    }
+}
+
+TEST_F(Bury, WithGraceEachSignalSetsTheFlagAndStartsTheTimer)
+{
+    for (const int sig : {SIGHUP, SIGINT, SIGQUIT, SIGTERM}) {
+        const Ended ended = untagged([&] {
+            volatile int flag;
+            open(&flag, 5);
+            errno = EIO;
+            std::raise(sig);
+            const int error = errno;
+            struct itimerval timer;
+            getitimer(ITIMER_REAL, &timer);
+            std::printf("%d %d %d", flag, error, timer.it_value.tv_sec >= 4);
+        });
+        EXPECT_EQ(ended.out, std::to_string(sig) + " 5 1");
+        EXPECT_EQ(ended.status, 0);
+    }
 }
 
 TEST_F(Bury, WithGraceTheStateIsSavedAndTheProgramDiesInTime)
