@@ -179,12 +179,14 @@ TEST_F(ToolPfCheck, SeveralFilesAreOneTree)
     EXPECT_EQ(check({first, second}).out, second + ":1: '&a' leads to nothing\n");
 }
 
-TEST_F(ToolPfCheck, SaysNothingOfTheInstalledFiles)
+TEST_F(ToolPfCheck, SaysNothingOfTheFilesThatComeWithIt)
 {
-    const Ended ended =
-        check({source_path("data/pf/elog.pf"), source_path("data/pf/time_formats.pf")});
-    EXPECT_EQ(ended.out, "");
-    EXPECT_EQ(ended.status, 0);
+    for (const char *file : {"data/pf/elog.pf", "data/pf/time_formats.pf",
+                             "examples/loadwatch/elog.pf", "examples/loadwatch/loadwatch.pf"}) {
+        const Ended ended = check({source_path(file)});
+        EXPECT_EQ(ended.out, "");
+        EXPECT_EQ(ended.status, 0);
+    }
 }
 
 TEST_F(ToolPfCheck, TellsOfAZeroByteThatEndsTheText)
