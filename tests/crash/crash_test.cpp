@@ -164,6 +164,15 @@ TEST(Crash, InASecondThreadWithAFullStack)
     }
 }
 
+TEST(Crash, InASecondThreadInsideMalloc)
+{
+    // The alarm that ends an attempt on the heap may come to the first thread.
+    const Way &way = kWays[4];
+    const Ended ended = crashed(way, "threadmalloc");
+    EXPECT_EQ(ended.signal, SIGABRT);
+    expect_report(way, ended.err, "crash_here");
+}
+
 TEST(Crash, InTwoThreadsAtOnce)
 {
     for (const Way &way : kWays)
@@ -183,6 +192,20 @@ TEST(Crash, InsideTheReport)
         SCOPED_TRACE(way.name);
         const Ended ended = crashed(way, "twice");
         EXPECT_EQ(ended.signal, way.sig == SIGSEGV ? SIGFPE : SIGSEGV);
+        EXPECT_THAT(ended.err,
+                    AllOf(HasSubstr("\n\nStack\n"), HasSubstr(way.fault),
+                          HasSubstr("\n" + described(way)), HasSubstr(fault_message(way)),
+                          HasSubstr("crasher: waiting message\n")));
+    }
+}
+
+TEST(Crash, InsideTheReportByTheSameSignal)
+{
+    for (const Way &way : kWays) {
+        SCOPED_TRACE(way.name);
+        const Ended ended = crashed(way, "again");
+        // What is no fault waits until its handler returns, which is never.
+        EXPECT_EQ(ended.signal, way.sig == SIGUSR1 ? SIGABRT : way.sig);
         EXPECT_THAT(ended.err,
                     AllOf(HasSubstr("\n\nStack\n"), HasSubstr(way.fault),
                           HasSubstr("\n" + described(way)), HasSubstr(fault_message(way)),

@@ -224,6 +224,11 @@ void in_a_thread_overflowing()
     run_in_threads(1, overflowing);
 }
 
+void in_a_thread_inside_malloc()
+{
+    run_in_threads(1, inside_malloc);
+}
+
 pthread_barrier_t Both;
 
 void in_two_threads()
@@ -246,6 +251,19 @@ int callback_of_fault(int severity, const char *, Tbl *)
 void twice()
 {
     elog_set(ELOG_CALLBACK_FN, 0, callback_of_fault);
+    crash_here(How);
+}
+
+int callback_of_the_same_fault(int severity, const char *, Tbl *)
+{
+    if (severity == 6)
+        crash_here(How);
+    return 0;
+}
+
+void again()
+{
+    elog_set(ELOG_CALLBACK_FN, 0, callback_of_the_same_fault);
     crash_here(How);
 }
 
@@ -346,8 +364,10 @@ const struct {
     {"otherlock",       while_another_holds_lock},
     {"thread",          in_a_thread},
     {"threadoverflow",  in_a_thread_overflowing},
+    {"threadmalloc",    in_a_thread_inside_malloc},
     {"two",             in_two_threads},
     {"twice",           twice},
+    {"again",           again},
     {"block",           blocking},
     {"closed",          without_stderr},
     {"closedpipe",      into_a_closed_pipe},
