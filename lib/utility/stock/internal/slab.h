@@ -15,6 +15,10 @@
 #include <cstdint>
 #include <cstdlib>
 
+#ifdef __SANITIZE_ADDRESS__
+#include <sanitizer/asan_interface.h>
+#endif
+
 namespace stock {
 
 struct Slab {
@@ -39,6 +43,10 @@ inline void release(Slab *slab, int64_t blocks)
 // Gives up a block that is so many words before the record of its slab.
 inline void release_block(void *block, uint32_t distance)
 {
+#ifdef __SANITIZE_ADDRESS__
+    // Other blocks of the slab may live on; the first word is what every use looks at.
+    __asan_poison_memory_region(block, kWord);
+#endif
     release(reinterpret_cast<Slab *>(static_cast<char *>(block) + distance * kWord), 1);
 }
 
