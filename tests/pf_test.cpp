@@ -387,6 +387,17 @@ TEST(PfParts, ReadIntoATreeOfAnotherOrderTheyFollowIt)
     pffree(tree);
 }
 
+TEST(PfParts, ALaterValueReplacesTheEarlierEvenInAnArrayThatKeepsTheFirst)
+{
+    Pf *tree = compiled("a 1\nb 1\nc 1\n");
+    tree->value.arr->replace = 0;
+    EXPECT_EQ(pfcompile("a 2\nb &Tbl{\nx\n}\n", &tree), 0);
+    const PfPtr owner(tree);
+    tree->value.arr->replace = 0;
+    pfput_string(tree, "c", "2");
+    EXPECT_EQ(tree_text(tree), R"({a: "2", b: ["x"], c: "2"})");
+}
+
 TEST(PfParts, TextsOfAllSizesAreKept)
 {
     std::string text;

@@ -84,10 +84,11 @@ TEST(Pfread, GoesOnPastADirectoryOfTheName)
     path.site("prog.pf/x", "");
     path.local("prog.pf", "a 1\n");
     Pf *pf = nullptr;
-    pfread("prog", &pf);
+    EXPECT_EQ(pfread("prog", &pf), -2);
     const PfPtr tree(pf);
     EXPECT_EQ(value_at(pf, "a"), "1");
-    elog_clear();
+    EXPECT_EQ(take_log(), "read failed in pf input routine for file " + path.dirs().path() +
+                              "/site/prog.pf\n\tIs a directory\n");
 }
 
 TEST(Pfread, WithoutAPlaceForTheTreeGivesMinusOne)

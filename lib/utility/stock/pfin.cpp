@@ -52,6 +52,7 @@ Pf *target_of(Pf **pf)
         return nullptr;
     if (!top->value.arr)
         top->value.arr = newarr(nullptr);
+    top->value.arr->replace = 1;  // what it would keep is freed when a key comes again
     top->type = PFARR;
     return top;
 }

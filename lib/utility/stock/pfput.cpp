@@ -97,6 +97,8 @@ Pf *node_of(void *value, int type)
 Pf *replace(Pf *pf, const char *key, Pf *node)
 {
     if (pf->type != PFTBL) {
+        if (pf->value.arr)
+            pf->value.arr->replace = 1;  // what it would keep is freed
         auto *old = static_cast<Pf *>(setarr(pf->value.arr, key, node));
         if (!old && node && getarr(pf->value.arr, key) != node)  // without memory for the key
             stock::out_of_memory(std::strlen(key) + 1, "key", "pfput");
