@@ -102,6 +102,27 @@ TEST(Pfexpand, ATextWithoutReferencesIsTheTextItself)
     EXPECT_EQ(pfexpand(nullptr), nullptr);
 }
 
+TEST(Pfexpand, KeepsWhatItGaveInTheNode)
+{
+    const PfPtr pf = parse("home /u\nx &home/y\n");
+    Pf *node = nullptr;
+    pfresolve(pf.get(), "x", 0, &node);
+    const char *text = pfexpand(node);
+    EXPECT_STREQ(text, "/u/y");
+    EXPECT_EQ(node->filled_out, text);
+    EXPECT_STREQ(node->value.s, "&home/y");
+    pfset(pf.get(), "home", "/v");
+    EXPECT_STREQ(pfget_string(pf.get(), "x"), "/v/y");
+}
+
+TEST(Pfexpand, OfAFunctionIsItsTextWithItsReferences)
+{
+    const PfPtr pf = parse("home /u\nf &env(&home)\n");
+    Pf *function = nullptr;
+    pfvalue(pf.get(), "f", &function);
+    EXPECT_STREQ(pfexpand(function), "&env(/u)\n");
+}
+
 TEST(Pfexpand, AValueThatRefersToItselfStopsAfterTenLevels)
 {
     const PfPtr pf = parse("x .&x\n");
@@ -499,6 +520,21 @@ TEST(Pfinterpret, AFileThatRefersToItselfEnds)
     path.site("self.pf", "v &ref(self,v)\nw &ref(self,x)\nx right\n");
     EXPECT_EQ(evaluated("&ref(self,v)"), "\"pf recursion too deep\"");
     EXPECT_EQ(evaluated("&ref(self,w)"), "\"right\"");
+}
+
+TEST(Pfinterpret, KeepsTheResultInTheFunctionUntilItIsEvaluatedAgain)
+{
+    setenv("PF_ENV", "one", 1);
+    const PfPtr pf = parse("f &env(PF_ENV)\n");
+    Pf *function = nullptr;
+    pfvalue(pf.get(), "f", &function);
+    EXPECT_EQ(function->value.pffunct->result, nullptr);
+    const Pf *result = pfinterpret(function);
+    EXPECT_EQ(function->value.pffunct->result, result);
+    EXPECT_EQ(tree_text(result), "\"one\"");
+    setenv("PF_ENV", "two", 1);
+    EXPECT_STREQ(pfget_string(pf.get(), "f"), "two");
+    EXPECT_EQ(tree_text(function->value.pffunct->result), "\"two\"");
 }
 
 TEST(Pfinterpret, OfNoFunctionIsNull)

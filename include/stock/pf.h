@@ -466,7 +466,8 @@ STOCK_API char *pfexpand(Pf *node);
  * Returns its result, which the function owns until it is evaluated again or freed;
  * null for &undef and for any other node. A command that failed gives a node of type
  * PFEXEC_ERROR, a reference that leads nowhere one of type PFINVALID with the
- * reason as its text. A function that gives a function that gives a function that
+ * reason as its text; a reference to a command that failed ends the process, for
+ * pfdup takes no such node. A function that gives a function that gives a function that
  * gives a function gives "pf recursion too deep"; so do references that are ten
  * files deep.
  */

@@ -6,8 +6,8 @@
 
 namespace stock {
 
-// The child under a key of a table or at an index of a list, as it stands: null when
-// there is none or only a placeholder. Of a text or a function it is the node itself.
+// The child under a key of a table or at an index of a list, as it stands; null when
+// there is none. Of a text or a function it is the node itself.
 Pf *direct_child(Pf *pf, const char *key);
 
 // What pfexpand gave of the node the last time, without expanding it again.
