@@ -131,6 +131,8 @@ TEST(Pffiles, LeavesErrnoAlone)
     errno = EDOM;
     files_of("nowhere");
     EXPECT_EQ(errno, EDOM);
+    files_of(path.dirs() / "nowhere/prog");
+    EXPECT_EQ(errno, EDOM);
 }
 
 TEST(Pffiles, NamesThatAreNullEmptyOrTooLongFindNothing)

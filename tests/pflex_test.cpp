@@ -160,6 +160,7 @@ TEST(PflexKey, TheLongerOfQuotedAndPlainKeyWins)
 TEST(PflexKey, AHashEndsAKeyAndBeginsAComment)
 {
     EXPECT_EQ(tree_of("a#b c\nd 1\n"), R"({a: "", d: "1"})");
+    EXPECT_EQ(tree_of("\\a\\#b#c\nd 1\n"), R"({a#b: "", d: "1"})");
 }
 
 TEST(PflexKey, EscapesInAKey)
@@ -215,6 +216,8 @@ TEST(PflexKey, ACutKeyCountsItsCharactersBehindTheEscapes)
 {
     EXPECT_EQ(tree_of(repeat("\\#", 2000) + " 1\n"), "{" + std::string(1023, '#') + ": \"1\"}");
     EXPECT_EQ(tree_of(std::string(2000, 'k') + "#x 1\n"), "{" + std::string(1023, 'k') + ": \"\"}");
+    EXPECT_EQ(tree_of(std::string(2000, 'k') + "\\n 1\n"),
+              "{" + std::string(1023, 'k') + ": \"1\"}");
 }
 
 TEST(PflexKey, ABraceClosesNothingAtTheTop)
