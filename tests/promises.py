@@ -20,7 +20,7 @@ def defined(directory):
 def main():
     document, directory = map(pathlib.Path, sys.argv[1:])
     there = defined(directory)
-    named = re.findall(r"`([A-Z]\w+(?:\.[A-Z]\w+)?)`", document.read_text())
+    named = re.findall(r"`([A-Z]\w*(?:\.[A-Z]\w+)?)`", document.read_text())
     missing = [name for name in named if name not in there]
     for name in missing:
         print(f"{document.name} names {name}, which is no test")

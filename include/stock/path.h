@@ -3,9 +3,9 @@
  *
  * A path is plain text that ends in a zero byte. Every output buffer holds at
  * least 1024 bytes, terminator included; cleanpath, abspath and relpath may be
- * given the path's own memory, the buffers of the others are apart. A result that would be longer
- * is cut at the last whole component that fits, or refused; each function says which. Nothing is
- * ever written past the 1024 bytes.
+ * given the path's own memory, the buffers of the others are apart. A result that
+ * would be longer is cut at the last whole component that fits, or refused; each
+ * function says which. Nothing is ever written past the 1024 bytes.
  *
  * Reasons of failures go to the message log with elog_log. Running out of
  * memory ends the process. Every function may be called from any thread.
