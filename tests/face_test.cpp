@@ -43,8 +43,9 @@ struct Sample {
 };
 
 template <class T>
-constexpr bool is_owner = std::movable<T> && !std::copy_constructible<T> &&
-                          !std::is_copy_assignable_v<T> && std::is_nothrow_move_constructible_v<T>;
+constexpr bool is_owner =
+    std::movable<T> && !std::copy_constructible<T> && !std::is_copy_assignable_v<T> &&
+    std::is_nothrow_move_constructible_v<T> && std::is_nothrow_move_assignable_v<T>;
 
 char *owned(const char *string)
 {
@@ -262,6 +263,23 @@ TEST(FaceList, moves)
     freetbl(tbl, nullptr);
 }
 
+TEST(FaceList, without_a_tbl_reads_as_empty)
+{
+    const Words none(nullptr);
+    EXPECT_EQ(none.size(), 0U);
+    EXPECT_EQ(none.begin(), none.end());
+    EXPECT_EQ(none.at(0), nullptr);
+    EXPECT_EQ(Numbers(nullptr).at(-1), nullptr);
+    EXPECT_EQ(none.join(", "), "");
+    Words copy = none.copy();
+    copy.push_back("a");
+    EXPECT_EQ(copy.size(), 1U);
+    Words words;
+    words.push_back("a");
+    EXPECT_EQ(words.append(none), 0);
+    EXPECT_THAT(words, ElementsAre(testing::StrEq("a")));
+}
+
 TEST(FaceList, copies_where_that_is_said)
 {
     Numbers a;
@@ -452,6 +470,17 @@ params settings()
     return tree;
 }
 
+TEST(FaceParams, compiles_an_empty_text_to_an_empty_tree)
+{
+    params tree;
+    EXPECT_EQ(tree.compile({}), 0);
+    EXPECT_TRUE(tree);
+    EXPECT_TRUE(tree.keys().empty());
+    EXPECT_EQ(tree.compile("a 1\0b 2\n"sv), 0);
+    EXPECT_EQ(tree.str(), "a\t1\n");
+    EXPECT_EQ(take_log(), "");
+}
+
 TEST(FaceParams, gives_values_by_type)
 {
     const params tree = settings();
@@ -627,6 +656,7 @@ TEST(FaceReport, prints_texts_as_they_stand)
     EXPECT_EQ(logged([] { report::log("100% %s"); }), "100% %s\n");
     EXPECT_EQ(logged([] { report::log(std::string("owned")); }), "owned\n");
     EXPECT_EQ(logged([] { report::log("cut here"sv.substr(0, 3)); }), "cut\n");
+    EXPECT_EQ(logged([] { report::log("cut\0here"sv); }), "cut\n");
     EXPECT_EQ(logged([] { report::log(std::string_view()); }),
               logged([] { elog_log(0, "%s", ""); }));
 }

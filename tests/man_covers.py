@@ -190,7 +190,7 @@ def main():
     functions = declared(compiler, f"{top}/include")
     for header in glob.glob(f"{top}/include/stock/*.h") + [f"{top}/include/deviants.h"]:
         with open(header, encoding="utf-8") as file:
-            functions |= set(re.findall(r"^static inline [^(]*?(\w+)\(", file.read(), re.M))
+            functions |= set(re.findall(r"^STOCK_INLINE [^(]*?(\w+)\(", file.read(), re.M))
     homes = {}
     for page in pages:
         if page.file.endswith(".3"):

@@ -272,7 +272,8 @@ void send_text(int flag, std::string_view text)
  * The severities, each the function of elog.h with elog_ in front of its name, in these
  * forms:
  *
- *     complain(text)                          the text as it stands, "%" and all
+ *     complain(text)                          the text as it stands, "%" and all, up to
+ *                                             its first zero byte
  *     complain(format, argument...)           printed as by printf
  *     complain(with_errno, ...)               either, with what errno means
  *

@@ -8,15 +8,23 @@
 #ifndef STOCK_EXPORT_H
 #define STOCK_EXPORT_H
 
-/* Everything between the two has C linkage: C, C++ and Fortran link the same symbols. */
+/*
+ * Everything between the first two has C linkage: C, C++ and Fortran link the same
+ * symbols. In C++ an inline function is one and the same for all sources, in C each
+ * has its own.
+ */
 #ifdef __cplusplus
 #define STOCK_BEGIN_DECLS extern "C" {
 #define STOCK_END_DECLS }
 #define STOCK_NORETURN [[noreturn]]
+#define STOCK_INLINE inline
+#define STOCK_CAST(type, value) reinterpret_cast<type>(value)
 #else
 #define STOCK_BEGIN_DECLS
 #define STOCK_END_DECLS
-#define STOCK_NORETURN _Noreturn
+#define STOCK_NORETURN __attribute__((__noreturn__))
+#define STOCK_INLINE static inline
+#define STOCK_CAST(type, value) ((type)(value))
 #endif
 
 /* Marks what the library exports; everything else is hidden. */

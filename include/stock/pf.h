@@ -355,9 +355,9 @@ STOCK_API int pfrequire(const char *name, const char *date);
  */
 
 /* The index i as a key or address. */
-static inline const char *pfindex(int64_t i)
+STOCK_INLINE const char *pfindex(int64_t i)
 {
-    return (const char *)(intptr_t)i;
+    return STOCK_CAST(const char *, i);
 }
 
 /*

@@ -326,8 +326,8 @@ public:
     int compile(std::string_view parameters)
     {
         Pf *pf = pf_.release();
-        const int status =
-            pfcompile_counted(parameters.data(), static_cast<long>(parameters.size()), &pf);
+        const char *start = parameters.empty() ? "" : parameters.data();
+        const int status = pfcompile_counted(start, static_cast<long>(parameters.size()), &pf);
         pf_.reset(pf);
         return status;
     }

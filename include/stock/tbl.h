@@ -88,7 +88,8 @@ STOCK_API inline void *gettbl(const Tbl *tbl, int64_t i)
 {
     if (i < 0 || i >= tbl->count)
         return tbl->null_value;
-    return tbl->direct ? (char *)tbl->base + i * tbl->size : ((void **)tbl->base)[i];
+    return tbl->direct ? STOCK_CAST(char *, tbl->base) + i * tbl->size
+                       : STOCK_CAST(void **, tbl->base)[i];
 }
 
 /*

@@ -59,6 +59,7 @@ template <class T, auto Free = nullptr>
 class list {
     static_assert(std::is_trivially_copyable_v<T> && !std::is_const_v<T>,
                   "a list holds pointers, or records that may be copied byte by byte");
+    static_assert(alignof(T) <= alignof(std::max_align_t), "records lie where malloc puts them");
 
 public:
     static constexpr bool is_direct = !std::is_pointer_v<T>;
@@ -113,7 +114,7 @@ public:
     /* Entry i, or the null value where there is none (gettbl): null when the list has none. */
     const_entry at(int64_t i) const noexcept
     {
-        return static_cast<const_entry>(gettbl(tbl_.get(), i));
+        return static_cast<const_entry>(tbl_ ? gettbl(tbl_.get(), i) : nullptr);
     }
 
     /* settbl: at index i, making the list longer; returns the index. An old entry is not freed. */
@@ -139,18 +140,18 @@ public:
     /* duptbl, cattbl: pointers are shared, which a list that frees them can't do. */
     list copy() const requires(std::is_null_pointer_v<decltype(Free)>)
     {
-        return list(duptbl(tbl_.get(), nullptr));
+        return tbl_ ? list(duptbl(tbl_.get(), nullptr)) : list();
     }
     int append(const list &source) requires(std::is_null_pointer_v<decltype(Free)>)
     {
-        return cattbl(tbl_.get(), source.tbl_.get());
+        return source ? cattbl(tbl_.get(), source.tbl_.get()) : 0;
     }
 
     /* jointbl: the entries as strings, with the separator between them. */
     text join(zstring separator) const
         requires(std::is_same_v<std::remove_cv_t<std::remove_pointer_t<T>>, char> && !is_direct)
     {
-        return text(jointbl(tbl_.get(), separator.c_str()));
+        return text(tbl_ ? jointbl(tbl_.get(), separator.c_str()) : nullptr);
     }
 
 private:
