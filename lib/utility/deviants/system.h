@@ -1,5 +1,5 @@
 // What each system says of itself, for the code that all systems share; each has
-// its own system.cpp. The signal table of deviants.h is there as well.
+// its own system.cpp.
 
 #pragma once
 

@@ -6,52 +6,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <mach-o/dyld.h>
 #include <sys/sysctl.h>
-
-#include "deviants.h"
-
-// clang-format off
-const Signame Siglist[] = {
-    {"HUP", SIGHUP},
-    {"KILL", SIGKILL},
-    {"STOP", SIGSTOP},
-    {"IO", SIGIO},
-    {"INFO", SIGINFO},
-    {"EMT", SIGEMT},
-    {"INT", SIGINT},
-    {"QUIT", SIGQUIT},
-    {"ILL", SIGILL},
-    {"TRAP", SIGTRAP},
-    {"IOT", SIGIOT},    // before ABRT: names signal 6
-    {"ABRT", SIGABRT},
-    {"FPE", SIGFPE},
-    {"BUS", SIGBUS},
-    {"SEGV", SIGSEGV},
-    {"SYS", SIGSYS},
-    {"PIPE", SIGPIPE},
-    {"ALRM", SIGALRM},
-    {"TERM", SIGTERM},
-    {"USR1", SIGUSR1},
-    {"USR2", SIGUSR2},
-    {"CHLD", SIGCHLD},
-    {"WINCH", SIGWINCH},
-    {"URG", SIGURG},
-    {"TSTP", SIGTSTP},
-    {"CONT", SIGCONT},
-    {"TTIN", SIGTTIN},
-    {"TTOU", SIGTTOU},
-    {"VTALRM", SIGVTALRM},
-    {"PROF", SIGPROF},
-    {"XCPU", SIGXCPU},
-    {"XFSZ", SIGXFSZ},
-};
-// clang-format on
-const int Nsig = std::size(Siglist);
 
 // The numbers that programs of this system have been told, where others have others.
 static_assert(SIGEMT == 7 && SIGBUS == 10 && SIGSYS == 12 && SIGURG == 16 && SIGSTOP == 17 &&

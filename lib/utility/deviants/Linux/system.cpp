@@ -3,53 +3,13 @@
 #include "system.h"
 
 #include <cerrno>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
-#include <iterator>
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
 #include <unistd.h>
-
-#include "deviants.h"
-
-// clang-format off
-const Signame Siglist[] = {
-    {"HUP", SIGHUP},
-    {"KILL", SIGKILL},
-    {"STOP", SIGSTOP},
-    {"IO", SIGIO},
-    {"INT", SIGINT},
-    {"QUIT", SIGQUIT},
-    {"ILL", SIGILL},
-    {"TRAP", SIGTRAP},
-    {"IOT", SIGIOT},    // before ABRT: names signal 6
-    {"ABRT", SIGABRT},
-    {"FPE", SIGFPE},
-    {"BUS", SIGBUS},
-    {"SEGV", SIGSEGV},
-    {"SYS", SIGSYS},
-    {"PIPE", SIGPIPE},
-    {"ALRM", SIGALRM},
-    {"TERM", SIGTERM},
-    {"USR1", SIGUSR1},
-    {"USR2", SIGUSR2},
-    {"CHLD", SIGCHLD},
-    {"WINCH", SIGWINCH},
-    {"URG", SIGURG},
-    {"TSTP", SIGTSTP},
-    {"CONT", SIGCONT},
-    {"TTIN", SIGTTIN},
-    {"TTOU", SIGTTOU},
-    {"VTALRM", SIGVTALRM},
-    {"PROF", SIGPROF},
-    {"XCPU", SIGXCPU},
-    {"XFSZ", SIGXFSZ},
-};
-// clang-format on
-const int Nsig = std::size(Siglist);
 
 namespace stock {
 

@@ -2,7 +2,6 @@
 //
 // The rows go by the system's names of the codes; systems number them differently.
 
-#include <cerrno>
 #include <csignal>
 #include <cstdarg>
 #include <cstdint>
@@ -11,6 +10,7 @@
 
 #include "deviants.h"
 #include "fault.h"
+#include "internal/guards.h"
 
 namespace stock {
 
@@ -164,9 +164,8 @@ void fault_text(int sig, const siginfo_t *info, char *buffer, std::size_t size)
 
 void show_fault(int sig, siginfo_t *info, void *)
 {
-    const int error = errno;
+    const stock::KeepErrno keep;
     char text[256];
     stock::fault_text(sig, info, text, sizeof text);
     std::fputs(text, stderr);
-    errno = error;
 }

@@ -4,7 +4,6 @@
 // buffer on the stack: that function allocates, and the heap may be what is broken.
 
 #include <algorithm>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -17,6 +16,7 @@
 
 #include "deviants.h"
 #include "fault.h"
+#include "internal/guards.h"
 #include "system.h"
 
 namespace stock {
@@ -146,7 +146,7 @@ using namespace stock;
 
 void show_stack_trace(void)
 {
-    const int error = errno;
+    const KeepErrno keep;
     Stack stack;
     take(stack, __builtin_return_address(0));
     std::fflush(stderr);
@@ -158,14 +158,13 @@ void show_stack_trace(void)
         print("\n");
     }
     std::fflush(stderr);
-    errno = error;
 }
 
 void show_stack_trace_string(int size, char *buffer)
 {
     if (size <= 0 || !buffer)
         return;
-    const int error = errno;
+    const KeepErrno keep;
     Stack stack;
     take(stack, __builtin_return_address(0));
     std::memset(buffer, 0, static_cast<std::size_t>(size));
@@ -176,5 +175,4 @@ void show_stack_trace_string(int size, char *buffer)
     for (int i = stack.first; heading && i < stack.count; ++i)
         if (!add_line(room, line(stack, i, text)))
             break;
-    errno = error;
 }

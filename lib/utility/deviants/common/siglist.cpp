@@ -1,0 +1,49 @@
+// The signals that have a name, with the numbers that the system gives them. Two of them
+// are not on every system.
+
+#include "deviants.h"
+
+#include <csignal>
+#include <iterator>
+
+// clang-format off
+const Signame Siglist[] = {
+    {"HUP", SIGHUP},
+    {"KILL", SIGKILL},
+    {"STOP", SIGSTOP},
+    {"IO", SIGIO},
+#ifdef SIGINFO
+    {"INFO", SIGINFO},
+#endif
+#ifdef SIGEMT
+    {"EMT", SIGEMT},
+#endif
+    {"INT", SIGINT},
+    {"QUIT", SIGQUIT},
+    {"ILL", SIGILL},
+    {"TRAP", SIGTRAP},
+    {"IOT", SIGIOT},    // before ABRT: names signal 6
+    {"ABRT", SIGABRT},
+    {"FPE", SIGFPE},
+    {"BUS", SIGBUS},
+    {"SEGV", SIGSEGV},
+    {"SYS", SIGSYS},
+    {"PIPE", SIGPIPE},
+    {"ALRM", SIGALRM},
+    {"TERM", SIGTERM},
+    {"USR1", SIGUSR1},
+    {"USR2", SIGUSR2},
+    {"CHLD", SIGCHLD},
+    {"WINCH", SIGWINCH},
+    {"URG", SIGURG},
+    {"TSTP", SIGTSTP},
+    {"CONT", SIGCONT},
+    {"TTIN", SIGTTIN},
+    {"TTOU", SIGTTOU},
+    {"VTALRM", SIGVTALRM},
+    {"PROF", SIGPROF},
+    {"XCPU", SIGXCPU},
+    {"XFSZ", SIGXFSZ},
+};
+// clang-format on
+const int Nsig = std::size(Siglist);
