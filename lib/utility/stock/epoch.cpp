@@ -15,6 +15,7 @@
 #include <ctime>
 #include <string_view>
 
+#include "internal/ascii.h"
 #include "internal/decimal.h"
 #include "internal/number.h"
 #include "stock/elog.h"
@@ -217,17 +218,13 @@ namespace {
 
 constexpr std::size_t kDurationSize = 20;  // bytes of a duration's text and its end
 
-bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
 // Takes the leading run of digits, and of points where they are asked for, off
 // the text and gives its value.
 double take_number(std::string_view &text, bool points)
 {
     std::size_t length = 0;
-    while (length < text.size() && (is_digit(text[length]) || (points && text[length] == '.')))
+    while (length < text.size() &&
+           (stock::is_digit(text[length]) || (points && text[length] == '.')))
         ++length;
     double value = 0;
     stock::read_decimal(text.data(), text.data() + length, value);

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "internal/alloc.h"
+#include "internal/ascii.h"
 #include "internal/growing_text.h"
 
 namespace {
@@ -20,7 +21,7 @@ constexpr std::size_t kMaxName = 1023;  // longer names are cut
 
 constexpr bool is_alphanumeric(char c)
 {
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+    return stock::is_digit(c) || stock::is_letter(c);
 }
 
 struct Reference {

@@ -23,6 +23,7 @@
 
 #include "deviants.h"
 #include "internal/alloc.h"
+#include "internal/ascii.h"
 #include "internal/decimal.h"
 #include "internal/number.h"
 #include "internal/token_scanner.h"
@@ -112,7 +113,7 @@ public:
         to_digit();
         const std::size_t end = text_.size() - at_ > most ? at_ + most : text_.size();
         std::int64_t value = 0;
-        for (; at_ < end && stock::is_ascii_digit(text_[at_]); ++at_)
+        for (; at_ < end && stock::is_digit(text_[at_]); ++at_)
             if (value <= INT_MAX)
                 value = value * 10 + (text_[at_] - '0');
         out_of_range_ |= value > INT_MAX;
@@ -129,14 +130,14 @@ public:
     // The whole token as one number; `other` when it is none.
     double number_or(double other)
     {
-        const bool some = std::any_of(text_.begin(), text_.end(), stock::is_ascii_digit);
+        const bool some = std::any_of(text_.begin(), text_.end(), stock::is_digit);
         return some ? number(text_) : other;
     }
 
 private:
     void to_digit()
     {
-        while (at_ < text_.size() && !stock::is_ascii_digit(text_[at_]))
+        while (at_ < text_.size() && !stock::is_digit(text_[at_]))
             ++at_;
     }
 
@@ -164,7 +165,7 @@ private:
         for (const char c : text) {
             if (c == '.' && !behind)
                 behind = 1;
-            else if (!stock::is_ascii_digit(c))
+            else if (!stock::is_digit(c))
                 return false;
             else
                 digits = digits * 10 + (c - '0'), behind += behind > 0;

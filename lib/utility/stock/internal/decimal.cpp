@@ -23,7 +23,7 @@ namespace {
 bool starts_a_number(const char *first, const char *last)
 {
     const char c = first == last ? '\0' : lower(*first);
-    return (c >= '0' && c <= '9') || c == '.' || c == 'i' || c == 'n';
+    return is_digit(c) || c == '.' || c == 'i' || c == 'n';
 }
 
 // Of "0x" from_chars reads the 0.

@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <string_view>
 
+#include "internal/ascii.h"
 #include "stock/elog.h"
 
 namespace stock {
@@ -27,15 +28,6 @@ namespace stock {
 // What one scanner can hold: the rows of str2epoch have 374 states with 1,977 places in all.
 constexpr std::size_t kScannerStates = 384;
 constexpr std::size_t kScannerItems = 2048;
-
-constexpr bool is_ascii_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-constexpr bool is_ascii_letter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
 
 // kRows is an array of records that have a member `pattern`.
 template <const auto &kRows>
@@ -83,7 +75,7 @@ private:
         for (std::size_t i = 0; i < kBytes.size(); ++i) {
             const auto byte = static_cast<unsigned char>(kBytes[i]);
             kinds[byte] = static_cast<std::uint8_t>(i + 1);
-            if (is_ascii_letter(kBytes[i]))
+            if (is_letter(kBytes[i]))
                 kinds[byte - 'a' + 'A'] = static_cast<std::uint8_t>(i + 1);
         }
         return kinds;
@@ -144,12 +136,11 @@ private:
     static constexpr bool fits(char element, char c)
     {
         switch (element) {
-        case '#': return is_ascii_digit(c);
+        case '#': return is_digit(c);
         case '~': return c == '+' || c == '-';
-        case '@': return is_ascii_letter(c);
+        case '@': return is_letter(c);
         case '%':
-            return is_ascii_letter(c) || is_ascii_digit(c) || c == '_' || c == '/' || c == '+' ||
-                   c == '-';
+            return is_letter(c) || is_digit(c) || c == '_' || c == '/' || c == '+' || c == '-';
         default: return element == c;
         }
     }
