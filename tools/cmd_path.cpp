@@ -18,6 +18,22 @@ bool helped(int argc, char **argv, const char *help)
     return true;
 }
 
+// Prints what make(path, result) makes of each path.
+template <class Make>
+int print_each(int count, char **paths, Make make)
+{
+    int status = kDone;
+    for (int i = 0; i < count; ++i) {
+        char path[kPathSize];
+        if (make(paths[i], path) != 0) {
+            elog_complain(0, "not every component of '%s' can be examined\n", paths[i]);
+            status = kFailed;
+        }
+        puts(path);
+    }
+    return status;
+}
+
 int clean(int argc, char **argv)
 {
     if (helped(argc, argv,
@@ -30,16 +46,9 @@ int clean(int argc, char **argv)
     const int first = links ? 2 : 1;
     if (first >= argc)
         return wrong_usage("stock path clean", "which path?");
-    int status = kDone;
-    for (int i = first; i < argc; ++i) {
-        char path[kPathSize];
-        if (cleanpath(argv[i], links ? CLEANPATH_LINKS : 0, path) != 0) {
-            elog_complain(0, "not every component of '%s' can be examined\n", argv[i]);
-            status = kFailed;
-        }
-        puts(path);
-    }
-    return status;
+    return print_each(argc - first, argv + first, [=](const char *path, char *result) {
+        return cleanpath(path, links ? CLEANPATH_LINKS : 0, result);
+    });
 }
 
 int abs(int argc, char **argv)
@@ -51,16 +60,7 @@ int abs(int argc, char **argv)
         return kDone;
     if (argc < 2)
         return wrong_usage("stock path abs", "which path?");
-    int status = kDone;
-    for (int i = 1; i < argc; ++i) {
-        char path[kPathSize];
-        if (abspath(argv[i], path) != 0) {
-            elog_complain(0, "not every component of '%s' can be examined\n", argv[i]);
-            status = kFailed;
-        }
-        puts(path);
-    }
-    return status;
+    return print_each(argc - 1, argv + 1, abspath);
 }
 
 int rel(int argc, char **argv)
