@@ -72,6 +72,7 @@ TEST(ToolFs, HelpSaysHowItIsUsed)
     EXPECT_EQ(ended.err, "");
     EXPECT_THAT(ended.out, testing::StartsWith("usage: stock fs PATH\n"));
     EXPECT_EQ(run({"-h"}).out, ended.out);
+    EXPECT_EQ(run({"--help", "more"}).out, ended.out);
 }
 
 TEST(ToolFs, WrongUsageGivesTwo)

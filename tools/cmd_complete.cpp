@@ -438,10 +438,8 @@ void complete(const std::vector<std::string> &words)
 
 int cmd_complete(int argc, char **argv)
 {
-    if (argc == 2 && is_help(argv[1])) {
-        fputs(kHelp, stdout);
+    if (argc == 2 && helped(argc, argv, kHelp))
         return kDone;
-    }
     if (argc < 3)
         return wrong_usage("stock complete", "which words?");
     complete({argv + 2, argv + argc});

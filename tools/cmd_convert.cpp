@@ -343,10 +343,8 @@ std::vector<std::string> converter_names()
 
 int cmd_convert(int argc, char **argv)
 {
-    if (argc == 2 && is_help(argv[1])) {
-        fputs(kHelp, stdout);
+    if (helped(argc, argv, kHelp))
         return kDone;
-    }
     if (argc != 2)
         return wrong_usage(kName, argc < 2 ? "which member?" : "one member at a time");
     Member member;

@@ -149,36 +149,30 @@ int undump_ascii(const Options &options)
     });
 }
 
-void help_dump()
-{
-    puts("usage: stock dump [--ascii] [--base NUMBER] [FILE]\n"
-         "\n"
-         "Prints the bytes of a file, or of standard input, in hexadecimal and as text,\n"
-         "16 a line behind their address. --base gives the address of the first byte;\n"
-         "0x starts a hexadecimal number. With --ascii the bytes are printed as text in\n"
-         "which those that are not printable are escaped, in lines of 80 columns.\n"
-         "'stock undump' turns both back into bytes.");
-}
+constexpr const char *kDumpHelp =
+    "usage: stock dump [--ascii] [--base NUMBER] [FILE]\n"
+    "\n"
+    "Prints the bytes of a file, or of standard input, in hexadecimal and as text,\n"
+    "16 a line behind their address. --base gives the address of the first byte;\n"
+    "0x starts a hexadecimal number. With --ascii the bytes are printed as text in\n"
+    "which those that are not printable are escaped, in lines of 80 columns.\n"
+    "'stock undump' turns both back into bytes.\n";
 
-void help_undump()
-{
-    puts("usage: stock undump [--ascii] [FILE]\n"
-         "\n"
-         "Turns what 'stock dump' printed back into bytes, from a file or from standard\n"
-         "input; with --ascii, what 'stock dump --ascii' printed. The exit status is 1\n"
-         "when the input goes on behind what is no dump any more; the bytes before are\n"
-         "written all the same.");
-}
+constexpr const char *kUndumpHelp =
+    "usage: stock undump [--ascii] [FILE]\n"
+    "\n"
+    "Turns what 'stock dump' printed back into bytes, from a file or from standard\n"
+    "input; with --ascii, what 'stock dump --ascii' printed. The exit status is 1\n"
+    "when the input goes on behind what is no dump any more; the bytes before are\n"
+    "written all the same.\n";
 
 }  // namespace
 
 int cmd_dump(int argc, char **argv)
 {
-    Options options;
-    if (argc > 1 && is_help(argv[1])) {
-        help_dump();
+    if (helped(argc, argv, kDumpHelp))
         return kDone;
-    }
+    Options options;
     const int status = parse_options("stock dump", true, argc, argv, &options);
     if (status != kDone)
         return status;
@@ -187,11 +181,9 @@ int cmd_dump(int argc, char **argv)
 
 int cmd_undump(int argc, char **argv)
 {
-    Options options;
-    if (argc > 1 && is_help(argv[1])) {
-        help_undump();
+    if (helped(argc, argv, kUndumpHelp))
         return kDone;
-    }
+    Options options;
     const int status = parse_options("stock undump", false, argc, argv, &options);
     if (status != kDone)
         return status;

@@ -8,20 +8,17 @@
 
 namespace {
 
-void print_help()
-{
-    fputs("usage: stock find [--path VARIABLE] [--dir SUBDIR] [--all] NAME\n\n"
-          "Prints every file that NAME may mean, in the order of the search path, '*' before\n"
-          "the one that is taken. The search path is the value of the environment variable\n"
-          "VARIABLE when it is set, else DATAPATH, else the directory data of the\n"
-          "installation root.\n\n"
-          "  --path VARIABLE   where the search path is\n"
-          "  --dir SUBDIR      look in this directory of each element\n"
-          "  --all             also print, behind '-', what is not there or cannot be read\n\n"
-          "A NAME that begins with - stands behind --. The status is 1 when there is no such\n"
-          "file.\n",
-          stdout);
-}
+constexpr const char *kHelp =
+    "usage: stock find [--path VARIABLE] [--dir SUBDIR] [--all] NAME\n\n"
+    "Prints every file that NAME may mean, in the order of the search path, '*' before\n"
+    "the one that is taken. The search path is the value of the environment variable\n"
+    "VARIABLE when it is set, else DATAPATH, else the directory data of the\n"
+    "installation root.\n\n"
+    "  --path VARIABLE   where the search path is\n"
+    "  --dir SUBDIR      look in this directory of each element\n"
+    "  --all             also print, behind '-', what is not there or cannot be read\n\n"
+    "A NAME that begins with - stands behind --. The status is 1 when there is no such\n"
+    "file.\n";
 
 struct Options {
     const char *variable;
@@ -63,10 +60,8 @@ bool is_in(Tbl *list, const char *path)
 
 int cmd_find(int argc, char **argv)
 {
-    if (argc == 2 && is_help(argv[1])) {
-        print_help();
+    if (helped(argc, argv, kHelp))
         return kDone;
-    }
     Options options = {};
     if (const char *wrong = read_options(argc, argv, options))
         return wrong_usage("stock find", "what is '%s'?", wrong);

@@ -47,10 +47,8 @@ int nfs_of(const char *path)
 
 int cmd_fs(int argc, char **argv)
 {
-    if (argc == 2 && is_help(argv[1])) {
-        fputs(kHelp, stdout);
+    if (helped(argc, argv, kHelp))
         return kDone;
-    }
     if (argc != 2)
         return wrong_usage("stock fs", argc < 2 ? "which path?" : "one path at a time");
     const std::unique_ptr<Infopath, decltype(&free)> info(infopath(argv[1]), free);

@@ -101,10 +101,8 @@ void send(const Report &report)
 
 int cmd_log(int argc, char **argv)
 {
-    if (argc > 1 && is_help(argv[1])) {
-        fputs(kHelp, stdout);
+    if (helped(argc, argv, kHelp))
         return kDone;
-    }
     Report report;
     int i = 1;
     if (const int status = read_options(argc, argv, report, i); status != kDone)

@@ -9,15 +9,6 @@ namespace {
 
 constexpr size_t kPathSize = 1024;
 
-// Prints the help and is true when the words ask for it.
-bool helped(int argc, char **argv, const char *help)
-{
-    if (argc < 2 || !is_help(argv[1]))
-        return false;
-    fputs(help, stdout);
-    return true;
-}
-
 // Prints what make(path, result) makes of each path.
 template <class Make>
 int print_each(int count, char **paths, Make make)

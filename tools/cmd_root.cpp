@@ -27,13 +27,11 @@ const char *how_it_was_found(const char *root)
 
 int cmd_root(int argc, char **argv)
 {
-    if (argc == 2 && is_help(argv[1])) {
-        fputs("usage: stock root\n\n"
-              "Prints the installation root, and in a second line how it was found. The\n"
-              "status is 1 when there is none.\n",
-              stdout);
+    if (helped(argc, argv,
+               "usage: stock root\n\n"
+               "Prints the installation root, and in a second line how it was found. The\n"
+               "status is 1 when there is none.\n"))
         return kDone;
-    }
     if (argc != 1)
         return wrong_usage("stock root", "what is '%s'?", argv[1]);
     const char *root = gettaluvine();

@@ -33,13 +33,11 @@ bool print_signal(const char *word)
 
 int cmd_signals(int argc, char **argv)
 {
-    if (argc > 1 && is_help(argv[1])) {
-        fputs("usage: stock signals [NAME|NUMBER]...\n\n"
-              "Prints number, name and description of the signals, or of those given.\n"
-              "The status is 1 when one is unknown.\n",
-              stdout);
+    if (helped(argc, argv,
+               "usage: stock signals [NAME|NUMBER]...\n\n"
+               "Prints number, name and description of the signals, or of those given.\n"
+               "The status is 1 when one is unknown.\n"))
         return kDone;
-    }
     if (argc > 1 && argv[1][0] == '-')
         return wrong_usage("stock signals", "what is '%s'?", argv[1]);
     for (int i = 0; argc == 1 && i < Nsig; ++i) {

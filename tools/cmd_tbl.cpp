@@ -63,10 +63,8 @@ void print_records(const Tbl *tbl)
 
 int cmd_tbl(int argc, char **argv)
 {
-    if (argc == 2 && is_help(argv[1])) {
-        fputs(kHelp, stdout);
+    if (helped(argc, argv, kHelp))
         return kDone;
-    }
     if (argc != 2)
         return wrong_usage("stock tbl", argc < 2 ? "which file?" : "one file at a time");
     char *comment = nullptr;

@@ -16,25 +16,22 @@
 
 namespace {
 
-void print_help()
-{
-    fputs("usage: stock time [-f FORMAT | -e | -d | -i] [-z ZONE] [STRING...]\n"
-          "       stock time --delta SECONDS\n"
-          "       stock time --until STRING [COMMAND [ARGUMENT...]]\n\n"
-          "Prints each time, one to a line; without a STRING the current one. A STRING is a\n"
-          "time as people write it: '2008-02-01 12:30', 'Feb 1, 2008 12:30 pm', '-1:30',\n"
-          "'2008032 12:30 US/Pacific'. The STRING '-' stands for standard input, one time to\n"
-          "a line.\n\n"
-          "  -f FORMAT   the form: %Y-%m-%d %H:%M:%S and so on\n"
-          "  -e          epoch time, in seconds\n"
-          "  -d          year-day: 2008032\n"
-          "  -i          ISO 8601: 2008-02-01T12:30:00.000Z\n"
-          "  -z ZONE     the zone to print in; LOCAL is this computer's\n\n"
-          "  --delta     prints an interval in its largest unit\n"
-          "  --until     waits for a time, then runs the command\n\n"
-          "The status is 1 when one of the times cannot be read.\n",
-          stdout);
-}
+constexpr const char *kHelp =
+    "usage: stock time [-f FORMAT | -e | -d | -i] [-z ZONE] [STRING...]\n"
+    "       stock time --delta SECONDS\n"
+    "       stock time --until STRING [COMMAND [ARGUMENT...]]\n\n"
+    "Prints each time, one to a line; without a STRING the current one. A STRING is a\n"
+    "time as people write it: '2008-02-01 12:30', 'Feb 1, 2008 12:30 pm', '-1:30',\n"
+    "'2008032 12:30 US/Pacific'. The STRING '-' stands for standard input, one time to\n"
+    "a line.\n\n"
+    "  -f FORMAT   the form: %Y-%m-%d %H:%M:%S and so on\n"
+    "  -e          epoch time, in seconds\n"
+    "  -d          year-day: 2008032\n"
+    "  -i          ISO 8601: 2008-02-01T12:30:00.000Z\n"
+    "  -z ZONE     the zone to print in; LOCAL is this computer's\n\n"
+    "  --delta     prints an interval in its largest unit\n"
+    "  --until     waits for a time, then runs the command\n\n"
+    "The status is 1 when one of the times cannot be read.\n";
 
 struct Options {
     const char *format = nullptr;  // null: styles of fmttime or what `print` does
@@ -261,10 +258,8 @@ const char *read_options(int &argc, char **&argv, Options &options)
 
 int cmd_time(int argc, char **argv)
 {
-    if (argc == 2 && is_help(argv[1])) {
-        print_help();
+    if (helped(argc, argv, kHelp))
         return kDone;
-    }
     if (argc == 3 && !strcmp(argv[1], "--delta"))
         return print_interval(argv[2]);
     if (argc > 2 && !strcmp(argv[1], "--until"))

@@ -20,8 +20,8 @@ enum { kDone = 0, kFailed = 1, kUsage = 2 };
 // Prints the wrong word and where help is to the log; gives kUsage.
 int wrong_usage(const char *command, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-// Whether the word asks for help.
-bool is_help(const char *word);
+// Prints the help and is true when the first word asks for it.
+bool helped(int argc, char **argv, const char *help);
 
 // Runs the command that argv[1] names out of a family such as "stock pf", or
 // prints the family's help.

@@ -8,14 +8,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-bool helped(int argc, char **argv, const char *text)
-{
-    if (argc != 2 || !is_help(argv[1]))
-        return false;
-    fputs(text, stdout);
-    return true;
-}
-
 bool parse_file(const char *path, Pf **pf)
 {
     const bool is_stdin = !strcmp(path, "-");

@@ -15,9 +15,6 @@ struct FreePf {
 };
 using PfPtr = std::unique_ptr<Pf, FreePf>;
 
-// Prints the text when the command's only word asks for help.
-bool helped(int argc, char **argv, const char *text);
-
 // Parses one file into the tree; "-" is standard input. The reasons of a failure
 // are in the log.
 bool parse_file(const char *path, Pf **pf);

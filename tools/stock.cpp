@@ -39,11 +39,19 @@ void print_help(FILE *stream, const char *family, const Command *commands)
     fprintf(stream, "\n'%s COMMAND --help' says more of each.\n", family);
 }
 
-}  // namespace
-
 bool is_help(const char *word)
 {
     return !strcmp(word, "--help") || !strcmp(word, "-h");
+}
+
+}  // namespace
+
+bool helped(int argc, char **argv, const char *help)
+{
+    if (argc < 2 || !is_help(argv[1]))
+        return false;
+    fputs(help, stdout);
+    return true;
 }
 
 int wrong_usage(const char *command, const char *format, ...)
