@@ -256,6 +256,18 @@ TEST_F(ToolPfSet, AFileMayHaveTheLongestNameThereIs)
     EXPECT_EQ(read_file(path), "k 2\n");
 }
 
+TEST_F(ToolPfSet, SaysWhyAFileCannotBeWrittenWhole)
+{
+    const std::string text = "k 1\n#" + std::string(100'000, '-') + "\n";
+    const std::string path = dir_.file("x.pf", text);
+    const Ended ended =
+        run_program({"/bin/sh", "-c", "trap '' XFSZ; ulimit -f 8; exec \"$0\" pf set \"$1\" k 2",
+                     tool_path(), path});
+    EXPECT_EQ(ended.err, "stock: can't write '" + path + "'\n\tFile too large\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(read_file(path), text);
+}
+
 TEST_F(ToolPfSet, WhatIsAlreadySoIsNotWritten)
 {
     const std::string path = dir_.file("x.pf", "k 1\n");

@@ -295,10 +295,17 @@ void keep_attributes(const char *old, int fd)
 void keep_attributes(const char *, int) {}
 #endif
 
-// Writes at the place where the descriptor stands.
+// Writes at the place where the descriptor stands. A disk that has room for a part
+// only says why at the next attempt.
 bool write_text(int fd, std::string_view text)
 {
-    return rewrite(fd, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    while (!text.empty()) {
+        const ssize_t written = rewrite(fd, text.data(), text.size());
+        if (written <= 0)
+            return false;
+        text.remove_prefix(static_cast<size_t>(written));
+    }
+    return true;
 }
 
 constexpr size_t kMaxName = NAME_MAX - 7;  // leaves room for the ending
