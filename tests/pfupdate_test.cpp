@@ -61,6 +61,19 @@ TEST(Pfupdate, ReadsAgainWhenAFileOfTheNameIsMadeOrRemoved)
     pffree(pf);
 }
 
+TEST(Pfupdate, AnotherFileOfTheSameTimeIsAChange)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    path.local("other.pf", "");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    rename(site.c_str(), (path.dirs() / "local/prog.pf").c_str());
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    EXPECT_EQ(pfupdate("prog", &pf), 0);
+    pffree(pf);
+}
+
 TEST(Pfupdate, AChangeWithinTheSameSecondIsSeen)
 {
     const PfPath path;
