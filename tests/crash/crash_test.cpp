@@ -148,6 +148,15 @@ TEST(Crash, WhileAnotherThreadHoldsTheLogsLockForEver)
     expect_aborts_with_report("otherlock");
 }
 
+TEST(Crash, AnotherThreadMayFinishItsReportFirst)
+{
+    const Way &way = kWays[4];
+    const Ended ended = crashed(way, "moment");
+    EXPECT_EQ(ended.signal, SIGABRT);
+    EXPECT_LT(ended.err.find("crasher: a complaint\n"), ended.err.find("\n\nStack\n"));
+    EXPECT_THAT(ended.err, HasSubstr("\n" + described(way) + fault_message(way)));
+}
+
 TEST(Crash, InASecondThread)
 {
     expect_aborts_with_report("thread");

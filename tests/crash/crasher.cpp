@@ -180,20 +180,37 @@ int callback_that_waits(int, const char *, Tbl *)
     return 0;
 }
 
+int callback_that_takes_a_while(int, const char *, Tbl *)
+{
+    if (!Lock_is_held.exchange(true))
+        usleep(300000);
+    return 0;
+}
+
 void *report(void *)
 {
-    elog_complain(0, "this does not come out");
+    elog_complain(0, "a complaint");
     return nullptr;
 }
 
-void while_another_holds_lock()
+void while_another_reports(Elog_callback callback)
 {
-    elog_set(ELOG_CALLBACK_FN, 0, callback_that_waits);
+    elog_set(ELOG_CALLBACK_FN, 0, callback);
     pthread_t thread;
     pthread_create(&thread, nullptr, report, nullptr);
     while (!Lock_is_held)
         usleep(1000);
     crash_here(How);
+}
+
+void while_another_holds_lock()
+{
+    while_another_reports(callback_that_waits);
+}
+
+void while_another_holds_lock_for_a_moment()
+{
+    while_another_reports(callback_that_takes_a_while);
 }
 
 void run_in_threads(int count, void (*function)())
@@ -362,6 +379,7 @@ const struct {
     {"heap",            with_a_broken_heap},
     {"lock",            holding_lock},
     {"otherlock",       while_another_holds_lock},
+    {"moment",          while_another_holds_lock_for_a_moment},
     {"thread",          in_a_thread},
     {"threadoverflow",  in_a_thread_overflowing},
     {"threadmalloc",    in_a_thread_inside_malloc},
