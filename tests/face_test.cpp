@@ -569,6 +569,7 @@ TEST(FaceParams, shows_tables_and_lists_without_owning_them)
     EXPECT_EQ(tree.get<int>("tables[1]{n}", 0), 2);
     EXPECT_TRUE(tree.contains("tables[1]"));
     EXPECT_FALSE(tree.contains("tables[2]"));
+    EXPECT_FALSE(tree.get<params_list<params_view>>("ports")[0]) << "a text is no table";
 }
 
 TEST(FaceParams, evaluates_a_function_once)

@@ -95,7 +95,8 @@ T read_parameter(Pf *pf, const char *address)
     } else {
         Pf *node = nullptr;
         _pfeval(pf, address, &node, T::node_type);
-        return T(node);
+        // An element of another type is passed over in silence: there is no such container.
+        return T(node && node->type == T::node_type ? node : nullptr);
     }
 }
 
