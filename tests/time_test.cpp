@@ -322,6 +322,17 @@ TEST(TimeFormatsFile, GivesTheKeysOfTheArrayThatItsLocationNames)
     EXPECT_EQ(with_file(kTables, print_formats).out, "HT|HY|HU|HD|HT %z|HY %z|HU %z|HD %z|1");
 }
 
+// The location used to be read where it had been freed.
+TEST(TimeFormatsFile, AFormatMayReferToTheLocation)
+{
+    const char text[] = "where here\nlocation &where\n"
+                        "here &Arr{\ntime &location\nydtime HY\nuydtime HU\ndate HD\n"
+                        "month_first yes\n}\n";
+    const Ended ended = with_file(text, print_formats);
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.out, "here|HY|HU|HD|here %z|HY %z|HU %z|HD %z|1");
+}
+
 TEST(TimeFormatsFile, IsEuropeanWhenTheEnvironmentSaysSoWhateverItsLocation)
 {
     const auto european = [] {

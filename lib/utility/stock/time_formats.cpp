@@ -44,9 +44,11 @@ public:
     {
         if (!readable_)
             return;
-        location_ = std::getenv("EUROPEAN_DATE") ? "european" : pfget_string(pf_, "location");
-        if (location_ && !*location_)
-            location_ = nullptr;
+        const char *location =
+            std::getenv("EUROPEAN_DATE") ? "european" : pfget_string(pf_, "location");
+        // A copy: a format that refers to it reads it again.
+        if (location && *location)
+            location_.reset(stock::copy_text(location, "location"));
     }
     ~Settings() { pffree(pf_); }
     Settings(const Settings &) = delete;
@@ -76,7 +78,7 @@ private:
     {
         if (!location_)
             return name;
-        address.add(location_);
+        address.add(location_.get());
         address.add('{');
         address.add(name);
         address.add('}');
@@ -85,7 +87,7 @@ private:
 
     Pf *pf_ = nullptr;
     bool readable_;
-    const char *location_ = nullptr;
+    stock::Owned<char> location_;  // null when the settings are the file's own
 };
 
 }  // namespace
