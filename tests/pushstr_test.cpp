@@ -96,6 +96,19 @@ TEST(Pushstr, HoldsMegabytes)
     EXPECT_TRUE(s.text() == expected);
 }
 
+TEST(Pushstrc, HoldsATextOfEveryLengthWithinItsSize)
+{
+    Stack s;
+    std::string expected;
+    for (int i = 0; i < 20'000; ++i) {
+        expected += static_cast<char>('a' + i % 26);
+        ASSERT_EQ(pushstrc(&s.stack, expected.back()), i + 1);
+        ASSERT_GT(s.record().size, s.record().length);
+        ASSERT_EQ(s.record().s[i + 1], 0);
+    }
+    EXPECT_EQ(s.text(), expected);
+}
+
 TEST(Pushstrc, AppendsOneCharacter)
 {
     Stack s;

@@ -24,14 +24,14 @@ STOCK_BEGIN_DECLS
 
 /* What a stack that is not empty points at. */
 typedef struct Vstk {
-    uint64_t size;   /* bytes allocated for the text */
+    uint64_t size;   /* bytes for the text; what is allocated may be more */
     uint64_t length; /* characters in it, the terminator not counted */
     char *s;         /* owned: the text, terminated */
 } Vstk;
 
 /*
  * Appends a string. The first push allocates the larger of 1024 and five times
- * the string's length; a text that does not fit gets exactly what it needs.
+ * the string's length; of a text that does not fit the size becomes what it needs.
  * Returns the new length.
  */
 STOCK_API int64_t pushstr(void **stack, const char *string);

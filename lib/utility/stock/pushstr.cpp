@@ -3,8 +3,10 @@
 #include "stock/pushstr.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstdarg>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -29,6 +31,23 @@ uint64_t times_five(uint64_t n)
     return __builtin_mul_overflow(n, 5, &product) ? UINT64_MAX : product;
 }
 
+// What is really allocated for a size. A size grows by just the text that is pushed,
+// its block by a quarter or less at a time, so that most texts move nothing.
+constexpr uint64_t block_for(uint64_t size)
+{
+    const uint64_t mask = std::bit_floor(size) / 4 - 1;
+    return size < 4 || size > UINT64_MAX / 2 ? size : (size + mask) & ~mask;
+}
+
+// The text in a block for the size; a null text is a new one.
+char *resized(char *text, uint64_t size, const char *function)
+{
+    auto *block = static_cast<char *>(std::realloc(text, block_for(size)));
+    if (!block)
+        stock::out_of_memory(size, "vstk->s", function);
+    return block;
+}
+
 // The stack's record, made with that many bytes for the text when there is none yet.
 Vstk *opened(void **stack, uint64_t first, const char *function)
 {
@@ -37,19 +56,21 @@ Vstk *opened(void **stack, uint64_t first, const char *function)
     auto *vstk = static_cast<Vstk *>(stock::allocate(sizeof(Vstk), "vstk", function));
     vstk->size = std::max(kFirst, first);
     vstk->length = 0;
-    vstk->s = static_cast<char *>(stock::allocate(vstk->size, "vstk->s", function));
+    vstk->s = resized(nullptr, vstk->size, function);
     vstk->s[0] = 0;
     *stack = vstk;
     return vstk;
 }
 
-// Reallocates to `bytes` behind the text when it lacks room for n characters and a terminator.
+// Gives the text `bytes` behind it when it lacks room for n characters and a terminator.
 void make_room(Vstk *vstk, uint64_t n, uint64_t bytes, const char *function)
 {
     if (n < vstk->size - vstk->length)
         return;
-    vstk->size = vstk->length + bytes;
-    vstk->s = static_cast<char *>(stock::reallocate(vstk->s, vstk->size, "vstk->s", function));
+    const uint64_t size = vstk->length + bytes;
+    if (block_for(size) > block_for(vstk->size))
+        vstk->s = resized(vstk->s, size, function);
+    vstk->size = size;
 }
 
 int64_t append(Vstk *vstk, std::string_view text)
