@@ -35,8 +35,9 @@ uint64_t times_five(uint64_t n)
 // its block by a quarter or less at a time, so that most texts move nothing.
 constexpr uint64_t block_for(uint64_t size)
 {
+    size = std::max(size, kFirst);
     const uint64_t mask = std::bit_floor(size) / 4 - 1;
-    return size < 4 || size > UINT64_MAX / 2 ? size : (size + mask) & ~mask;
+    return size > UINT64_MAX / 2 ? size : (size + mask) & ~mask;
 }
 
 // The text in a block for the size; a null text is a new one.
