@@ -24,7 +24,7 @@
  * messages, threads, what running out of memory does. Nothing is thrown.
  *
  * An owner is moved, never copied; copy() makes a copy where one is wanted. What
- * was moved from owns nothing, reads as empty, and may be assigned to or destroyed.
+ * was moved from, or released, is empty, and may be used as any other that is empty.
  * Each owner takes over what a function of stock.h returned (the constructor), shows
  * it to one (tbl(), arr(), pf(), c_str()) and gives it up (release()).
  */

@@ -280,6 +280,61 @@ TEST(FaceList, without_a_tbl_reads_as_empty)
     EXPECT_THAT(words, ElementsAre(testing::StrEq("a")));
 }
 
+TEST(FaceList, can_be_used_after_it_was_moved_from_released_or_made_of_null)
+{
+    const std::function<Numbers()> without_a_tbl[] = {
+        [] { return Numbers(nullptr); },
+        [] {
+            Numbers a;
+            Numbers b(std::move(a));
+            return a;  // NOLINT: what is moved from may be used
+        },
+        [] {
+            Numbers a;
+            freetbl(a.release(), nullptr);
+            return a;
+        },
+    };
+    const struct {
+        const char *name;
+        void (*use)(Numbers &list);
+        std::vector<int> after;
+    } cases[] = {
+        {"clear", [](Numbers &list) { list.clear(); }, {}},
+        {"truncate", [](Numbers &list) { list.truncate(1); }, {}},
+        {"push_back", [](Numbers &list) { list.push_back(1); }, {1}},
+        {"push_front", [](Numbers &list) { list.push_front(1); }, {1}},
+        {"set", [](Numbers &list) { EXPECT_EQ(list.set(0, 1), 0); }, {1}},
+        {"insert", [](Numbers &list) { EXPECT_EQ(list.insert(0, 1), 0); }, {1}},
+        {"append",
+         [](Numbers &list) {
+             Numbers source;
+             source.push_back(7);
+             EXPECT_EQ(list.append(source), 0);
+         },
+         {7}},
+        {"pop_back", [](Numbers &list) { EXPECT_EQ(list.pop_back(), nullptr); }, {}},
+        {"pop_front", [](Numbers &list) { EXPECT_EQ(list.pop_front(), nullptr); }, {}},
+        {"take", [](Numbers &list) { EXPECT_EQ(list.take(0), nullptr); }, {}},
+        {"tbl",
+         [](Numbers &list) {
+             const int one = 1;
+             pushtbl(list.tbl(), &one);
+         },
+         {1}},
+        {"copy", [](Numbers &list) { EXPECT_TRUE(list.copy().empty()); }, {}},
+    };
+    for (const auto &without : without_a_tbl)
+        for (const auto &c : cases) {
+            SCOPED_TRACE(c.name);
+            Numbers list = without();
+            EXPECT_FALSE(list);
+            c.use(list);
+            EXPECT_THAT(list, testing::ElementsAreArray(c.after));
+        }
+    EXPECT_EQ(Words(nullptr).pop_back(), nullptr);
+}
+
 TEST(FaceList, copies_where_that_is_said)
 {
     Numbers a;
@@ -394,6 +449,30 @@ TEST(FaceArray, frees_the_values_that_it_holds)
     EXPECT_EQ(taken, "3");
     EXPECT_THAT(array.keys(), ElementsAre(testing::StrEq("a")));
     EXPECT_THAT(array.values(), ElementsAre(testing::StrEq("11")));
+}
+
+TEST(FaceArray, can_be_used_after_it_was_moved_from_released_or_made_of_null)
+{
+    int one = 1;
+    Ages moved;
+    const Ages kept(std::move(moved));
+    Ages released;
+    freearr(released.release(), nullptr);
+    Ages null(nullptr);
+    for (Ages *ages : {&moved, &released, &null}) {
+        EXPECT_FALSE(*ages);
+        EXPECT_EQ(ages->take("a"), nullptr);
+        ages->erase("a");
+        EXPECT_FALSE(ages->contains("a"));
+        EXPECT_EQ(ages->count(), 0);
+        EXPECT_TRUE(ages->keys().empty() && ages->values().empty() && ages->copy().empty());
+        ages->apply([](const char *, int *) { ADD_FAILURE(); });
+        EXPECT_EQ(ages->set("a", &one), nullptr);
+        EXPECT_EQ(ages->get("a"), &one);
+        const Ages emptied(std::move(*ages));
+        setarr(ages->arr(), "b", &one);
+        EXPECT_EQ(ages->count(), 1);
+    }
 }
 
 TEST(FaceArray, moves_and_copies_where_that_is_said)

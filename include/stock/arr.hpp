@@ -131,8 +131,8 @@ private:
  * up to twice the time that applyarr takes for one; apply() is that function.
  *
  * A walk may not set, take or erase the key it stands at: that replaces the copy.
- * An array without an Arr (null, moved from) is empty and must not be changed.
- * Nothing locks.
+ * An array without an Arr (made of null, moved from, released) is an empty array,
+ * and makes its Arr when it needs one. Nothing locks.
  */
 template <class V, auto Free = nullptr>
 class array {
@@ -149,8 +149,13 @@ public:
     explicit array(Arr *owned) noexcept : arr_(owned) {}
 
     explicit operator bool() const noexcept { return arr_ != nullptr; }
-    /* The Arr, which the array keeps. */
-    Arr *arr() noexcept { return arr_.get(); }
+    /* The Arr, which the array keeps, and makes when there is none; of a const array maybe null. */
+    Arr *arr()
+    {
+        if (!arr_)
+            *this = array();
+        return arr_.get();
+    }
     const Arr *arr() const noexcept { return arr_.get(); }
     /* Gives the Arr up: the caller frees it with freearr. */
     [[nodiscard]] Arr *release() noexcept { return arr_.release(); }
@@ -171,7 +176,7 @@ public:
     /* setarr: stores under a copy of the key. Returns the value it had, or null. */
     V set(zstring key, V value)
     {
-        return static_cast<V>(setarr(arr_.get(), key.c_str(), untyped(value)));
+        return static_cast<V>(setarr(arr(), key.c_str(), untyped(value)));
     }
     /* delarr: removes the key. Returns its value, or null. */
     V take(zstring key) { return static_cast<V>(delarr(arr_.get(), key.c_str())); }

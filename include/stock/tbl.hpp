@@ -90,10 +90,18 @@ public:
         return list(inittbl(0, 0, is_direct, std::addressof(null_value), sizeof(T)));
     }
 
-    /* Whether there is a Tbl. Without one a list reads as empty, and must not be changed. */
+    /*
+     * Whether there is a Tbl. A list without one (made of null, moved from, released)
+     * is an empty list, without a null value; it makes its Tbl when it needs one.
+     */
     explicit operator bool() const noexcept { return tbl_ != nullptr; }
-    /* The Tbl, which the list keeps. */
-    Tbl *tbl() noexcept { return tbl_.get(); }
+    /* The Tbl, which the list keeps, and makes when there is none; of a const list maybe null. */
+    Tbl *tbl()
+    {
+        if (!tbl_)
+            *this = list();
+        return tbl_.get();
+    }
     const Tbl *tbl() const noexcept { return tbl_.get(); }
     /* Gives the Tbl up: the caller frees it with freetbl. */
     [[nodiscard]] Tbl *release() noexcept { return tbl_.release(); }
@@ -118,24 +126,24 @@ public:
     }
 
     /* settbl: at index i, making the list longer; returns the index. An old entry is not freed. */
-    int64_t set(int64_t i, const T &value) { return settbl(tbl_.get(), i, passed(value)); }
+    int64_t set(int64_t i, const T &value) { return settbl(tbl(), i, passed(value)); }
     /* pushtbl, unshifttbl, instbl */
-    void push_back(const T &value) { pushtbl(tbl_.get(), passed(value)); }
-    void push_front(const T &value) { unshifttbl(tbl_.get(), passed(value)); }
-    int64_t insert(int64_t i, const T &value) { return instbl(tbl_.get(), i, passed(value)); }
+    void push_back(const T &value) { pushtbl(tbl(), passed(value)); }
+    void push_front(const T &value) { unshifttbl(tbl(), passed(value)); }
+    int64_t insert(int64_t i, const T &value) { return instbl(tbl(), i, passed(value)); }
 
     /*
      * poptbl, shifttbl, deltbl: what is removed is returned and the caller's again;
      * the null value when there is nothing. Of a direct list it is the address of
      * the record, to be read before the list changes again.
      */
-    entry pop_back() { return static_cast<entry>(poptbl(tbl_.get())); }
-    entry pop_front() { return static_cast<entry>(shifttbl(tbl_.get())); }
-    entry take(int64_t i) { return static_cast<entry>(deltbl(tbl_.get(), i)); }
+    entry pop_back() { return static_cast<entry>(poptbl(tbl())); }
+    entry pop_front() { return static_cast<entry>(shifttbl(tbl())); }
+    entry take(int64_t i) { return static_cast<entry>(deltbl(tbl(), i)); }
 
     /* trunctbl: entries from count on are given to Free. */
-    void truncate(int64_t count) { trunctbl(tbl_.get(), count, detail::untyped<Free, entry>()); }
-    void clear() { clrtbl(tbl_.get(), detail::untyped<Free, entry>()); }
+    void truncate(int64_t count) { trunctbl(tbl(), count, detail::untyped<Free, entry>()); }
+    void clear() { clrtbl(tbl(), detail::untyped<Free, entry>()); }
 
     /* duptbl, cattbl: pointers are shared, which a list that frees them can't do. */
     list copy() const requires(std::is_null_pointer_v<decltype(Free)>)
@@ -144,7 +152,7 @@ public:
     }
     int append(const list &source) requires(std::is_null_pointer_v<decltype(Free)>)
     {
-        return source ? cattbl(tbl_.get(), source.tbl_.get()) : 0;
+        return source ? cattbl(tbl(), source.tbl_.get()) : 0;
     }
 
     /* jointbl: the entries as strings, with the separator between them. */
