@@ -1,6 +1,7 @@
 // References in texts, and the functions: one test per row of their table.
 
 #include <atomic>
+#include <csetjmp>
 #include <csignal>
 #include <string>
 #include <thread>
@@ -85,6 +86,23 @@ TEST(Pfexpand, PassesOverWhatIsNoText)
     EXPECT_STREQ(pfget_string(pf.get(), "t{x}"), "outer/&f");
 }
 
+TEST(Pfexpand, ANameIsTheLongestRunOfItsCharacters)
+{
+    const PfPtr pf =
+        parse("a short\na_ longer\na_1 1\na_1B longest\nx &a_1B.&a_1-&a_-&a+&{a}_1B\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "x"), "longest.1-longer-short+short_1B");
+    const PfPtr edges = parse("A 1\nZ 2\na 3\nz 4\n0 5\n9 6\n_ 7\n"
+                              "x &A&Z&a&z&0&9&_ &A@&A[&A`&A{&A/&A:&A^\n");
+    EXPECT_STREQ(pfget_string(edges.get(), "x"), "1234567 1@1[1`1{1/1:1^");
+}
+
+TEST(Pfexpand, AnEmptyNameIsLookedUpToo)
+{
+    const PfPtr pf = parse("\"\" E\nx a & b &{} c &(d) &\nt &Arr{\n y &.\n}\n");
+    EXPECT_STREQ(pfget_string(pf.get(), "x"), "a E b E c &(d) E");
+    EXPECT_STREQ(pfget_string(pf.get(), "t{y}"), "E.");
+}
+
 TEST(Pfexpand, LeavesTheCallOfAFunctionAlone)
 {
     const PfPtr pf = parse("home /u\nx see &home(here) and &home\n");
@@ -127,6 +145,50 @@ TEST(Pfexpand, AValueThatRefersToItselfStopsAfterTenLevels)
 {
     const PfPtr pf = parse("x .&x\n");
     EXPECT_STREQ(pfget_string(pf.get(), "x"), "...........** error ** pf massive recursion");
+}
+
+// Threads used to share one count, and got the error as the value.
+TEST(PfexpandThreads, EachHasItsOwnCountOfNestedReferences)
+{
+    std::atomic<long> wrong{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 16; ++i)
+        threads.emplace_back([&] {
+            const PfPtr pf = parse("limit 12 mm\nnorth &limit\nsouth &north\nboth &south\n"
+                                   "r1 &both\nr2 &r1\nr3 &r2\nr4 &r3\nr5 &r4\n");
+            for (int n = 0; n < 2000; ++n)
+                for (const char *key : {"both", "r5"})
+                    wrong += strcmp(pfget_string(pf.get(), key), "12 mm") != 0;
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong, 0);
+}
+
+// Who is asked may give up: the calls that are left count no longer.
+TEST(Pfexpand, ACallThatIsLeftByLongjmpIsOpenNoLonger)
+{
+    const PfPath path;
+    path.site("other.pf", "gauge &ask(Which gauge?)\nlimit 12\n");
+    const Ended ended = in_child([] {
+        static jmp_buf back;
+        static volatile int given_up = 0;
+        const PfPtr pf = parse("gauge &ref(other,gauge)\nlimit &ref(other,limit)\n"
+                               "label gauge &gauge\n"
+                               "r9 &limit mm\nr8 &r9\nr7 &r8\nr6 &r7\nr5 &r6\nr4 &r5\n"
+                               "r3 &r4\nr2 &r3\nr1 &r2\nr0 &r1\n");
+        pfconfig("ask",
+                 reinterpret_cast<void *>(+[](const char *) -> char * { longjmp(back, 1); }));
+        if (setjmp(back) != 0)
+            given_up = given_up + 1;
+        if (given_up < 40)
+            pfget_string(pf.get(), "label");
+        printf("%d times, %s", given_up, pfget_string(pf.get(), "r0"));
+        fflush(stdout);
+        _exit(0);  // what the calls held when they were left is lost
+    });
+    EXPECT_EQ(ended.out, "40 times, 12 mm");
+    EXPECT_EQ(ended.status, 0) << ended.err;
 }
 
 TEST(Pfexpand, GrowsForLongValues)

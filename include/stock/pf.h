@@ -454,9 +454,11 @@ STOCK_API void _pfdie(Pf *pf, const char *address, int expected, int got, Pf **r
  *
  * Returns the text itself when it refers to nothing, else the node's filled_out:
  * borrowed until the node is expanded again or freed. Null of any other node.
- * References nest ten deep, in all threads together; the eleventh gives
- * "** error ** pf massive recursion", and so does each that follows once what nested
- * references stand for has come to 64 MB.
+ *
+ * References nest ten deep, counted in each thread for itself; the eleventh gives
+ * "** error ** pf massive recursion". That text stands also for each further
+ * reference of a text once its nested references have come to 64 MB: a few short
+ * lines that name each other many times would else fill the memory.
  */
 STOCK_API char *pfexpand(Pf *node);
 

@@ -4,58 +4,32 @@
 #include "stock/pf.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 
 #include "internal/alloc.h"
 #include "internal/growing_text.h"
+#include "internal/open_calls.h"
 #include "internal/pfget.h"
 
 namespace {
 
 constexpr std::size_t kFirst = 1024;    // the least that an expanded text starts with
 constexpr std::size_t kMaxName = 1023;  // longer names are cut
-constexpr int kMaxDepth = 9;            // replacements within replacements
+constexpr int kMaxDepth = 10;           // replacements within replacements
 constexpr std::size_t kMaxNested = std::size_t{64} << 20;  // bytes that those may come to
 constexpr std::size_t kCost = 64;                          // of a replacement, however short
+static_assert(kMaxDepth < stock::OpenCalls::kMost);
 constexpr const char *kMassive = "** error ** pf massive recursion";
 
-// How many replacements are being looked for, in all threads together.
-//
-// Meant: a deep text in one thread counts against the others.
-std::atomic<int> Depth{0};
-
-class Counted {
-public:
-    Counted() : before_(Depth.fetch_add(1)) {}
-    ~Counted() { --Depth; }
-    Counted(const Counted &) = delete;
-    Counted &operator=(const Counted &) = delete;
-
-    bool too_deep() const { return before_ > kMaxDepth; }
-
-private:
-    int before_;
-};
+// The calls of pfexpand that this thread has open: each but the first looks for a
+// replacement in the text of the one before.
+thread_local stock::OpenCalls Open;
 
 // What this thread's outermost text has cost so far in replacements within
 // replacements: each of ten levels may name the next one many times.
-thread_local int Level = 0;
 thread_local std::size_t Nested = 0;
-
-class Nesting {
-public:
-    Nesting()
-    {
-        if (++Level == 1)
-            Nested = 0;
-    }
-    ~Nesting() { --Level; }
-    Nesting(const Nesting &) = delete;
-    Nesting &operator=(const Nesting &) = delete;
-};
 
 constexpr bool is_name(char c)
 {
@@ -95,13 +69,13 @@ const char *look_up(const Pf *node, std::string_view name)
 
 const char *replacement(const Pf *node, const Reference &reference)
 {
-    if (reference.call || reference.name.empty())
+    if (reference.call)
         return nullptr;
-    const Counted counted;
-    if (counted.too_deep() || Nested > kMaxNested)
+    const int depth = Open.count();
+    if (depth > kMaxDepth || Nested > kMaxNested)
         return kMassive;
     const char *value = look_up(node, reference.name);
-    if (Level > 1)
+    if (depth > 1)
         Nested += kCost + (value ? std::strlen(value) : 0);
     return value;
 }
@@ -145,7 +119,9 @@ char *pfexpand(Pf *node)
     char *text = text_of(node);
     if (!text || !std::strchr(text, '&'))
         return text;
-    const Nesting nesting;
+    if (Open.count() == 0)
+        Nested = 0;
+    const stock::OpenCall call(Open);
     char *filled_out = expanded(node, text);
     std::free(node->filled_out);
     node->filled_out = filled_out;

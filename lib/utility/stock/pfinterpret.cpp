@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "internal/alloc.h"
+#include "internal/open_calls.h"
 #include "internal/pfget.h"
 #include "internal/uninterrupted.h"
 #include "stock/datasearch.h"
@@ -35,6 +36,7 @@ using stock::Owned;
 
 constexpr int kMaxEvaluations = 4;  // the fourth in a chain is one too many
 constexpr int kMaxReferences = 10;  // files that refer to files that refer to files
+static_assert(kMaxReferences <= stock::OpenCalls::kMost);
 constexpr std::size_t kMaxError = 1023;
 constexpr int kPathSize = 1024;
 
@@ -240,17 +242,16 @@ struct Referred {
 std::mutex References_mutex;
 Arr *References = nullptr;  // the idle ones, of Referred *, by file name
 
-thread_local int References_open = 0;  // how deep this thread is in references
+thread_local stock::OpenCalls References_open;
 
 // Takes a tree of the file out of the table for as long as it lives, so that no lock
 // is held while the tree is read: a file may refer to itself, and threads to each
 // other's files.
 class Lease {
 public:
-    explicit Lease(const char *file) : referred_(take(file)) { ++References_open; }
+    explicit Lease(const char *file) : referred_(take(file)) {}
     ~Lease()
     {
-        --References_open;
         const std::scoped_lock lock(References_mutex);
         referred_->next = static_cast<Referred *>(getarr(References, referred_->file));
         setarr(References, referred_->file, referred_);
@@ -292,6 +293,7 @@ Pf *reference_error(const char *format, const Call &call)
 
 Pf *resolved(const char *file, const char *address, const Call &call)
 {
+    const stock::OpenCall call_open(References_open);
     Lease lease(file);
     Pf *tree = lease.tree();
     if (!tree)
@@ -312,7 +314,7 @@ Pf *call_ref(const Call &call)
     strtrim(address);
     if (!*file)
         return reference_error("** missing pf name in reference: '%.*s' **", call);
-    if (References_open >= kMaxReferences)
+    if (References_open.count() >= kMaxReferences)
         return copied_node("pf recursion too deep");
     return resolved(file.get(), address, call);
 }
