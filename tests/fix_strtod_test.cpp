@@ -189,6 +189,35 @@ TEST(FixStrtod, ReadsWhatPrintfWritesBitByBit)
     }
 }
 
+// An exponent was lost whose "e" was the 62nd to the 64th character.
+TEST(FixStrtod, ReadsTheExponentBehindAnyNumberOfDigits)
+{
+    EXPECT_EQ(read("1." + std::string(60, '5') + "e-05"), is(1.5555555555555556e-05, ""));
+    for (size_t n = 1; n <= 140; ++n)
+        for (const char *exponent :
+             {"e5", "E5", "e-5", "e+05", "e-05mm", "e", "e-", "e+x", "e-310"})
+            for (const char *sign : {"", "-", "+", " "}) {
+                const std::string text = sign + std::string("2.") + std::string(n, '4') + exponent;
+                char *end = nullptr;
+                const double value = strtod(text.c_str(), &end);
+                ASSERT_EQ(read(text), is(value, end)) << text;
+            }
+}
+
+TEST(FixStrtod, ReadsWhatPrintfWritesWithAnyNumberOfDigits)
+{
+    uint64_t state = 11;
+    for (int i = 0; i < 50'000; ++i) {
+        state = state * 6364136223846793005U + 1442695040888963407U;
+        const auto x = std::bit_cast<double>(state ^ state >> 31);
+        if (std::isnan(x))
+            continue;
+        char text[512];
+        snprintf(text, sizeof text, "%.*e", i % 100, x);
+        ASSERT_EQ(read(text), is(strtod(text, nullptr), "")) << text;
+    }
+}
+
 TEST(FixStrtod, NeedsNoEnd)
 {
     EXPECT_EQ(fix_strtod("1.5x", nullptr), 1.5);

@@ -248,6 +248,34 @@ TEST(ReadHexdump, ReadsNoTextBehindALongAddress)
     EXPECT_EQ(read_back(dumped("abcd", 0x123456789abUL), 1000), "abcd");
 }
 
+// Words that stood far apart were taken for the text of a short line.
+TEST(ReadHexdump, TakesWordsHoweverFarApartTheyStand)
+{
+    const std::string gap(60, ' ');
+    EXPECT_EQ(read_back("0 4142" + gap + "4344\n", 100), "ABCD");
+    EXPECT_EQ(read_back("0" + gap + "4142\t\t" + gap + "4344 45" + gap + "46\n", 100), "ABCDEF");
+    EXPECT_EQ(read_back("0 41 42 43 44 45 46 47" + gap + "48\n1 4b\n", 100), "ABCDEFGHK");
+    EXPECT_EQ(read_back("0 4142" + gap + "AB\n", 100), "AB\xab");
+}
+
+TEST(ReadHexdump, TellsTheTextOfAShortLineByItsColumnAndItsCharacters)
+{
+    const std::string line = dumped("abcd ef");
+    const size_t text = line.find("abcd ef");
+    EXPECT_EQ(read_back(line, 100), "abcd ef");
+    EXPECT_EQ(read_back(line.substr(0, text) + "abcd  f\n", 100), "abcd ef\xab\xcd");
+    EXPECT_EQ(read_back(line.substr(0, text) + " abcd ef\n", 100), "abcd ef\xab\xcd\xef");
+    std::string blank_behind = dumped("beef  ");
+    blank_behind.erase(blank_behind.find_last_not_of(" \n") + 1);
+    EXPECT_EQ(read_back(blank_behind, 100), "beef  ");
+}
+
+TEST(ReadHexdump, TakesTheFirstWordForTheAddressWhereverItStands)
+{
+    EXPECT_EQ(read_back("\t  3031 3233 3435 3637 3839 3a3b 3c3d 3e3f 40\n", 100),
+              "23456789:;<=>?@");
+}
+
 TEST(ReadHexdump, StopsAfterNBytes)
 {
     const std::string text = dumped(all_bytes());

@@ -2,7 +2,9 @@
 
 #include "stock/strings.h"
 
+#include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <set>
 #include <string>
 #include <thread>
@@ -556,6 +558,60 @@ TEST(Intactline, EndsTheTextOfALineAtAZeroByteAndReadsOnBehindTheLine)
     Line line;
     EXPECT_STREQ(intactline(stream.get(), &line.text, &line.size), "a");
     EXPECT_STREQ(intactline(stream.get(), &line.text, &line.size), "next");
+}
+
+// A stream whose reading fails with the error behind the text.
+Stream failing_stream(std::string_view text, int error)
+{
+    struct Cookie {
+        std::string text;
+        int error;
+    };
+    cookie_io_functions_t functions = {};
+    functions.read = [](void *p, char *buffer, size_t size) -> ssize_t {
+        auto *cookie = static_cast<Cookie *>(p);
+        const size_t got = cookie->text.copy(buffer, size);
+        cookie->text.erase(0, got);
+        if (got == 0) {
+            errno = cookie->error;
+            return -1;
+        }
+        return static_cast<ssize_t>(got);
+    };
+    functions.close = [](void *p) {
+        delete static_cast<Cookie *>(p);
+        return 0;
+    };
+    return Stream(fopencookie(new Cookie{std::string(text), error}, "r", functions));
+}
+
+// A read that failed with ENOMEM ended the process.
+TEST(Intactline, AReadErrorGivesWhatWasReadAndThenNull)
+{
+    for (int error : {ENOMEM, EIO}) {
+        const Stream stream = failing_stream("first\nrest", error);
+        Line line;
+        EXPECT_STREQ(intactline(stream.get(), &line.text, &line.size), "first");
+        EXPECT_STREQ(intactline(stream.get(), &line.text, &line.size), "rest");
+        errno = 0;
+        EXPECT_EQ(intactline(stream.get(), &line.text, &line.size), nullptr);
+        EXPECT_EQ(errno, error);
+    }
+}
+
+TEST(Intactline, LeavesErrnoAloneUnlessReadingFails)
+{
+    const Stream stream = stream_of("a\n" + std::string(5000, 'x'));
+    Line line;
+    for (bool more = true; more;) {
+        errno = EDOM;
+        more = intactline(stream.get(), &line.text, &line.size) != nullptr;
+        EXPECT_EQ(errno, EDOM);
+    }
+    const Stream failing = failing_stream("rest", EIO);
+    errno = EDOM;
+    EXPECT_STREQ(intactline(failing.get(), &line.text, &line.size), "rest");
+    EXPECT_EQ(errno, EDOM);
 }
 
 TEST(Intactline, GivesNullWithoutStream)

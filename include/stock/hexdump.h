@@ -1,9 +1,9 @@
 /*
  * hexdump.h - memory as hexadecimal and text, and back.
  *
- * A line shows 16 bytes: a tab, the address in eight digits, two blanks, the
- * bytes as pairs of digits in groups of two, a blank, and the bytes as text,
- * where "_" stands for whatever is not in 32 to 126.
+ * A line shows 16 bytes: a tab, the address in eight digits (more from 2^32 on), two
+ * blanks, the bytes as pairs of digits in groups of two, a blank, and the bytes as
+ * text, where "_" stands for whatever is not in 32 to 126.
  *
  *     "\t00000000  4865 6c6c 6f2c 2077 6f72 6c64 210a 0001 Hello, world!___\n"
  *
@@ -53,9 +53,10 @@ STOCK_API char *hexdump_string(unsigned long base, const void *p, int n);
  *     486      one byte: 48     48656    one byte: 48
  *
  * Reading ends when n bytes are there, at the end of input, behind a line of
- * fewer than eight such words, and at a word that is none; the text of a short
- * last line is told by its column. Of a line HEXDUMP_MAX_LINE characters are
- * looked at. Each call starts with a line of its own.
+ * fewer than eight such words, and at a word that is none. Words may stand any
+ * number of blanks apart. The text of a short last line is no word: it stands in
+ * its column and is just the text of the bytes before it. Of a line
+ * HEXDUMP_MAX_LINE characters are looked at. Each call starts with a line of its own.
  *
  * Returns how many bytes were read.
  */

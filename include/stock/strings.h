@@ -149,7 +149,9 @@ STOCK_API char *getaline(FILE *stream, char *buffer, int size);
  * *buffer in the end. A zero byte ends the text of its line, not the line.
  *
  * Returns *buffer, valid until the next call; null when nothing was read and
- * for a null stream.
+ * for a null stream. A read error ends the line like the end of input; when
+ * nothing was read before it, null comes back and errno tells the reason.
+ * Otherwise errno is left alone.
  */
 STOCK_API char *intactline(FILE *stream, char **buffer, int64_t *size);
 

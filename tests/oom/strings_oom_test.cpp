@@ -2,6 +2,7 @@
 
 #include "stock/strings.h"
 
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <string>
@@ -94,6 +95,46 @@ TEST(StringsOutOfMemory, NamesTheLineThatIntactlineReads)
                 testing::EndsWith(message("intactline", "strings.cpp", "1024", "*aline")));
     EXPECT_THAT(said_by(1, [&] { intactline(stream.get(), &line, &size); }),
                 testing::EndsWith(message("intactline", "strings.cpp", "2048", "*aline")));
+    EXPECT_THAT(said_by(2, [&] { intactline(stream.get(), &line, &size); }),
+                testing::EndsWith(message("intactline", "strings.cpp", "4096", "*aline")));
+}
+
+// A stack grew by a quarter or not at all, though there was room for what it needed.
+TEST(StringsOutOfMemory, AStackTakesTheExactSizeWhenTheRoundedOneIsRefused)
+{
+    const Ended ended = in_child([] {
+        void *stack = nullptr;
+        pushstr(&stack, std::string(10'000, 'a').c_str());  // 50,000 bytes
+        fail_allocations_from(90'102);
+        pushstr(&stack, std::string(80'000, 'b').c_str());
+        for (int i = 0; i < 100; ++i)
+            pushstrc(&stack, 'c');
+        fail_allocations_from(SIZE_MAX);
+        const std::string text = popstr(&stack, 0);
+        _exit(text == std::string(10'000, 'a') + std::string(80'000, 'b') + std::string(100, 'c')
+                  ? 0
+                  : 9);
+    });
+    EXPECT_EQ(ended.status, 0) << ended.err;
+}
+
+TEST(StringsOutOfMemory, AStackNamesTheExactSizeWhichIsTriedLast)
+{
+    const Ended ended = in_child([] {
+        void *stack = nullptr;
+        pushstr(&stack, "a");
+        fail_allocations_from(90'002);
+        pushstr(&stack, std::string(90'000, 'b').c_str());
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.err, testing::HasSubstr("Can't malloc 90002 bytes for vstk->s\n"));
+}
+
+TEST(StringsOutOfMemory, ExpandEnvAsksForWhatItHasTheValueTheRestAndTwo)
+{
+    setenv("GAUGE", std::string(3000, 'x').c_str(), 1);
+    EXPECT_THAT(said_by(1, [] { expand_env("north$GAUGE south"); }),
+                testing::EndsWith(message("expand_env", "expand_env.cpp", "3013", "result")));
 }
 
 TEST(StringsOutOfMemory, IsAnErrorLikeAnyOtherToBasicreadfile)

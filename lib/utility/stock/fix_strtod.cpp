@@ -41,13 +41,20 @@ bool starts_with(const char *text, std::string_view name)
     return true;
 }
 
+// Whether the number may go on behind what from_chars took: at an "x" of a hexadecimal
+// number, and at an "e" whose exponent lies behind the kPlain characters.
+bool may_go_on(char c)
+{
+    return stock::lower(c) == 'x' || stock::lower(c) == 'e';
+}
+
 // Reads a decimal number that lies inside kPlain characters and well inside the
 // range of a double; gives where it ends, null when there is none.
 const char *read_plain(const char *s, double &value)
 {
     const char *last = s + strnlen(s, kPlain);
     const auto [stop, error] = stock::read_decimal(s, last, value);
-    if (error != std::errc() || stop == s + kPlain || *stop == 'x' || *stop == 'X')
+    if (error != std::errc() || stop == s + kPlain || may_go_on(*stop))
         return nullptr;
     return value == 0 || std::fabs(value) >= DBL_MIN ? stop : nullptr;
 }

@@ -121,31 +121,6 @@ bool next_line(FILE *stream, char (&line)[HEXDUMP_MAX_LINE + 1])
     return true;
 }
 
-// The words of a line, one after the other.
-class Words {
-public:
-    explicit Words(std::string_view line) : line_(line) {}
-
-    // The next word; empty when there is none.
-    std::string_view next()
-    {
-        const std::size_t start = std::min(line_.find_first_not_of(kBlanks, at_), line_.size());
-        gap_ = start - at_;
-        at_ = std::min(line_.find_first_of(kBlanks, start), line_.size());
-        return line_.substr(start, at_ - start);
-    }
-
-    std::size_t gap() const { return gap_; }  // blanks before the last word
-    std::size_t end() const { return at_; }   // where it ended
-
-private:
-    static constexpr std::string_view kBlanks = " \t\n";
-
-    std::string_view line_;
-    std::size_t at_ = 0;
-    std::size_t gap_ = 0;
-};
-
 // 0 to 15, or -1 for what is no digit.
 constexpr auto kValues = [] {
     std::array<signed char, 256> values{};
@@ -158,67 +133,87 @@ constexpr auto kValues = [] {
     return values;
 }();
 
-// The byte that the two characters show; negative when they are no digits.
+// The byte that two characters show; negative when they are no digits.
 int byte_of(const char *digits)
 {
-    return kValues[static_cast<Byte>(digits[0])] * 16 | kValues[static_cast<Byte>(digits[1])];
+    const int high = kValues[static_cast<Byte>(digits[0])];
+    return high < 0 ? high : high * 16 | kValues[static_cast<Byte>(digits[1])];
 }
 
-// Puts the bytes of a line that is as full and as regular as dump writes it into
-// buf. For any other line it is false and buf is of no account.
-bool bytes_of_full_line(std::string_view line, Byte *buf)
+bool is_blank(char c)
 {
-    if (!line.starts_with('\t'))
-        return false;
-    const std::size_t gap = std::min(line.find_first_of(" \t", 1), line.size());
-    if (line.size() < gap + 2 + kHexWidth + 1 || line.substr(gap, 2) != "  ")
-        return false;
-    int all = 0;  // negative as soon as one byte is
-    bool apart = true;
-    const char *digits = line.data() + gap + 2;
-    for (int i = 0; i < kGroups; ++i, digits += 5) {
-        const int first = byte_of(digits);
-        const int second = byte_of(digits + 2);
-        all |= first | second;
-        apart &= digits[4] == ' ';
-        *buf++ = static_cast<Byte>(first);
-        *buf++ = static_cast<Byte>(second);
-    }
-    return all >= 0 && apart;
+    return c == ' ' || c == '\t' || c == '\n';
 }
 
-// Puts the bytes that a word shows, at most n, into buf; none when it shows none.
-int bytes_of(std::string_view word, Byte *buf, int n)
+bool ends_word(char c)
 {
-    const int first = word.size() < 2 ? -1 : byte_of(word.data());
-    const int second = first < 0 || word.size() != 4 ? -1 : byte_of(word.data() + 2);
-    if (first >= 0 && n > 0)
-        buf[0] = static_cast<Byte>(first);
-    if (second >= 0 && n > 1)
-        buf[1] = static_cast<Byte>(second);
-    return std::min(n, (first >= 0) + (second >= 0));
+    return c == 0 || is_blank(c);
+}
+
+const char *blanks_end(const char *at)
+{
+    while (is_blank(*at))
+        ++at;
+    return at;
+}
+
+const char *word_end(const char *at)
+{
+    while (!ends_word(*at))
+        ++at;
+    return at;
+}
+
+std::string_view without_blanks_behind(std::string_view text)
+{
+    while (!text.empty() && is_blank(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+// Whether the column holds just the text of the n bytes, as a dump has it.
+bool shows_text_of(const char *column, const Byte *bytes, int n)
+{
+    char text[kWidth];
+    std::transform(bytes, bytes + n, text, [](Byte byte) { return kText[byte]; });
+    return without_blanks_behind(column) ==
+           without_blanks_behind({text, static_cast<std::size_t>(n)});
+}
+
+// Puts the bytes that the word shows, one or two and at most n, into buf and counts them;
+// none when it shows none.
+int bytes_of_word(const char *word, Byte *buf, int n)
+{
+    const int first = byte_of(word);
+    if (first < 0 || n < 1)
+        return 0;
+    buf[0] = static_cast<Byte>(first);
+    const int second = n < 2 ? -1 : byte_of(word + 2);
+    if (second < 0 || !ends_word(word[4]))
+        return 1;
+    buf[1] = static_cast<Byte>(second);
+    return 2;
 }
 
 // Puts the bytes that a line shows, at most n, into buf and counts them in
 // *count. Gives whether the line has all its words.
-bool bytes_of_line(std::string_view line, Byte *buf, int n, int *count)
+bool bytes_of_line(const char *line, Byte *buf, int n, int *count)
 {
-    if (n - *count >= static_cast<int>(kWidth) && bytes_of_full_line(line, buf + *count)) {
-        *count += kWidth;
-        return true;
-    }
-    Words words(line);
-    words.next();
-    const std::size_t text = words.end() + 2 + kHexWidth + 1;
+    constexpr std::ptrdiff_t kToText = 2 + kHexWidth + 1;  // in a line as dump writes it
+    const char *address_end = word_end(blanks_end(line));
+    const char *at = address_end;
+    const int before = *count;
     for (int i = 0; i < kGroups; ++i) {
-        const std::string_view word = words.next();
-        // The padding of a short line and its text, which may look like digits.
-        if (words.gap() > 2 && words.end() - word.size() >= text)
+        const char *word = blanks_end(at);
+        // The text of a short line may look like digits.
+        if (word - address_end >= kToText &&
+            shows_text_of(address_end + kToText, buf + before, *count - before))
             return false;
-        const int got = bytes_of(word, buf + *count, n - *count);
-        *count += got;
+        const int got = bytes_of_word(word, buf + *count, n - *count);
         if (got == 0)
             return false;
+        *count += got;
+        at = word_end(word + 2);
     }
     return true;
 }

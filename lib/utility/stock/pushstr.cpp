@@ -3,6 +3,7 @@
 #include "stock/pushstr.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cstdarg>
 #include <cstddef>
@@ -20,6 +21,10 @@ namespace {
 
 constexpr uint64_t kFirst = 1024;  // the least that a stack starts with
 
+// Set for good when a rounded block was refused: afterwards a block may be just as
+// large as its size says.
+std::atomic<bool> Blocks_are_exact = false;
+
 std::string_view text_of(const char *string)
 {
     return string ? string : "";
@@ -31,8 +36,8 @@ uint64_t times_five(uint64_t n)
     return __builtin_mul_overflow(n, 5, &product) ? UINT64_MAX : product;
 }
 
-// What is really allocated for a size. A size grows by just the text that is pushed,
-// its block by a quarter or less at a time, so that most texts move nothing.
+// What is allocated for a size while there is memory. A size grows by just the text that
+// is pushed, its block by a quarter or less at a time, so that most texts move nothing.
 constexpr uint64_t block_for(uint64_t size)
 {
     size = std::max(size, kFirst);
@@ -43,7 +48,12 @@ constexpr uint64_t block_for(uint64_t size)
 // The text in a block for the size; a null text is a new one.
 char *resized(char *text, uint64_t size, const char *function)
 {
-    auto *block = static_cast<char *>(std::realloc(text, block_for(size)));
+    if (!Blocks_are_exact) {
+        if (auto *block = static_cast<char *>(std::realloc(text, block_for(size))))
+            return block;
+        Blocks_are_exact = true;
+    }
+    auto *block = static_cast<char *>(std::realloc(text, size));
     if (!block)
         stock::out_of_memory(size, "vstk->s", function);
     return block;
@@ -69,7 +79,7 @@ void make_room(Vstk *vstk, uint64_t n, uint64_t bytes, const char *function)
     if (n < vstk->size - vstk->length)
         return;
     const uint64_t size = vstk->length + bytes;
-    if (block_for(size) > block_for(vstk->size))
+    if (Blocks_are_exact || block_for(size) > block_for(vstk->size))
         vstk->s = resized(vstk->s, size, function);
     vstk->size = size;
 }

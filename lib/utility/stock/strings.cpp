@@ -86,14 +86,36 @@ void start_line(char **buffer, int64_t *size)
     *buffer = static_cast<char *>(stock::allocate(INTACTLINE_FIRST, "*aline", "intactline"));
 }
 
-// Doubles the size until it is at least `needed`, and gives the buffer just that size.
-void double_line(char **buffer, int64_t *size, int64_t needed)
+void double_line(char **buffer, int64_t *size)
 {
-    while (*size < needed)
-        *size *= 2;
-    *buffer = static_cast<char *>(
-        stock::reallocate(*buffer, stock::bytes_for(*size, 1), "*aline", "intactline"));
+    const std::size_t twice = stock::bytes_for(*size, 2);
+    *buffer = static_cast<char *>(stock::reallocate(*buffer, twice, "*aline", "intactline"));
+    *size *= 2;
 }
+
+// Reads up to and with the next newline; gives how many characters there were.
+int64_t read_line(FILE *stream, char **buffer, int64_t *size)
+{
+    int64_t length = 0;
+    for (int c = 0; c != '\n' && (c = getc_unlocked(stream)) != EOF;) {
+        if (length + 1 >= *size)
+            double_line(buffer, size);
+        (*buffer)[length++] = static_cast<char>(c);
+    }
+    return length;
+}
+
+// Holds a stream against other threads.
+class StreamLock {
+public:
+    explicit StreamLock(FILE *stream) : stream_(stream) { flockfile(stream_); }
+    ~StreamLock() { funlockfile(stream_); }
+    StreamLock(const StreamLock &) = delete;
+    StreamLock &operator=(const StreamLock &) = delete;
+
+private:
+    FILE *stream_;
+};
 
 }  // namespace
 
@@ -248,17 +270,16 @@ char *intactline(FILE *stream, char **buffer, int64_t *size)
         return nullptr;
     if (*size <= 0 || !*buffer)
         start_line(buffer, size);
-    errno = 0;
-    auto room = static_cast<std::size_t>(*size);
-    const ssize_t length = getline(buffer, &room, stream);
-    if (length < 0 && errno == ENOMEM)
-        stock::out_of_memory(stock::bytes_for(*size, 2), "*aline");
-    if (length <= 0)
+    const int error_before = errno;
+    const StreamLock lock(stream);
+    const int64_t length = read_line(stream, buffer, size);
+    if (length > 0 || !ferror_unlocked(stream))
+        errno = error_before;
+    if (length == 0)
         return nullptr;
-    if (length >= *size)
-        double_line(buffer, size, length + 1);
-    char *last = *buffer + length - 1;
-    if (*last == '\n')
-        *last = 0;
+    char *end = *buffer + length;
+    if (end[-1] == '\n')
+        --end;
+    *end = 0;
     return *buffer;
 }

@@ -29,7 +29,7 @@ public:
     void add_value(std::string_view value, std::size_t remaining)
     {
         if (length_ + value.size() + remaining + 1 > size_) {
-            size_ = length_ + length_ / 2 + value.size() + remaining + 2;
+            size_ = length_ + value.size() + remaining + 2;
             text_.reset(static_cast<char *>(
                 reallocate(text_.release(), size_, item_, function_, line_, file_)));
         }
