@@ -558,7 +558,7 @@ TEST_F(Bury, DyingRunsTheDebuggerThenSavesThenFlushesTheStreams)
         return static_cast<ssize_t>(size);
     };
     const Ended ended =
-        logged({"STATE=" + state, "ELOG_WAIT=0", "ELOG_DEBUG=[ ! -s $STATE ]@d"}, [&] {
+        logged({"STATE=" + state, "ELOG_WAIT=0", "ELOG_DEBUG=[ ! -s \"$STATE\" ]@d"}, [&] {
             static int count = 4;
             open();
             resurrect("count", &count, RELIC_INT);
@@ -566,7 +566,7 @@ TEST_F(Bury, DyingRunsTheDebuggerThenSavesThenFlushesTheStreams)
             fputs("pending", stream);
             elog_die(0, "end");
         });
-    EXPECT_EQ(ended.err, "bury_test *fatal*: end\nRunning debugger: '[ ! -s $STATE ]'\n"
+    EXPECT_EQ(ended.err, "bury_test *fatal*: end\nRunning debugger: '[ ! -s \"$STATE\" ]'\n"
                          "flushed after\n");
     EXPECT_EQ(text(), "count\t4\n");
 }

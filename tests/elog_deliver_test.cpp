@@ -123,7 +123,7 @@ TEST(ElogDeliver, AReportOfABadWordShowsErrnoAndTheStackAndClearsIt)
 
 TEST(ElogDeliver, EachDestinationGetsTheWholeStack)
 {
-    const TempDir dir;
+    const BlanklessDir dir;
     const std::string file = dir / "f";
     const Ended ended = complained("stderr " + file + "\tstdout  ", [] { elog_log(0, "why"); });
     EXPECT_EQ(ended.err, "why\nx\n");
@@ -227,7 +227,7 @@ TEST(ElogDeliver, ReportsThatWouldCallThemselvesForeverEnd)
 
 TEST(ElogFile, IsCreatedAndAppendedTo)
 {
-    const TempDir dir;
+    const BlanklessDir dir;
     const std::string file = dir / "f";
     for (int i = 0; i < 2; ++i)
         logged({}, [&] {
@@ -245,7 +245,7 @@ TEST(ElogFile, IsCreatedAndAppendedTo)
 
 TEST(ElogFile, ItsLayoutMarksErrnoAndRepetitions)
 {
-    const TempDir dir;
+    const BlanklessDir dir;
     const std::string file = dir / "f";
     untagged([&] {
         elog_set(ELOG_DELIVER_FIELD, 4, file.c_str());
@@ -309,7 +309,7 @@ TEST(ElogFile, AFullDiskIsSurvived)
 
 TEST(ElogFile, OneThatCannotBeClosedIsReportedAndTheMessageDropped)
 {
-    const TempDir dir;
+    const BlanklessDir dir;
     const std::string file = dir / "f";
     const Ended ended = complained(file + " stdout", [] {
         elog_log(0, "why");
@@ -335,7 +335,7 @@ TEST(ElogFile, APathThatIsTooLongIsReportedWhole)
 
 TEST(ElogFile, LongMessagesArriveWhole)
 {
-    const TempDir dir;
+    const BlanklessDir dir;
     const std::string file = dir / "f";
     const std::string text(10000, 'x');
     untagged([&] {

@@ -813,7 +813,7 @@ TEST(ElogCallback, WhatItDealsWithIsDropped)
 
 TEST(ElogCallback, TheDeliveryRunsEvenWithNothingLeft)
 {
-    const TempDir dir;
+    const BlanklessDir dir;
     const std::string file = dir / "log";
     const Ended ended = logged({}, [&] {
         elog_set(ELOG_DELIVER_FIELD, 4, file.c_str());

@@ -78,7 +78,7 @@ TEST(ElogThreads, LoggingAndComplainingAtOnceDeliversEachMessageOnce)
 
 TEST(ElogThreads, DeliveringToAFileKeepsEachMessageWhole)
 {
-    const TempDir dir;
+    const BlanklessDir dir;
     const std::string file = dir / "f";
     logged({"ELOG_MAXMSG=0"}, [&] {
         elog_set(ELOG_TAG_FIELD, -1, "");

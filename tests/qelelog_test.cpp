@@ -55,7 +55,8 @@ public:
     {
         const std::string file = dir_.file("qel.c", source);
         dir_.file("lib/unused", "");
-        const std::string command = "cc -shared -fPIC -o " + dir_ / "lib/libqel.so" + " " + file;
+        const std::string command =
+            "cc -shared -fPIC -o " + shell_word(dir_ / "lib/libqel.so") + " " + shell_word(file);
         if (std::system(command.c_str()) != 0)
             abort();
     }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "support/child.h"
+#include "support/temp_dir.h"
 
 namespace {
 
@@ -171,7 +172,7 @@ TEST(ToolConvert, HelpNamesTheLetters)
 
 TEST(ToolConvert, InputThatCannotBeReadAndOutputThatIsFullAreFailures)
 {
-    const std::string tool = tool_path();
+    const std::string tool = shell_word(tool_path());
     const Ended directory = run_program({"/bin/sh", "-c", tool + " convert ms2hs </"});
     EXPECT_EQ(directory.status, 1);
     EXPECT_THAT(directory.err, HasSubstr("stock convert: can't read standard input"));

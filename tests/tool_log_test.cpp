@@ -62,7 +62,7 @@ TEST(ToolLog, ALogMessageIsSeenOnlyWhereItIsDelivered)
 
 TEST(ToolLog, GoesWhereTheSettingsSayWithTheirTag)
 {
-    const TempDir dir;
+    const BlanklessDir dir;
     const Ended ended = log({"-s", "complain", "--errno", "2", "no map"},
                             {"ELOG_DELIVER=" + dir / "log" + "@c", "ELOG_TAG=[%s] %P@c"});
     EXPECT_EQ(ended.err, "");

@@ -242,7 +242,7 @@ TEST(Crash, AHandlerThatRefusesToAbortIsEnded)
 
 TEST(Crash, WithStandardErrorClosedTheReportStillGoesElsewhere)
 {
-    const TempDir dir;
+    const BlanklessDir dir;
     for (const char *situation : {"closed", "closedpipe", "full"})
         for (const Way &way : kWays) {
             SCOPED_TRACE(std::string(way.name) + " " + situation);

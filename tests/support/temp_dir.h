@@ -9,9 +9,10 @@
 
 class TempDir {
 public:
-    TempDir()
+    TempDir() : TempDir(std::filesystem::temp_directory_path()) {}
+    explicit TempDir(const std::filesystem::path &parent)
     {
-        std::string name = (std::filesystem::temp_directory_path() / "stock.XXXXXX").string();
+        std::string name = (parent / "stock.XXXXXX").string();
         path_ = mkdtemp(name.data());
     }
     ~TempDir()
@@ -37,6 +38,22 @@ public:
 private:
     std::string path_;
 };
+
+// The same with no blank in its path, wherever temporary files go: words of delivery
+// strings name files in it, and a blank ends a word.
+class BlanklessDir : public TempDir {
+public:
+    BlanklessDir() : TempDir(std::filesystem::path("/tmp")) {}
+};
+
+// The text as one word of a shell's command.
+inline std::string shell_word(const std::string &text)
+{
+    std::string word = "'";
+    for (const char c : text)
+        word += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return word + "'";
+}
 
 // The bytes of a file; empty when it cannot be read.
 inline std::string read_file(const std::string &path)
