@@ -44,8 +44,11 @@ namespace {
 
 // What the system answers, replaced where a test needs another answer.
 int write_error, fsync_error, rename_error, lock_error, timer_error;
-bool is_remote;  // every file lies on another host
-int flushed_files, flushed_directories;
+bool in_a_hurry;  // a timer of ten seconds runs out after one
+bool is_remote;   // every file lies on another host
+std::string
+    events;  // what was done for the disk: f file, r rename, d the state's directory, ? other
+std::string directory_of_state;
 void (*before_lock)();  // called once, between opening and locking
 
 template <class Function>
@@ -71,15 +74,19 @@ extern "C" ssize_t write(int fd, const void *bytes, size_t count)
 extern "C" int fsync(int fd)
 {
     static const auto system = real<int(int)>("fsync");
-    struct stat status;
+    struct stat status, directory = {};
     fstat(fd, &status);
-    ++(S_ISDIR(status.st_mode) ? flushed_directories : flushed_files);
+    if (!directory_of_state.empty())
+        stat(directory_of_state.c_str(), &directory);
+    const bool ours = status.st_ino == directory.st_ino && status.st_dev == directory.st_dev;
+    events += !S_ISDIR(status.st_mode) ? 'f' : ours ? 'd' : '?';
     return fsync_error ? refused(fsync_error) : system(fd);
 }
 
 extern "C" int rename(const char *from, const char *to) noexcept
 {
     static const auto system = real<int(const char *, const char *)>("rename");
+    events += 'r';
     return rename_error ? refused(rename_error) : system(from, to);
 }
 
@@ -96,7 +103,10 @@ extern "C" int setitimer(__itimer_which_t which, const struct itimerval *timer,
 {
     using Function = int(__itimer_which_t, const struct itimerval *, struct itimerval *);
     static const auto system = real<Function>("setitimer");
-    return timer_error ? refused(timer_error) : system(which, timer, old);
+    struct itimerval set = *timer;
+    if (in_a_hurry && set.it_value.tv_sec == 10)
+        set.it_value.tv_sec = 1;
+    return timer_error ? refused(timer_error) : system(which, &set, old);
 }
 
 extern "C" int statfs(const char *path, struct statfs *status) noexcept
@@ -583,15 +593,33 @@ TEST_F(Bury, ALeftoverAlternateFileLeavesNoTail)
     EXPECT_FALSE(fs::exists(state + "+"));
 }
 
+// The file before it gets its name, and then the directory that holds the name.
 TEST_F(Bury, FileAndDirectoryAreFlushedEachTime)
 {
-    EXPECT_EQ(program([] {
-                  flushed_files = flushed_directories = 0;
-                  bury();
-                  bury();
-                  std::printf("%d %d", flushed_files, flushed_directories);
+    EXPECT_EQ(program([&] {
+                  directory_of_state = dir.path();
+                  for (int i = 0; i < 2; ++i) {
+                      events.clear();
+                      bury();
+                      std::printf("%s ", events.c_str());
+                  }
               }),
-              "0\n2 2");
+              "0\nfrd frd ");
+}
+
+TEST_F(Bury, TheDirectoryOfARelativeNameIsFlushed)
+{
+    const Ended ended = untagged([&] {
+        fs::current_path(dir.path());
+        directory_of_state = dir.path();
+        exhume("state", nullptr, 0, nullptr);
+        fs::current_path("/");
+        events.clear();
+        bury();
+        std::printf("%s", events.c_str());
+    });
+    EXPECT_EQ(ended.out, "frd");
+    EXPECT_EQ(ended.err, "");
 }
 
 TEST_F(Bury, ProgramsThatItRunsDoNotGetTheFile)
@@ -627,6 +655,99 @@ TEST_F(Bury, AFileWithoutADirectoryInItsNameIsOfTheWorkingDirectory)
     });
     EXPECT_EQ(ended.out, "0 0");
     EXPECT_EQ(text(), "count\t6\n");
+}
+
+// The program may change its directory, as a daemon does.
+TEST_F(Bury, ARelativeNameHoldsInEveryWorkingDirectory)
+{
+    fs::create_directory(dir / "elsewhere");
+    const Ended ended = untagged([&] {
+        fs::current_path(dir.path());
+        static int count = 6;
+        exhume("sub/state", nullptr, 0, nullptr);
+        resurrect("count", &count, RELIC_INT);
+        fs::current_path(dir / "elsewhere");
+        std::printf("%d %s", bury(), gravesite());
+    });
+    EXPECT_EQ(ended.out, "0 " + fs::canonical(dir.path()).string() + "/sub/state");
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(read_file(dir / "sub/state"), "count\t6\n");
+    EXPECT_TRUE(fs::is_empty(dir / "elsewhere"));
+}
+
+TEST_F(Bury, WhatWasPutAtTheAlternateNameIsReplacedAndNeverWrittenTo)
+{
+    const std::string other = dir.file("other", "of others");
+    const std::function<void()> plants[] = {
+        [&] { fs::create_symlink(other, state + "+"); },
+        [&] { fs::create_symlink(dir / "none", state + "+"); },
+        [&] { fs::create_hard_link(other, state + "+"); },
+        [&] { ASSERT_EQ(mkfifo((state + "+").c_str(), 0600), 0); },
+    };
+    for (const auto &plant : plants) {
+        plant();
+        EXPECT_EQ(program([] {
+                      static int count = 7;
+                      resurrect("count", &count, RELIC_INT);
+                      std::printf("%d", bury());
+                  }).substr(2),
+                  "0");
+        EXPECT_EQ(read_file(other), "of others");
+        EXPECT_FALSE(fs::exists(fs::symlink_status(dir / "none")));
+        EXPECT_TRUE(fs::is_regular_file(fs::symlink_status(state)));
+        EXPECT_EQ(text(), "count\t7\n");
+    }
+}
+
+TEST_F(Bury, NamesThatWouldNotComeBackAreRefused)
+{
+    const auto nested = [](int levels, const char *step) {
+        std::string name = "rain";
+        for (int i = 0; i < levels; ++i)
+            name += step;
+        return name;
+    };
+    const struct {
+        std::string name;
+        const char *why;  // empty: it comes back
+    } cases[] = {
+        {std::string(1023, 'n'), ""},
+        {"mm{" + std::string(2000, 'n') + "}", ""},
+        {nested(11, "{north}"), ""},
+        {nested(11, "[0]"), ""},
+        {"north mm", ""},
+        {"north'", ""},
+        {std::string(1024, 'n'), "its name is longer than 1023 bytes"},
+        {nested(12, "{north}"), "its name is nested deeper than 11 levels"},
+        {nested(12, "[0]"), "its name is nested deeper than 11 levels"},
+        {"north\tmm", "its name holds a tab, a newline, \"#\" or \"\\\""},
+        {"north\nmm", "its name holds a tab, a newline, \"#\" or \"\\\""},
+        {"north{#1}", "its name holds a tab, a newline, \"#\" or \"\\\""},
+        {"north\\mm", "its name holds a tab, a newline, \"#\" or \"\\\""},
+        {"\"north\"", "its name begins with a quote"},
+        {"rain{\"north\"}", "its name begins with a quote"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.name);
+        fs::remove(state);
+        const bool refused = *c.why;
+        const Ended first = untagged([&] {
+            static int value = 3;
+            open();
+            std::printf("%d ", resurrect(c.name.c_str(), &value, RELIC_INT));
+            std::printf("%d", bury());
+        });
+        EXPECT_EQ(first.out, refused ? "-1 0" : "1 0");
+        EXPECT_EQ(first.err, refused ? "Can't resurrect '" + c.name + "': " + c.why + "\n" : "");
+        if (refused)
+            continue;
+        EXPECT_EQ(program([&] {
+                      static int value = 0;
+                      resurrect(c.name.c_str(), &value, RELIC_INT);
+                      std::printf("%d", value);
+                  }),
+                  "1\n3");
+    }
 }
 
 TEST_F(Bury, NamesAreAddresses)
@@ -775,6 +896,19 @@ TEST(BuryValues, DoublesComeBackTo15Digits)
     EXPECT_EQ(there_and_back(HUGE_VAL, RELIC_DOUBLE), HUGE_VAL);
     EXPECT_EQ(there_and_back(-HUGE_VAL, RELIC_DOUBLE), -HUGE_VAL);
     EXPECT_TRUE(std::isnan(there_and_back(std::nan(""), RELIC_DOUBLE)));
+}
+
+TEST_F(Bury, ANumberBeyondTheLargestIsInfiniteAsItIsToAtof)
+{
+    dir.file("state", "a 1e400\nb -1e400\nc 1.8e308\nd 1e-400\n");
+    EXPECT_EQ(program([] {
+                  for (const char *name : {"a", "b", "c", "d"}) {
+                      double value = 7;
+                      resurrect(name, &value, RELIC_DOUBLE);
+                      std::printf("%g ", value);
+                  }
+              }),
+              "1\ninf -inf inf 0 ");
 }
 
 TEST(BuryValues, TimesComeBackToTheMillisecond)
@@ -1223,7 +1357,7 @@ TEST_F(Bury, ABurialThatNeverEndsIsGivenUp)
         });
         bury();
     });
-    EXPECT_EQ(ended.err, "the state could not be saved in time\n");
+    EXPECT_EQ(ended.err, "bury_test *fatal*: the state could not be saved in time\n");
     EXPECT_EQ(ended.status, 1);
 }
 
@@ -1236,13 +1370,14 @@ TEST_F(Bury, ABurialOfTheHandlerThatNeverEndsIsGivenUpThoughAlarmsAreBlocked)
             for (;;)
                 pause();
         });
+        in_a_hurry = true;
         sigset_t alarm;
         sigemptyset(&alarm);
         sigaddset(&alarm, SIGALRM);
         sigprocmask(SIG_BLOCK, &alarm, nullptr);
         std::raise(SIGTERM);
     });
-    EXPECT_EQ(ended.err, "the state could not be saved in time\n");
+    EXPECT_EQ(ended.err, "bury_test *fatal*: the state could not be saved in time\n");
     EXPECT_EQ(ended.status, 1);
 }
 
@@ -1265,6 +1400,134 @@ TEST_F(Bury, AnAlarmInsideABurialSavesAndEndsTheProcessBehindIt)
     EXPECT_EQ(ended.err, "quitting from resurrection alarm\n");
     EXPECT_EQ(ended.status, 1);
     EXPECT_EQ(text(), "count\t8\nextra\twhole\n");
+}
+
+// The program buries as it should, and the disk does not answer.
+TEST_F(Bury, ABurialThatBlocksWhileTheGraceRunsOutIsGivenUp)
+{
+    const Ended ended = untagged([&] {
+        static volatile int flag;
+        in_a_hurry = true;
+        open(&flag, 1, [](Pf *) {
+            for (;;)
+                pause();
+        });
+        elog_log(0, "a message that waits");
+        std::raise(SIGTERM);
+        bury();
+    });
+    EXPECT_EQ(ended.err, "bury_test *fatal*: the state could not be saved in time\n"
+                         "a message that waits\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST_F(Bury, ABurialThatBlocksInAnotherThreadIsGivenUp)
+{
+    const Ended ended = untagged([&] {
+        static volatile int flag;
+        in_a_hurry = true;
+        open(&flag, 1, [](Pf *) {
+            for (;;)
+                pause();
+        });
+        std::thread([] {
+            sigset_t alarm;
+            sigemptyset(&alarm);
+            sigaddset(&alarm, SIGALRM);
+            pthread_sigmask(SIG_BLOCK, &alarm, nullptr);
+            bury();
+        }).detach();
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        for (std::raise(SIGTERM);;)
+            pause();
+    });
+    EXPECT_EQ(ended.err, "bury_test *fatal*: the state could not be saved in time\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+// The grace is over inside the burial, which comes to its end in time.
+TEST_F(Bury, ABurialThatOutlastsTheGraceStopsTheAlarm)
+{
+    const Ended ended = untagged([&] {
+        static volatile int flag;
+        in_a_hurry = true;
+        open(&flag, 1, [](Pf *) {
+            for (const double end = std_now() + 1.5; std_now() < end;)
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        });
+        std::raise(SIGTERM);
+        std::printf("%d ", bury());
+        struct itimerval timer;
+        getitimer(ITIMER_REAL, &timer);
+        std::printf("%ld %ld", static_cast<long>(timer.it_value.tv_sec),
+                    static_cast<long>(timer.it_value.tv_usec));
+    });
+    EXPECT_EQ(ended.out, "0 0 0");
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST_F(Bury, ASignalDuringSuchABurialHasItsOwnGrace)
+{
+    const Ended ended = untagged([&] {
+        static volatile int flag;
+        open(&flag, 1, [](Pf *) {
+            static bool first = true;
+            if (!std::exchange(first, false))
+                return;
+            for (const double end = std_now() + 1.5; std_now() < end;)
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+            std::raise(SIGINT);
+        });
+        std::raise(SIGTERM);
+        std::printf("%d", bury());
+        std::printf(" %d\n", flag);
+        for (;;)
+            pause();
+    });
+    EXPECT_EQ(ended.out, "0 2\n");
+    EXPECT_EQ(ended.err, "quitting from resurrection alarm\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+// The alarm saves the state, and then what runs at exit blocks.
+TEST_F(Bury, AnEndThatBlocksBehindTheBurialIsGivenUp)
+{
+    const Ended ended = untagged([&] {
+        static volatile int flag;
+        static int count = 4;
+        in_a_hurry = true;
+        open(&flag, 1);
+        resurrect("count", &count, RELIC_INT);
+        std::atexit([] {
+            for (;;)
+                pause();
+        });
+        for (std::raise(SIGTERM);;)
+            pause();
+    });
+    EXPECT_EQ(ended.err, "quitting from resurrection alarm\n"
+                         "bury_test *fatal*: could not exit in time\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(text(), "count\t4\n");
+}
+
+TEST_F(Bury, ASecondSignalDoesNotPutOffTheLimit)
+{
+    const Ended ended = untagged([&] {
+        static volatile int flag;
+        in_a_hurry = true;
+        open(&flag, 1, [](Pf *) {
+            for (;;) {
+                std::raise(SIGTERM);
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            }
+        });
+        for (std::raise(SIGTERM);;)
+            pause();
+    });
+    EXPECT_EQ(ended.err, "bury_test *fatal*: the state could not be saved in time\n");
+    EXPECT_EQ(ended.status, 1);
 }
 
 // A program that does nothing but bury. It counts its burials.

@@ -10,12 +10,15 @@
 #include <thread>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/time.h>
 #include <unistd.h>
 
 #include "deviants.h"
+#include "stock/elog.h"
+#include "stock/wait_for_time.h"
 #include "support/child.h"
 #include "support/logging.h"
 
@@ -28,6 +31,7 @@ namespace {
 
 int refused_signal = 0;
 bool no_timer = false;
+bool in_a_hurry = false;  // a timer of ten seconds runs out after one
 
 }  // namespace
 
@@ -51,7 +55,10 @@ extern "C" int setitimer(__itimer_which_t which, const struct itimerval *timer,
     }
     using Real = int (*)(__itimer_which_t, const struct itimerval *, struct itimerval *);
     static const auto real = reinterpret_cast<Real>(dlsym(RTLD_NEXT, "setitimer"));
-    return real(which, timer, old);
+    struct itimerval set = *timer;
+    if (in_a_hurry && set.it_value.tv_sec == 10)
+        set.it_value.tv_sec = 1;
+    return real(which, &set, old);
 }
 
 namespace {
@@ -233,4 +240,124 @@ TEST(DieSoon, ATimeThatIsNoneEndsItToo)
         EXPECT_THAT(ended.err, HasSubstr("failed to setup timer to die\n"));
         EXPECT_EQ(ended.status, 1);
     }
+}
+
+// ---- Ends that do not come to their end ----
+
+namespace {
+
+constexpr char kDieSoon[] = "halt_test *fatal*: quitting from die_soon alarm\n";
+constexpr char kGrace[] = "halt_test *fatal*: quitting from resurrection alarm\n";
+
+int wait_in_callback(int, const char *, Tbl *)
+{
+    for (;;)
+        pause();
+}
+
+}  // namespace
+
+TEST(LastLimit, AReportThatNeverEndsIsGivenUpWithItsText)
+{
+    const auto [ended, seconds] = timed([] {
+        elog_log(0, "a message that waits");
+        elog_set(ELOG_CALLBACK_FN, 0, wait_in_callback);
+        die_soon(0.1);
+        wait_for_the_end();
+    });
+    EXPECT_EQ(ended.err, std::string(kDieSoon) + "a message that waits\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(seconds, AllOf(Ge(10), Lt(14)));
+}
+
+TEST(LastLimit, AMorticianThatNeverReturnsIsGivenUp)
+{
+    const Ended ended = untagged([] {
+        in_a_hurry = true;
+        setup_signals(
+            nullptr, [](Pf *) { wait_for_the_end(); }, 1);
+        std::raise(SIGTERM);
+        wait_for_the_end();
+    });
+    EXPECT_EQ(ended.err, kGrace);
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(LastLimit, EachStepOfAnEndHasItsOwnTime)
+{
+    const Ended ended = untagged([] {
+        in_a_hurry = true;
+        setup_signals(
+            nullptr,
+            [](Pf *) {
+                for (const double end = std_now() + 0.7; std_now() < end;)
+                    snooze(0.1);
+            },
+            1);
+        std::atexit([] {
+            for (const double end = std_now() + 0.7; std_now() < end;)
+                snooze(0.1);
+            std::printf("done");
+        });
+        std::raise(SIGTERM);
+        wait_for_the_end();
+    });
+    EXPECT_EQ(ended.err, "quitting from resurrection alarm\n");
+    EXPECT_EQ(ended.out, "done");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(LastLimit, SignalsDoNotPutItOff)
+{
+    const auto [ended, seconds] = timed([] {
+        in_a_hurry = true;
+        setup_signals(
+            nullptr,
+            [](Pf *) {
+                for (;;) {
+                    std::raise(SIGTERM);
+                    snooze(0.05);
+                }
+            },
+            1);
+        std::raise(SIGTERM);
+        wait_for_the_end();
+    });
+    EXPECT_EQ(ended.err, kGrace);
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_LT(seconds, 5);
+}
+
+// Nobody reads what is said at the limit, and the process ends all the same.
+TEST(LastLimit, StandardErrorThatBlocksDoesNotStopIt)
+{
+    const auto [ended, seconds] = timed([] {
+        in_a_hurry = true;
+        int fds[2];
+        if (pipe2(fds, O_NONBLOCK) != 0)
+            std::_Exit(9);
+        char block[4096] = "";
+        while (write(fds[1], block, sizeof block) > 0) {
+        }
+        fcntl(fds[1], F_SETFL, 0);
+        dup2(fds[1], STDERR_FILENO);
+        die_soon(0.1);
+        wait_for_the_end();
+    });
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(seconds, AllOf(Ge(1), Lt(6)));
+}
+
+TEST(LastLimit, ADebuggerTakesTheTimeThatItTakes)
+{
+    const Ended ended = logged(
+        {"ELOG_TAG=@d", "ELOG_WAIT=0", "ELOG_DEBUG=sleep 1.5; echo stopped at a breakpoint@d"}, [] {
+            in_a_hurry = true;
+            die_soon(0.1);
+            wait_for_the_end();
+        });
+    EXPECT_EQ(ended.out, "stopped at a breakpoint\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.err, testing::Not(HasSubstr("could not")));
 }

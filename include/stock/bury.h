@@ -20,7 +20,8 @@
  * names. It is replaced as a whole: whenever the program or the machine stops, the
  * file holds the state of one bury, complete. It also serves as a lock, so that only
  * one process uses it at a time. The process must not open and close the state file
- * by itself: the system would take that for giving the lock up.
+ * by itself: the system would take that for giving the lock up. Some network file
+ * systems give no locks: there nothing keeps a second process out.
  *
  * A process made by fork does not have the lock, but would write the state file if it
  * buried or died through the log: it calls exec or _exit.
@@ -64,7 +65,8 @@ typedef struct Grave {
 
 /*
  * Opens, locks and reads the state file; directories that are missing on its path,
- * and the file, are made. The name is copied.
+ * and the file, are made. The name is copied, and a relative one made absolute: it
+ * holds when the program changes its directory.
  *
  * With a stop flag, which is set to 0 first, the signals SIGHUP, SIGINT, SIGQUIT and
  * SIGTERM store their number there and then do what the grace seconds say:
@@ -74,9 +76,12 @@ typedef struct Grave {
  *     5       after 5 seconds without a bury: bury, and die with "quitting from
  *             resurrection alarm\n"
  *
- * The handler may interrupt anything, also malloc. A state that cannot be saved
- * there within 10 seconds is given up, and the process ended with status 1: a
- * program that can look at its flag is better off with -1 or some seconds.
+ * The handler may interrupt anything, also malloc, and would then wait for ever. So
+ * each step of the end has 10 seconds: saving the state, the last message, and what
+ * runs at exit. When a step takes longer the process says so on standard error, prints
+ * the messages that wait, and ends with status 1. The same holds for a bury that runs
+ * when the grace is over: it has 10 seconds more. A program that can look at its flag
+ * is better off with -1 or some seconds.
  *
  * extra_values may be null. Each bury calls it with the tree that it will write, to
  * put further values in; it may call the functions of this header except bury.
@@ -104,7 +109,9 @@ STOCK_API int exhume(const char *filename, volatile int *stop_flag, int grace_se
  * that lives as long as the process.
  *
  * The name is an address of a parameter tree (pf.h): "a{b}" is entry b of table a. It
- * is written as it is and must not hold "#", a quote, a backslash or a newline.
+ * is written as it is. A name that would not be read back is refused: one that holds a
+ * tab, a newline, "#" or a backslash, that begins with a double quote, whose first key
+ * is longer than 1023 bytes, or that is nested deeper than 11 levels.
  *
  * The text of a RELIC_STRING comes back exactly, with one exception: "&name" or
  * "&{name}" in it, where name is that of another value of the file, stands for
@@ -112,15 +119,16 @@ STOCK_API int exhume(const char *filename, volatile int *stop_flag, int grace_se
  * lies before the year 0 does not come back.
  *
  * Returns 0 when there was a saved value, 1 when there was none and the variable
- * keeps its own, or -1: before exhume; without a name or an address, or with a type
- * that there is not, which is complained about.
+ * keeps its own, or -1: before exhume; without a name or an address, with a type that
+ * there is not, or with a name that is refused, which is complained about.
  */
 STOCK_API int resurrect(const char *name, void *address, int type);
 
 /*
  * Writes the extra values and all registered variables to the state file: to the
- * alternate file first, which is flushed to the disk and takes the place of the
- * state file when it is complete.
+ * alternate file first, which is made anew, flushed to the disk and takes the place of
+ * the state file when it is complete. Whatever had the alternate name is removed; a link
+ * is not followed.
  *
  * Returns 0; or -1 before exhume, when it is called while the same thread is inside
  * it, or when it fails, and then the earlier state stays:
@@ -137,7 +145,7 @@ STOCK_API int resurrect(const char *name, void *address, int type);
 STOCK_API int bury(void);
 
 /*
- * Returns the name of the state file; before exhume the name that custom_gravesite was
+ * Returns the name of the state file, which is absolute; before exhume the name that custom_gravesite was
  * given, or null. It is borrowed and stays valid.
  */
 STOCK_API const char *gravesite(void);
@@ -153,7 +161,8 @@ STOCK_API void lockstate(Grave *grave);
 
 /*
  * The handlers of exhume. signal_handler leaves errno alone; without exhume it dies.
- * alarm_handler buries and dies unless there was a bury since the signal.
+ * alarm_handler buries and dies unless there was a bury since the signal; one that has
+ * begun since is given 10 seconds.
  */
 STOCK_API void signal_handler(int sig);
 STOCK_API void alarm_handler(void);

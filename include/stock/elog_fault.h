@@ -20,12 +20,14 @@
  *
  * Functions of the program have names there when it is linked with -rdynamic.
  *
- * The report does with the heap, and with locks, as little as the settings let it, so
- * that it also comes from a crash inside malloc or in the middle of a delivery. It runs
+ * The report also comes from a crash inside malloc or in the middle of a delivery. It
+ * uses the heap for two things only, names of C++ in plain text and the tag codes %r, %t
+ * and %u, and goes without when the heap is locked or broken. It waits a second for
+ * another thread's delivery, and then goes on without the log's lock. It runs
  * on a stack of its own, which elog_init prepares for the thread that calls it and any
  * first report for another: in a thread that may overflow its stack, call elog_mark
- * first. A second crash, or a report that has not come to its end after some seconds,
- * ends the process with what it still had to say on standard error. While a report is
+ * first. A second crash, or a report that has not come to its end after 5 seconds,
+ * ends the process with what it still had to say on standard error, the stack first. While a report is
  * made the process's interval timer, SIGALRM, SIGPIPE and SIGXFSZ belong to it.
  *
  * Environment: ELOG_SIGNALS, see elog_setup_fault_handler; ELOG_STACK, see

@@ -12,7 +12,12 @@
  *         work();
  *
  * A process has one timer (std_set_timer), and whoever sets it last has it. When it
- * runs out the process is ended from a signal handler, through elog_die.
+ * runs out the process is ended from a signal handler, through elog_die. The handler
+ * may have interrupted anything, also malloc, and would then wait for ever. So each step
+ * of the end has 10 seconds: the mortician, the last message, saving the state of
+ * bury.h, and what runs at exit. When a step takes longer the process prints that message,
+ * or what it could not do, and the messages that wait on standard error, and ends with
+ * status 1.
  */
 
 #ifndef STOCK_HALT_H

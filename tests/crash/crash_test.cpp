@@ -17,6 +17,7 @@ namespace {
 using testing::AllOf;
 using testing::HasSubstr;
 using testing::MatchesRegex;
+using testing::Not;
 
 // The faults that are caught by default and two more, with a part of what the system
 // says of them.
@@ -133,6 +134,24 @@ TEST(Crash, InsideMalloc)
     expect_aborts_with_report("malloc", "crash_here");
 }
 
+TEST(Crash, InsideMallocATagThatNeedsTheHeapGoesWithoutItsTime)
+{
+    const TempDir dir;
+    const std::string log = dir / "log";
+    for (const Way &way : kWays) {
+        SCOPED_TRACE(way.name);
+        std::filesystem::remove(log);
+        const double before = std_now();
+        const Ended ended = crashed(
+            way, "malloc", {"ELOG_TAG=%P%t *fault*@f", "ELOG_DELIVER=stderr " + log + "@f"});
+        EXPECT_LT(std_now() - before, 4);
+        EXPECT_EQ(ended.signal, SIGABRT);
+        expect_report(way, ended.err, "crash_here");
+        EXPECT_EQ(read_file(log),
+                  "crasher: waiting message\n\n" + described(way) + fault_message(way));
+    }
+}
+
 TEST(Crash, WithABrokenHeap)
 {
     expect_aborts_with_report("heap", "");
@@ -232,6 +251,41 @@ TEST(Crash, AReportThatBlocksIsEnded)
                                  HasSubstr("crasher: waiting message\n")));
 }
 
+TEST(Crash, AReportThatBlocksBeforeTheTraceStillSaysIt)
+{
+    for (const Way &way : {kWays[2], kWays[4]}) {
+        SCOPED_TRACE(way.name);
+        const Ended ended = crashed(way, "blockatonce");
+        EXPECT_EQ(ended.signal, SIGABRT);
+        size_t at = 0;
+        for (const std::string &part :
+             {std::string("\n\nStack\n"), std::string("crash_here"), std::string(way.fault),
+              "\n" + described(way), fault_message(way),
+              std::string("crasher: waiting message\n")}) {
+            const size_t found = ended.err.find(part, at);
+            ASSERT_NE(found, std::string::npos) << "no '" << part << "' in\n" << ended.err;
+            at = found + part.size();
+        }
+        EXPECT_EQ(ended.err.find("Stack\n"), ended.err.rfind("Stack\n"));
+        EXPECT_THAT(ended.err, Not(HasSubstr("callback_that_blocks")));  // it begins at the fault
+        EXPECT_EQ(ended.err.find("\n\nStack\n"), 0u);
+    }
+}
+
+TEST(Crash, AFaultInAnotherThreadWaitsForTheReportThatIsMade)
+{
+    for (const char *situation : {"elsewhere", "signalelsewhere"})
+        for (const Way &way : kWays) {
+            if (way.sig == SIGUSR1)
+                continue;
+            SCOPED_TRACE(std::string(way.name) + " " + situation);
+            const Ended ended = crashed(way, situation);
+            EXPECT_EQ(ended.signal, SIGABRT);
+            expect_report(way, ended.err, "crasher::crash_here(int)");
+            EXPECT_EQ(ended.err.find("Stack\n"), ended.err.rfind("Stack\n"));
+        }
+}
+
 TEST(Crash, AHandlerThatRefusesToAbortIsEnded)
 {
     const Way &way = kWays[4];
@@ -299,6 +353,34 @@ TEST(Crash, TheDebuggerOfFaultsRunsBeforeTheAbort)
     EXPECT_EQ(ended.signal, SIGABRT);
     EXPECT_THAT(ended.err, HasSubstr(fault_message(kWays[4]) +
                                      "Running debugger: 'echo the debugger >&2'\nthe debugger\n"));
+}
+
+// The end says with malloc's lock held what it can: its text, and what waited.
+TEST(Crash, AnEndThatATimerBeginsInsideMallocComesToItsEnd)
+{
+    const struct {
+        const char *situation, *text;
+    } cases[] = {{"diemalloc", "quitting from die_soon alarm\n"},
+                 {"gracemalloc", "quitting from resurrection alarm\n"}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.situation);
+        const Ended ended = crashed(kWays[4], c.situation, {"ELOG_TAG=%P *fatal* %t@d"});
+        EXPECT_EQ(ended.status, 1);
+        EXPECT_EQ(ended.err,
+                  std::string("crasher *fatal*: ") + c.text + "crasher: waiting message\n");
+    }
+}
+
+TEST(Crash, AnEndThatATimerBeginsAtAnyMomentComesToItsEnd)
+{
+    for (const char *tag : {"ELOG_TAG", "ELOG_TAG=%P *fatal* %t@d"})
+        for (int i = 0; i < 15; ++i) {
+            const std::string seconds = std::to_string(0.02 + 0.0017 * i);
+            SCOPED_TRACE(tag + (" " + seconds));
+            const Ended ended = crashed(kWays[4], "die", {tag}, seconds);
+            EXPECT_EQ(ended.status, 1);
+            EXPECT_THAT(ended.err, HasSubstr(": quitting from die_soon alarm\n"));
+        }
 }
 
 TEST(Crash, OfASignalThatIsNotCaughtIsNotReported)

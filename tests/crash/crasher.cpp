@@ -18,6 +18,7 @@
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include "deviants.h"
@@ -29,6 +30,8 @@ namespace {
 volatile int Zero = 0;
 int How;
 bool Crash_in_malloc = false;
+bool Stay_in_malloc = false;
+bool In_a_hurry = false;  // the last limit of an end comes after one second
 pthread_mutex_t Heap_lock = PTHREAD_MUTEX_INITIALIZER;
 
 }  // namespace
@@ -88,6 +91,8 @@ void *malloc(size_t size)
     const crasher::Heap heap;
     if (Crash_in_malloc)
         crasher::crash_here(How);
+    while (Stay_in_malloc)
+        pause();
     return __libc_malloc(size);
 }
 
@@ -107,6 +112,16 @@ void free(void *block)
 {
     const crasher::Heap heap;
     __libc_free(block);
+}
+
+int setitimer(__itimer_which_t which, const struct itimerval *timer, struct itimerval *old) noexcept
+{
+    using Real = int(__itimer_which_t, const struct itimerval *, struct itimerval *);
+    static const auto real = reinterpret_cast<Real *>(dlsym(RTLD_NEXT, "setitimer"));
+    struct itimerval set = *timer;
+    if (In_a_hurry && set.it_value.tv_sec == 10)
+        set.it_value.tv_sec = 1;
+    return real(which, &set, old);
 }
 
 }  // extern "C"
@@ -368,6 +383,93 @@ void refusing_to_abort()
     crash_here(How);
 }
 
+// The report is stopped before it has said anything.
+int callback_that_blocks_at_once(int, const char *, Tbl *)
+{
+    for (;;)
+        pause();
+}
+
+void blocking_at_once()
+{
+    elog_set(ELOG_CALLBACK_FN, 0, callback_that_blocks_at_once);
+    crash_here(How);
+}
+
+// While the report is made another thread has a fault, and then waits for its end.
+std::atomic<bool> Second_is_due{false};
+
+int callback_of_a_fault_elsewhere(int severity, const char *, Tbl *)
+{
+    if (severity == 6) {
+        Second_is_due = true;
+        usleep(500000);
+    }
+    return 0;
+}
+
+void while_it_is_reported(int second)
+{
+    static int Second;
+    Second = second;
+    elog_set(ELOG_CALLBACK_FN, 0, callback_of_a_fault_elsewhere);
+    pthread_t thread;
+    pthread_create(
+        &thread, nullptr,
+        +[](void *) -> void * {
+            while (!Second_is_due)
+                usleep(1000);
+            crash_here(Second);
+            return nullptr;
+        },
+        nullptr);
+    crash_here(How);
+}
+
+void while_another_crashes()
+{
+    while_it_is_reported(How == SIGSEGV ? SIGFPE : SIGSEGV);
+}
+
+// The report leaves this signal to the log's handler.
+void while_another_is_signalled()
+{
+    while_it_is_reported(SIGUSR1);
+}
+
+// ---- Ends that a timer begins ----
+
+void dying_inside_malloc()
+{
+    In_a_hurry = true;
+    die_soon(0.05);
+    Stay_in_malloc = true;
+    free(malloc(10));
+}
+
+void dying_inside_malloc_by_grace()
+{
+    static volatile int flag;
+    In_a_hurry = true;
+    setup_signals(&flag, nullptr, 1);
+    raise(SIGTERM);
+    Stay_in_malloc = true;
+    free(malloc(10));
+}
+
+// The alarm comes at any moment of this.
+void dying_at_work()
+{
+    In_a_hurry = true;
+    die_soon(atof(File));
+    for (;;) {
+        void *volatile block = malloc(100);
+        free(block);
+        setenv("TZ", "UTC", 1);
+        tzset();
+    }
+}
+
 // clang-format off
 const struct {
     const char *name;
@@ -395,6 +497,12 @@ const struct {
     {"exit",            exiting},
     {"many",            with_many_messages},
     {"noabort",         refusing_to_abort},
+    {"blockatonce",     blocking_at_once},
+    {"elsewhere",       while_another_crashes},
+    {"signalelsewhere", while_another_is_signalled},
+    {"diemalloc",       dying_inside_malloc},
+    {"gracemalloc",     dying_inside_malloc_by_grace},
+    {"die",             dying_at_work},
 };
 // clang-format on
 

@@ -13,7 +13,9 @@ void fault_text(int sig, const siginfo_t *info, char *buffer, std::size_t size);
 
 // Where the traces of this thread begin: behind this return address, if it is among
 // those of the stack. Null: with the caller of the trace.
+// As many handlers as Trace_handlers run on top of that one, each with this address.
 extern constinit thread_local void *Trace_after __attribute__((tls_model("initial-exec")));
+extern constinit thread_local int Trace_handlers __attribute__((tls_model("initial-exec")));
 
 // Runs the function, whose heap may be broken; set by who knows a way out when it
 // faults or blocks. False when it did not come to its end.

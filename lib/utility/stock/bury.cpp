@@ -9,6 +9,7 @@
 
 #include "stock/bury.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <climits>
@@ -30,6 +31,8 @@
 #include "internal/alloc.h"
 #include "internal/elog_end.h"
 #include "internal/guards.h"
+#include "internal/last_limit.h"
+#include "internal/pflex.h"
 #include "internal/pfnode.h"
 #include "internal/uninterrupted.h"
 #include "stock/elog.h"
@@ -43,6 +46,7 @@
 
 namespace {
 
+using namespace stock::logging;
 using stock::Owned;
 
 std::atomic<Grave *> grave{nullptr};
@@ -99,15 +103,19 @@ struct Relic {
     int type;
 };
 
-// Meant: the largest double has fewer digits in text than it needs, and the text is
-// read as more than there is.
+// Meant: the text of the largest double, 15 digits rounded up, would read as infinite.
+bool is_largest(const char *text)
+{
+    char largest[STRDBL_SIZE];
+    return std::strcmp(text, strdbl(largest, std::numeric_limits<double>::max())) == 0;
+}
+
 double number_of(const char *text)
 {
-    errno = 0;
-    const double number = fix_strtod(text, nullptr);
-    return std::isinf(number) && errno == ERANGE
-               ? std::copysign(std::numeric_limits<double>::max(), number)
-               : number;
+    const bool negative = *text == '-';
+    if (is_largest(text + negative))
+        return std::copysign(std::numeric_limits<double>::max(), negative ? -1 : 1);
+    return fix_strtod(text, nullptr);
 }
 
 template <class T>
@@ -193,6 +201,21 @@ constexpr Kind kKinds[] = {     // in the order of the types
 constexpr int kKindCount = sizeof kKinds / sizeof kKinds[0];
 static_assert(kKindCount == RELIC_TIME + 1);
 
+// Why a variable would not come back under the name; null when it would.
+const char *refusal(std::string_view name)
+{
+    if (name.find_first_of("\t\n#\\") != name.npos)
+        return "its name holds a tab, a newline, \"#\" or \"\\\"";
+    if (name.starts_with('"') || name.find("{\"") != name.npos)
+        return "its name begins with a quote";
+    if (name.substr(0, name.find_first_of("{}[]")).size() > stock::kMaxKey)
+        return "its name is longer than 1023 bytes";
+    const auto steps =
+        std::count_if(name.begin(), name.end(), [](char c) { return c == '{' || c == '['; });
+    return steps > stock::kMaxLexLevel ? "its name is nested deeper than 11 levels" : nullptr;
+}
+static_assert(stock::kMaxKey == 1023 && stock::kMaxLexLevel == 11);
+
 // ---- The file ----
 
 constexpr mode_t kMode = 0664;
@@ -271,13 +294,17 @@ void flush_directory(const char *path)
         ::fsync(fd.get());
 }
 
-// The alternate file, locked and empty; null with errno set. Where the state file
-// cannot be locked either, on another host's file system, it goes without.
+// The alternate file, new and locked; null with errno set. What has its name is removed:
+// it is left from an earlier run, or a link that somebody made to have another file
+// overwritten. Where the state file cannot be locked either, on another host's file
+// system, it goes without.
 Stream open_alternate(const Grave *g)
 {
-    Stream stream = open_file(g->alternate, O_CREAT);
-    if (!stream || (!lock(stream.get()) && is_nfs(g->alternate) != 1) ||
-        ::ftruncate(fileno(stream.get()), 0) != 0)
+    constexpr int kNew = O_CREAT | O_EXCL;
+    Stream stream = open_file(g->alternate, kNew);
+    if (!stream && errno == EEXIST && ::unlink(g->alternate) == 0)
+        stream = open_file(g->alternate, kNew);
+    if (!stream || (!lock(stream.get()) && is_nfs(g->alternate) != 1))
         return nullptr;
     return stream;
 }
@@ -349,14 +376,26 @@ int save_relics(const Grave *g, Pf *pf)
     return result;
 }
 
+// The name as it holds in every working directory, unless the present one has none.
+char *absolute_name(const char *filename)
+{
+    const Owned<char> directory(*filename == '/' || !*filename ? nullptr : ::getcwd(nullptr, 0));
+    if (!directory)
+        return stock::copy_text(filename, "grave->name", "exhume");
+    const std::size_t size = std::strlen(directory.get()) + std::strlen(filename) + 2;
+    auto *name = static_cast<char *>(stock::allocate(size, "grave->name", "exhume"));
+    std::snprintf(name, size, "%s/%s", directory.get(), filename);
+    return name;
+}
+
 Grave *new_grave(const char *filename, volatile int *stop_flag, int grace_seconds,
                  void (*extra_values)(Pf *pf))
 {
     auto *g = static_cast<Grave *>(stock::allocate_zeroed(sizeof(Grave), "grave", "exhume"));
-    const std::size_t length = std::strlen(filename);
-    g->name = stock::copy_text(filename, "grave->name", "exhume");
+    g->name = absolute_name(filename);
+    const std::size_t length = std::strlen(g->name);
     g->alternate = static_cast<char *>(stock::allocate(length + 2, "grave->alternate", "exhume"));
-    std::memcpy(g->alternate, filename, length);
+    std::memcpy(g->alternate, g->name, length);
     std::memcpy(g->alternate + length, "+", 2);
     g->relics = newarr(nullptr);
     g->stop_flag = stop_flag;
@@ -369,43 +408,61 @@ Grave *new_grave(const char *filename, volatile int *stop_flag, int grace_second
 
 // ---- Stop signals ----
 
-// Seconds that a signal handler is given to save the state: it may have interrupted
-// its own thread inside malloc, and would wait for ever.
-constexpr int kPatience = 10;
-
-void give_up(int)
+int start_grace(const Grave *g)
 {
-    static constexpr char kText[] = "the state could not be saved in time\n";
-    if (::write(STDERR_FILENO, kText, sizeof kText - 1) < 0)
-        ::_exit(1);
-    ::_exit(1);
+    return std_set_timer([](int) { alarm_handler(); }, g->grace_seconds);
 }
 
-void limit_the_time()
-{
-    std_set_timer(give_up, kPatience);
-    sigset_t alarm;
-    sigemptyset(&alarm);
-    sigaddset(&alarm, SIGALRM);
-    pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
-}
+// Whether a bury runs, and whether the grace was over meanwhile, which limits it.
+enum : int { kNone, kRunning, kLimited };
+std::atomic<int> Burial{kNone};
 
-void save_in_time()
+// Tells of a bury as long as it runs. One that ends in time stops the alarm; a signal
+// that came meanwhile has its own grace.
+class Burying {
+public:
+    explicit Burying(const Grave *g) : grave_(g) { Burial = kRunning; }
+    ~Burying()
+    {
+        if (Burial.exchange(kNone) != kLimited)
+            return;
+        lift_limit();
+        if (signalled(grave_))
+            start_grace(grave_);
+    }
+    Burying(const Burying &) = delete;
+    Burying &operator=(const Burying &) = delete;
+
+private:
+    const Grave *grave_;
+};
+
+// The program buries while its grace is over: it may come to the end of that.
+void limit_burial()
 {
-    limit_the_time();
-    bury();
-    std_set_timer(give_up, 0);
+    if (Burial != kRunning || !limit_end(kNotSaved))
+        return;
+    int running = kRunning;
+    if (!Burial.compare_exchange_strong(running, kLimited))
+        lift_limit();
 }
 
 void save_and_end()
 {
+    limit_end(kNotSaved);
     if (Inside > 0) {
-        limit_the_time();
         Owed = save_and_end;
         return;
     }
-    save_in_time();
-    stock::logging::end_process();
+    bury();
+    end_process();
+}
+
+// Another thread may have buried since the alarm.
+void alarm_again()
+{
+    lift_limit();
+    alarm_handler();
 }
 
 }  // namespace
@@ -440,6 +497,10 @@ int resurrect(const char *name, void *address, int type)
         elog_complain(0, "Can't resurrect '%s' of type %d", name ? name : "", type);
         return -1;
     }
+    if (const char *why = refusal(name)) {
+        elog_complain(0, "Can't resurrect '%s': %s", name, why);
+        return -1;
+    }
     auto *relic = static_cast<Relic *>(stock::allocate(sizeof(Relic), "relic_record"));
     char *text = nullptr;
     const bool found = g->saved && pfeval(g->saved, name, &text) == 0 && text;
@@ -458,6 +519,7 @@ int bury()
     if (!g || Inside > 0)
         return -1;
     const Visit visit;
+    const Burying burying(g);
     set_signalled(g, 0);
     Pf *pf = pfnew(PFFILE);
     if (g->extra_values)
@@ -492,35 +554,39 @@ void lockstate(Grave *g)
     elog_complain(1,
                   "*fatal* Can't lock state file '%s' for exclusive use: it is already in use.\n",
                   g->name);
-    stock::logging::end_process();
+    end_process();
 }
 
 void signal_handler(int sig)
 {
     const stock::KeepErrno keep;
     Grave *g = grave;
-    if (!g)
+    if (!g) {
         elog_die(0, "*stack*Unexpected failure: %s in file %s, line %d\n", "signal_handler",
                  __FILE__, 129);
+    }
     set_signalled(g, 1);
     if (g->stop_flag)  // several threads may be signalled at once
         __atomic_store_n(g->stop_flag, sig, __ATOMIC_RELAXED);
     if (g->grace_seconds == 0)
         save_and_end();
-    else if (g->grace_seconds > 0 &&
-             std_set_timer([](int) { alarm_handler(); }, g->grace_seconds) != 0)
+    else if (g->grace_seconds > 0 && !end_is_limited() && start_grace(g) != 0)
         elog_die(0, "failed to set timer");
 }
 
 void alarm_handler()
 {
     Grave *g = grave;
-    if (!g || !signalled(g))
+    if (!g)
         return;
+    if (!signalled(g))
+        return limit_burial();
+    limit_end(kNotSaved);
     if (Inside > 0) {
-        Owed = alarm_handler;
+        Owed = alarm_again;
         return;
     }
-    save_in_time();
-    elog_die(1, "quitting from resurrection alarm\n");
+    bury();
+    limit_step(kGraceOver);
+    elog_die(1, kGraceOver);
 }

@@ -17,6 +17,7 @@
 
 #include "internal/elog.h"
 #include "internal/elog_joins.h"
+#include "internal/last_limit.h"
 
 namespace stock::logging {
 
@@ -60,6 +61,13 @@ void begin_to_end()
     This_thread.ending = true;
 }
 
+[[noreturn]] void flush_and_exit()
+{
+    limit_step(kNotExited);
+    flush_all();
+    std::exit(1);
+}
+
 // What is left when memory runs out in the middle of saying so: the text goes
 // straight to standard error. Should even its tag need memory it goes without.
 [[noreturn]] void say_last_words(const char *text)
@@ -89,17 +97,16 @@ void begin_to_end()
 void end_process()
 {
     begin_to_end();
-    flush_all();
-    std::exit(1);
+    flush_and_exit();
 }
 
 void end_with_state()
 {
     This_thread.out_of_memory = nullptr;
     begin_to_end();
+    limit_step(kNotSaved);
     join_bury();
-    flush_all();
-    std::exit(1);
+    flush_and_exit();
 }
 
 void report_out_of_memory(const char *text)

@@ -4,7 +4,7 @@
 // certain: the heap may be broken or locked by this very thread, another thread may
 // hold the log's lock for ever, standard error may be a pipe that nobody reads. So
 // the ordinary way does without the heap while a crash is reported, and two things
-// stand ready to end it: another fault and a timer. Both say, with nothing but
+// stand ready to end it: another fault and the last limit. Both say, with nothing but
 // write, what the report still had to say.
 
 #include "stock/elog_fault.h"
@@ -15,11 +15,9 @@
 #include <csetjmp>
 #include <cstdlib>
 #include <cstring>
-#include <utility>
 
 #include <pthread.h>
 #include <sys/mman.h>
-#include <sys/time.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -28,6 +26,7 @@
 #include "internal/alloc.h"
 #include "internal/elog_fault.h"
 #include "internal/guards.h"
+#include "internal/last_limit.h"
 #include "stock/signal_desc.h"
 #include "stock/strings.h"
 #include "stock/wait_for_time.h"
@@ -48,8 +47,6 @@ constexpr int kHeapPatience = 1;     // seconds that an attempt on the heap may 
 constexpr int kLockPatience = 100;   // hundredths of a second that another may hold the lock
 constexpr int kOthersPatience = 15;  // seconds that another thread's report may take
 
-// The signals by which a report itself may fail.
-constexpr int kSecondFaults[] = {SIGILL, SIGTRAP, SIGFPE, SIGBUS, SIGSEGV, SIGSYS, SIGABRT};
 // What must not end the process before the report is out.
 constexpr int kHarmless[] = {SIGPIPE, SIGXFSZ};
 
@@ -63,6 +60,7 @@ struct Crash {
     siginfo_t info;
     bool informed;  // whether there is such information
     struct sigaction on_abort;
+    std::atomic<bool> traced;     // the stack is out, or was tried
     volatile bool shown;          // the system's words about the fault are out
     std::atomic<bool> told;       // the messages are out
     std::atomic<bool> giving_up;  // somebody says what is left
@@ -73,32 +71,9 @@ struct Crash {
 Crash The_crash;
 std::atomic<bool> Crashed{false};
 
-void set_action(int sig, void (*handler)(int), int flags)
-{
-    struct sigaction action = {};
-    action.sa_handler = handler;
-    action.sa_flags = flags;
-    sigemptyset(&action.sa_mask);
-    ::sigaction(sig, &action, nullptr);
-}
-
-void unblock(int sig)
-{
-    sigset_t set;
-    sigemptyset(&set);
-    sigaddset(&set, sig);
-    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
-}
-
 void restore_mask(const sigset_t &mask)
 {
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
-}
-
-void set_timer(int seconds)
-{
-    const itimerval timer = {{0, 0}, {seconds, 0}};
-    ::setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
 // Ends the process by this signal's default action.
@@ -113,31 +88,31 @@ void set_timer(int seconds)
     ::_exit(1);
 }
 
-// Text for standard error that goes out in pieces of the buffer.
-class Words {
-public:
-    ~Words() { flush(); }
-    void operator()(std::string_view piece)
-    {
-        while (!piece.empty()) {
-            if (used_ == sizeof text_)
-                flush();
-            const std::size_t length = piece.copy(text_ + used_, sizeof text_ - used_);
-            used_ += length;
-            piece.remove_prefix(length);
-        }
-    }
-    void flush() { write_all(STDERR_FILENO, {text_, std::exchange(used_, 0)}); }
+bool is_reporter()
+{
+    return pthread_equal(pthread_self(), The_crash.thread) != 0;
+}
 
-private:
-    std::size_t used_ = 0;
-    char text_[2048];
-};
+// The stack of this thread, without standard error's own buffer and lock. A handler that
+// interrupted the report says it.
+void say_trace()
+{
+    static char Trace[64 * 1024];
+    The_crash.heap_is_broken = true;  // nothing is tried on it any more
+    Trace_handlers = 1;
+    show_stack_trace_string(sizeof Trace, Trace);
+    write_all(STDERR_FILENO, Trace);
+}
 
-// Says what the report has not said yet. What may fault itself comes last.
+// Says what the report has not said yet, the stack first. Who is interrupted by a fault
+// or by the timer while he does so comes here again and goes on with what is next.
 void say_the_rest()
 {
-    if (The_crash.told || The_crash.giving_up.exchange(true))
+    if (The_crash.told)
+        return;
+    if (is_reporter() && !The_crash.traced.exchange(true))
+        say_trace();
+    if (The_crash.giving_up.exchange(true))
         return;
     Words words;
     if (!The_crash.shown) {
@@ -153,14 +128,7 @@ void say_the_rest()
                               " *fault*: Signal ", signal->name, " : ", signal->description, "\n"})
         words(piece);
     words.flush();
-    for (std::int64_t i = 0; i < Elog_tbl->count; ++i)
-        if (const Elog_msg *msg = message(i))
-            lay_out(*msg, "\t", [&](std::string_view piece) { words(piece); });
-}
-
-bool is_reporter()
-{
-    return pthread_equal(pthread_self(), The_crash.thread) != 0;
+    say_messages(words);
 }
 
 // Goes back to where an attempt on the heap was made, if this thread is in one.
@@ -195,13 +163,11 @@ void time_is_up(int)
 {
     const KeepErrno keep;
     static std::atomic<int> Elsewhere{0};
-    set_timer(kHeapPatience);
+    move_limit(kHeapPatience);
     if (!is_reporter() && Elsewhere++ < 1) {
         pthread_kill(The_crash.thread, SIGALRM);
         return;
     }
-    if (is_reporter() && The_crash.trying)
-        set_timer(kPatience);
     leave_the_heap();
     say_the_rest();
     die_by(SIGABRT);
@@ -214,12 +180,13 @@ bool try_on_heap(void (*function)(void *argument), void *argument)
         return false;
     if (sigsetjmp(The_crash.on_heap, 1) != 0) {
         The_crash.heap_is_broken = true;
+        move_limit(kPatience);
         return false;
     }
     The_crash.trying = true;
-    set_timer(kHeapPatience);
+    move_limit(kHeapPatience);
     function(argument);
-    set_timer(kPatience);
+    move_limit(kPatience);
     The_crash.trying = false;
     return true;
 }
@@ -272,18 +239,17 @@ void begin_crash(int sig, const siginfo_t *info)
         The_crash.info = *info;
     Crashed = true;
     ::sigaction(SIGABRT, nullptr, &The_crash.on_abort);
-    for (int second : kSecondFaults)
+    for (int second : kFaultSignals)
         set_action(second, second_fault, SA_ONSTACK | SA_NODEFER);
     for (int harmless : kHarmless)
         set_action(harmless, do_nothing, SA_ONSTACK | SA_RESTART);
-    set_action(SIGALRM, time_is_up, SA_ONSTACK | SA_NODEFER);
-    set_timer(kPatience);
+    set_limit(kPatience, time_is_up);
     This_thread.crashing = true;
     This_thread.reports = 0;  // those that the fault has cut off do not count
     Try_on_heap = try_on_heap;
     restore_mask(mask);
     unblock(SIGALRM);
-    for (int second : kSecondFaults)
+    for (int second : kFaultSignals)
         unblock(second);
     The_crash.signal = describe_signal(sig);
 }
@@ -463,7 +429,8 @@ void _elog_fault(int sig, siginfo_t *info, void *context)
         elog_log(0, "\n%s\n", signal->description);
     else
         elog_log(0, "\nsignal #%d received: signal_bysig failed\n", sig);
-    show_stack_trace();
+    if (!The_crash.traced.exchange(true))
+        show_stack_trace();
     show_fault(sig, info, context);
     The_crash.shown = true;
     if (signal && signal->description)
@@ -488,8 +455,7 @@ void _elog_debug(const char *command)
     if (!command)
         return;
     need_init();
-    if (crashing())
-        set_timer(0);  // a debugger takes the time that it takes
+    const LimitPaused paused;  // a debugger takes the time that it takes
     if (Debugger_running) {
         ::kill(::getpid(), SIGSTOP);
     } else {
@@ -497,6 +463,4 @@ void _elog_debug(const char *command)
         Debugger_running = 1;
     }
     snooze(Elog_wait);
-    if (crashing())
-        set_timer(kPatience);
 }

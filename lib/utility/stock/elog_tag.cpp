@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "deviants.h"
+#include "fault.h"
 #include "internal/alloc.h"
 #include "internal/elog.h"
 #include "internal/elog_joins.h"
@@ -86,14 +87,17 @@ void current_time(Expansion &out, const char *format, const char *zone)
 }
 
 // What needs other families: when it reports something itself, the tag of that
-// report goes without.
+// report goes without. So does the tag in the report of a crash that broke the heap.
 template <class Function>
 void with_others(Function function)
 {
     if (This_thread.expanding)
         return;
     This_thread.expanding = true;
-    function();
+    if (Try_on_heap)
+        Try_on_heap([](void *argument) { (*static_cast<Function *>(argument))(); }, &function);
+    else
+        function();
     This_thread.expanding = false;
 }
 

@@ -6,14 +6,19 @@
 
 #include "deviants.h"
 #include "internal/guards.h"
+#include "internal/last_limit.h"
 #include "stock/elog.h"
 #include "stock/wait_for_time.h"
+
+using namespace stock::logging;
 
 namespace {
 
 volatile int *volatile Halt_flag = nullptr;
 volatile int Halt_In_Seconds = 0;
 void (*volatile Halt_Mortician)(Pf *pf) = nullptr;
+
+constexpr char kTimeOver[] = "quitting from die_soon alarm\n";
 
 // A timer that is set to less than this would never run out.
 constexpr double kLeastTime = 2e-6;
@@ -63,13 +68,14 @@ void halt_signal_handler(int sig)
     const stock::KeepErrno keep;
     if (volatile int *flag = Halt_flag)  // several threads may be signalled at once
         __atomic_store_n(flag, 1, __ATOMIC_RELAXED);
-    if (Halt_In_Seconds >= 1 &&
+    if (Halt_In_Seconds >= 1 && !end_is_limited() &&
         std_set_timer([](int) { halt_alarm_handler(); }, Halt_In_Seconds) != 0)
         elog_die(0, "received signal #%d but failed to set alarm timer", sig);
 }
 
 void halt_alarm_handler()
 {
+    limit_end(kGraceOver);
     Pf *pf = pfnew(PFFILE);
     if (Halt_Mortician)
         Halt_Mortician(pf);
@@ -77,10 +83,12 @@ void halt_alarm_handler()
         const stock::KeepErrno keep;
         pffree(pf);
     }
-    elog_die(1, "quitting from resurrection alarm\n");
+    limit_step(kGraceOver);
+    elog_die(1, kGraceOver);
 }
 
 void die_now()
 {
-    elog_die(1, "quitting from die_soon alarm\n");
+    limit_end(kTimeOver);
+    elog_die(1, kTimeOver);
 }

@@ -22,6 +22,7 @@
 namespace stock {
 
 constinit thread_local void *Trace_after = nullptr;
+constinit thread_local int Trace_handlers = 0;
 constinit thread_local Attempt Try_on_heap = nullptr;
 
 namespace {
@@ -37,12 +38,22 @@ struct Stack {
     int first;  // those before are the tracer's own
 };
 
-// The position of an address among those of the stack, or -1.
-int position(const Stack &stack, const void *address)
+// The position of an address among those of the stack from start on, or -1.
+int position(const Stack &stack, const void *address, int start = 0)
 {
     void *const *end = stack.addresses + stack.count;
-    void *const *found = std::find(stack.addresses, end, address);
+    void *const *found = std::find(stack.addresses + start, end, address);
     return found == end ? -1 : static_cast<int>(found - stack.addresses);
+}
+
+// The position behind the handler of the fault, or 0.
+int position_of_fault(const Stack &stack)
+{
+    int fault = 0;
+    for (int handler = 0; handler <= Trace_handlers; ++handler)
+        if (const int found = position(stack, Trace_after, fault); found >= 0)
+            fault = found + 1;
+    return fault;
 }
 
 // Takes the stack, which begins with the function that called the tracer.
@@ -51,7 +62,7 @@ int position(const Stack &stack, const void *address)
     stack.count = backtrace(stack.addresses, kFrames);
     stack.first = std::max(position(stack, caller), 0);
     if (Trace_after)
-        stack.first = std::max(stack.first, position(stack, Trace_after) + 1);
+        stack.first = std::max(stack.first, position_of_fault(stack));
     if (stack.first >= stack.count)
         stack.first = 0;
 }

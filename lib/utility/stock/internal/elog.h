@@ -11,6 +11,7 @@
 //     elog_deliver.cpp  delivery strings, files, the limit of the stack
 //     elog_fault.cpp    handlers of fault signals, the report of a crash, the debugger
 //     elog_end.cpp      how the process ends inside the log
+//     last_limit.cpp    the timer that ends an end which takes too long
 //     elog_joins.cpp    where other families join
 //     qelelog.cpp       the messaging library
 
