@@ -1,4 +1,4 @@
-// The C++ face: stations of a parameter file, sorted, with their times and samples.
+// The C++ face: gauges of a parameter file, sorted, with their times and samples.
 
 #include <algorithm>
 #include <array>
@@ -18,45 +18,45 @@ using Time = std::chrono::sys_time<std::chrono::milliseconds>;
 namespace report = stock::report;
 
 static constexpr std::string_view kSettings = "interval  10     # seconds\n"
-                                              "stations &Arr{\n"
+                                              "gauges &Arr{\n"
                                               "    north &Arr{\n"
                                               "        since 2008-02-01 12:30:15.5\n"
-                                              "        gains &Tbl{\n"
+                                              "        limits &Tbl{\n"
                                               "            2\n"
                                               "            8\n"
                                               "            5\n"
                                               "        }\n"
                                               "    }\n"
-                                              "    east &Arr{\n"
+                                              "    south &Arr{\n"
                                               "        since 2003-11-23\n"
-                                              "        gains &Tbl{\n"
+                                              "        limits &Tbl{\n"
                                               "            1\n"
                                               "        }\n"
                                               "    }\n"
                                               "}\n";
 
-struct Station {
+struct Gauge {
     const char *name;  // borrowed from the settings
     Time since;
-    int gain;
+    int limit;
 };
 
-static stock::list<Station> read_stations(stock::params_view table)
+static stock::list<Gauge> read_gauges(stock::params_view table)
 {
-    stock::list<Station> stations;
+    stock::list<Gauge> gauges;
     for (const char *name : table.keys()) {
-        const auto station = table.get<stock::params_view>(name);
-        const auto gains = station.get<stock::params_list<int>>("gains");
-        stations.push_back({name, station.get<Time>("since"), std::ranges::max(gains)});
+        const auto gauge = table.get<stock::params_view>(name);
+        const auto limits = gauge.get<stock::params_list<int>>("limits");
+        gauges.push_back({name, gauge.get<Time>("since"), std::ranges::max(limits)});
     }
-    std::ranges::sort(stations, std::greater{}, &Station::since);
-    return stations;
+    std::ranges::sort(gauges, std::greater{}, &Gauge::since);
+    return gauges;
 }
 
-static void print(const Station &station)
+static void print(const Gauge &gauge)
 {
-    const stock::text since(epoch2str("%Y-%m-%d %T", stock::to_epoch(station.since)));
-    std::printf("%-6s %s  gain %d\n", station.name, since.c_str(), station.gain);
+    const stock::text since(epoch2str("%Y-%m-%d %T", stock::to_epoch(gauge.since)));
+    std::printf("%-6s %s  limit %d\n", gauge.name, since.c_str(), gauge.limit);
 }
 
 int main(int argc, char **argv)
@@ -69,20 +69,20 @@ int main(int argc, char **argv)
     std::printf("every %d s, at most %d times\n", settings.get<int>("interval"),
                 settings.get<int>("limit", 3));
 
-    const auto stations = read_stations(settings.get<stock::params_view>("stations"));
-    std::ranges::for_each(stations, print);
+    const auto gauges = read_gauges(settings.get<stock::params_view>("gauges"));
+    std::ranges::for_each(gauges, print);
 
-    // A packet's samples: 16 bits each, the most significant byte first.
+    // Samples as a gauge sends them: 16 bits each, the most significant byte first.
     constexpr std::array packet{std::byte{0}, std::byte{1}, std::byte{0xff}, std::byte{0xfe}};
     std::array<double, 2> samples{};
     if (stock::convert<std::endian::big, std::int16_t>(packet, samples) != stock::converted::exact)
         report::complain("%zu samples did not all arrive", samples.size());
     std::printf("samples %g %g\n", samples[0], samples[1]);
 
-    stock::array<const Station *> by_name;
-    for (const Station &station : stations)
-        by_name.set(station.name, &station);
-    for (const auto [name, station] : by_name)
-        std::printf("%s: gain %d\n", name, station->gain);
+    stock::array<const Gauge *> by_name;
+    for (const Gauge &gauge : gauges)
+        by_name.set(gauge.name, &gauge);
+    for (const auto [name, gauge] : by_name)
+        std::printf("%s: limit %d\n", name, gauge->limit);
     return 0;
 }

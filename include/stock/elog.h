@@ -8,11 +8,11 @@
  * matters complains, and the user reads the whole chain in order.
  *
  *     elog_log(1, "can't open %s", path);          deep inside
- *     elog_complain(0, "no map for %s", station);  further up
+ *     elog_complain(0, "no rain for %s", gauge);   further up
  *
- *     prog: can't open maps/x
+ *     prog: can't open rain/x
  *             No such file or directory
- *     prog: no map for x
+ *     prog: no rain for x
  *
  * Every severity has three settings of at most 47 characters: where its messages
  * go, the template of their tag, and a debugger command. They come from elog.pf,
@@ -58,6 +58,17 @@ struct Pf; /* a parameter tree, see pf.h */
 
 /* Bytes of one setting, the end of its text included; what is longer is cut. */
 enum { ELOG_FIELD_SIZE = 48 };
+
+/* The severities by name, where a number is asked for. */
+enum {
+    ELOG_LOG = 0,
+    ELOG_DEBUG = 1,
+    ELOG_NOTIFY = 2,
+    ELOG_ALERT = 3,
+    ELOG_COMPLAIN = 4,
+    ELOG_DIE = 5,
+    ELOG_FAULT = 6
+};
 
 /* One message: a record of the stack, which is a direct list of them. */
 typedef struct Elog_msg {

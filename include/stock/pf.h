@@ -6,12 +6,12 @@
  *     # a comment reaches to the end of its line
  *     host        example.org
  *     "two words" a key in quotes may hold blanks
- *     stations    &Tbl{
- *         anmo
- *         kono
+ *     gauges      &Tbl{
+ *         north
+ *         south
  *     }
- *     window      &Arr{
- *         length  600
+ *     limits      &Arr{
+ *         heavy   30
  *     }
  *     query       &Literal{
  *     select *
