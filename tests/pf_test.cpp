@@ -2,6 +2,8 @@
 
 #include "stock/pf.h"
 
+#include <cerrno>
+#include <cstdlib>
 #include <initializer_list>
 #include <string>
 #include <thread>
@@ -143,6 +145,7 @@ TEST(Pffree, ComplainsOfTypesWithoutAValueAndFreesTheRest)
         const Ended ended = in_child([=] {
             Pf *pf = pfnew(type);
             pf->filled_out = strdup("expanded");
+            errno = ENOENT;  // of something else: it is no part of the message
             pffree(pf);
         });
         EXPECT_EQ(ended.err, "pf_test: pffree: didn't free type " + std::to_string(type) + "\n");
@@ -317,6 +320,60 @@ TEST(Showpf, ShowsTheRecordOfAContainerOrFunctionAsAString)
         EXPECT_NE(text.find("    value=" + address(node->value.s) + " ("), text.npos);
         EXPECT_EQ(text.substr(text.size() - 3), ")\n\n");
     }
+}
+
+// ---- What a node owns is the program's to replace ----
+
+TEST(PfOwns, ATextIsAStringOfItsOwn)
+{
+    const PfPtr tree(compiled("a 1\nb &Tbl{\nx\n}\n"));
+    const PfPtr copy(pfdup(tree.get()));
+    for (Pf *top : {tree.get(), copy.get()}) {
+        pfput_string(top, "c", "2");
+        pfset(top, "d", "3");
+        for (const char *address : {"a", "b[0]", "c", "d"}) {
+            Pf *node = nullptr;
+            ASSERT_EQ(pfresolve(top, address, 0, &node), PFSTRING);
+            free(node->value.s);
+            node->value.s = strdup("other");
+        }
+        EXPECT_EQ(tree_text(top), R"({a: "other", b: ["other"], c: "other", d: "other"})");
+    }
+}
+
+TEST(PfOwns, ANodeIsABlockOfItsOwn)
+{
+    const PfPtr tree(compiled("a 1\nb 2\n"));
+    Pf *a = pfdel(tree.get(), "a");
+    free(a->value.s);
+    free(a);
+    EXPECT_EQ(tree_text(tree.get()), R"({b: "2"})");
+}
+
+TEST(PfOwns, ANodeThatIsMadeByHandIsFreedWithItsTree)
+{
+    const auto made = [](int type) {
+        auto *pf = static_cast<Pf *>(calloc(1, sizeof(Pf)));
+        pf->type = type;
+        return pf;
+    };
+    Pf *text = made(PFSTRING);
+    text->value.s = strdup("12.5 mm");
+    Pf *list = made(PFTBL);
+    list->value.tbl = newtbl(0);
+    pushtbl(list->value.tbl, text);
+    text->parent = list;
+    Pf *function = made(PFFUNCTION);
+    function->value.pffunct = static_cast<Pffunction *>(calloc(1, sizeof(Pffunction)));
+    function->value.pffunct->text = strdup("&env(HOME)\n");
+    const PfPtr tree(compiled("a 1\n"));
+    pfput(tree.get(), "north", list, PFGRAFT);
+    setarr(tree->value.arr, "f", function);
+    Pf *limit = nullptr;
+    pfvalue(tree.get(), "a", &limit);
+    limit->filled_out = strdup("expanded");
+    EXPECT_EQ(pfmaxtbl(list), 1);
+    EXPECT_STREQ(pfget_string(tree.get(), "north[0]"), "12.5 mm");
 }
 
 // ---- Values that were read together, and are freed one by one ----

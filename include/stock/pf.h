@@ -68,7 +68,7 @@ typedef struct Pffunction {
 typedef struct Pf {
     int32_t type; /* PFFILE, PFSTRING, ... */
     union {
-        char *s;  /* may lie in the node's own block: never free or keep it */
+        char *s;
         Tbl *tbl; /* of Pf * */
         Arr *arr; /* of Pf * */
         Pffunction *pffunct;
@@ -80,9 +80,10 @@ typedef struct Pf {
 
 /*
  * Makes a node with an empty value: an empty table for PFFILE and PFARR, an
- * empty list for PFTBL, an empty function for PFFUNCTION, else none. All nodes come
- * from here, from pfdup or from a reader: one that is put together by hand, or
- * copied as a record, cannot be freed.
+ * empty list for PFTBL, an empty function for PFFUNCTION, else none.
+ *
+ * A node, and each text that it owns, is a block from malloc: a program may free a
+ * text and set another, or make a node itself, zeroed, and set type and value.
  *
  * The caller owns it until it is put into a tree; release it with pffree.
  */

@@ -68,7 +68,9 @@ Pf *copied(const Pf *pf, Tbl *waiting)
         pushtbl(waiting, &filling);
         break;
     }
-    case PFSTRING: dup = pf->value.s ? stock::new_text(pf->value.s) : pfnew(pf->type); break;
+    case PFSTRING:
+        dup = pf->value.s ? stock::new_text(pf->value.s, "pfdup") : pfnew(pf->type);
+        break;
     case PFFUNCTION:
         dup = pfnew(pf->type);
         // Meant: the text of the copy is the record's own bytes, the first of which

@@ -33,7 +33,7 @@ void free_one(Pf *pf)
     free_parts(pf);
     if (pf->filled_out)  // seldom: spares the call
         std::free(pf->filled_out);
-    stock::free_block(pf);
+    std::free(pf);
 }
 
 void free_child(void *child)
@@ -93,7 +93,7 @@ void free_parts(Pf *pf)
     switch (pf->type) {
     case PFEXEC_ERROR:
     case PFSTRING:
-    case PFINVALID: stock::free_text(pf); break;
+    case PFINVALID: std::free(pf->value.s); break;
     case PFFILE:
     case PFARR: freearr(pf->value.arr, free_child); break;
     case PFTBL: freetbl(pf->value.tbl, free_child); break;

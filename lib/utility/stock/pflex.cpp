@@ -182,39 +182,23 @@ void expect_next(Scanner &s)
     s.state = s.Lex_pf->type == PFTBL ? LexState::value : LexState::key;
 }
 
-// A value and, of a text in a table, the node that holds it under the current key.
-struct Value {
-    Pf *pf;
-    Rbnode *node = nullptr;
-};
-
-// A text for the current container.
-Value text_value(Scanner &s, std::string_view text)
+void store(Scanner &s, Pf *pf)
 {
-    const std::string_view key = s.Lex_pf->type == PFTBL ? std::string_view() : s.Lex_key;
-    const std::size_t key_words = s.Lex_pf->type == PFTBL ? 0 : words_behind_key(key.size());
-    char *block =
-        s.slabs.take(key_words + in_words(sizeof(Pf) + text.size() + 1), key_words ? 2 : 1);
-    if (!block)
-        return {new_text(text)};
-    char *behind = block + key_words * kWord;
-    Pf *pf = make_text(behind, text, s.slabs.distance(behind));
-    return {pf, key_words ? make_node(block, key, pf, s.slabs.distance(block)) : nullptr};
-}
-
-void store(Scanner &s, const Value &value)
-{
-    value.pf->parent = s.Lex_pf;
+    pf->parent = s.Lex_pf;
     if (s.Lex_pf->type == PFTBL) {
-        pushtbl(s.Lex_pf->value.tbl, value.pf);
-    } else if (void *old = value.node ? set_node(s.Lex_pf->value.arr, value.node)
-                                      : setarr(s.Lex_pf->value.arr, s.Lex_key, value.pf)) {
+        pushtbl(s.Lex_pf->value.tbl, pf);
+    } else if (void *old = setarr(s.Lex_pf->value.arr, s.Lex_key, pf)) {
         if (Pf_show_replacements)
             fprintf(stderr, "replacing key '%s' at line #%d of %s\n", s.Lex_key, s.Lex_lineno,
                     s.Pffilename);
         pffree(static_cast<Pf *>(old));
     }
     expect_next(s);
+}
+
+Pf *text_value(std::string_view text)
+{
+    return new_text(text, "PF_lex");
 }
 
 char *copied(std::string_view text, const char *item)
@@ -383,7 +367,7 @@ Next open_container(Scanner &s, std::size_t length)
         return Next::failed;
     }
     Pf *Lex_value = pfnew(type);
-    store(s, {Lex_value});
+    store(s, Lex_value);
     s.Lex_stack[static_cast<std::size_t>(s.Lex_level++)] = s.Lex_pf;
     s.Lex_pf = Lex_value;
     take(s, length);
@@ -447,7 +431,7 @@ Next comment_line(Scanner &s, std::size_t)
 Next empty_value(Scanner &s, std::size_t)
 {
     skip_line(s, Count::yes);
-    store(s, text_value(s, ""));
+    store(s, text_value(""));
     return Next::token;
 }
 
@@ -457,7 +441,7 @@ Next function(Scanner &s, std::size_t length)
     pf->value.pffunct->text = copied({s.window.start, length}, "pf->value.pffunct->text");
     take(s, length);
     ++s.Lex_lineno;
-    store(s, {pf});
+    store(s, pf);
     return Next::token;
 }
 
@@ -471,7 +455,7 @@ Next file_function(Scanner &s, std::size_t length)
     record->hook->pvt = copied(s.Pffilename, "filename");
     take(s, length);
     ++s.Lex_lineno;
-    store(s, {pf});
+    store(s, pf);
     return Next::token;
 }
 
@@ -529,13 +513,13 @@ Next plain_value(Scanner &s, std::size_t)
         as_written ? std::string_view(s.window.start, length_to(s, p)) : gather_value(s, p));
     if (!*p && s.window.error())
         return Next::done;  // what was read of it is not all of it
-    const Value value = text_value(s, text);
+    Pf *pf = text_value(text);
     if (as_written)
         take_to(s, p);
     skip_line(s, Count::yes);
     if (has_ampersand || !as_written)
-        check_value(value.pf->value.s);
-    store(s, value);
+        check_value(pf->value.s);
+    store(s, pf);
     return Next::token;
 }
 
@@ -549,11 +533,11 @@ Next unfinished_literal(Scanner &s, const char *end)
 
 Next store_literal(Scanner &s, const char *end, std::size_t closing, Count count)
 {
-    const Value value = text_value(s, {s.window.start, length_to(s, end)});
+    Pf *pf = text_value({s.window.start, length_to(s, end)});
     take_to(s, end + closing);
     if (!s.at_line_start)
         skip_line(s, count);
-    store(s, value);
+    store(s, pf);
     return Next::token;
 }
 

@@ -28,7 +28,7 @@ char *copy_or_null(const char *text)
 
 Pf *string_node(const char *text)
 {
-    return text ? stock::new_text(text) : pfnew(PFSTRING);
+    return text ? stock::new_text(text, "pfput") : pfnew(PFSTRING);
 }
 
 int adopt_value(void *, void *value, void *parent)

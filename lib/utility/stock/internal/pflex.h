@@ -11,7 +11,6 @@
 #include <cstddef>
 #include <mutex>
 
-#include "internal/slab.h"
 #include "internal/window.h"
 #include "stock/pf.h"
 
@@ -63,8 +62,6 @@ struct Scanner {
     char *String_buf;
     std::size_t StringSz;
     std::size_t string_length = 0;
-
-    Slabs slabs;  // of the texts and their keys
 };
 
 // Scans to the end of the text. 0, or -1 on a syntax error, which was logged.

@@ -2,15 +2,11 @@
 
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string_view>
 
 #include "internal/alloc.h"
-#include "internal/slab.h"
 #include "stock/pf.h"
 
 namespace stock {
@@ -39,50 +35,13 @@ inline std::string_view value_as_text(const Pf &pf)
     }
 }
 
-// How far it is from a node in a slab to the slab's record stands in the four bytes
-// behind its type that no field uses; 0 for a node that is a block of its own.
-constexpr std::size_t kDistance = offsetof(Pf, type) + sizeof(Pf::type);
-static_assert(offsetof(Pf, value) == kDistance + sizeof(uint32_t));
-
-inline void set_distance(Pf *pf, uint32_t distance)
+// A PFSTRING with a copy of the text; the function is the one that runs out of memory.
+inline Pf *new_text(std::string_view text, const char *function)
 {
-    std::memcpy(reinterpret_cast<char *>(pf) + kDistance, &distance, sizeof distance);
-}
-
-// Frees the node alone.
-inline void free_block(Pf *pf)
-{
-    uint32_t distance = 0;
-    std::memcpy(&distance, reinterpret_cast<const char *>(pf) + kDistance, sizeof distance);
-    if (distance != 0)
-        release_block(pf, distance);
-    else
-        std::free(pf);
-}
-
-// A PFSTRING with its text behind it in the same block: trees are mostly texts, and
-// this halves what they cost. The distance is that of the block's slab, or 0.
-inline Pf *make_text(void *block, std::string_view text, uint32_t distance)
-{
-    char *copy = static_cast<char *>(block) + sizeof(Pf);
-    text.copy(copy, text.size());
-    copy[text.size()] = 0;
-    Pf *pf = new (block) Pf{PFSTRING, {copy}, nullptr, nullptr, nullptr};
-    set_distance(pf, distance);
-    return pf;
-}
-
-inline Pf *new_text(std::string_view text)
-{
-    return make_text(allocate(sizeof(Pf) + text.size() + 1, "pf", "pfnew"), text, 0);
-}
-
-// Frees the text of a node, unless it stands in the node's block.
-inline void free_text(Pf *pf)
-{
-    if (pf->value.s != reinterpret_cast<char *>(pf + 1))
-        std::free(pf->value.s);
-    pf->value.s = nullptr;
+    void *block = allocate(sizeof(Pf), "pf", "pfnew");
+    auto *copy = static_cast<char *>(allocate(text.size() + 1, "pf->value.s", function));
+    copy[text.copy(copy, text.size())] = 0;
+    return new (block) Pf{PFSTRING, {copy}, nullptr, nullptr, nullptr};
 }
 
 // Frees what the node owns as its value, and complains of a type that has none.
