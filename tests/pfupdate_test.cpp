@@ -1,6 +1,8 @@
 // Trees that are read again when their files change.
 
 #include <cstdio>
+#include <cstring>
+#include <ctime>
 #include <memory>
 #include <string>
 #include <thread>
@@ -25,6 +27,29 @@ void change(const std::string &path, const std::string &text)
     std::fclose(stream);
     const timespec times[2] = {{++next, 0}, {next, 0}};
     ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+}
+
+int Watched_frees = 0;
+
+// A tree that counts in Watched_frees when it is freed.
+Pf *watched_tree()
+{
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfcompile("a 2\nf &file(x)\n", &pf), 0);
+    Pf *function = nullptr;
+    pfvalue(pf, "f", &function);
+    Hook *hook = function->value.pffunct->hook;
+    free(hook->pvt);
+    hook->pvt = &Watched_frees;
+    hook->free_pvt = [](void *frees) { ++*static_cast<int *>(frees); };
+    return pf;
+}
+
+double cpu_seconds()
+{
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
 }
 
 }  // namespace
@@ -148,6 +173,106 @@ TEST(Pfupdate, ATreeThatTheCallerFreedIsReadAgain)
     EXPECT_EQ(pfupdate("prog", &pf), 1);
     EXPECT_EQ(value_at(pf, "a"), "1");
     pffree(pf);
+}
+
+TEST(Pfupdate, AFreedTreeThatTheVariableStillHasIsNotFreedAgain)
+{
+    const PfPath path;
+    path.site("one.pf", "a 1\n");
+    path.site("two.pf", "a 2\n");
+    Pf *pf = nullptr;
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(pfupdate("one", &pf), 1);
+        pffree(pf);
+        EXPECT_EQ(pfupdate("two", &pf), 1);
+        pffree(pf);
+    }
+}
+
+// The new tree used to be taken for the one that was freed where it lay in the same place.
+TEST(Pfupdate, ANewTreeInTheVariableIsFreedWhereverItLies)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    for (int round = 1; round <= 50; ++round) {
+        EXPECT_EQ(pfupdate("prog", &pf), 1);
+        pffree(pf);
+        pf = watched_tree();
+        EXPECT_EQ(pfupdate("prog", &pf), 1);
+        EXPECT_EQ(Watched_frees, round);
+        EXPECT_EQ(value_at(pf, "a"), "1");
+        pffree(pf);
+        pf = nullptr;
+    }
+}
+
+TEST(Pfupdate, ATreeThatIsFreedAsAPartOfAnotherIsNotFreedAgain)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    for (int round = 0; round < 3; ++round) {
+        EXPECT_EQ(pfupdate("prog", &pf), 1);
+        Pf *whole = pfnew(PFFILE);
+        pfput(whole, "part", pf, PFGRAFT);
+        pffree(whole);
+    }
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    pffree(pf);
+}
+
+TEST(Pfupdate, ATreeThatAnotherTookOverStaysThereThroughSeveralUpdates)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    const PfPtr whole(pfnew(PFFILE));
+    Pf *pf = nullptr;
+    for (const char *key : {"one", "two", "three"}) {
+        EXPECT_EQ(pfupdate("prog", &pf), 1);
+        pfput(whole.get(), key, pf, PFGRAFT);
+    }
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    EXPECT_EQ(pfupdate("prog", &pf), 0);
+    EXPECT_EQ(tree_text(whole.get()), R"({one: {a: "1"}, three: {a: "1"}, two: {a: "1"}})");
+    pffree(pf);
+}
+
+TEST(Pfupdate, TheMemberKnownIsSetAsLongAsTheTreeIsTheVariables)
+{
+    const PfPath path;
+    const std::string site = path.site("prog.pf", "a 1\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    EXPECT_NE(pf->known, 0);
+    const PfPtr copy(pfdup(pf));
+    EXPECT_EQ(copy->known, 0);
+    const PfPtr mine(pf);
+    pf = nullptr;
+    change(site, "a 2\n");
+    EXPECT_EQ(pfupdate("prog", &pf), 1);
+    EXPECT_EQ(mine->known, 0);
+    EXPECT_EQ(value_at(mine.get(), "a"), "1");
+    pffree(pf);
+}
+
+TEST(PfupdateThreads, FreeWhatAnotherThreadWasGiven)
+{
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    std::thread threads[3];
+    for (std::thread &thread : threads)
+        thread = std::thread([] {
+            Pf *pf = nullptr;
+            for (int round = 0; round < 20; ++round) {
+                EXPECT_EQ(pfupdate("prog", &pf), 1);
+                putPf_nofree("shared", pf);
+                std::thread([pf] { pffree(pf); }).join();
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(existsPf("shared"), nullptr);
 }
 
 TEST(Pfupdate, ATreeThatTheRegistryFreedIsNotFreedAgain)
@@ -332,6 +457,102 @@ TEST(Pflist, PutPfFreesTheEarlierTreeAndPutPfNofreeLeavesIt)
     EXPECT_EQ(freePf("made"), 0);
 }
 
+TEST(Pflist, ATreeOfSeveralNamesIsForgottenUnderAllOfThem)
+{
+    Pf *tree = pfnew(PFFILE);
+    EXPECT_EQ(tree->known, 0);
+    for (const char *name : {"north", "south", "both", "north"})
+        putPf_nofree(name, tree);
+    Pf *other = pfnew(PFFILE);
+    putPf_nofree("south", other);
+    EXPECT_EQ(existsPf("both"), tree);
+    pffree(tree);
+    EXPECT_EQ(existsPf("north"), nullptr);
+    EXPECT_EQ(existsPf("both"), nullptr);
+    EXPECT_EQ(existsPf("south"), other);
+    putPf_nofree("south", nullptr);
+    EXPECT_EQ(existsPf("south"), nullptr);
+    EXPECT_EQ(other->known, 0);
+    pffree(other);
+}
+
+TEST(Pflist, APartOfATreeThatIsRegisteredIsForgottenWithTheTree)
+{
+    Pf *whole = nullptr;
+    ASSERT_EQ(pfcompile("gauges &Arr{\nnorth 1\n}\nlimit 9\n", &whole), 0);
+    for (const char *key : {"gauges", "limit"}) {
+        Pf *part = nullptr;
+        pfvalue(whole, key, &part);
+        putPf_nofree(key, part);
+    }
+    pffree(whole);
+    EXPECT_EQ(existsPf("gauges"), nullptr);
+    EXPECT_EQ(existsPf("limit"), nullptr);
+}
+
+TEST(Pflist, ACopyOfARegisteredNodeIsNotRegistered)
+{
+    Pf *text = pfnew(PFSTRING);
+    text->value.s = strdup("9 mm");
+    putPf_nofree("limit", text);
+    auto *copy = static_cast<Pf *>(malloc(sizeof(Pf)));
+    std::memcpy(copy, text, sizeof(Pf));
+    copy->value.s = strdup("8 mm");
+    pffree(copy);
+    EXPECT_EQ(existsPf("limit"), text);
+    EXPECT_EQ(freePf("limit"), 0);
+}
+
+// With 20,000 registered trees freeing one took 0.7 ms, and all of them 19 s.
+TEST(Pflist, TheTimeToFreeATreeDoesNotDependOnHowManyAreRegistered)
+{
+    constexpr int kTrees = 20'000;
+    const double start = cpu_seconds();
+    for (int i = 0; i < kTrees; ++i)
+        putPf(std::to_string(i).c_str(), pfnew(PFFILE));
+    for (int i = 0; i < kTrees; ++i)
+        pffree(pfnew(PFFILE));
+    for (int i = 0; i < kTrees; i += 2)
+        putPf(std::to_string(i).c_str(), pfnew(PFFILE));
+    for (int i = 1; i < kTrees; i += 2)
+        pffree(existsPf(std::to_string(i).c_str()));
+    for (int i = 0; i < kTrees; ++i)
+        EXPECT_EQ(freePf(std::to_string(i).c_str()), i % 2 ? -1 : 0);
+    EXPECT_LT(cpu_seconds() - start, 5);
+}
+
+TEST(Pflist, ATreeOfManyNamesIsForgottenUnderEachWithoutASearch)
+{
+    constexpr int kNames = 20'000;
+    const double start = cpu_seconds();
+    Pf *tree = pfnew(PFFILE);
+    for (int i = 0; i < kNames; ++i)
+        putPf_nofree(std::to_string(i).c_str(), tree);
+    for (int i = 0; i < kNames; i += 2)
+        putPf_nofree(std::to_string(i).c_str(), nullptr);
+    EXPECT_EQ(existsPf("1"), tree);
+    pffree(tree);
+    EXPECT_EQ(existsPf("1"), nullptr);
+    EXPECT_LT(cpu_seconds() - start, 5);
+}
+
+TEST(PflistThreads, RegisterUnderOneNameAndFreeTheirOwn)
+{
+    std::thread threads[4];
+    for (std::thread &thread : threads)
+        thread = std::thread([] {
+            for (int round = 0; round < 500; ++round) {
+                Pf *mine = pfnew(PFFILE);
+                putPf_nofree("shared", mine);
+                putPf_nofree(round % 2 ? "odd" : "even", mine);
+                pffree(mine);
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(existsPf("shared"), nullptr);
+}
+
 TEST(Pflist, UpdatePfReadsARegisteredNameAgainAndAgain)
 {
     const PfPath path;
@@ -363,14 +584,22 @@ TEST(Pflist, UpdatePfLeavesATreeThatWasPutThereWhenNothingChanged)
     pffree(read);
 }
 
-TEST(Pflist, UpdatePfOfAFileThatWentWrongLeavesNoFreedTree)
+TEST(Pflist, UpdatePfOfAFileThatWentWrongLeavesTheRegisteredTreeWhole)
 {
     const PfPath path;
     const std::string site = path.site("prog.pf", "a 1\n");
     EXPECT_EQ(updatePf("prog"), 1);
-    change(site, "a 2\n}\n");
-    EXPECT_EQ(updatePf("prog"), -2);
-    EXPECT_EQ(value_at(existsPf("prog"), "a"), "2");
+    const Pf *registered = existsPf("prog");
+    for (const char *wrong : {"a 2\n}\n", "a 3\n}\n"}) {
+        change(site, wrong);
+        EXPECT_EQ(updatePf("prog"), -2);
+        EXPECT_EQ(updatePf("prog"), 0);  // it is told once
+        EXPECT_EQ(existsPf("prog"), registered);
+        EXPECT_EQ(value_at(existsPf("prog"), "a"), "1");
+    }
+    change(site, "a 4\n");
+    EXPECT_EQ(updatePf("prog"), 1);
+    EXPECT_EQ(value_at(existsPf("prog"), "a"), "4");
     EXPECT_EQ(freePf("prog"), 0);
     elog_clear();
 }
@@ -388,7 +617,7 @@ TEST(Pflist, ALogFunctionOfTheProgramFindsTheEarlierTreeDuringAnUpdate)
     change(site, "a 2\n}\n");
     EXPECT_EQ(updatePf("prog"), -2);
     elog_set(ELOG_CALLBACK_FN, 0, nullptr);
-    EXPECT_EQ(value_at(existsPf("prog"), "a"), "2");
+    EXPECT_EQ(value_at(existsPf("prog"), "a"), "1");
     EXPECT_EQ(freePf("prog"), 0);
     elog_clear();
 }
@@ -407,8 +636,8 @@ TEST(Pflist, ALogFunctionOfTheProgramMayFreeTheTreeDuringAnUpdate)
     change(local, "b 2\n}\n");
     EXPECT_EQ(updatePf("prog"), -2);
     elog_set(ELOG_CALLBACK_FN, 0, nullptr);
-    EXPECT_EQ(value_at(existsPf("prog"), "b"), "2");
-    EXPECT_EQ(freePf("prog"), 0);
+    EXPECT_EQ(existsPf("prog"), nullptr);
+    EXPECT_EQ(freePf("prog"), -1);
     elog_clear();
 }
 
@@ -450,13 +679,13 @@ TEST(Pflist, UpdatePfLeavesATreeThatWasPutThereWhenTheFilesAreGone)
     pffree(read);
 }
 
-TEST(Pflist, UpdatePfOfFilesThatLostAllKeysLeavesNoFreedTree)
+TEST(Pflist, UpdatePfOfFilesThatLostAllKeysLeavesTheRegisteredTreeWhole)
 {
     const PfPath path;
     const std::string site = path.site("prog.pf", "a 1\n");
     EXPECT_EQ(updatePf("prog"), 1);
     change(site, "# nothing left\n");
     EXPECT_EQ(updatePf("prog"), -1);
-    EXPECT_EQ(cntarr(existsPf("prog")->value.arr), 0);
+    EXPECT_EQ(value_at(existsPf("prog"), "a"), "1");
     EXPECT_EQ(freePf("prog"), 0);
 }

@@ -66,7 +66,8 @@ typedef struct Pffunction {
 } Pffunction;
 
 typedef struct Pf {
-    int32_t type; /* PFFILE, PFSTRING, ... */
+    int32_t type;  /* PFFILE, PFSTRING, ... */
+    int32_t known; /* not 0 while pfupdate or the registry knows the tree; never set it */
     union {
         char *s;
         Tbl *tbl; /* of Pf * */
@@ -90,7 +91,8 @@ typedef struct Pf {
 STOCK_API Pf *pfnew(int type);
 
 /*
- * Frees a node with everything under it; null is ignored.
+ * Frees a node with everything under it; null is ignored. pfupdate and the registry
+ * forget what they know of it: only for that a lock is taken.
  *
  * Of a node whose type has no value (PFUNDEF, PFANY, PFGRAFT, or no type at all)
  * it complains "pffree: didn't free type %d", leaves the value alone and frees
@@ -293,8 +295,9 @@ STOCK_API void putPf_nofree(const char *name, Pf *pf);
 
 /*
  * Reads a registered name again when its files have changed, as pfupdate does, and
- * registers the new tree; then the old one is freed. Nothing may be borrowed from
- * that in another thread; several threads may update one name.
+ * registers the new tree when it was read without an error (1); then the old one is
+ * freed. Otherwise the registered tree stays as it was. Nothing may be borrowed from
+ * the old one in another thread; several threads may update one name.
  *
  * Returns what pfupdate returns, and -1 when there is no tree.
  */

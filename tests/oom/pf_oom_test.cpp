@@ -1,6 +1,7 @@
 // What parameter files say when memory runs out.
 
 #include <csignal>
+#include <set>
 #include <string>
 
 #include <gmock/gmock.h>
@@ -112,17 +113,38 @@ TEST(PfOutOfMemory, AnUpdateNamesItsState)
 {
     const Prog prog;
     warm_up();
-    EXPECT_THAT(asked_for([] {
-                    static Pf *pf = nullptr;
-                    return pfupdate("prog", &pf) == 1;
-                }),
-                IsSupersetOf({"pfupdate: state", "getPf: name", "pfnew: pf"}));
+    static Pf *pf = nullptr;
+    char key[100];
+    const int length = snprintf(key, sizeof key, "prog-%p", static_cast<void *>(&pf));
+    const std::set<std::string> items{"pfupdate: 32 for state", "getPf: 5 for name",
+                                      "pfnew: 40 for pf",
+                                      "pfupdate: " + std::to_string(length + 1) + " for state"};
+    EXPECT_THAT(wanted_bytes([] { return pfupdate("prog", &pf) == 1; }), IsSupersetOf(items));
 }
 
 TEST(PfOutOfMemory, TheRegistryNamesWhatItCannotKeep)
 {
     const Prog prog;
     warm_up();
-    EXPECT_THAT(asked_for([] { return getPf("prog") == existsPf("prog"); }),
-                IsSupersetOf({"getPf: name", "putPf: name", "pfnew: pf"}));
+    EXPECT_THAT(wanted_bytes([] { return getPf("prog") && existsPf("prog"); }),
+                IsSupersetOf({"getPf: 5 for name", "putPf: 32 for name", "putPf: 5 for name",
+                              "pfnew: 40 for pf"}));
+}
+
+// What ends the process frees known trees: the lock must be free by then.
+TEST(PfOutOfMemory, TheRegistryIsNotLockedWhileItIsReported)
+{
+    EXPECT_THAT(wanted_bytes([] {
+                    static Pf *pf = pfnew(PFFILE);
+                    if (pf->known == 0)
+                        putPf("first", pf);
+                    int (*free_it)(int, const char *, Tbl *) = [](int, const char *, Tbl *) {
+                        freePf("first");
+                        return 0;
+                    };
+                    elog_set(ELOG_CALLBACK_FN, 0, free_it);
+                    putPf("second", pfnew(PFFILE));
+                    return existsPf("second") != nullptr;
+                }),
+                IsSupersetOf({"putPf: 6 for name", "putPf: 7 for name"}));
 }

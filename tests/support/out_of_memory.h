@@ -37,12 +37,13 @@ inline std::string message(const std::string &function, const std::string &file,
            " bytes for " + item + "\n\tCannot allocate memory\n";
 }
 
-// The "function: item" of every message that the body ends the process with,
+// The "function: bytes for item" of every message that the body ends the process with,
 // each allocation failing in turn. The body tells whether it did all its work;
 // where the system's own allocation fails it need not.
-inline std::set<std::string> asked_for(const std::function<bool()> &body)
+inline std::set<std::string> wanted_bytes(const std::function<bool()> &body)
 {
-    std::set<std::string> items;
+    const std::string in = "Out of memory in ", malloc = "Can't malloc ";
+    std::set<std::string> wanted;
     for (long successes = 0; successes < 1000; ++successes) {
         const Ended ended = in_child([&] {
             elog_init(0, nullptr);
@@ -52,16 +53,30 @@ inline std::set<std::string> asked_for(const std::function<bool()> &body)
             _exit(done ? 0 : 9);
         });
         if (ended.status == 0)
-            return items;
+            return wanted;
         EXPECT_EQ(ended.signal, 0);
-        const std::string function = "Out of memory in ", item = " bytes for ";
-        const size_t in = ended.err.find(function), for_item = ended.err.find(item);
-        if (ended.status == 9 || in == std::string::npos || for_item == std::string::npos)
+        const std::string &said = ended.err;
+        const size_t function = said.find(in), bytes = said.find(malloc);
+        if (ended.status == 9 || function == said.npos || bytes == said.npos)
             continue;
-        const size_t name = in + function.size(), what = for_item + item.size();
-        items.insert(ended.err.substr(name, ended.err.find(' ', name) - name) + ": " +
-                     ended.err.substr(what, ended.err.find('\n', what) - what));
+        const size_t name = function + in.size(), count = bytes + malloc.size();
+        const size_t item = said.find(" bytes for ", count) + std::string(" bytes").size();
+        wanted.insert(said.substr(name, said.find(' ', name) - name) + ": " +
+                      said.substr(count, said.find(' ', count) - count) +
+                      said.substr(item, said.find('\n', item) - item));
     }
     ADD_FAILURE() << "it never did all its work";
+    return wanted;
+}
+
+// The same as "function: item".
+inline std::set<std::string> asked_for(const std::function<bool()> &body)
+{
+    const std::string between = " for ";
+    std::set<std::string> items;
+    for (const std::string &wanted : wanted_bytes(body)) {
+        const size_t function = wanted.find(": ") + 2, item = wanted.find(between, function);
+        items.insert(wanted.substr(0, function) + wanted.substr(item + between.size()));
+    }
     return items;
 }

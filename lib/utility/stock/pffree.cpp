@@ -14,6 +14,7 @@
 #include "stock/strings.h"
 
 static_assert(offsetof(Pf, type) == 0 && sizeof(Pf::type) == 4);
+static_assert(offsetof(Pf, known) == 4 && sizeof(Pf::known) == 4 && sizeof(Pf) == 40);
 static_assert(offsetof(Pf, value) == 8 && offsetof(Pf, parent) == 16);
 static_assert(offsetof(Pf, filename) == 24 && offsetof(Pf, filled_out) == 32);
 static_assert(offsetof(Pffunction, result) == 8 && offsetof(Pffunction, hook) == 16);
@@ -26,13 +27,26 @@ thread_local Pf *Waiting = nullptr;
 
 void free_parts(Pf *pf);
 
-void free_one(Pf *pf)
+void free_contents(Pf *pf)
 {
-    if (pf->type == PFFILE)
-        stock::forget_tree(pf);
     free_parts(pf);
     if (pf->filled_out)  // seldom: spares the call
         std::free(pf->filled_out);
+}
+
+void free_known(Pf *pf)
+{
+    Pf contents = *pf;  // of a node that pfupdate keeps another thread may free the memory
+    if (!stock::forget_freed(pf))
+        std::free(pf);
+    free_contents(&contents);
+}
+
+void free_one(Pf *pf)
+{
+    if (stock::number_of(pf) != 0)
+        return free_known(pf);
+    free_contents(pf);
     std::free(pf);
 }
 

@@ -2,72 +2,114 @@
 
 #include "stock/pf.h"
 
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include "internal/alloc.h"
 #include "internal/pfupdate.h"
 
+// A name and its tree, one of the list of all names of the tree.
+struct stock::Entry {
+    Pf *tree;
+    const char *name;  // borrowed: the key in Pflist
+    Entry *previous;
+    Entry *next;
+};
+
 namespace {
 
-std::mutex Pflist_mutex;
-Arr *Pflist = nullptr;  // of Pf *, made on first use
+using stock::Entry;
+using stock::Known;
+using stock::Trees_mutex;
+
+// Both are made on first use and guarded by Trees_mutex.
+Arr *Pflist = nullptr;  // of Entry *
 Arr *Names = nullptr;   // of nothing: the names that trees were read by
+
+// The entry of the name; null when there is none. A new one takes what is spare.
+Entry *entry_of(const char *name, stock::Owned<Entry> &spare)
+{
+    if (!Pflist)
+        Pflist = rbinit(nullptr);
+    if (auto *entry = static_cast<Entry *>(getarr(Pflist, name)))
+        return entry;
+    setarr(Pflist, name, spare.get());
+    auto *entry = static_cast<Entry *>(getarr(Pflist, name));
+    if (entry)
+        spare.release()->name = static_cast<const char *>(rbfind(name, Pflist));
+    return entry;
+}
+
+// Takes the entry from the list of its tree. Gives the tree.
+Pf *detach(Entry *entry)
+{
+    Pf *tree = std::exchange(entry->tree, nullptr);
+    if (!tree)
+        return nullptr;
+    Known *known = stock::known_of(tree);
+    (entry->previous ? entry->previous->next : known->entries) = entry->next;
+    if (entry->next)
+        entry->next->previous = entry->previous;
+    stock::drop_unused(known);
+    return tree;
+}
+
+// False without memory.
+bool attach(Entry *entry, Pf *tree)
+{
+    Known *known = stock::make_known(tree);
+    if (!known)
+        return false;
+    entry->tree = tree;
+    entry->previous = nullptr;
+    entry->next = std::exchange(known->entries, entry);
+    if (entry->next)
+        entry->next->previous = entry;
+    return true;
+}
+
+// Takes the tree of the name out of the registry.
+Pf *taken_out(const char *name)
+{
+    const std::scoped_lock lock(Trees_mutex);
+    const stock::Owned<Entry> entry(Pflist ? static_cast<Entry *>(delarr(Pflist, name)) : nullptr);
+    return entry ? detach(entry.get()) : nullptr;
+}
 
 // Registers the tree and gives the one that had its name. Running out of memory must
 // find the lock free: what ends then may free trees.
 Pf *exchange(const char *name, Pf *pf)
 {
-    std::unique_lock lock(Pflist_mutex);
-    if (!Pflist)
-        Pflist = rbinit(nullptr);
-    auto *earlier = static_cast<Pf *>(setarr(Pflist, name, pf));
-    const bool registered = getarr(Pflist, name) == pf;
+    if (!name || !pf)
+        return taken_out(name);
+    stock::Owned<Entry> spare(
+        static_cast<Entry *>(stock::allocate_zeroed(sizeof(Entry), "name", "putPf")));
+    std::unique_lock lock(Trees_mutex);
+    Entry *entry = entry_of(name, spare);
+    Pf *earlier = entry ? detach(entry) : nullptr;
+    const bool registered = entry && attach(entry, pf);
     lock.unlock();
-    if (name && !registered)
+    if (!registered)
         stock::out_of_memory(std::strlen(name) + 1, "name", "putPf");
     return earlier;
 }
 
-Pf *taken_out(const char *name)
-{
-    const std::scoped_lock lock(Pflist_mutex);
-    return Pflist ? static_cast<Pf *>(delarr(Pflist, name)) : nullptr;
-}
-
-struct Search {
-    const void *tree;
-    const char *name;  // of the last one found
-};
-
-int look_at(void *key, void *tree, void *argument)
-{
-    auto *search = static_cast<Search *>(argument);
-    if (tree == search->tree)
-        search->name = static_cast<const char *>(key);
-    return 0;
-}
-
-// A name of the tree, or null.
-const char *name_of(const Pf *pf)
-{
-    Search search{pf, nullptr};
-    applyarr(Pflist, look_at, &search);
-    return search.name;
-}
-
 }  // namespace
 
-void stock::forget_registered(const Pf *pf)
+void stock::forget_entries(Known *known)
 {
-    const std::scoped_lock lock(Pflist_mutex);
-    while (const char *name = name_of(pf))
-        delarr(Pflist, name);
+    while (Entry *entry = known->entries) {
+        known->entries = entry->next;
+        delarr(Pflist, entry->name);
+        std::free(entry);
+    }
 }
 
 const char *stock::lasting_name(const char *name)
 {
-    std::unique_lock lock(Pflist_mutex);
+    std::unique_lock lock(Trees_mutex);
     if (!Names)
         Names = rbinit(nullptr);
     if (!rbfind(name, Names))
@@ -81,8 +123,9 @@ const char *stock::lasting_name(const char *name)
 
 Pf *existsPf(const char *name)
 {
-    const std::scoped_lock lock(Pflist_mutex);
-    return Pflist ? static_cast<Pf *>(getarr(Pflist, name)) : nullptr;
+    const std::scoped_lock lock(Trees_mutex);
+    const auto *entry = Pflist ? static_cast<const Entry *>(getarr(Pflist, name)) : nullptr;
+    return entry ? entry->tree : nullptr;
 }
 
 Pf *getPf(const char *name)
@@ -115,12 +158,15 @@ int updatePf(const char *name)
     Pf *pf = getPf(name);
     if (!pf)
         return -1;
-    const stock::Update update = stock::update_tree(name, &pf);
-    // What was read takes the place of the registered tree. Only that one is freed: the
-    // one replaced may have been freed or given away meanwhile. When nothing was read
-    // the registered one stays, whatever tree of the name was read before it.
-    if (update.read)
+    const stock::Update update = stock::update_tree(name, &pf, stock::Updater::registry);
+    if (!update.read)
+        return update.result;
+    // Only the registered tree is freed, not the one that was in the variable: that may
+    // have been freed or given away meanwhile.
+    if (update.result == 1)
         putPf(name, pf);
+    else
+        pffree(pf);
     return update.result;
 }
 

@@ -73,10 +73,12 @@ Pf *function_node(const char *text)
 // The tree itself, which is from now on a part of another.
 Pf *grafted(Pf *tree)
 {
-    if (tree && tree->type == PFFILE) {
-        stock::forget_tree(tree);
+    if (!tree)
+        return nullptr;
+    if (stock::number_of(tree) != 0)
+        stock::forget_grafted(tree);
+    if (tree->type == PFFILE)
         tree->type = PFARR;
-    }
     return tree;
 }
 

@@ -41,7 +41,7 @@ inline Pf *new_text(std::string_view text, const char *function)
     void *block = allocate(sizeof(Pf), "pf", "pfnew");
     auto *copy = static_cast<char *>(allocate(text.size() + 1, "pf->value.s", function));
     copy[text.copy(copy, text.size())] = 0;
-    return new (block) Pf{PFSTRING, {copy}, nullptr, nullptr, nullptr};
+    return new (block) Pf{PFSTRING, 0, {copy}, nullptr, nullptr, nullptr};
 }
 
 // Frees what the node owns as its value, and complains of a type that has none.
