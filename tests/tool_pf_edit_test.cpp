@@ -1,20 +1,26 @@
 // stock pf set and del, as a user runs them.
 
 #include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include "stock.h"
 #include "support/child.h"
+#include "support/nobody.h"
 #include "support/temp_dir.h"
 
 using testing::EndsWith;
@@ -128,9 +134,46 @@ TEST_F(ToolPfSet, ChangesTheLastOfAKeyThatIsGivenTwice)
 TEST_F(ToolPfSet, ReplacesListsTablesLiteralsAndFunctionsWhole)
 {
     EXPECT_EQ(set("k &Tbl{\n 1\n} # c\nl 2\n", "k", "v"), "k v # c\nl 2\n");
-    EXPECT_EQ(set("k &Arr{\n a 1\n} junk\nl 2\n", "k", "v"), "k v\nl 2\n");
+    EXPECT_EQ(set("k &Tbl{\n 1\n}  \nl 2\n", "k", "v"), "k v  \nl 2\n");
     EXPECT_EQ(set("k &Literal{\n{}\n}\nl 2\n", "k", "v"), "k v\nl 2\n");
     EXPECT_EQ(set("k &exec(date)  \nl 2\n", "k", "v"), "k v  \nl 2\n");
+}
+
+TEST_F(ToolPfSet, KeepsTextBehindTheEndOfAValueAsAComment)
+{
+    EXPECT_EQ(set("k &Arr{\n a 1\n} the north\nl 2\n", "k", "v"), "k v # the north\nl 2\n");
+    EXPECT_EQ(set("k &Literal{\nmm\n}north\nl 2\n", "k", "v"), "k v # north\nl 2\n");
+    EXPECT_EQ(set("k &Literal{\nmm\n} north", "k", "v"), "k v # north");
+    EXPECT_EQ(set("k &Tbl{\n} x # y\n", "k", ""), "k  # x # y\n");
+    EXPECT_THAT(refused("k &Tbl{\n} north\n", {"set", "k", "&exec(date)"}),
+                HasSubstr("without changing more than that"));
+}
+
+TEST_F(ToolPfSet, AFunctionIsTakenWithoutTheBlanksAroundIt)
+{
+    for (const char *value : {"&exec(date)", "&exec(date) ", " &exec(date)\t", "&exec(date)\n"}) {
+        SCOPED_TRACE(value);
+        EXPECT_EQ(set("k 1\n", "k", value), "k &exec(date)\n");
+        EXPECT_EQ(set("k &exec(date)\n", "k", value), "k &exec(date)\n");
+        EXPECT_EQ(set("k &exec(pwd)  \nl 2\n", "k", value), "k &exec(date)  \nl 2\n");
+    }
+}
+
+TEST_F(ToolPfSet, AKeyThatTheFileEndsInIsCompleted)
+{
+    EXPECT_EQ(set("k 1\nnorth", "north", "2"), "k 1\nnorth\t2\n");
+    EXPECT_EQ(set("k 1\nnorth ", "north", "2"), "k 1\nnorth 2\n");
+    EXPECT_EQ(set("north", "north", "&exec(date)"), "north\t&exec(date)\n");
+    EXPECT_EQ(set("'north east'", "north east", "2"), "'north east'\t2\n");
+    EXPECT_EQ(set("north", "north{limit}", "2"), "north\t&Arr{\n    limit\t2\n}\n");
+}
+
+TEST_F(ToolPfSet, AKeyThatTheFileEndsInStaysBehindWhatIsAdded)
+{
+    EXPECT_EQ(set("k 1\nnorth", "south", "2"), "k 1\nsouth\t2\nnorth");
+    EXPECT_EQ(set("k 1\n  north ", "south", "2"), "k 1\nsouth\t2\n  north ");
+    EXPECT_EQ(set("k 1\nnorth", "k", "2"), "k 2\nnorth");
+    EXPECT_EQ(set("north 1\nnorth", "north", "2"), "north 2\nnorth");
 }
 
 TEST_F(ToolPfSet, WritesFunctions)
@@ -277,6 +320,152 @@ TEST_F(ToolPfSet, WhatIsAlreadySoIsNotWritten)
     EXPECT_EQ(pf({"set", path, "k", "1"}).status, 0);
     ASSERT_EQ(stat(path.c_str(), &after), 0);
     EXPECT_EQ(before.st_ino, after.st_ino);
+}
+
+// ---- Several at once ----
+
+TEST_F(ToolPfSet, EditsAtTheSameTimeAreAllKept)
+{
+    const std::string path = dir_.file("x.pf", "gone 1\n");
+    std::filesystem::create_symlink("x.pf", dir_ / "link.pf");
+    const std::string edits =
+        "cd \"$1\"; for i in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20; do"
+        " \"$0\" pf set x.pf k$i $i || echo x $i &"
+        " \"$0\" pf set link.pf l$i $i || echo link $i &"
+        "done; \"$0\" pf del x.pf gone || echo del; wait";
+    for (const bool linked : {false, true}) {
+        SCOPED_TRACE(linked);
+        if (linked)
+            std::filesystem::create_hard_link(path, dir_ / "other.pf");
+        dir_.file("x.pf", "gone 1\n");
+        const Ended ended = run_program({"/bin/sh", "-c", edits, tool_path(), dir_.path()});
+        EXPECT_EQ(ended.out, "");
+        EXPECT_EQ(ended.err, "");
+        const std::string text = read_file(path);
+        EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 40) << text;
+        for (int i = 1; i <= 20; ++i)
+            for (const char *key : {"k", "l"})
+                EXPECT_THAT(text,
+                            HasSubstr(key + std::to_string(i) + "\t" + std::to_string(i) + "\n"));
+        const auto files = std::filesystem::directory_iterator(dir_.path());
+        EXPECT_EQ(std::distance(begin(files), end(files)), linked ? 3 : 2);
+    }
+}
+
+TEST_F(ToolPfSet, WhatWaitedForAnotherEditChangesTheFileThatThatOneLeft)
+{
+    const std::string path = dir_.file("x.pf", "k 1\n");
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(fd, LOCK_EX), 0);
+    std::thread other([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        dir_.file("new.pf", "k 1\nother 1\n");
+        std::filesystem::rename(dir_ / "new.pf", path);
+        close(fd);
+    });
+    const Ended ended = pf({"set", path, "k", "2"});
+    other.join();
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(read_file(path), "k 2\nother 1\n");
+}
+
+TEST_F(ToolPfSet, DoesNotWaitForEver)
+{
+    const std::string path = dir_.file("x.pf", "k 1\n");
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_EQ(flock(fd, LOCK_EX), 0);
+    const Ended ended = pf({"set", path, "k", "2"});
+    close(fd);
+    EXPECT_EQ(ended.err,
+              "stock: '" + path + "' is being edited by another process, for 10 seconds now\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(read_file(path), "k 1\n");
+}
+
+TEST_F(ToolPfSet, ASignalLeavesNothingBeside)
+{
+    const std::string text = "k 1\n#" + std::string(100'000, '-') + "\n";
+    const std::string path = dir_.file("x.pf", text);
+    // The signal comes while the new file is written.
+    const Ended ended =
+        run_program({"/bin/sh", "-c", "ulimit -c 0; ulimit -f 8; exec \"$0\" pf set \"$1\" k 2",
+                     tool_path(), path});
+    EXPECT_EQ(ended.signal, SIGXFSZ);
+    EXPECT_EQ(read_file(path), text);
+    const auto files = std::filesystem::directory_iterator(dir_.path());
+    EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+}
+
+// ---- What may not be kept ----
+
+namespace {
+
+constexpr uid_t kNobody = 65534;
+constexpr gid_t kOther = 1;
+
+struct stat status_of(const std::string &path)
+{
+    struct stat status {};
+    EXPECT_EQ(stat(path.c_str(), &status), 0);
+    return status;
+}
+
+// Sets k to 2 as a user who is in no other group.
+Ended set_as_nobody(const std::string &path)
+{
+    return as_nobody(
+        [&] { execl(tool_path().c_str(), "stock", "pf", "set", path.c_str(), "k", "2", nullptr); });
+}
+
+}  // namespace
+
+TEST_F(ToolPfSet, SaysWhenTheGroupCannotBeKeptAndGivesItsRightsToNoOther)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs the superuser";
+    const std::string path = dir_.file("x.pf", "k 1\n");
+    ASSERT_EQ(chmod(dir_.path().c_str(), 0777), 0);
+    ASSERT_EQ(chown(path.c_str(), kNobody, kOther), 0);
+    ASSERT_EQ(chmod(path.c_str(), 0664), 0);
+    const Ended ended = set_as_nobody(path);
+    EXPECT_EQ(ended.err,
+              "stock: can't keep the group of '" + path + "'\n\tOperation not permitted\n");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(read_file(path), "k 2\n");
+    EXPECT_EQ(status_of(path).st_uid, kNobody);
+    EXPECT_EQ(status_of(path).st_mode & 07777, 0644U);
+}
+
+TEST_F(ToolPfSet, AFileOfAnotherOwnerIsWrittenInPlace)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "needs the superuser";
+    const std::string path = dir_.file("x.pf", "k 1\n");
+    ASSERT_EQ(chmod(dir_.path().c_str(), 0777), 0);
+    ASSERT_EQ(chown(path.c_str(), 1, kOther), 0);
+    ASSERT_EQ(chmod(path.c_str(), 0666), 0);
+    const ino_t inode = status_of(path).st_ino;
+    EXPECT_EQ(set_as_nobody(path).err, "");
+    EXPECT_EQ(read_file(path), "k 2\n");
+    EXPECT_EQ(status_of(path).st_ino, inode);
+    ASSERT_EQ(chmod(path.c_str(), 0644), 0);
+    EXPECT_EQ(pf({"set", path, "k", "1"}).status, 0);
+    EXPECT_THAT(set_as_nobody(path).err,
+                EndsWith("can't write '" + path + "'\n\tPermission denied\n"));
+    EXPECT_EQ(read_file(path), "k 1\n");
+}
+
+TEST_F(ToolPfSet, AFileInADirectoryThatMayNotBeWrittenIsWrittenInPlace)
+{
+    const std::string path = dir_.file("d/x.pf", "k 1\n");
+    ASSERT_EQ(chmod(dir_.path().c_str(), 0777), 0);
+    ASSERT_EQ(chmod(path.c_str(), 0666), 0);
+    ASSERT_EQ(chmod((dir_ / "d").c_str(), 0555), 0);
+    const Ended ended = set_as_nobody(path);
+    EXPECT_EQ(chmod((dir_ / "d").c_str(), 0755), 0);
+    EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(read_file(path), "k 2\n");
 }
 
 // ---- del ----

@@ -2,15 +2,21 @@
 //
 // An edit is tried on the text in memory and believed only when the library reads
 // from the new text what it should: the old tree with this one value changed. Only
-// then the file is replaced.
+// then the file is replaced, while no other edit may read it.
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <memory>
+#include <thread>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #ifdef __linux__
 #include <sys/xattr.h>
@@ -33,9 +39,10 @@ constexpr const char *kSetHelp =
     "\n"
     "The new file is written beside the old one and renamed, so that nobody reads half\n"
     "of it; mode, owner and extended attributes are kept, and a symbolic link goes on\n"
-    "leading to it. A file that has other names too, by hard links, is written in\n"
-    "place instead, so that it stays one file. The exit status is 1 when the value\n"
-    "cannot be set, and the file is as it was.\n";
+    "leading to it. A file that has other names too, by hard links, that another user\n"
+    "owns, or whose directory cannot be written is written in place instead. Edits of\n"
+    "one file take turns, and wait 10 seconds for each other at most. The exit status\n"
+    "is 1 when the value cannot be set, and the file is as it was.\n";
 
 constexpr const char *kDelHelp =
     "usage: stock pf del FILE ADDRESS\n"
@@ -158,12 +165,18 @@ const char *key_of(const Step &step)
     return step.index < 0 ? step.key.c_str() : pfindex(step.index);
 }
 
-// A value that reads as a function is one.
-bool is_function(const std::string &value)
+// A value that reads as a function is one: its text, without the blanks around it. Else
+// nothing.
+std::string function_in(const std::string &value)
 {
+    constexpr const char *kAround = " \t\n";
     const PfPtr tree = tree_of("k " + value + "\n");
-    return keys_of(tree.get()).size() == 1 && child_of(tree.get(), "k") &&
-           child_of(tree.get(), "k")->type == PFFUNCTION;
+    const bool function = keys_of(tree.get()).size() == 1 && child_of(tree.get(), "k") &&
+                          child_of(tree.get(), "k")->type == PFFUNCTION;
+    if (!function)
+        return {};
+    const size_t begin = value.find_first_not_of(kAround);
+    return value.substr(begin, value.find_last_not_of(kAround) + 1 - begin);
 }
 
 // ---- The edit ----
@@ -228,7 +241,11 @@ std::string added(const Source &source, const Entry &container, const std::vecto
 {
     const std::string &text = source.text;
     const bool top = &container == &source.top;
-    const size_t end = line_begin(text, top ? source.text_end : container.value_end - 1);
+    if (top && source.unfinished && source.unfinished->key == steps[at].key)
+        return text + (strchr(" \t", text.back()) ? "" : "\t") +
+               lines_of(steps, at, "", written).substr(written_key(steps[at]).size());
+    const size_t top_end = source.unfinished ? source.unfinished->begin : source.text_end;
+    const size_t end = line_begin(text, top ? top_end : container.value_end - 1);
     std::string indent = top ? "" : blanks_before(text, container.begin) + "    ";
     if (!container.children.empty())
         indent = blanks_before(text, container.children.back().begin);
@@ -255,14 +272,18 @@ std::vector<std::string> candidates(const Source &source, const std::vector<Step
                       !strchr(" \t\n", text[entry->value_begin - 1]);
     const std::string value = (bare && !written.empty() ? "\t" : "") + written;
     std::vector<std::string> texts = {replaced(text, entry->value_begin, entry->value_end, value)};
-    // What stands behind a closing brace was dropped, and now would not be. A comment
-    // stays.
+    // What stands behind the end of a list, table or literal was passed over, and now
+    // would be part of the value: it becomes a comment. A comment stays as it is.
     const size_t line_end = std::min(text.find('\n', entry->value_end), text.size());
-    const size_t rest = text.find_first_not_of(" \t", entry->value_end);
-    if (rest >= line_end || text[rest] != '#') {
+    const size_t rest = std::min(text.find_first_not_of(" \t", entry->value_end), line_end);
+    if (rest == line_end) {
         texts.push_back(replaced(text, entry->value_begin, line_end, value));
         if (line_end == text.size())  // a function needs the newline
             texts.push_back(texts.back() + "\n");
+    } else if (text[rest] != '#') {
+        const std::string between = rest == entry->value_end ? " # " : "# ";
+        texts.push_back(replaced(replaced(text, rest, rest, between), entry->value_begin,
+                                 entry->value_end, value));
     }
     return texts;
 }
@@ -308,94 +329,359 @@ bool write_text(int fd, std::string_view text)
     return true;
 }
 
-constexpr size_t kMaxName = NAME_MAX - 7;  // leaves room for the ending
+// The file that is written beside another, for the signal handler.
+char Beside[PATH_MAX + sizeof ".XXXXXX"];
 
-// Replaces the file by one with this text, or complains.
-bool write_beside(const char *target, const struct stat &status, const std::string &text)
+void remove_beside(int signal)
 {
-    const std::string_view path = target;
-    const size_t name = std::min(path.size() - path.rfind('/') - 1, kMaxName);
-    std::string beside = std::string(path.substr(0, path.rfind('/') + 1 + name)) + ".XXXXXX";
-    const int fd = mkstemp(beside.data());
-    if (fd < 0) {
-        elog_complain(1, "can't write beside '%s'", target);
-        return false;
-    }
-    const bool written = write_text(fd, text) && fchown(fd, status.st_uid, status.st_gid) == 0 &&
-                         fchmod(fd, status.st_mode & 07777) == 0;
-    if (written)
-        keep_attributes(target, fd);
-    const bool safe = written && fsync(fd) == 0;
-    const bool closed = close(fd) == 0;
-    if (safe && closed && rename(beside.c_str(), target) == 0)
-        return true;
-    elog_complain(1, "can't write '%s'", target);
-    unlink(beside.c_str());
-    return false;
+    unlink(Beside);
+    raise(signal);  // whose default action follows when this returns
 }
 
-// Writes over a file that has other names, which would stay with the old text. What
-// makes it longer comes first: when there is no room for that, the old text stays.
-bool write_in_place(const char *target, const struct stat &status, std::string_view text)
+// Makes a file with a name of its own in the directory of the target, and removes it at
+// the end of the scope, or when a signal ends the process, unless it was renamed.
+class NewFile {
+public:
+    explicit NewFile(const std::string &target)
+    {
+        constexpr size_t kMaxName = NAME_MAX - 7;  // leaves room for the ending
+        const size_t name = target.rfind('/') + 1;
+        const std::string path = target.substr(0, name + kMaxName) + ".XXXXXX";
+        sigset_t old;
+        sigprocmask(SIG_BLOCK, &signals(), &old);
+        memcpy(Beside, path.c_str(), path.size() + 1);
+        fd_ = mkstemp(Beside);
+        const int reason = errno;
+        for (size_t i = 0; fd_ >= 0 && i < std::size(kSignals); ++i) {
+            struct sigaction action {};
+            action.sa_handler = remove_beside;
+            action.sa_flags = static_cast<int>(SA_RESETHAND);
+            sigaction(kSignals[i], nullptr, &before_[i]);
+            if (before_[i].sa_handler != SIG_IGN)
+                sigaction(kSignals[i], &action, nullptr);
+        }
+        sigprocmask(SIG_SETMASK, &old, nullptr);
+        errno = reason;
+    }
+    ~NewFile()
+    {
+        if (fd_ < 0)
+            return;
+        close(fd_);
+        if (!renamed_)
+            unlink(Beside);
+        for (size_t i = 0; i < std::size(kSignals); ++i)
+            sigaction(kSignals[i], &before_[i], nullptr);
+    }
+    NewFile(const NewFile &) = delete;
+    NewFile &operator=(const NewFile &) = delete;
+
+    int fd() const { return fd_; }
+    // A signal must not come between the rename and the note of it: the name is another's then.
+    bool rename_to(const std::string &target)
+    {
+        sigset_t old;
+        sigprocmask(SIG_BLOCK, &signals(), &old);
+        renamed_ = rename(Beside, target.c_str()) == 0;
+        if (renamed_)
+            Beside[0] = '\0';
+        const int reason = errno;
+        sigprocmask(SIG_SETMASK, &old, nullptr);
+        errno = reason;
+        return renamed_;
+    }
+
+private:
+    static constexpr int kSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGXCPU, SIGXFSZ};
+
+    static const sigset_t &signals()
+    {
+        static const sigset_t set = [] {
+            sigset_t all;
+            sigemptyset(&all);
+            for (const int signal : kSignals)
+                sigaddset(&all, signal);
+            return all;
+        }();
+        return set;
+    }
+
+    int fd_ = -1;
+    bool renamed_ = false;
+    struct sigaction before_[std::size(kSignals)]{};
+};
+
+// A parameter file that is locked against other edits. The lock is on the file itself, not
+// on its name, which the end of an edit gives to another file.
+struct Target {
+    Target() = default;
+    ~Target()
+    {
+        if (fd >= 0)
+            close(fd);
+    }
+    Target(const Target &) = delete;
+    Target &operator=(const Target &) = delete;
+
+    int fd = -1;
+    std::string path;  // without symbolic links
+    struct stat status {};
+};
+
+enum class Written { done, in_place, changed, failed };
+
+// Whether the file is still the one that was read, with this text.
+bool is_still(const Target &target, std::string_view text)
 {
-    const auto old_size = static_cast<size_t>(status.st_size);
-    const int fd = open(target, O_WRONLY | O_CLOEXEC);
-    const std::string_view tail = text.substr(std::min(old_size, text.size()));
-    bool written = fd >= 0 && lseek(fd, status.st_size, SEEK_SET) >= 0;
+    struct stat now {};
+    if (stat(target.path.c_str(), &now) != 0 || now.st_ino != target.status.st_ino ||
+        now.st_dev != target.status.st_dev)
+        return false;
+    std::string again(text.size() + 1, '\0');
+    size_t size = 0;
+    for (ssize_t got = 1; got > 0 && size < again.size(); size += static_cast<size_t>(got))
+        if ((got = pread(target.fd, &again[size], again.size() - size, static_cast<off_t>(size))) <
+            0)
+            return false;
+    return std::string_view(again).substr(0, size) == text;
+}
+
+Written complain(const char *what, const std::string &target)
+{
+    elog_complain(1, "can't %s '%s'", what, target.c_str());
+    return Written::failed;
+}
+
+// Who may read and write the new file, as far as the system lets it be kept.
+bool keep_owner_and_mode(const Target &target, int fd)
+{
+    const struct stat &status = target.status;
+    if (fchown(fd, status.st_uid, status.st_gid) == 0)
+        return keep_attributes(target.path.c_str(), fd), fchmod(fd, status.st_mode & 07777) == 0;
+    // What the old group may do is not for the members of another, and neither is who
+    // runs the file.
+    elog_complain(1, "can't keep the group of '%s'", target.path.c_str());
+    const mode_t everyone = status.st_mode & 07;
+    keep_attributes(target.path.c_str(), fd);
+    return fchmod(fd, (status.st_mode & 0707) | (status.st_mode & everyone << 3)) == 0;
+}
+
+bool sync_directory(const std::string &target)
+{
+    const std::string directory = target.substr(0, target.rfind('/') + 1);
+    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // One that may not be read, or that a file system does not sync, is left to the system.
+    const bool synced = fd < 0 || fsync(fd) == 0 || errno == EINVAL || errno == ENOTSUP;
+    const int reason = errno;
+    if (fd >= 0)
+        close(fd);
+    errno = reason;
+    return synced;
+}
+
+// Replaces the file by one with this text. What another wrote meanwhile stays.
+Written write_beside(const Target &target, const std::string &old, const std::string &text)
+{
+    NewFile file(target.path);
+    if (file.fd() < 0 && (errno == EACCES || errno == EPERM || errno == EROFS))
+        return Written::in_place;
+    if (file.fd() < 0)
+        return complain("write beside", target.path);
+    if (fchown(file.fd(), target.status.st_uid, static_cast<gid_t>(-1)) != 0)
+        return Written::in_place;  // the new one would be another user's
+    if (!write_text(file.fd(), text) || !keep_owner_and_mode(target, file.fd()) ||
+        fsync(file.fd()) != 0)
+        return complain("write", target.path);
+    if (!is_still(target, old))
+        return Written::changed;
+    if (!file.rename_to(target.path) || !sync_directory(target.path))
+        return complain("write", target.path);
+    return Written::done;
+}
+
+// Writes over a file. What makes it longer comes first: when there is no room for that,
+// the old text stays.
+Written write_in_place(const Target &target, const std::string &old, std::string_view text)
+{
+    if (!is_still(target, old))
+        return Written::changed;
+    const int fd = open(target.path.c_str(), O_WRONLY | O_CLOEXEC);
+    const auto old_size = static_cast<off_t>(old.size());
+    const std::string_view tail = text.substr(std::min(old.size(), text.size()));
+    bool written = fd >= 0 && lseek(fd, old_size, SEEK_SET) >= 0;
     if (written && !write_text(fd, tail)) {
+        const int reason = errno;
+        [[maybe_unused]] const int undone = ftruncate(fd, old_size);
+        errno = reason;
         written = false;
-        [[maybe_unused]] const int undone = ftruncate(fd, status.st_size);
     }
     written = written && lseek(fd, 0, SEEK_SET) == 0 &&
               write_text(fd, text.substr(0, text.size() - tail.size())) &&
               ftruncate(fd, static_cast<off_t>(text.size())) == 0 && fsync(fd) == 0;
+    const int reason = errno;
     const bool closed = fd < 0 || close(fd) == 0;
     if (written && closed)
-        return true;
-    elog_complain(1, "can't write '%s'", target);
+        return Written::done;
+    errno = written ? errno : reason;
+    return complain("write", target.path);
+}
+
+Written write_file(const Target &target, const std::string &old, const std::string &text)
+{
+    const Written written =
+        target.status.st_nlink > 1 ? Written::in_place : write_beside(target, old, text);
+    return written == Written::in_place ? write_in_place(target, old, text) : written;
+}
+
+// ---- Taking turns ----
+
+using Clock = std::chrono::steady_clock;
+constexpr auto kPatience = std::chrono::seconds(10);
+
+// Locks an open file; false, after a complaint, when another has it until the deadline.
+// Where the file system has no locks, only what is_still sees is kept.
+bool lock(int fd, const char *file, Clock::time_point deadline)
+{
+    for (;;) {
+        if (flock(fd, LOCK_EX | LOCK_NB) == 0 || (errno != EWOULDBLOCK && errno != EINTR))
+            return true;
+        if (Clock::now() >= deadline)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+    elog_complain(0, "'%s' is being edited by another process, for %ld seconds now\n", file,
+                  static_cast<long>(kPatience.count()));
     return false;
 }
 
-bool write_file(const char *file, const std::string &text)
-{
-    const std::unique_ptr<char, decltype(&free)> target(realpath(file, nullptr), free);
-    struct stat status {};
-    if (!target || stat(target.get(), &status) != 0) {
-        elog_complain(1, "can't find '%s'", file);
-        return false;
-    }
-    return status.st_nlink > 1 ? write_in_place(target.get(), status, text)
-                               : write_beside(target.get(), status, text);
-}
-
-// Replaces the file by the first text from which the library reads the tree.
-int write_first_good(const Source &source, const std::vector<std::string> &texts,
-                     const std::function<bool(Pf *)> &is_good, const char *address)
-{
-    for (const std::string &text : texts) {
-        if (scan_source(text, OnError::stop).failed || !is_good(tree_of(text).get()))
-            continue;
-        if (text == source.text)
-            return kDone;
-        return write_file(source.file.c_str(), text) ? kDone : kFailed;
-    }
-    elog_complain(0, "can't change '%s' in '%s' without changing more than that\n", address,
-                  source.file.c_str());
-    return kFailed;
-}
-
-// Reads a file that is to be edited; nothing, after a complaint, when it cannot be.
-std::optional<Source> read_for_edit(const char *file)
+// Opens and locks a file that is to be edited; nothing, after a complaint, when it cannot be.
+std::unique_ptr<Target> open_for_edit(const char *file, Clock::time_point deadline)
 {
     if (is_present(file) && !is_file(file)) {
         elog_complain(0, "'%s' is no regular file\n", file);
         return {};
     }
-    std::optional<Source> source = read_source(file, OnError::stop);
-    const bool good = source && !source->failed && source->text.find('\0') == std::string::npos;
-    if (source && !good)
-        elog_complain(0, "'%s' has errors, try 'stock pf check'\n", file);
-    return good ? std::move(source) : std::nullopt;
+    for (;;) {
+        auto target = std::make_unique<Target>();
+        target->fd = reopen(file, O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+        if (target->fd < 0) {
+            elog_complain(1, "can't open parameter file '%s'", file);
+            return {};
+        }
+        if (!lock(target->fd, file, deadline))
+            return {};
+        // The one that waited for the lock may have been replaced meanwhile.
+        struct stat now {};
+        const std::unique_ptr<char, decltype(&free)> path(realpath(file, nullptr), free);
+        if (path && stat(path.get(), &now) == 0 && fstat(target->fd, &target->status) == 0 &&
+            now.st_ino == target->status.st_ino && now.st_dev == target->status.st_dev) {
+            target->path = path.get();
+            return target;
+        }
+    }
+}
+
+// What an edit makes of a file: the new text, or nothing after a complaint.
+using Edit = std::function<std::optional<std::string>(const Source &source)>;
+
+// Edits a file, and again when another program has written it meanwhile.
+int edit_file(const char *file, const Edit &edit)
+{
+    const Clock::time_point deadline = Clock::now() + kPatience;
+    for (;;) {
+        const auto target = open_for_edit(file, deadline);
+        if (!target)
+            return kFailed;
+        const std::optional<Source> source = read_descriptor(target->fd, file, OnError::stop);
+        if (!source)
+            return kFailed;
+        if (source->failed || source->text.find('\0') != std::string::npos) {
+            elog_complain(0, "'%s' has errors, try 'stock pf check'\n", file);
+            return kFailed;
+        }
+        const std::optional<std::string> text = edit(*source);
+        if (!text)
+            return kFailed;
+        const Written written =
+            *text == source->text ? Written::done : write_file(*target, source->text, *text);
+        if (written == Written::done)
+            return kDone;
+        if (written == Written::failed)
+            return kFailed;
+        if (Clock::now() >= deadline) {
+            elog_complain(0, "'%s' is written by another program all the time\n", file);
+            return kFailed;
+        }
+    }
+}
+
+// The first text from which the library reads the tree that is wanted; nothing, after a
+// complaint, when there is none.
+std::optional<std::string> first_good(const Source &source, const std::vector<std::string> &texts,
+                                      const std::function<bool(Pf *)> &is_good, const char *address)
+{
+    for (const std::string &text : texts)
+        if (!scan_source(text, OnError::stop).failed && is_good(tree_of(text).get()))
+            return text;
+    elog_complain(0, "can't change '%s' in '%s' without changing more than that\n", address,
+                  source.file.c_str());
+    return {};
+}
+
+std::optional<std::string> set_value(const Source &source, const std::vector<Step> &steps,
+                                     const char *address, const char *value)
+{
+    const std::string function = function_in(value);
+    const PfPtr wanted = tree_of(source.text);
+    Pf *holder = holder_of(wanted.get(), steps);
+    if (!holder) {
+        elog_complain(0, "the address '%s' does not fit '%s'\n", address, source.file.c_str());
+        return {};
+    }
+    const char *key = key_of(steps.back());
+    std::string text = function.empty() ? value : function;
+    pfput(holder, key, text.data(), function.empty() ? PFSTRING : PFFUNCTION);
+
+    std::vector<std::string> texts;
+    const std::unique_ptr<char, decltype(&free)> plain(str2pf(value), free);
+    const std::unique_ptr<char, decltype(&free)> literal(pfoutput_literal(value, 2), free);
+    for (const char *written : {function.empty() ? plain.get() : text.data(), literal.get()})
+        for (std::string &candidate : candidates(source, steps, written))
+            texts.push_back(std::move(candidate));
+    return first_good(
+        source, texts,
+        [&](Pf *tree) {
+            // Of a function, the blanks and the newline behind it are part of the text.
+            Pf *set = nullptr;
+            Pf *now = holder_of(tree, steps);
+            if (!function.empty() && now && pfvalue(now, key, &set) && set->type == PFFUNCTION &&
+                std::string_view(set->value.pffunct->text).starts_with(function))
+                pfput(holder, key, set->value.pffunct->text, PFFUNCTION);
+            return same(wanted.get(), tree);
+        },
+        address);
+}
+
+std::optional<std::string> without_value(const Source &source, const std::vector<Step> &steps,
+                                         const char *address)
+{
+    const std::vector<Step> outer(steps.begin(), steps.end() - 1);
+    const Entry *container = take_steps(&source.top, outer, 0);
+    const Entry *entry = container ? take_step(*container, steps.back()) : nullptr;
+    if (!entry) {
+        elog_complain(0, "no entry '%s' in parameter file %s", address, source.file.c_str());
+        return {};
+    }
+    const PfPtr wanted = tree_of(source.text);
+    pffree(pfdel(holder_of(wanted.get(), steps), key_of(steps.back())));
+
+    std::string text = source.text;
+    for (auto child = container->children.rbegin(); child != container->children.rend(); ++child)
+        if (&*child == entry || (steps.back().index < 0 && child->key == steps.back().key &&
+                                 child->kind != Entry::Kind::undef))
+            text = replaced(text, line_begin(text, child->begin), child->end, "");
+    return first_good(
+        source, {text}, [&](Pf *tree) { return same(wanted.get(), tree); }, address);
 }
 
 }  // namespace
@@ -409,39 +695,8 @@ int pf_set(int argc, char **argv)
     const auto steps = parse_address(argv[2]);
     if (!steps)
         return wrong_usage("stock pf set", "'%s' is no address", argv[2]);
-    const std::optional<Source> source = read_for_edit(argv[1]);
-    if (!source)
-        return kFailed;
-
-    const std::string value = argv[3];
-    const bool function = is_function(value);
-    const PfPtr wanted = tree_of(source->text);
-    Pf *holder = holder_of(wanted.get(), *steps);
-    if (!holder) {
-        elog_complain(0, "the address '%s' does not fit '%s'\n", argv[2], argv[1]);
-        return kFailed;
-    }
-    const char *key = key_of(steps->back());
-    pfput(holder, key, argv[3], function ? PFFUNCTION : PFSTRING);
-
-    std::vector<std::string> texts;
-    const std::unique_ptr<char, decltype(&free)> plain(str2pf(argv[3]), free);
-    const std::unique_ptr<char, decltype(&free)> literal(pfoutput_literal(argv[3], 2), free);
-    for (const char *written : {function ? argv[3] : plain.get(), literal.get()})
-        for (std::string &text : candidates(*source, *steps, written))
-            texts.push_back(std::move(text));
-    return write_first_good(
-        *source, texts,
-        [&](Pf *tree) {
-            // Of a function, the blanks and the newline behind it are part of the text.
-            Pf *set = nullptr;
-            Pf *now = holder_of(tree, *steps);
-            if (function && now && pfvalue(now, key, &set) && set->type == PFFUNCTION &&
-                std::string_view(set->value.pffunct->text).substr(0, value.size()) == value)
-                pfput(holder, key, set->value.pffunct->text, PFFUNCTION);
-            return same(wanted.get(), tree);
-        },
-        argv[2]);
+    return edit_file(
+        argv[1], [&](const Source &source) { return set_value(source, *steps, argv[2], argv[3]); });
 }
 
 int pf_del(int argc, char **argv)
@@ -453,25 +708,6 @@ int pf_del(int argc, char **argv)
     const auto steps = parse_address(argv[2]);
     if (!steps)
         return wrong_usage("stock pf del", "'%s' is no address", argv[2]);
-    const std::optional<Source> source = read_for_edit(argv[1]);
-    if (!source)
-        return kFailed;
-
-    std::vector<Step> outer(steps->begin(), steps->end() - 1);
-    const Entry *container = take_steps(&source->top, outer, 0);
-    const Entry *entry = container ? take_step(*container, steps->back()) : nullptr;
-    if (!entry) {
-        elog_complain(0, "no entry '%s' in parameter file %s", argv[2], argv[1]);
-        return kFailed;
-    }
-    const PfPtr wanted = tree_of(source->text);
-    pffree(pfdel(holder_of(wanted.get(), *steps), key_of(steps->back())));
-
-    std::string text = source->text;
-    for (auto child = container->children.rbegin(); child != container->children.rend(); ++child)
-        if (&*child == entry || (steps->back().index < 0 && child->key == steps->back().key &&
-                                 child->kind != Entry::Kind::undef))
-            text = replaced(text, line_begin(text, child->begin), child->end, "");
-    return write_first_good(
-        *source, {text}, [&](Pf *tree) { return same(wanted.get(), tree); }, argv[2]);
+    return edit_file(argv[1],
+                     [&](const Source &source) { return without_value(source, *steps, argv[2]); });
 }

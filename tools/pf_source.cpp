@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <numeric>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -56,6 +57,8 @@ public:
         }
         if (place_ == text_.size() && text_.size() < source_.text.size())
             problem(place_, "zero byte, behind which nothing is read");
+        if (in_value_ && open_.empty() && !source_.failed)
+            unfinished_key();
         for (Entry *entry : open_) {
             problem(entry->value_begin, "is not closed", *entry);
             source_.failed = true;
@@ -159,6 +162,14 @@ private:
                text_.find('\n', place_) != std::string_view::npos;
     }
 
+    // Where the text ends behind a key, an end mark without its newline among them.
+    void unfinished_key()
+    {
+        source_.unfinished = entry(Entry::Kind::text, key_end_, key_end_);
+        source_.unfinished->end = text_.size();
+        problem(key_begin_, "key '" + key_ + "' is cut: the last line has no newline");
+    }
+
     void quoted_key(size_t quote)
     {
         key_ = text_.substr(place_ + 1, std::min(quote - place_ - 1, kMaxKey));
@@ -254,15 +265,16 @@ private:
         return true;
     }
 
-    // Behind the newline of the function that begins here; 0 when none does.
-    size_t function_end() const
+    // Behind the newline of the function that begins here; 0 when none does. The text
+    // may have no newline at its end, where `without` is that.
+    size_t function_end(size_t without = std::string_view::npos) const
     {
         size_t p = place_ + 1;
         if (!is_letter(at(p)))
             return 0;
         while (is_letter(at(p)) || is_digit(at(p)) || at(p) == '_')
             ++p;
-        const size_t newline = text_.find('\n', p);
+        const size_t newline = std::min(text_.find('\n', p), without);
         if (at(p) != '(' || newline == std::string_view::npos)
             return 0;
         const size_t last = text_.find_last_not_of(kBlanks, newline - 1);
@@ -283,6 +295,8 @@ private:
     {
         Entry plain = entry(Entry::Kind::text, place_, place_);
         std::string &out = plain.text;
+        // Behind the last line, a newline would make it a function.
+        bool cut = at(place_) == '&' && function_end(text_.size());
         while (place_ < text_.size() && at(place_) != '\n' && at(place_) != '#') {
             const char c = at(place_++);
             if (c != '\\') {
@@ -292,6 +306,8 @@ private:
                 out += '\n';
             } else if (const int byte = escaped("\n"); byte >= 0) {
                 out += static_cast<char>(byte);
+            } else {
+                cut = true;
             }
             if (!is_blank(c))
                 plain.value_end = place_;
@@ -299,6 +315,10 @@ private:
         trim(out);
         skip_line();
         check_value(plain);
+        if (cut)
+            problem(plain.value_begin, "the value is cut: the last line has no newline");
+        if (plain.text.ends_with('\r') && text_[plain.value_end - 1] == '\r')
+            problem(plain.value_begin, "the value ends in a carriage return");
         store(std::move(plain));
         return true;
     }
@@ -443,8 +463,6 @@ Source scan_source(std::string text, OnError on_error)
     return source;
 }
 
-namespace {
-
 std::optional<Source> read_descriptor(int fd, const std::string &file, OnError on_error)
 {
     std::string text;
@@ -460,8 +478,6 @@ std::optional<Source> read_descriptor(int fd, const std::string &file, OnError o
     source.file = file;
     return source;
 }
-
-}  // namespace
 
 std::optional<Source> read_source(const std::string &file, OnError on_error)
 {
@@ -482,10 +498,17 @@ std::optional<Source> read_standard_input(OnError on_error)
 
 const Entry *last_of(const Entry &table, std::string_view key)
 {
-    for (auto entry = table.children.rbegin(); entry != table.children.rend(); ++entry)
-        if (entry->key == key)
-            return &*entry;
-    return nullptr;
+    const std::vector<Entry> &children = table.children;
+    std::vector<size_t> &by_key = table.by_key;
+    const auto key_at = [&](size_t i) { return std::string_view(children[i].key); };
+    if (by_key.size() != children.size()) {
+        by_key.resize(children.size());
+        std::iota(by_key.begin(), by_key.end(), size_t{0});
+        std::ranges::stable_sort(by_key, {}, key_at);
+    }
+    const auto behind = std::ranges::upper_bound(by_key, key, {}, key_at);
+    const bool there = behind != by_key.begin() && key_at(behind[-1]) == key;
+    return there ? &children[behind[-1]] : nullptr;
 }
 
 const Entry *find_key(const Entry &table, std::string_view key)

@@ -18,9 +18,10 @@ struct Entry {
     bool is_container() const { return kind == Kind::list || kind == Kind::table; }
 
     Kind kind = Kind::table;
-    std::string key;              // empty in a list
-    std::string text;             // of a text: the value; of a function: as it is written
-    std::vector<Entry> children;  // of a list or table
+    std::string key;                     // empty in a list
+    std::string text;                    // of a text: the value; of a function: as it is written
+    std::vector<Entry> children;         // of a list or table
+    mutable std::vector<size_t> by_key;  // the children in the order of their keys: see last_of
 
     // Bytes of the text.
     size_t begin = 0;        // the key; in a list the value
@@ -41,15 +42,20 @@ struct Source {
     std::string text;              // all of the file
     std::vector<size_t> newlines;  // where they stand in it
     Entry top;
-    size_t text_end = 0;            // where the end mark stands, or the end of the text
-    std::vector<Problem> problems;  // in the order of the text
-    bool failed = false;            // the library refuses it
+    size_t text_end = 0;              // where the end mark stands, or the end of the text
+    std::optional<Entry> unfinished;  // a key that the text ends in: nothing reads it
+    std::vector<Problem> problems;    // in the order of the text
+    bool failed = false;              // the library refuses it
 };
 
 // Behind a syntax error the library stops reading; who looks for errors goes on.
 enum class OnError { stop, go_on };
 
 Source scan_source(std::string text, OnError on_error);
+
+// Reads from a descriptor to its end what the file holds; nothing, after a complaint,
+// when it cannot be read.
+std::optional<Source> read_descriptor(int fd, const std::string &file, OnError on_error);
 
 // Reads a file; nothing, after a complaint, when it cannot be read.
 std::optional<Source> read_source(const std::string &file, OnError on_error);
