@@ -115,6 +115,58 @@ TEST_F(ToolPfCheck, TakesNoLongerForEachOfManyProblems)
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
 }
 
+TEST_F(ToolPfCheck, TakesNoLongerForEachOfManyReferences)
+{
+    std::string in_table = "t &Arr{\n";
+    std::string at_top = "x 1\nall";
+    for (int i = 0; i < 100000; ++i) {
+        const std::string line = "key" + std::to_string(i) + " v &{x}\n";
+        at_top += "\n" + line.substr(0, line.size() - 1);
+        in_table += line;
+    }
+    std::string hub = "hub";
+    std::string spokes;
+    for (int i = 0; i < 5000; ++i) {
+        hub += " &k" + std::to_string(i);
+        spokes += "k" + std::to_string(i) + " &hub\n";
+    }
+    std::string others;
+    dir_.file("other.pf", at_top + "\n");
+    for (int i = 0; i < 1000; ++i)
+        others += "o" + std::to_string(i) + " &ref(other, x)\n";
+    for (const std::string &text :
+         {at_top + "\n", "x 1\n" + in_table + "}\n", hub + "\n" + spokes, others}) {
+        const std::string path = dir_.file("x.pf", text);
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_THAT(
+            run_program({tool_path(), "pf", "check", path}, "", {"PFPATH=" + dir_.path()}).err, "");
+        EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(10));
+    }
+}
+
+TEST_F(ToolPfCheck, FindsWhatIsCutBecauseTheLastLineHasNoNewline)
+{
+    EXPECT_EQ(found("a 1\nnorth"), "2: key 'north' is cut: the last line has no newline\n");
+    EXPECT_EQ(found("a 1\n'north' "), "2: key 'north' is cut: the last line has no newline\n");
+    for (const char *value : {"&exec(date)", "&exec(date) ", "&exec(grep '#' f)", "mm\\", "\\\\\\"})
+        EXPECT_EQ(found("a 1\nb " + std::string(value)),
+                  "2: the value is cut: the last line has no newline\n")
+            << value;
+    for (const char *rest :
+         {"", "b 1", "b mm\\\\", "b &exec(date) x", "b &Tbl{\n}", "b &Literal{\nx\n}", "b &Undef{}",
+          "# north", "  ", "__END__", "b &exec(date)\n", "b mm \\\n"})
+        EXPECT_EQ(found("a 1\n" + std::string(rest)), "") << rest;
+}
+
+TEST_F(ToolPfCheck, FindsValuesThatEndInACarriageReturn)
+{
+    EXPECT_EQ(found("a 1\r\nb &Tbl{\r\n 2\r\n}\r\nc &exec(date)\r\nd\r\n"),
+              "1: the value ends in a carriage return\n3: the value ends in a carriage return\n"
+              "5: the value ends in a carriage return\n"
+              "6: key 'd\\015' ends in a carriage return\n");
+    EXPECT_EQ(found("a 1\\r\nb 1\r2\n"), "") << "which are meant";
+}
+
 TEST_F(ToolPfCheck, AKeyMayBeGivenAgainOnceItIsUndefined)
 {
     EXPECT_EQ(found("a 1\na &Undef{}\na 2\n"), "");

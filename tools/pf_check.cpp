@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstring>
 #include <map>
+#include <utility>
 
 #include <unistd.h>
 
@@ -22,6 +23,8 @@ constexpr const char *kHelp =
     "  - a zero byte, which ends the text\n"
     "  - lists, tables and literals that the end of the file leaves open\n"
     "  - values that swallow the beginning of a list, table or literal\n"
+    "  - keys and values that are cut because the last line has no newline\n"
+    "  - values that end in a carriage return\n"
     "  - keys that a file gives twice\n"
     "  - references &name, &ref(file, address), &file(path) and &datafile(name) that\n"
     "    lead to nothing, and references in references more than 10 deep, such as one\n"
@@ -116,21 +119,33 @@ private:
     }
 
     // Whether a program gets "massive recursion" of it, as when it leads back to itself.
-    bool is_too_deep(const Place &place) const
+    bool is_too_deep(const Place &place) { return leads_on(place, kMaxReferences + 1); }
+
+    // Whether so many references lead on from the place, one from the value of the other.
+    bool leads_on(const Place &place, int count)
     {
-        std::map<const Entry *, Place> level = {{place.entry, place}};
-        for (int depth = 0; depth <= kMaxReferences && !level.empty(); ++depth) {
-            std::map<const Entry *, Place> next;
-            for (const auto &[entry, from] : level)
-                for (const Reference &reference : references_in(entry->text))
-                    if (Place to = find_reference(sources_, from, reference.name); to.entry)
-                        next.emplace(to.entry, to);
-            level = std::move(next);
-        }
-        return !level.empty();
+        if (count == 0)
+            return true;
+        const auto [known, added] = leads_on_.try_emplace({place.entry, count}, false);
+        if (!added)
+            return known->second;
+        for (const Reference &reference : references_in(place.entry->text))
+            if (const Place to = find_reference(sources_, place, reference.name);
+                to.entry && leads_on(to, count - 1))
+                return leads_on_[{place.entry, count}] = true;
+        return false;
     }
 
-    bool leads_somewhere(const std::string &function) const
+    // The files of a name, read once.
+    const Sources &files_named(const std::string &name)
+    {
+        const auto [files, added] = named_.try_emplace(name);
+        if (added)
+            files->second = read_sources(name.c_str());
+        return files->second;
+    }
+
+    bool leads_somewhere(const std::string &function)
     {
         if (const std::string path = argument_of(function, "&file("); !path.empty())
             return is_there(path);
@@ -142,7 +157,7 @@ private:
         if (argument.empty())
             return true;
         const auto [file, address] = split_argument(argument);
-        const Sources other = read_sources(file.c_str());
+        const Sources &other = files_named(file);
         const auto steps = parse_address(address);
         return !other.empty() && (address.empty() || (steps && find_place(other, *steps).entry));
     }
@@ -161,6 +176,8 @@ private:
     const Sources &sources_;
     const Source &source_;
     std::vector<Problem> found_;
+    std::map<std::pair<const Entry *, int>, bool> leads_on_;  // what is known already
+    std::map<std::string, Sources> named_;
 };
 
 std::optional<Source> read(const std::string &file)

@@ -167,7 +167,8 @@ private:
     {
         source_.unfinished = entry(Entry::Kind::text, key_end_, key_end_);
         source_.unfinished->end = text_.size();
-        problem(key_begin_, "key '" + key_ + "' is cut: the last line has no newline");
+        if (key_ != "__END__" && key_ != "__DATA__" && key_ != "__EOF__")
+            problem(key_begin_, "key '" + key_ + "' is cut: the last line has no newline");
     }
 
     void quoted_key(size_t quote)
@@ -252,6 +253,8 @@ private:
     {
         const size_t begin = here().kind == Entry::Kind::list ? place_ : key_end_;
         Entry empty = entry(Entry::Kind::text, begin, begin);
+        if (empty.key.ends_with('\r') && text_[key_end_ - 1] == '\r')
+            problem(begin, "key '" + key_ + "' ends in a carriage return");
         skip_line();
         store(std::move(empty));
         return true;
