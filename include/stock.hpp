@@ -19,9 +19,9 @@
  *     for (std::string_view host : settings.get<stock::params_list<>>("hosts"))
  *         stock::report::notify("%.*s every %d s", host, interval);
  *
- * Nothing here does anything of its own: each function is the one of stock.h that
- * its description names, at the same cost, and what that promises holds for it:
- * messages, threads, what running out of memory does. Nothing is thrown.
+ * Each function is the one of stock.h that its description names, and what that
+ * promises holds for it: messages, threads, what running out of memory does. It costs
+ * what that one costs, unless its description says more. Nothing is thrown.
  *
  * An owner is moved, never copied; copy() makes a copy where one is wanted. What
  * was moved from, or released, is empty, and may be used as any other that is empty.

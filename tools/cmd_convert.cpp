@@ -23,7 +23,7 @@ constexpr const char *kHelp =
     "Converts numbers with the library's function of that name, such as ms2hd or uhl2ab.\n"
     "A member Xt2hy reads packed numbers from standard input and prints one decimal\n"
     "number a line. A member hy2Xt reads one decimal number a line and writes them\n"
-    "packed. Empty lines are passed over.\n"
+    "packed, up to the first line that is none. Empty lines are passed over.\n"
     "\n"
     "  X     order of the bytes: m most significant first, a or v least first\n"
     "  t, y  b, s, i, l: integers of 8, 16, 32, 64 bits; f, d: single and double precision\n"

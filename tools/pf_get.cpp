@@ -85,7 +85,8 @@ constexpr const char *kGetHelp =
     "                  arr        printed as a key, a tab and its text a line\n"
     "\n"
     "A NAME that begins with - stands behind --. The exit status is 1 when there is no\n"
-    "such value or it is not of the type.\n";
+    "such value or it is not of the type. A function that fails may have the text of its\n"
+    "error as its value, which is printed as any other.\n";
 
 int no_entry(Pf *pf, const char *address)
 {
