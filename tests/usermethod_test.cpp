@@ -260,6 +260,66 @@ TEST_F(Usermethod, ALibraryThatCannotBeClosedIsComplainedOfAndForgotten)
                              "\n\tDevice or resource busy\n");
 }
 
+// A library with unique symbols is one of these, too.
+TEST_F(Usermethod, ALibraryThatTheSystemKeepsIsReplacedAllTheSame)
+{
+    const Ended ended = in_child([this] {
+        install(USER_LIBRARY_KEPT_ONE);
+        printf("%d", call("version"));
+        for (const char *next :
+             {USER_LIBRARY_KEPT_TWO, USER_LIBRARY_KEPT_ONE, USER_LIBRARY_TWO, USER_LIBRARY_ONE}) {
+            install(next);
+            clock_seconds += 10;
+            printf(" %d", call("version"));
+            clock_seconds += 1;
+            printf("%d", call("version"));
+        }
+    });
+    EXPECT_EQ(ended.out, "1 12 21 12 21");
+    EXPECT_EQ(ended.err, "");
+}
+
+TEST_F(Usermethod, NoCopyOfALibraryIsLeftBehind)
+{
+    const TempDir temporary;
+    EXPECT_EQ(in_child([&] {
+                  setenv("TMPDIR", temporary.path().c_str(), 1);
+                  install(USER_LIBRARY_KEPT_ONE);
+                  call("version");
+                  install(USER_LIBRARY_KEPT_TWO);
+                  clock_seconds += 11;
+                  printf("%d", call("version"));
+              }).out,
+              "2");
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path()), {}), 1);
+    EXPECT_TRUE(fs::is_empty(temporary.path()));
+}
+
+TEST_F(Usermethod, WhenACopyCannotBeLoadedItSaysSoOnceAndTheEarlierLibraryStays)
+{
+    const Ended ended = in_child([this] {
+        install(USER_LIBRARY_KEPT_ONE);
+        call("version");
+        fs::remove(file_);
+        dir_.file("methods.so", "not a library");
+        for (int i = 0; i < 3; ++i) {
+            clock_seconds += 11;
+            printf("%d", call("version"));
+        }
+        install(USER_LIBRARY_TWO);
+        clock_seconds += 11;
+        printf("%d", call("version"));
+    });
+    EXPECT_EQ(ended.out, "1112");
+    const std::string message =
+        "Couldn't load the new dynamic library " + file_ + ", the earlier one is used: ";
+    const size_t at = ended.err.find(message);
+    EXPECT_NE(at, std::string::npos) << ended.err;
+    EXPECT_EQ(at, ended.err.rfind(message));
+    EXPECT_TRUE(fs::exists(file_));
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir_.path()), {}), 1);
+}
+
 TEST_F(UsermethodThreads, FindFunctionsWhileTheLibraryIsReplaced)
 {
     install(USER_LIBRARY_ONE);

@@ -26,13 +26,19 @@ enum { USERMETHOD_INTERVAL = 10 };
  * library, or when the library has no such function. The address is good until a
  * later call finds the library replaced, so ask again rather than keep it. A
  * library that cannot be closed then is complained of, and forgotten.
+ *
+ * Some libraries stay in memory when they are closed, such as those of C++ with unique
+ * symbols. The new one is then loaded from a copy, made for that moment in its own
+ * directory or that of temporary files. When that fails it says so once, and the
+ * earlier library is used until the file is replaced again.
  */
 STOCK_API void *usermethod(const char *name);
 
 /*
  * Takes the user library's name from the environment. usermethod does so itself
- * the first time; a later call is for a program that changed USER_LIBRARY, and
- * tells on a library that is loaded when its file is next looked at.
+ * the first time; a later call is for a program that changed USER_LIBRARY. When a
+ * library is loaded already, it stays in use until its file is due to be looked at;
+ * then the file of the new name is looked at instead, and loaded if it is another.
  */
 STOCK_API void usermethod_init(void);
 

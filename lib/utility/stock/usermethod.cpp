@@ -1,16 +1,28 @@
 // Functions from the user library, which may be replaced while the program runs.
+//
+// The system may keep a library in memory that was closed, one with unique symbols as
+// C++ makes them. It then gives the old one again when its name is loaded. So the new one
+// is loaded from a copy, which has another name and is removed at once.
 
 #include "stock/usermethod.h"
 
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "deviants.h"
 #include "internal/alloc.h"
+#include "internal/errno_text.h"
+#include "internal/guards.h"
 #include "internal/mtime.h"
+#include "internal/uninterrupted.h"
 #include "library.h"
 #include "stock/arr.h"
 #include "stock/elog.h"
@@ -20,6 +32,9 @@
 namespace {
 
 char missing;  // its address marks a function that the library lacks
+char stays;    // its address marks a library that the system keeps
+
+using Reason = char[256];
 
 // The user library. All members are guarded by the mutex.
 struct Library {
@@ -30,11 +45,12 @@ struct Library {
     struct stat status;  // of the file, when it was loaded
     int64_t checked;     // when the file was last looked at, whole seconds
     Arr *functions;      // by name: an address in the library, or that of missing
+    Arr *kept;           // by path: the address of stays
 
     void take_name();
     bool was_replaced();
     bool forget();
-    void load();
+    void load(Reason &reason);
     void *find(const char *function);
 };
 
@@ -78,19 +94,96 @@ bool Library::was_replaced()
             current.st_ino != status.st_ino);
 }
 
-// Gives the library back to the system, which may refuse it.
+// Gives the library back to the system, which may refuse it, or keep it.
 bool Library::forget()
 {
     const bool closed = dlclose(handle) == 0;
+    const stock::KeepErrno keep;
     handle = nullptr;
+    char path[stock::kLibraryPathSize];
+    void *still = stock::library_path(name, path) ? dlopen(path, RTLD_LAZY | RTLD_NOLOAD) : nullptr;
+    if (!still)
+        return closed;
+    dlclose(still);
+    if (!kept)
+        kept = newarr(nullptr);
+    setarr(kept, path, &stays);
     return closed;
 }
 
-void Library::load()
+// Copies all bytes of the file. False with errno set.
+bool copy_file(int from, int to)
+{
+    char block[65536];
+    for (off_t at = 0;;) {
+        const ssize_t got =
+            stock::uninterrupted([&] { return pread(from, block, sizeof block, at); });
+        if (got <= 0)
+            return got == 0;
+        for (ssize_t done = 0; done < got;) {
+            const auto left = static_cast<size_t>(got - done);
+            const ssize_t put = stock::uninterrupted([&] { return write(to, block + done, left); });
+            if (put < 0)
+                return false;
+            done += put;
+        }
+        at += got;
+    }
+}
+
+void give_reason(Reason &reason, bool of_loader)
+{
+    Reason buffer;
+    const char *text = of_loader ? dlerror() : stock::errno_text(errno, buffer, sizeof buffer);
+    snprintf(reason, sizeof reason, "%s", text ? text : "");
+}
+
+// Loads a copy of the open library from this directory. Null with the reason.
+void *load_copy_in(const char *directory, size_t length, int from, Reason &reason)
+{
+    char copy[stock::kLibraryPathSize + 32];
+    snprintf(copy, sizeof copy, "%.*s/.usermethod.XXXXXX", static_cast<int>(length), directory);
+    const stock::Fd to(mkostemp(copy, O_CLOEXEC));
+    const bool copied = to.get() >= 0 && copy_file(from, to.get());
+    void *handle = copied ? dlopen(copy, RTLD_LAZY) : nullptr;
+    if (!handle)
+        give_reason(reason, copied);
+    if (to.get() >= 0)
+        unlink(copy);
+    return handle;
+}
+
+// Loads a copy of the library: from its own directory, where it finds what it needs, or
+// from that of temporary files.
+void *load_copy(const char *path, Reason &reason)
+{
+    const stock::Fd from(stock::uninterrupted([=] { return open(path, O_RDONLY | O_CLOEXEC); }));
+    if (from.get() < 0) {
+        give_reason(reason, false);
+        return nullptr;
+    }
+    const auto length = static_cast<size_t>(strrchr(path, '/') - path);
+    if (void *handle = load_copy_in(path, length, from.get(), reason))
+        return handle;
+    const char *named = getenv("TMPDIR");
+    const char *temporary =
+        named && *named == '/' && strlen(named) < stock::kLibraryPathSize ? named : "/tmp";
+    return load_copy_in(temporary, strlen(temporary), from.get(), reason);
+}
+
+// With a reason filled in the new library cannot be loaded, and the earlier one is.
+void Library::load(Reason &reason)
 {
     struct stat found;
-    if (*name != '/' || restat(name, &found) == 0)
-        handle = std_dlopen(name);
+    char path[stock::kLibraryPathSize];
+    if (*name != '/' || restat(name, &found) == 0) {
+        if (kept && stock::library_path(name, path) && getarr(kept, path))
+            handle = load_copy(path, reason);
+        if (handle)
+            *reason = '\0';
+        else
+            handle = std_dlopen(name);
+    }
     if (handle) {
         if (file_status(name, &status) < 0)
             status = {};
@@ -122,12 +215,17 @@ void *usermethod(const char *name)
         library.take_name();
     const bool closed = !library.handle || !library.was_replaced() || library.forget();
     const stock::Owned<char> stuck(closed ? nullptr : stock::copy_text(library.name, "name"));
+    Reason reason = "";
     if (!library.handle)
-        library.load();
+        library.load(reason);
     void *function = library.handle ? library.find(name) : nullptr;
+    const stock::Owned<char> earlier(*reason ? stock::copy_text(library.name, "name") : nullptr);
     lock.unlock();
     if (stuck)
         elog_complain(1, "Couldn't close dynamic library %s", stuck.get());
+    if (earlier)
+        elog_complain(0, "Couldn't load the new dynamic library %s, the earlier one is used: %s",
+                      earlier.get(), reason);
     return function;
 }
 
