@@ -30,6 +30,7 @@
 namespace {
 
 std::string node_name;  // empty: the system's own
+size_t least_buffer;    // that a password entry needs
 bool uname_fails, nobody_is_known, sigaction_fails, getitimer_fails;
 
 template <class Function>
@@ -77,9 +78,20 @@ extern "C" int getpwuid_r(uid_t uid, struct passwd *entry, char *buffer, size_t 
                           struct passwd **found)
 {
     *found = nullptr;
+    if (size < least_buffer)
+        return ERANGE;
     return nobody_is_known ? 0
                            : real<int(uid_t, struct passwd *, char *, size_t, struct passwd **)>(
                                  "getpwuid_r")(uid, entry, buffer, size, found);
+}
+
+extern "C" int getpwnam_r(const char *name, struct passwd *entry, char *buffer, size_t size,
+                          struct passwd **found)
+{
+    *found = nullptr;
+    using Real = int(const char *, struct passwd *, char *, size_t, struct passwd **);
+    return size < least_buffer ? ERANGE
+                               : real<Real>("getpwnam_r")(name, entry, buffer, size, found);
 }
 
 extern "C" int sigaction(int sig, const struct sigaction *action, struct sigaction *old) noexcept
@@ -120,6 +132,28 @@ TEST(MyUsername, IsTheLoginNameOfTheRealUser)
     char buffer[1024];
     EXPECT_EQ(my_username(buffer), 0);
     EXPECT_STREQ(buffer, getpwuid(getuid())->pw_name);
+}
+
+TEST(MyUsername, AnEntryMayBeOfAnyLength)
+{
+    const Ended ended = in_child([] {
+        least_buffer = 1'000'000;
+        char buffer[1024];
+        printf("%d", my_username(buffer));
+        printf(" %s", buffer);
+    });
+    EXPECT_EQ(ended.out, std::string("0 ") + getpwuid(getuid())->pw_name);
+}
+
+TEST(Homedir, OfAnEntryOfAnyLengthIsFound)
+{
+    const std::string name = getpwuid(getuid())->pw_name, home = getpwuid(getuid())->pw_dir;
+    least_buffer = 1'000'000;
+    char *found = homedir(name.c_str());
+    least_buffer = 0;
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(found, home);
+    free(found);
 }
 
 TEST(MyUsername, IsFoundOnce)
@@ -302,6 +336,22 @@ TEST(StdDlopen, GivesNullWithoutAMessageWhenThereIsNoSuchLibrary)
     const char *why = dlerror();
     ASSERT_NE(why, nullptr);
     EXPECT_NE(std::string(why).find("/nosuchroot/lib/libqel.so"), std::string::npos) << why;
+}
+
+TEST(StdDlopen, APathMayBeOf1023Bytes)
+{
+    const TempDir root;
+    const std::string library = root / "libmine.so";
+    std::filesystem::copy(USER_LIBRARY_ONE, library);
+    for (const size_t length : {1023, 1024}) {
+        std::string path = root.path();
+        path += std::string(length - path.size() - strlen("/libmine.so"), '/') + "/libmine.so";
+        ASSERT_EQ(path.size(), length);
+        void *handle = std_dlopen(path.c_str());
+        EXPECT_EQ(handle != nullptr, length == 1023);
+        if (handle)
+            dlclose(handle);
+    }
 }
 
 TEST(StdDlopen, RefusesNullAndPathsTooLong)

@@ -16,13 +16,13 @@
 #include <string_view>
 
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "deviants.h"
 #include "internal/alloc.h"
 #include "internal/guards.h"
+#include "internal/passwd.h"
 #include "internal/uninterrupted.h"
 #include "stock/elog.h"
 #include "stock/restat.h"
@@ -554,12 +554,12 @@ char *homedir(const char *user)
             return nullptr;
         user = name;
     }
-    char text[1024];
-    struct passwd entry;
-    struct passwd *found = nullptr;
-    if (getpwnam_r(user, &entry, text, sizeof text, &found) != 0 || !found)
-        return nullptr;
-    return stock::copy_text(found->pw_dir, "home");
+    char *home = nullptr;
+    stock::with_passwd([user](auto... rest) { return getpwnam_r(user, rest...); },
+                       [&](const struct passwd &entry) {
+                           home = stock::copy_text(entry.pw_dir, "home", "homedir");
+                       });
+    return home;
 }
 
 int makedir(const char *dir)

@@ -5,23 +5,24 @@
 #include <cstring>
 #include <mutex>
 
-#include <pwd.h>
 #include <unistd.h>
+
+#include "internal/passwd.h"
 
 namespace {
 
-constexpr size_t kEntrySize = 1024;  // of a password entry's text, and so of a name
+constexpr size_t kNameSize = 1024;  // as the caller's buffer holds it
 
 std::mutex name_mutex;
-char kept_name[kEntrySize];  // empty until it was found
+char kept_name[kNameSize];  // empty until it was found
 
 void look_up()
 {
-    char text[kEntrySize];
-    struct passwd entry;
-    struct passwd *found = nullptr;
-    if (getpwuid_r(getuid(), &entry, text, sizeof text, &found) == 0 && found)
-        strcpy(kept_name, found->pw_name);
+    stock::with_passwd([](auto... rest) { return getpwuid_r(getuid(), rest...); },
+                       [](const struct passwd &entry) {
+                           if (std::strlen(entry.pw_name) < kNameSize)
+                               strcpy(kept_name, entry.pw_name);
+                       });
 }
 
 }  // namespace
