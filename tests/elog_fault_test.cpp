@@ -178,6 +178,22 @@ TEST(ElogFault, ASignalWithoutADescriptionIsNumbered)
     }
 }
 
+// Descriptions are prepared for the first fifty numbers only.
+TEST(ElogFault, ReportsSignalsOfAnyNumber)
+{
+    for (const int sig : {-1, 0, 31, 49, 50, 64, 1000}) {
+        SCOPED_TRACE(sig);
+        const Ended ended = checked({"ELOG_SIGNALS="}, [&] {
+            elog_init(0, nullptr);
+            _elog_fault(sig, nullptr, nullptr);
+        });
+        const Signal *signal = signal_bysig(sig);
+        EXPECT_THAT(ended.err, EndsWith(std::string("\nelog_fault_test *fault*: Signal ") +
+                                        signal->name + " : " + signal->description + "\n"));
+        EXPECT_EQ(ended.signal, SIGABRT);
+    }
+}
+
 TEST(SetupFaultHandlers, TakesSignalsBeyondThoseThatAreRemembered)
 {
     const Ended ended = checked({}, [] {

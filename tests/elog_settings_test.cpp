@@ -97,6 +97,7 @@ TEST(ElogSettings, WithoutAFileTheSixFaultSignalsAreSetUp)
         EXPECT_STREQ(setting<char *>(ELOG_SIGNAL_LIST), "ILL:TRAP:FPE:BUS:SEGV:SYS");
     });
     EXPECT_EQ(ended.err, "");
+    EXPECT_EQ(ended.status, 0);
 }
 
 TEST(ElogSettings, TheInstalledFileChangesNothingButTheSourceOfTheSettings)

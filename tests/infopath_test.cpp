@@ -298,8 +298,10 @@ TEST_F(FileSystem, IsNfsTellsFileSystemsOfOtherHostsByTheirType)
 {
     const char *dir = dir_.path().c_str();
     // NFS, SMB, CIFS, SMB 2, AFS twice, Ceph, Coda, NCP
-    for (const long type : {0x6969L, 0x517bL, 0xff534d42L, 0xfe534d42L, 0x5346414fL, 0x6b414653L,
-                            0xc36400L, 0x73757245L, 0x564cL}) {
+    // Lustre, OrangeFS, BeeGFS, GPFS, PanFS
+    for (const long type :
+         {0x6969L, 0x517bL, 0xff534d42L, 0xfe534d42L, 0x5346414fL, 0x6b414653L, 0xc36400L,
+          0x73757245L, 0x564cL, 0x0bd00bd0L, 0x20030528L, 0x19830326L, 0x47504653L, 0xaad7aaeaL}) {
         file_system = type;
         EXPECT_EQ(is_nfs(dir), 1) << std::hex << type;
     }
@@ -318,6 +320,12 @@ TEST_F(FileSystem, IsNfsTellsFileSystemsServedByAProgramByTheProgram)
     EXPECT_EQ(is_nfs(dir), 1);
     mounted("fuse.glusterfs", "server:/volume");
     EXPECT_EQ(is_nfs(dir), 1);
+    for (const char *type :
+         {"fuse.ceph", "fuse.ceph-fuse", "fuse.curlftpfs", "fuse.davfs", "fuse.s3fs", "fuse.rclone",
+          "fuse.smbnetfs", "fuse.afpfs", "fuse.quobyte", "fuse.moosefs"}) {
+        mounted(type, "server:/rain");
+        EXPECT_EQ(is_nfs(dir), 1) << type;
+    }
     mounted("fuse.ntfs", "/dev/sdb1");
     EXPECT_EQ(is_nfs(dir), 0);
     mounted("fuseblk", "/dev/sdb1");

@@ -3,8 +3,10 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <thread>
 
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -41,6 +43,51 @@ void write_all(int fd, const std::string &text)
     close(fd);
 }
 
+// What expectations said that failed in the child, in memory that it shares.
+class Failures {
+public:
+    Failures()
+        : shared_(static_cast<Shared *>(mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE,
+                                             MAP_SHARED | MAP_ANONYMOUS, -1, 0)))
+    {
+        if (shared_ == MAP_FAILED)
+            abort();
+    }
+    ~Failures() { munmap(shared_, sizeof(Shared)); }
+    Failures(const Failures &) = delete;
+    Failures &operator=(const Failures &) = delete;
+
+    // In the child: keeps them from now on.
+    void keep() const { testing::UnitTest::GetInstance()->listeners().Append(new Keeper(shared_)); }
+    // In the parent: they are failures of the test, however the child ended.
+    void tell() const
+    {
+        if (*shared_->text)
+            ADD_FAILURE() << "in a child process:\n" << shared_->text;
+    }
+
+private:
+    struct Shared {
+        char text[16384];
+    };
+    class Keeper : public testing::EmptyTestEventListener {
+    public:
+        explicit Keeper(Shared *shared) : shared_(shared) {}
+        void OnTestPartResult(const testing::TestPartResult &result) override
+        {
+            const size_t used = strlen(shared_->text);
+            if (result.failed())
+                snprintf(shared_->text + used, sizeof shared_->text - used, "%s:%d: %s\n",
+                         result.file_name() ? result.file_name() : "", result.line_number(),
+                         result.message());
+        }
+
+    private:
+        Shared *shared_;
+    };
+    Shared *shared_;
+};
+
 Ended collect(pid_t pid, int in, int out, int err, const std::string &input)
 {
     Ended ended;
@@ -66,8 +113,10 @@ Ended fork_and_run(const std::string &input, const std::function<void()> &child)
     if (pipe(in) || pipe(out) || pipe(err))
         abort();
     fflush(nullptr);
+    const Failures failures;
     const pid_t pid = fork();
     if (pid == 0) {
+        failures.keep();
         dup2(in[0], 0);
         dup2(out[1], 1);
         dup2(err[1], 2);
@@ -79,7 +128,9 @@ Ended fork_and_run(const std::string &input, const std::function<void()> &child)
     }
     for (int fd : {in[0], out[1], err[1]})
         close(fd);
-    return collect(pid, in[1], out[0], err[0], input);
+    const Ended ended = collect(pid, in[1], out[0], err[0], input);
+    failures.tell();
+    return ended;
 }
 
 }  // namespace

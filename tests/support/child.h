@@ -14,7 +14,7 @@ struct Ended {
     int signal = 0;   // the signal that ended it, else 0
 };
 
-// Runs the body in a child process. When the body returns the child exits with
+// Runs the body in a child process. An expectation that fails there fails the test. When the body returns the child exits with
 // status 0, through exit, so that streams are flushed and handlers run.
 Ended in_child(const std::function<void()> &body);
 
