@@ -16,11 +16,13 @@
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <unistd.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "support/logged.h"
 #include "support/nobody.h"
 #include "support/owners.h"
 #include "support/temp_dir.h"
@@ -50,8 +52,11 @@ extern "C" struct dirent *readdir(DIR *dir)
 
 namespace {
 
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 struct FreeStrings {
     void operator()(Tbl *tbl) const { freetbl(tbl, std::free); }
@@ -781,6 +786,55 @@ TEST_F(Fstraverse, ATreeTooDeepForTheSystemsPathsEndsTheWalkWithMinusOne)
         printf("%d %d", made, walk(dir_.path(), 0));
     });
     EXPECT_EQ(ended.out, "1 -1");
+}
+
+TEST_F(Fstraverse, TakesNoMoreStackTheDeeperTheTree)
+{
+    std::string path = dir_.path();
+    for (int i = 0; i < 700; ++i) {
+        path += "/d";
+        ASSERT_EQ(mkdir(path.c_str(), 0755), 0);
+    }
+    std::ofstream(path + "/f") << "x";
+    pthread_attr_t small;
+    pthread_attr_init(&small);
+    pthread_attr_setstacksize(&small, 256 * 1024);
+    struct Walks {
+        std::string root;
+        int from_above = 0;
+        int from_below = 0;
+    } walks{dir_.path()};
+    const auto run = [](void *p) -> void * {
+        auto *two = static_cast<Walks *>(p);
+        const auto one = [](const char *, const struct stat *, void *) { return 1; };
+        two->from_above = fstraverse(two->root.c_str(), 0, one, nullptr);
+        two->from_below = fstraverse(two->root.c_str(), FSTRAVERSE_DEPTH_FIRST, one, nullptr);
+        return nullptr;
+    };
+    pthread_t thread;
+    ASSERT_EQ(pthread_create(&thread, &small, run, &walks), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&small);
+    EXPECT_EQ(walks.from_above, 701);
+    EXPECT_EQ(walks.from_below, 701);
+}
+
+TEST_F(Fstraverse, LogsWhyADirectoryCannotBeRead)
+{
+    plant();
+    EXPECT_EQ(logged([&] { walk(dir_ / "none", 0); }),
+              "can't read directory " + dir_ / "none" + "\n\tNo such file or directory\n");
+    const std::string name(255, 'd');
+    const Ended ended = in_child([&] {
+        bool made = chdir(dir_.path().c_str()) == 0;
+        for (int i = 0; i < 20; ++i)
+            made = made && mkdir(name.c_str(), 0755) == 0 && chdir(name.c_str()) == 0;
+        printf("%s", logged([&] { walk(dir_.path(), 0); }).c_str());
+    });
+    EXPECT_THAT(ended.out, AllOf(StartsWith("can't read directory " + dir_.path() + "/ddd"),
+                                 EndsWith("\n\tFile name too long\n")));
+    EXPECT_EQ(logged([&] { walk(std::string(1001, '/'), 0); }),
+              "path is too long: " + std::string(1001, '/') + "\n");
 }
 
 TEST_F(Fstraverse, APathOfMoreThan1000CharactersGivesMinusOne)

@@ -114,15 +114,24 @@ enum {
  * holds, and the files last. A directory that the walk is already inside of
  * (device and inode tell) is reported but not entered again, so every walk ends.
  *
+ * Links are followed: what is counted and reported is what they lead to.
+ *
  * The function gets the entry's path, which is path and the names below it
  * joined and cleaned as by concatpaths, and its status. Both are borrowed for
  * the call. Entries deep in a tree may have paths of more than 1,023 characters.
  * The function may change and remove what it is shown; it must not change the
  * current directory when path is relative.
  *
+ * The directory that is read is path as it stands, but cleaning takes it as text:
+ * of "~" it makes the home directory, and "link/.." it takes for the directory of
+ * the link. So for a path with a "~" in front or a ".." behind a link the function
+ * would get paths of other files: pass what cleanpath with CLEANPATH_LINKS makes
+ * of it.
+ *
  * Returns the sum of the function's results, at most INT_MAX and at least
- * INT_MIN, or -1 when any directory on the way could not be read: the rest is
- * walked all the same. A path of more than 1,000 characters gives -1.
+ * INT_MIN, or -1 when any directory on the way could not be read: the reason is
+ * logged, and the rest is walked all the same. A path of more than 1,000
+ * characters gives -1 and a message. No depth of the tree needs more stack.
  */
 STOCK_API int fstraverse(const char *path, int flags,
                          int (*function)(const char *path, const struct stat *status,

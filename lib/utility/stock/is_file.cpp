@@ -9,8 +9,11 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <memory>
 #include <mutex>
+#include <new>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -18,6 +21,7 @@
 #include "internal/alloc.h"
 #include "internal/guards.h"
 #include "internal/listing.h"
+#include "stock/elog.h"
 #include "stock/path.h"
 #include "stock/restat.h"
 
@@ -93,21 +97,8 @@ int is_empty_directory(const char *path)
     return dir.next() ? 0 : errno ? -1 : 1;
 }
 
-// A directory that the walk is inside of, and the one around it.
-struct Inside {
-    dev_t device;
-    ino_t inode;
-    const Inside *outer;
-};
-
-bool is_inside(const Inside *inside, const struct stat &status)
-{
-    while (inside && !(inside->device == status.st_dev && inside->inode == status.st_ino))
-        inside = inside->outer;
-    return inside != nullptr;
-}
-
-// One walk of fstraverse: what it was asked for, where it is, and what it got.
+// One walk of fstraverse: what it was asked for, where it is, and what it got. The
+// directories that it is inside of are a list on the heap, so that no depth needs stack.
 class Walk {
 public:
     using Function = int (*)(const char *path, const struct stat *status, void *argument);
@@ -118,43 +109,121 @@ public:
     {
     }
 
+    ~Walk()
+    {
+        while (innermost_)
+            innermost_ = std::move(innermost_->outer);
+    }
+
     int from(const char *root)
     {
-        Level level;
-        if (!read(root, nullptr, level))
-            return -1;
         // What concatpaths puts in front of a name in this directory.
         const Owned<char> joined(concatpaths(root, "x", nullptr));
-        const std::size_t length = std::strlen(joined.get()) - 1;
-        append(0, joined.get());
-        visit(level, length);
-        return failed_ ? -1 : static_cast<int>(std::clamp<std::int64_t>(sum_, INT_MIN, INT_MAX));
+        if (*joined && enter(root)) {
+            innermost_->length = std::strlen(joined.get()) - 1;
+            append(0, joined.get());
+            walk();
+        }
+        return failed_ || !*joined ? -1 : sum();
     }
 
 private:
-    // A directory with the status of each entry that calls for one.
+    // A directory that the walk is inside of, with the status of each entry that calls for one.
     struct Level {
-        Inside here;
+        dev_t device;
+        ino_t inode;
         Names names;
         Owned<struct stat> statuses;
+        std::size_t length = 0;  // of the path in front of its entries, with the "/"
+        std::size_t next = 0;    // the entry that was not looked at for subdirectories yet
+        std::unique_ptr<Level> outer;
     };
 
-    // Lists and examines the directory. False when there is nothing to visit.
-    bool read(const char *path, const Inside *outer, Level &level)
+    bool depth_first() const { return flags_ & FSTRAVERSE_DEPTH_FIRST; }
+
+    void walk()
     {
+        if (!depth_first())
+            visit_files();
+        while (innermost_)
+            if (const Entry *dir = next_dir())
+                visit_dir(dir->name);
+            else
+                leave();
+    }
+
+    const Entry *next_dir() const
+    {
+        const auto entries = innermost_->names.entries();
+        while (innermost_->next < entries.size()) {
+            const Entry &entry = entries[innermost_->next++];
+            if (entry.kind == stock::kDir)
+                return &entry;
+        }
+        return nullptr;
+    }
+
+    // Comes to the directory of that name; the walk goes on inside of it where it can be entered.
+    void visit_dir(const char *name)
+    {
+        const std::size_t length = append(innermost_->length, name);
+        if (!depth_first())
+            report_dir();
+        if (enter(path_.get())) {
+            path_[length] = '/';
+            innermost_->length = length + 1;
+            if (!depth_first())
+                visit_files();
+        } else if (depth_first()) {
+            report_dir();
+        }
+    }
+
+    // Goes back to the directory around the innermost one.
+    void leave()
+    {
+        if (depth_first())
+            visit_files();
+        const std::size_t length = innermost_->length;
+        innermost_ = std::move(innermost_->outer);
+        if (innermost_ && depth_first()) {
+            path_[length - 1] = 0;
+            report_dir();
+        }
+    }
+
+    // Lists and examines the directory, which is then the innermost. False when there is
+    // nothing to visit.
+    bool enter(const char *path)
+    {
+        std::unique_ptr<Level> level(new (std::nothrow) Level);
+        if (!level)
+            stock::out_of_memory(sizeof(Level), "level", "fstraverse");
         const Dir dir(path);
         struct stat status;
         if (dir && dir.status(status)) {
-            if (is_inside(outer, status))
+            if (is_inside(status))
                 return false;
-            level.here = {status.st_dev, status.st_ino, outer};
-            if (level.names.read(dir, Directory_mutex)) {
-                examine_all(dir, level);
+            level->device = status.st_dev;
+            level->inode = status.st_ino;
+            if (level->names.read(dir, Directory_mutex)) {
+                examine_all(dir, *level);
+                level->outer = std::move(innermost_);
+                innermost_ = std::move(level);
                 return true;
             }
         }
+        elog_log(1, "can't read directory %s", path);
         failed_ = true;
         return false;
+    }
+
+    bool is_inside(const struct stat &status) const
+    {
+        const Level *level = innermost_.get();
+        while (level && !(level->device == status.st_dev && level->inode == status.st_ino))
+            level = level->outer.get();
+        return level != nullptr;
     }
 
     void examine_all(const Dir &dir, Level &level) const
@@ -176,60 +245,29 @@ private:
         return kind != stock::kOther && !(kind == stock::kFile && (flags_ & FSTRAVERSE_NO_FILES));
     }
 
-    // Visits the entries of a directory whose path, with its "/", is so long.
-    void visit(const Level &level, std::size_t length)
+    void visit_files()
     {
-        if (flags_ & FSTRAVERSE_DEPTH_FIRST)
-            visit_dirs(level, length);
-        if (!(flags_ & FSTRAVERSE_NO_FILES))
-            visit_files(level, length);
-        if (!(flags_ & FSTRAVERSE_DEPTH_FIRST))
-            visit_dirs(level, length);
-    }
-
-    void visit_files(const Level &level, std::size_t length)
-    {
-        const struct stat *status = level.statuses.get();
-        for (const Entry &entry : level.names.entries()) {
+        if (flags_ & FSTRAVERSE_NO_FILES)
+            return;
+        const struct stat *status = innermost_->statuses.get();
+        for (const Entry &entry : innermost_->names.entries()) {
             if (entry.kind == stock::kFile) {
-                append(length, entry.name);
+                append(innermost_->length, entry.name);
                 sum_ += function_(path_.get(), status, argument_);
             }
             ++status;
         }
     }
 
-    void visit_dirs(const Level &level, std::size_t length)
+    // Calls the function for the subdirectory that next_dir gave last.
+    void report_dir()
     {
-        const struct stat *status = level.statuses.get();
-        for (const Entry &entry : level.names.entries()) {
-            if (entry.kind == stock::kDir)
-                visit_dir(level, *status, append(length, entry.name));
-            ++status;
-        }
-    }
-
-    // Visits the directory that the path names, which is so long.
-    void visit_dir(const Level &level, const struct stat &status, std::size_t length)
-    {
-        const bool depth_first = flags_ & FSTRAVERSE_DEPTH_FIRST;
-        if (!depth_first)
-            report_dir(status);
-        Level inner;
-        if (read(path_.get(), &level.here, inner)) {
-            path_[length] = '/';
-            visit(inner, length + 1);
-            path_[length] = 0;
-        }
-        if (depth_first)
-            report_dir(status);
-    }
-
-    void report_dir(const struct stat &status)
-    {
+        const struct stat *status = innermost_->statuses.get() + innermost_->next - 1;
         if (!(flags_ & FSTRAVERSE_NO_DIRS))
-            sum_ += function_(path_.get(), &status, argument_);
+            sum_ += function_(path_.get(), status, argument_);
     }
+
+    int sum() const { return static_cast<int>(std::clamp<std::int64_t>(sum_, INT_MIN, INT_MAX)); }
 
     // Puts the name behind so much of the path; gives the new length.
     std::size_t append(std::size_t length, const char *name)
@@ -246,6 +284,7 @@ private:
     const int flags_;
     const Function function_;
     void *const argument_;
+    std::unique_ptr<Level> innermost_;
     std::unique_ptr<char[], stock::Free> path_;
     std::size_t size_ = 0;
     std::int64_t sum_ = 0;
@@ -379,7 +418,11 @@ int fstraverse(const char *path, int flags,
                int (*function)(const char *path, const struct stat *status, void *argument),
                void *argument)
 {
-    if (!path || std::strlen(path) > kLongestRoot)
+    if (!path)
         return -1;
+    if (std::strlen(path) > kLongestRoot) {
+        elog_log(0, "path is too long: %s\n", path);
+        return -1;
+    }
     return Walk(flags, function, argument).from(path);
 }
