@@ -214,6 +214,27 @@ TEST_F(Datasearch, CandidatesThatDoNotFitAreNoCandidates)
               "");
 }
 
+TEST_F(Datasearch, AnElementOf1024BytesIsTooLongThoughTheSystemFindsIt)
+{
+    std::string element = dir_.file("a/x", "");
+    while (element.size() < 1023)
+        element.insert(a_.size(), "/");
+    EXPECT_THAT(candidates(element, "any"), ElementsAre(element));
+    element.insert(a_.size(), "/");
+    EXPECT_THAT(candidates(element, "any", DATASEARCH_ANY), IsEmpty());
+    EXPECT_THAT(candidates(element + ":" + a_, "x"), ElementsAre(a_ + "/x"));
+}
+
+// The subdirectory was looked for in the current directory then.
+TEST_F(Datasearch, AHomeDirectoryThatIsTooLongIsNoElement)
+{
+    std::filesystem::current_path(a_);
+    std::filesystem::create_directory("sub");
+    const std::string element = "~/" + std::string(1020, 'y');
+    EXPECT_THAT(candidates(element.c_str(), "sub", "x", DATASEARCH_ANY), IsEmpty());
+    std::filesystem::current_path("/");
+}
+
 TEST_F(Datasearch, ACandidateOf1023BytesFits)
 {
     const std::string name(1023 - a_.size() - 1, 'x');

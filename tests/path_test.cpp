@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <sys/stat.h>
@@ -408,14 +409,14 @@ TEST(CleanpathLength, AComponentOf1023BytesFits)
     EXPECT_EQ(clean(component + "/.."), ".");
 }
 
-TEST(CleanpathLength, AResultOf1024BytesIsReportedAndCutAtAWholeComponent)
+TEST(CleanpathLength, AResultOf1024BytesIsReportedAndRefused)
 {
     const std::string path = "/b/" + std::string(1021, 'a');
     EXPECT_EQ(logged([&] { EXPECT_EQ(clean_status(path), -1); }),
               "path is too long: " + path + "\n");
-    EXPECT_EQ(clean(path), "/b");
+    EXPECT_EQ(clean(path), "");
     EXPECT_EQ(clean(path.substr(0, 1023)), path.substr(0, 1023));
-    EXPECT_EQ(clean(std::string(1024, 'a')), ".");
+    EXPECT_EQ(clean(std::string(1024, 'a')), "");
 }
 
 TEST(CleanpathLength, APathOf5000BytesIsFineWhenItsCleanFormIsShort)
@@ -426,14 +427,28 @@ TEST(CleanpathLength, APathOf5000BytesIsFineWhenItsCleanFormIsShort)
     EXPECT_EQ(clean(times(2500, "./") + "x"), "x");
 }
 
-TEST(CleanpathLength, APathOf5000BytesIsCutAtTheLastComponentThatFits)
+TEST(CleanpathLength, APathOf5000BytesIsRefusedAndNotCutIntoAnother)
 {
     const std::string path = times(1000, "abcd/");
-    EXPECT_EQ(clean(path), times(203, "abcd/") + "abcd");  // 1019 bytes
+    EXPECT_EQ(clean(path), "");
     EXPECT_EQ(clean_status(path), -1);
-    EXPECT_EQ(clean(times(2000, "../")), times(340, "../") + "..");
-    EXPECT_EQ(clean("~" + std::string(4999, 'x')), "/");
-    EXPECT_EQ(clean_status("~" + std::string(4999, 'x')), -1);
+    EXPECT_EQ(clean(times(2000, "../")), "");
+}
+
+// Such a path became "/".
+TEST(CleanpathLength, ATildeWithANameThatIsTooLongIsRefused)
+{
+    for (size_t length : {1023U, 1100U, 4999U})
+        for (const char *rest : {"", "/x", "/.."}) {
+            const std::string path = "~" + std::string(length, 'x') + rest;
+            EXPECT_EQ(logged([&] { EXPECT_EQ(clean_status(path), -1); }),
+                      "path is too long: " + path + "\n");
+            EXPECT_EQ(clean(path), "");
+            EXPECT_EQ(absolute(path), "");
+        }
+    const std::string longest = "~" + std::string(1022, 'x');
+    EXPECT_EQ(clean(longest), longest);
+    EXPECT_EQ(clean(longest + "/x"), "");
 }
 
 TEST(CleanpathLength, ALinksTargetThatMakesThePathTooLongIsReported)
@@ -444,7 +459,7 @@ TEST(CleanpathLength, ALinksTargetThatMakesThePathTooLongIsReported)
     const std::string path = "link/" + std::string(100, 'b');
     EXPECT_EQ(logged([&] { EXPECT_EQ(clean_status(path, CLEANPATH_LINKS), -1); }),
               "path is too long: " + path + "\n");
-    EXPECT_EQ(clean(path, CLEANPATH_LINKS), target);
+    EXPECT_EQ(clean(path, CLEANPATH_LINKS), "");
 }
 
 TEST(Concatpaths, JoinsAndCleansItsParts)
@@ -498,13 +513,13 @@ TEST(Concatpaths, WithoutAnyPartIsTheCurrentDirectory)
     EXPECT_STREQ(joined.get(), ".");
 }
 
-TEST(Concatpaths, AResultTooLongIsReportedAndCutAtAWholeComponent)
+TEST(Concatpaths, AResultTooLongIsReportedAndEmpty)
 {
     const std::string half(600, 'a');
     const std::string both = half + "/" + half;
     EXPECT_EQ(logged([&] {
                   const Text joined(concatpaths(half.c_str(), half.c_str(), nullptr));
-                  EXPECT_EQ(joined.get(), half);
+                  EXPECT_STREQ(joined.get(), "");
               }),
               "path is too long: " + both + "\n");
 }
@@ -560,7 +575,8 @@ TEST(Abspath, ARemovedCurrentDirectoryIsReportedAndThePathIsUnchanged)
     EXPECT_EQ(buffer.text(), "./a//b");
     EXPECT_EQ(absolute("/a"), "/a");
     const std::string component(5000, 'a');
-    EXPECT_EQ(absolute(component), component.substr(0, 1023));
+    EXPECT_EQ(absolute(component), "");
+    EXPECT_EQ(samepath(component.c_str(), component.c_str()), 0);
     EXPECT_EQ(samepath("a", "a"), 1);
     EXPECT_EQ(samepath("a", "b"), 0);
 }
@@ -578,12 +594,28 @@ TEST(Abspath, ACurrentDirectoryLongerThanTheBufferIsReported)
         "Can't discover current directory: getcwd(3) fails\n\tNumerical result out of range\n");
 }
 
-TEST(Abspath, AResultTooLongIsReportedAndCutAtAWholeComponent)
+TEST(Abspath, AResultTooLongIsReportedAndRefused)
 {
     const InTempDir dir;
     const std::string path(1023, 'a');
-    EXPECT_EQ(logged([&] { EXPECT_EQ(absolute(path), dir.path()); }),
-              "path is too long: " + path + "\n");
+    EXPECT_EQ(logged([&] { EXPECT_EQ(absolute(path), ""); }), "path is too long: " + path + "\n");
+}
+
+TEST(Abspath, LeavesErrnoAlone)
+{
+    const InTempDir dir;
+    fs::create_directory("gone");
+    fs::current_path("gone");
+    fs::remove(dir / "gone");
+    for (const char *path : {"a", "/nosuchdir/x", "~nosuchuser/x"}) {
+        errno = EDOM;
+        absolute(path);
+        EXPECT_EQ(errno, EDOM) << path;
+        samepath(path, "/nosuchdir/y");
+        EXPECT_EQ(errno, EDOM) << path;
+        way(path, path);
+        EXPECT_EQ(errno, EDOM) << path;
+    }
 }
 
 TEST(Abspath, MayWriteOverItsOwnPath)
@@ -645,6 +677,44 @@ TEST(Relpath, FromAFileTheWayStartsInItsDirectoryWithMinusOne)
     Buffer buffer;
     EXPECT_EQ(relpath("d/file", "d/x", buffer.get()), -1);
     EXPECT_EQ(buffer.text(), "x");
+}
+
+// The name of the file was looked for a "/" that it does not have.
+TEST(Relpath, FromAFileWhoseNameBeginsLikeAHomeDirectoryIsRefused)
+{
+    const InTempDir dir;
+    dir->file("~nosuchuser", "");
+    EXPECT_EQ(logged([] {
+                  Buffer buffer;
+                  EXPECT_EQ(relpath("~nosuchuser", "/x", buffer.get()), -1);
+                  EXPECT_EQ(buffer.text(), "");
+              }),
+              "there is no home directory for ~nosuchuser\n");
+    EXPECT_EQ(way("/", "~nosuchuser"), "");
+    EXPECT_EQ(way("~nosuchuser", "~nosuchuser/a"), "");
+}
+
+// From a directory it was given with 0, from a file it was the end of the process.
+TEST(Relpath, WithoutAKnownCurrentDirectoryNoWayIsGiven)
+{
+    const InTempDir dir;
+    const std::string component(250, 'd');
+    for (int i = 0; i < 5; ++i) {
+        fs::create_directory(component);
+        ASSERT_EQ(chdir(component.c_str()), 0);
+    }
+    fs::create_directory("sub");
+    close(open("file", O_CREAT | O_WRONLY, 0644));
+    for (const char *from : {"file", "sub", ".", "nosuch", "sub/.."})
+        for (const char *to : {"/x", "sub", "file/x"}) {
+            SCOPED_TRACE(from + " to "s + to);
+            Buffer buffer;
+            EXPECT_EQ(relpath(from, to, buffer.get()), -1);
+            EXPECT_EQ(buffer.text(), "");
+            EXPECT_EQ(relpath("/", from, buffer.get()), -1);
+            EXPECT_EQ(buffer.text(), "");
+        }
+    EXPECT_EQ(way("/usr", "/etc"), "../etc");
 }
 
 TEST(Relpath, MayWriteOverEitherPath)
@@ -735,16 +805,26 @@ TEST(Parsepath, ANullPathSplitsLikeAnEmptyOne)
     EXPECT_EQ(other_dir.text() + other_base.text(), ".");
 }
 
-TEST(Parsepath, CutsEachPartAfter1023Bytes)
+TEST(Parsepath, APartThatIsTooLongIsReportedAndAllAreEmpty)
 {
-    const std::string part(2000, 'a');
+    const std::string part(1024, 'a');
+    for (const std::string &path : {part + "/b.c", "/d/" + part + ".c", "/d/b." + part}) {
+        Buffer dir, base, suffix;
+        EXPECT_EQ(logged([&] {
+                      EXPECT_EQ(parsepath(path.c_str(), dir.get(), base.get(), suffix.get()),
+                                suffix.get());
+                  }),
+                  "path is too long: " + path + "\n");
+        EXPECT_EQ(dir.text() + base.text() + suffix.text(), "");
+        dirbase(path.c_str(), dir.get(), base.get());
+        EXPECT_EQ(dir.text() + base.text(), "");
+    }
+    const std::string fits(1023, 'a');
     Buffer dir, base, suffix;
-    parsepath((part + "/" + part).c_str(), dir.get(), base.get(), suffix.get());
-    EXPECT_EQ(dir.text(), part.substr(0, 1023));
-    EXPECT_EQ(base.text(), part.substr(0, 1023));
-    parsepath(("/b." + part).c_str(), dir.get(), base.get(), suffix.get());
-    EXPECT_EQ(base.text(), "b");
-    EXPECT_EQ(suffix.text(), part.substr(0, 1023));
+    parsepath((fits + "/" + fits + "." + fits).c_str(), dir.get(), base.get(), suffix.get());
+    EXPECT_EQ(dir.text(), fits);
+    EXPECT_EQ(base.text(), fits);
+    EXPECT_EQ(suffix.text(), fits);
 }
 
 TEST(Dirbase, SplitsAtTheLastSlash)

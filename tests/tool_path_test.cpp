@@ -93,6 +93,61 @@ TEST(ToolPath, SplitsPaths)
     EXPECT_EQ(ended.status, 0);
 }
 
+// Of a path over 1023 bytes another one was printed.
+TEST(ToolPath, PrintsNothingForAPathThatIsTooLong)
+{
+    const std::string name(1100, 'x');
+    for (const std::string &word : {name, "/etc/" + name, "~" + name, "/etc/" + name + "/.."})
+        for (const char *command : {"abs", "clean"}) {
+            const Ended ended = path({command, word});
+            EXPECT_EQ(ended.out, "") << command;
+            EXPECT_THAT(ended.err, HasSubstr("stock: there is no such form of '" + word + "'\n"));
+            EXPECT_EQ(ended.status, 1);
+        }
+    const Ended ended = path({"rel", "/", name});
+    EXPECT_EQ(ended.out, "");
+    EXPECT_THAT(ended.err, HasSubstr("stock: there is no way from '/' to '" + name + "'\n"));
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(ToolPath, SplitsPathsOfAnyLength)
+{
+    const std::string name(1100, 'x');
+    EXPECT_EQ(path({"split", "/" + name + "/" + name + "." + name}).out,
+              "directory /" + name + "\nbase      " + name + "\nsuffix    " + name + "\n");
+    EXPECT_EQ(path({"split", "/x", "d/", "."}).out, "directory \nbase      x\nsuffix    \n"
+                                                    "directory d\nbase      \nsuffix    \n"
+                                                    "directory .\nbase      .\nsuffix    \n");
+}
+
+TEST(ToolPath, PrintsNoAbsolutePathWithoutAKnownDirectory)
+{
+    const TempDir dir;
+    std::filesystem::create_directory(dir / "gone");
+    std::filesystem::current_path(dir / "gone");
+    std::filesystem::remove(dir / "gone");
+    const Ended abs = path({"abs", "x", "/etc"});
+    const Ended rel = path({"rel", ".", "/etc"});
+    std::filesystem::current_path("/");
+    EXPECT_EQ(abs.out, "/etc\n");
+    EXPECT_THAT(abs.err, HasSubstr("there is no such form of 'x'\n"));
+    EXPECT_EQ(abs.status, 1);
+    EXPECT_EQ(rel.out, "");
+    EXPECT_EQ(rel.status, 1);
+}
+
+TEST(ToolPath, GivesNoWayFromAFileWhoseNameBeginsLikeAHomeDirectory)
+{
+    const TempDir dir;
+    dir.file("~nosuchuser", "");
+    std::filesystem::current_path(dir.path());
+    const Ended ended = path({"rel", "~nosuchuser", "/x"});
+    std::filesystem::current_path("/");
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.signal, 0);
+    EXPECT_EQ(ended.status, 1);
+}
+
 TEST(ToolPath, HelpsWithEachCommand)
 {
     for (const char *command : {"clean", "abs", "rel", "split"}) {

@@ -1,26 +1,40 @@
 // stock path: path names as text, one result a line.
 
 #include <cstring>
+#include <string_view>
 
 #include "command.h"
 #include "stock.h"
 
 namespace {
 
-constexpr size_t kPathSize = 1024;
+constexpr size_t kPathSize = 1024;  // of the library's buffers
 
-// Prints what make(path, result) makes of each path.
+// How a path was made.
+enum Made { kWhole, kUnexamined, kNone };
+
+// What the library's result and its text, empty where there is none, mean.
+Made made(int result, bool is_there)
+{
+    return !is_there ? kNone : result == 0 ? kWhole : kUnexamined;
+}
+
+// Prints what make(path, result) makes of each path; nothing where the result is not its path.
 template <class Make>
 int print_each(int count, char **paths, Make make)
 {
     int status = kDone;
     for (int i = 0; i < count; ++i) {
         char path[kPathSize];
-        if (make(paths[i], path) != 0) {
-            elog_complain(0, "not every component of '%s' can be examined\n", paths[i]);
+        const int result = make(paths[i], path);
+        if (result != kWhole)
             status = kFailed;
-        }
-        puts(path);
+        if (result == kNone)
+            elog_complain(0, "there is no such form of '%s'\n", paths[i]);
+        else
+            puts(path);
+        if (result == kUnexamined)
+            elog_complain(0, "not every component of '%s' can be examined\n", paths[i]);
     }
     return status;
 }
@@ -31,14 +45,16 @@ int clean(int argc, char **argv)
                "usage: stock path clean [--links] PATH...\n\n"
                "Prints each path without empty, '.' and '..' components and with '~' and\n"
                "'~user' replaced; --links also replaces symbolic links by what they name.\n"
-               "The status is 1 when a component on the way could not be examined.\n"))
+               "The status is 1 when a component on the way could not be examined, and when\n"
+               "the result is longer than 1023 bytes; it is not printed then.\n"))
         return kDone;
     const bool links = argc > 1 && !strcmp(argv[1], "--links");
     const int first = links ? 2 : 1;
     if (first >= argc)
         return wrong_usage("stock path clean", "which path?");
     return print_each(argc - first, argv + first, [=](const char *path, char *result) {
-        return cleanpath(path, links ? CLEANPATH_LINKS : 0, result);
+        const int cleaned = cleanpath(path, links ? CLEANPATH_LINKS : 0, result);
+        return made(cleaned, *result != 0);
     });
 }
 
@@ -47,11 +63,16 @@ int abs(int argc, char **argv)
     if (helped(argc, argv,
                "usage: stock path abs PATH...\n\n"
                "Prints each path absolute and clean; symbolic links are left alone.\n"
-               "The status is 1 when a component on the way could not be examined.\n"))
+               "The status is 1 when a component on the way could not be examined, and when\n"
+               "the result is longer than 1023 bytes or the current directory is unknown;\n"
+               "it is not printed then.\n"))
         return kDone;
     if (argc < 2)
         return wrong_usage("stock path abs", "which path?");
-    return print_each(argc - 1, argv + 1, abspath);
+    return print_each(argc - 1, argv + 1, [](const char *path, char *result) {
+        const int absolute = abspath(path, result);
+        return made(absolute, *result == '/' || *result == '~');
+    });
 }
 
 int rel(int argc, char **argv)
@@ -69,8 +90,31 @@ int rel(int argc, char **argv)
         puts(path);
     if (result == 0)
         return kDone;
-    elog_complain(0, "'%s' is not a directory to start from\n", argv[1]);
+    if (*path)
+        elog_complain(0, "'%s' is not a directory to start from\n", argv[1]);
+    else
+        elog_complain(0, "there is no way from '%s' to '%s'\n", argv[1], argv[2]);
     return kFailed;
+}
+
+void print_part(const char *name, std::string_view part)
+{
+    printf("%-9s ", name);
+    fwrite(part.data(), 1, part.size(), stdout);
+    putchar('\n');
+}
+
+// The parts that parsepath gives, however long they are.
+void print_parts(std::string_view path)
+{
+    const size_t slash = path.rfind('/');
+    const bool bare = slash == path.npos;
+    std::string_view base = bare ? path : path.substr(slash + 1);
+    const size_t dot = base.rfind('.');
+    const bool ends = dot != base.npos && dot > 0;
+    print_part("directory", bare ? "." : path.substr(0, slash));
+    print_part("base", base.substr(0, ends ? dot : base.npos));
+    print_part("suffix", ends ? base.substr(dot + 1) : "");
 }
 
 int split(int argc, char **argv)
@@ -81,13 +125,8 @@ int split(int argc, char **argv)
         return kDone;
     if (argc < 2)
         return wrong_usage("stock path split", "which path?");
-    for (int i = 1; i < argc; ++i) {
-        char dir[kPathSize];
-        char base[kPathSize];
-        char suffix[kPathSize];
-        parsepath(argv[i], dir, base, suffix);
-        printf("directory %s\nbase      %s\nsuffix    %s\n", dir, base, suffix);
-    }
+    for (int i = 1; i < argc; ++i)
+        print_parts(argv[i]);
     return kDone;
 }
 

@@ -3,9 +3,9 @@
  *
  * A path is plain text that ends in a zero byte. Every output buffer holds at
  * least 1024 bytes, terminator included; cleanpath, abspath and relpath may be
- * given the path's own memory, the buffers of the others are apart. A result that
- * would be longer is cut at the last whole component that fits, or refused; each
- * function says which. Nothing is ever written past the 1024 bytes.
+ * given the path's own memory, the buffers of the others are apart. A path is
+ * never cut into another one: what does not fit is refused, with a message, and
+ * the buffers are empty.
  *
  * Reasons of failures go to the message log with elog_log. Running out of
  * memory ends the process. Every function may be called from any thread.
@@ -43,10 +43,9 @@ enum { CLEANPATH_LINKS = 1 };
  * Returns 0, or -1 when a component that others follow could not be examined
  * (the rest is then cleaned as text), when a link could not be read, when more
  * than 11 links on the way or 40 at the end of the path would have to be
- * followed, or when the result is too long. clean receives the best path built:
- * the components behind an unreadable link unchanged; a result that is too long
- * is cut at a whole component, and reported. A null path gives an empty result
- * and -1. errno is left alone.
+ * followed, or when the result is too long. clean receives the best path built,
+ * the components behind an unreadable link unchanged; it is empty for a result
+ * that is too long and for a null path. errno is left alone.
  */
 STOCK_API int cleanpath(const char *path, uint32_t flags, char *clean);
 
@@ -60,8 +59,8 @@ STOCK_API int cleanpath(const char *path, uint32_t flags, char *clean);
  *     "/a", "b", "/c"   /c
  *     "", "x"           x
  *
- * Returns a new string that the caller frees with free. A result that is too
- * long is cut at a whole component, and reported.
+ * Returns a new string that the caller frees with free; it is empty for a result
+ * that is too long, which is reported.
  */
 STOCK_API char *concatpaths(const char *first, ...) STOCK_SENTINEL;
 
@@ -70,7 +69,7 @@ STOCK_API char *concatpaths(const char *first, ...) STOCK_SENTINEL;
  * "/" or "~", and cleans it as cleanpath does without following links.
  *
  * Returns what cleanpath returns, also for a result that is too long; -1 with the
- * path unchanged (cut after 1023 bytes) when the current directory is unknown.
+ * path unchanged when the current directory is unknown. errno is left alone.
  */
 STOCK_API int abspath(const char *path, char *absolute);
 
@@ -84,8 +83,9 @@ STOCK_API int abspath(const char *path, char *absolute);
  *     /a/b     /a/b        .
  *
  * Returns 0, or -1 when from does not exist, or is not a directory (the way then
- * starts from the directory that holds it). Paths that are too long, and a way
- * that is, are refused: -1, a report, and an empty result.
+ * starts from the directory that holds it). -1, a report, and an empty result when
+ * there is no way to give: a path or the way is too long, the current directory is
+ * unknown, or nobody knows the user of a "~name" in front. errno is left alone.
  */
 STOCK_API int relpath(const char *from, const char *to, char *relative);
 
@@ -98,8 +98,8 @@ STOCK_API int relpath(const char *from, const char *to, char *relative);
  *     .profile       .      .profile
  *     /x                    x                     dirbase gives "/": meant
  *
- * Each part is cut after 1023 bytes. A null path is taken for an empty one.
- * Returns suffix, null when that is null.
+ * When a part is longer than 1023 bytes, that is reported and all are empty. A null
+ * path is taken for an empty one. Returns suffix, null when that is null.
  */
 STOCK_API char *parsepath(const char *path, char *dir, char *base, char *suffix);
 
@@ -111,14 +111,15 @@ STOCK_API char *parsepath(const char *path, char *dir, char *base, char *suffix)
  *     f        .      f
  *     /x       /      x
  *
- * Each part is cut after 1023 bytes. A null path is taken for an empty one.
+ * When a part is longer than 1023 bytes, that is reported and both are empty. A null
+ * path is taken for an empty one.
  */
 STOCK_API void dirbase(const char *path, char *dir, char *base);
 
 /*
  * Whether two paths are the same text once both are absolute and clean; links
  * are not followed. Returns 1, or 0; a path that is null or too long is the
- * same as no other.
+ * same as no other. errno is left alone.
  */
 STOCK_API int samepath(const char *a, const char *b);
 

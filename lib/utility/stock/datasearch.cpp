@@ -58,13 +58,15 @@ bool place(const char *element, const char *subdir, char *path)
     strcpy(path, element);
     if (*path == '~')
         cleanpath(element, CLEANPATH_LINKS, path);
+    if (!*path)
+        return false;
     if (!subdir || !*subdir)
         return true;
     if (strlen(path) + 1 + strlen(subdir) >= kPathSize)
         return false;
     const Text joined(concatpaths(path, subdir, nullptr));
     strcpy(path, joined.get());
-    return true;
+    return *path != 0;
 }
 
 void search_element(const Search &search, const char *element)

@@ -41,7 +41,7 @@ bool program_path(char *buffer)
         return false;
     if (strchr(name, '/')) {
         abspath(name, buffer);
-        return true;
+        return *buffer != 0;
     }
     // Without a PATH the search would begin at the root, which is what is asked for.
     const char *path = getenv("PATH");

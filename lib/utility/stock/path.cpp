@@ -13,7 +13,9 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
+#include <initializer_list>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -38,11 +40,23 @@ constexpr int kMaxLastLinks = 40;   // followed at the end of the path
 
 enum class Outcome { clean, partly, too_long };
 
-void copy_cut(string_view text, char *buffer)
+bool fits(string_view text)
 {
-    const size_t length = std::min(text.size(), kPathSize - 1);
+    return text.size() < kPathSize;
+}
+
+// Fills a path's buffer, which may be the text's own memory. What does not fit is not cut,
+// for that would be another path: the buffer is empty then.
+void copy_whole(string_view text, char *buffer)
+{
+    const size_t length = fits(text) ? text.size() : 0;
     memmove(buffer, text.data(), length);
     buffer[length] = '\0';
+}
+
+void report_too_long(const char *path)
+{
+    elog_log(0, "path is too long: %s\n", path);
 }
 
 // Walks along a path and gathers its clean form.
@@ -127,7 +141,7 @@ string_view Walk::next()
 
 void Walk::set(string_view text)
 {
-    if (text.size() >= kPathSize)
+    if (!fits(text))
         return fail(Outcome::too_long);
     memcpy(text_, text.data(), text.size());
     length_ = text.size();
@@ -162,8 +176,10 @@ const char *Walk::start()
 
 void Walk::start_at_home(string_view component)
 {
+    if (!fits(component))
+        return fail(Outcome::too_long);
     char user[kPathSize];
-    copy_cut(component.substr(1), user);
+    copy_whole(component.substr(1), user);
     const stock::Owned<char> home(homedir(user));
     string_view text = home ? string_view(home.get()) : component;
     while (home && text.ends_with('/'))
@@ -187,7 +203,7 @@ void Walk::walk()
     if (unseen_)
         examine();
     if (outcome_ == Outcome::too_long)
-        elog_log(0, "path is too long: %s\n", path_);
+        report_too_long(path_);
 }
 
 // Appends an ordinary component. False when the walk ends here.
@@ -305,23 +321,26 @@ void Walk::append_rest()
 
 void Walk::write(char *buffer) const
 {
+    if (outcome_ == Outcome::too_long)
+        return copy_whole("", buffer);
     string_view clean = text();
     if (clean.starts_with("./"))
         clean.remove_prefix(2);
     if (clean.starts_with("//"))
         clean.remove_prefix(1);
-    copy_cut(clean.empty() ? "/" : clean, buffer);
+    copy_whole(clean.empty() ? "/" : clean, buffer);
 }
 
-// Makes the path absolute and clean, as abspath says.
+// Makes the path absolute and clean, as abspath says. It begins with "/", unless nobody
+// knows the user in front or the current directory.
 Outcome absolute_path(const char *path, char *absolute)
 {
     const bool relative = *path != '/' && *path != '~';
     char directory[kPathSize];
     if (relative && !getcwd(directory, sizeof directory)) {
         elog_log(1, "Can't discover current directory: getcwd(3) fails\n");
-        copy_cut(string_view(path), absolute);
-        return Outcome::partly;
+        copy_whole(path, absolute);
+        return *absolute || !*path ? Outcome::partly : Outcome::too_long;
     }
     Walk walk(path, 0);
     const Outcome outcome = relative ? walk.run_from(directory) : walk.run();
@@ -330,10 +349,13 @@ Outcome absolute_path(const char *path, char *absolute)
 }
 
 // The same with the root as the empty text, so that every component has a "/" in
-// front. False when the path is too long.
+// front. False when there is no such form; the reason is logged.
 bool rooted_path(const char *path, char *absolute)
 {
-    if (absolute_path(path, absolute) == Outcome::too_long)
+    absolute_path(path, absolute);
+    if (*absolute == '~')
+        elog_log(0, "there is no home directory for %s\n", absolute);
+    if (*absolute != '/')
         return false;
     if (!strcmp(absolute, "/"))
         *absolute = '\0';
@@ -398,6 +420,19 @@ Split split_path(const char *text, string_view root)
     if (slash == string_view::npos)
         return {".", path};
     return {slash == 0 ? root : path.substr(0, slash), path.substr(slash + 1)};
+}
+
+// Fills the buffers of parsepath or dirbase; a null one is left out. When a part does not
+// fit, all are empty.
+void write_parts(const char *path, std::initializer_list<std::pair<string_view, char *>> parts)
+{
+    const bool whole =
+        std::all_of(parts.begin(), parts.end(), [](const auto &part) { return fits(part.first); });
+    for (const auto &[text, buffer] : parts)
+        if (buffer)
+            copy_whole(whole ? text : "", buffer);
+    if (!whole)
+        report_too_long(path);
 }
 
 bool is_missing(const char *path)
@@ -488,11 +523,13 @@ int abspath(const char *path, char *absolute)
         *absolute = '\0';
         return -1;
     }
+    const stock::KeepErrno keep;
     return absolute_path(path, absolute) == Outcome::clean ? 0 : -1;
 }
 
 int relpath(const char *from, const char *to, char *relative)
 {
+    const stock::KeepErrno keep;
     char start[kPathSize];
     char end[kPathSize];
     if (!from || !to || !rooted_path(from, start) || !rooted_path(to, end)) {
@@ -508,7 +545,7 @@ int relpath(const char *from, const char *to, char *relative)
         *strrchr(start, '/') = '\0';
     }
     if (!write_way(start, end, relative)) {
-        elog_log(0, "path is too long: %s\n", to);
+        report_too_long(to);
         *relative = '\0';
         return -1;
     }
@@ -519,31 +556,29 @@ char *parsepath(const char *path, char *dir, char *base, char *suffix)
 {
     // Meant: the directory of "/x" is empty here; dirbase gives "/".
     auto [before, name] = split_path(path, "");
-    if (suffix) {
-        const size_t dot = name.rfind('.');
-        const bool ends = dot != string_view::npos && dot > 0;
-        copy_cut(ends ? name.substr(dot + 1) : "", suffix);
-        if (ends)
-            name = name.substr(0, dot);
+    string_view ending;
+    const size_t dot = name.rfind('.');
+    if (suffix && dot != string_view::npos && dot > 0) {
+        ending = name.substr(dot + 1);
+        name = name.substr(0, dot);
     }
-    copy_cut(name, base);
-    copy_cut(before, dir);
+    write_parts(path, {{ending, suffix}, {name, base}, {before, dir}});
     return suffix;
 }
 
 void dirbase(const char *path, char *dir, char *base)
 {
     const auto [before, name] = split_path(path, "/");
-    copy_cut(name, base);
-    copy_cut(before, dir);
+    write_parts(path, {{name, base}, {before, dir}});
 }
 
 int samepath(const char *a, const char *b)
 {
+    const stock::KeepErrno keep;
     char absolute_a[kPathSize];
     char absolute_b[kPathSize];
-    return a && b && rooted_path(a, absolute_a) && rooted_path(b, absolute_b) &&
-           !strcmp(absolute_a, absolute_b);
+    return a && b && absolute_path(a, absolute_a) != Outcome::too_long &&
+           absolute_path(b, absolute_b) != Outcome::too_long && !strcmp(absolute_a, absolute_b);
 }
 
 char *homedir(const char *user)
