@@ -14,6 +14,7 @@
 
 #include "stock/h2e.h"
 #include "support/child.h"
+#include "support/comma_locale.h"
 
 namespace {
 
@@ -358,6 +359,31 @@ TEST(Timeprint, PrintsTheRecordOnOneLine)
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.out, " 1201869015.500  2008032 Feb  1,2008 12:30:15.500\n"
                          "          0.000  1970001 Jan  1,1970  0:00:0.000\n");
+}
+
+TEST(Timeprint, DoesNotDependOnTheLocale)
+{
+    const CommaLocale comma;
+    const Ended ended = in_child([] {
+        Caltime time = fields_of(1.5);
+        timeprint(&time);
+    });
+    EXPECT_EQ(ended.out, "          1.500  1970001 Jan  1,1970  0:00:1.500\n");
+}
+
+TEST(Timeprint, PrintsAnyRecordAsPrintfDoes)
+{
+    Caltime time = fields_of(-1e11);
+    time.second = 59.9996;
+    for (const double epoch :
+         {time.epoch, 1e300, -1e300, std::numeric_limits<double>::infinity()}) {
+        time.epoch = epoch;
+        time.year = -5;
+        char expected[1024];
+        snprintf(expected, sizeof expected, "%15.3f %8ld %s %2d,%4d %2d:%02d:%02.3f\n", time.epoch,
+                 time.date, time.mname, time.day, time.year, time.hour, time.minute, time.second);
+        EXPECT_EQ(in_child([&] { timeprint(&time); }).out, expected);
+    }
 }
 
 TEST(Timecon, ReadsHoursMinutesAndSecondsBetweenAnySeparators)

@@ -10,6 +10,7 @@
 #include <ctime>
 #include <functional>
 #include <random>
+#include <limits>
 #include <string>
 #include <thread>
 #include <vector>
@@ -704,7 +705,6 @@ TEST(Str2epoch, IntegersOutOfRangeAreProblems)
         {"1/" + long_number + "/1", "str2epoch: Bad date format:'1/" + long_number + "/1'\n"},
         {long_number, "str2epoch: bad input '" + long_number + "'\n"},
         {"-" + long_number, "str2epoch: bad input '-" + long_number + "'\n"},
-        {"1.0e999", "str2epoch: bad input '1.0e999'\n"},
         {"-99999999999days", "str2epoch: bad input '-99999999999days'\n"},
         {"99999999999days", "str2epoch: bad input '99999999999days'\n"},
         {"+99999999999:0", "str2epoch: bad input '+99999999999:0'\n"},
@@ -718,6 +718,33 @@ TEST(Str2epoch, IntegersOutOfRangeAreProblems)
         EXPECT_LT(parsed.result, 0);
         EXPECT_EQ(parsed.log, c.log);
     }
+}
+
+// A number too small for a double was a problem.
+TEST(Str2epoch, RealNumbersBeyondTheRangeOfADoubleAreZeroOrInfinite)
+{
+    constexpr double kInf = std::numeric_limits<double>::infinity();
+    const std::string zeros(400, '0');
+    const struct {
+        std::string text;
+        double epoch;
+    } cases[] = {
+        {"1.0e-400", 0},
+        {"1.0e-99999999999999999999", 0},
+        {"0." + zeros + "1", 0},
+        {"-." + zeros + "1", 0},
+        {"1" + zeros + ".0e-800", 0},
+        {"0." + zeros + "1e500", 1e99},
+        {"1.0e999", kInf},
+        {"1.0e99999999999999999999", kInf},
+        {"1" + zeros + ".5", kInf},
+        {"-1" + zeros + ".5", -kInf},
+        {"0." + zeros + "1e800", kInf},
+        {"12:30:15.0" + zeros + "1", 12 * 3600 + 30 * 60 + 15},
+        {"1.0e-310", 1.0e-310},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(good(c.text), c.epoch) << c.text;
 }
 
 TEST(Str2epoch, TakesLongTextsOfEveryKind)
@@ -842,6 +869,17 @@ TEST(Str2epochZones, LeaveTheEnvironmentAsItWas)
     good("2008-02-01 US/Pacific");
     EXPECT_STREQ(getenv("TZ"), "Asia/Tokyo");
     EXPECT_STREQ(tzname[0], "JST");
+}
+
+TEST(Str2epochZones, EveryReadingPutsBackTheZoneOfBeforeTheFirstSwitch)
+{
+    for (const char *text : {"2008-02-01", "5", "", "2008-02-01 US/Pacific", "nonsense"}) {
+        const Zone zone("Asia/Tokyo");
+        switchTZ("US/Eastern");
+        str2epoch(text);
+        EXPECT_STREQ(getenv("TZ"), "Asia/Tokyo") << text;
+        EXPECT_STREQ(tzname[0], "JST") << text;
+    }
 }
 
 TEST(SwitchTZ, InstallsAZoneUntilItIsRestored)

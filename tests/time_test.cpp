@@ -211,6 +211,29 @@ TEST(TimeCodes, TheTextIsCutAt1023Characters)
     EXPECT_EQ(utc((std::string(1020, 'x') + "%Y%Y").c_str()), std::string(1020, 'x') + "200");
 }
 
+// A name was cut after 63 characters, and with the text after 1023.
+TEST(TimeZones, ANameIsPrintedWholeHoweverLong)
+{
+    for (const size_t length : {3U, 63U, 64U, 500U, 1023U, 5000U}) {
+        const std::string name(length, 'N');
+        setenv("TZ", ("<" + name + ">-1").c_str(), 1);
+        tzset();
+        EXPECT_EQ(in_zone("%H %z|%Z.", ""), "13 " + name + "|" + name + ".");
+        EXPECT_EQ(in_zone((std::string(1000, 'x') + "%Z.").c_str(), ""),
+                  std::string(1000, 'x') + name + ".")
+            << length;
+        int number = 0;
+        double second = 0;
+        char *zone = nullptr;
+        e2hz("", &number, &number, &number, &number, &number, &number, &second, &zone, kTime);
+        EXPECT_EQ(taken(zone), name);
+        EXPECT_EQ(taken(ztime2str("%z", 0, 0, 0, 0, 0, 0, name.c_str(), 0, 0)), name);
+        EXPECT_EQ(styled(1, ""), ("2008-02-01 13:30:15.250 " + name).substr(0, FMTTIME_SIZE - 1));
+    }
+    unsetenv("TZ");
+    tzset();
+}
+
 TEST(TimeCodes, DoNotDependOnTheLocale)
 {
     setlocale(LC_ALL, "de_DE.UTF-8");

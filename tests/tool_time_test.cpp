@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <string>
 
 #include <csignal>
 #include <sys/wait.h>
@@ -174,6 +175,80 @@ TEST(ToolTime, AnswersEachLineAsItComes)
     waitpid(pid, &status, 0);
     EXPECT_EQ(status, 0);
     close(out[0]);
+}
+
+TEST(ToolTime, PrintsIso8601ForEveryYear)
+{
+    const struct {
+        const char *time, *utc;
+    } cases[] = {
+        {"-30630934310.5", "0999-05-06T07:08:09.500Z"},
+        {"-62135596800", "0001-01-01T00:00:00.000Z"},
+        {"-62135596800.001", "0000-12-31T23:59:59.999Z"},
+        {"-62167219200", "0000-01-01T00:00:00.000Z"},
+        {"-62167219200.0006", "-0001-12-31T23:59:59.999Z"},
+        {"-62167219200.0004", "0000-01-01T00:00:00.000Z"},
+        {"-62198755200", "-0001-01-01T00:00:00.000Z"},
+        {"-0.25", "1969-12-31T23:59:59.750Z"},
+        {"0.9996", "1970-01-01T00:00:01.000Z"},
+        {"253244534399.0", "9994-12-31T23:59:59.000Z"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(printed({"-i", c.time}), std::string(c.utc) + "\n") << c.time;
+}
+
+TEST(ToolTime, PrintsIso8601AsThePlatformCountsDays)
+{
+    std::string input;
+    std::string expected;
+    for (time_t when = -253244534400; when < 253244534400; when += 123456789) {
+        struct tm tm;
+        gmtime_r(&when, &tm);
+        const int year = tm.tm_year + 1900;
+        char line[64];
+        snprintf(line, sizeof line, "%s%04d-%02d-%02dT%02d:%02d:%02d.000Z\n", year < 0 ? "-" : "",
+                 std::abs(year), tm.tm_mon + 1, tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec);
+        expected += line;
+        input += std::to_string(when) + ".0\n";
+    }
+    EXPECT_TRUE(printed({"-i", "-"}, input) == expected);
+}
+
+TEST(ToolTime, PrintsIso8601WithTheOffsetOfTheZone)
+{
+    const struct {
+        const char *time, *zone, *text;
+    } cases[] = {
+        {"-0.25", "Asia/Tokyo", "1970-01-01T08:59:59.750+09:00"},
+        {"-0.25", "LOCAL", "1970-01-01T08:59:59.750+09:00"},
+        {"-62135596800", "Etc/GMT+5", "0000-12-31T19:00:00.000-05:00"},
+        {"1201869015.25", "Asia/Kolkata", "2008-02-01T18:00:15.250+05:30"},
+        // An offset of -4:56:02 is told in minutes, and the time with it.
+        {"-5000000000.0", "America/New_York", "1811-07-23T10:10:40.000-04:56"},
+        {"0.5", "Africa/Monrovia", "1969-12-31T23:15:00.500-00:45"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(printed({"-i", "-z", c.zone, c.time}), std::string(c.text) + "\n") << c.time;
+}
+
+// What stood before the zero byte was taken for the time.
+TEST(ToolTime, TellsOfAZeroByteInALine)
+{
+    using namespace std::string_literals;
+    const Ended ended = run({"-e", "-"}, "5\n6\0007\n8\n9\0"s);
+    EXPECT_EQ(ended.out, "5\n8\n");
+    EXPECT_EQ(ended.err, "stock: line 2: there is a zero byte behind '6'\n"
+                         "stock: line 4: there is a zero byte behind '9'\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(ToolTime, StopsWhenItsOutputHasFailed)
+{
+    const Ended ended =
+        run_program({"/bin/sh", "-c",
+                     "yes now | timeout 20 " + tool_path() + " time - >/dev/full; echo $? >&2"});
+    EXPECT_THAT(ended.err, testing::EndsWith("\n1\n"));
+    EXPECT_THAT(ended.err, testing::HasSubstr("No space left on device"));
 }
 
 TEST(ToolTime, PrintsAnInterval)

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -68,25 +69,69 @@ void print_dated(double when, const Options &options)
                               : print_format(when, options);
 }
 
-// The zone's distance from UTC: nothing but its fields tell.
-void print_offset(double when, const char *zone)
+constexpr int64_t kDay = 86400;
+
+int64_t floor_div(int64_t a, int64_t b)
 {
-    char *fields = zepoch2str("%Y:%j:%H:%M:%S", zone, std::floor(when));
-    const double minutes = std::round((str2epoch(fields) - std::floor(when)) / 60);
-    free(fields);
-    const int distance = static_cast<int>(std::fabs(minutes));
-    printf("%c%02d:%02d", minutes < 0 ? '-' : '+', distance / 60, distance % 60);
+    return a / b - (a % b < 0);
 }
 
+struct Date {
+    int64_t year;
+    int month, day;  // from 1
+};
+
+// The date so many days after 1970-01-01 in the Gregorian calendar, right in any year. Years
+// are counted from 1 March, so that the day that a leap year has more ends one.
+Date date_of(int64_t days)
+{
+    constexpr int64_t kEra = 146097;            // days of 400 years
+    constexpr int64_t kFrom0000March = 719468;  // days up to 1970-01-01
+    const int64_t from_march = days + kFrom0000March;
+    const int64_t era = floor_div(from_march, kEra);
+    const int64_t day = from_march - era * kEra;  // 0 .. 146096
+    const int64_t year = (day - day / 1460 + day / 36524 - day / (kEra - 1)) / 365;
+    const int64_t of_year = day - (year * 365 + year / 4 - year / 100);  // 0 .. 365
+    const int64_t month = (5 * of_year + 2) / 153;                       // 0 is March
+    return {era * 400 + year + (month >= 10), static_cast<int>(month < 10 ? month + 3 : month - 9),
+            static_cast<int>(of_year - (153 * month + 2) / 5 + 1)};
+}
+
+// The zone's distance from UTC in minutes, which is all that ISO 8601 has room for.
+int64_t minutes_from_utc(const char *zone, int64_t seconds)
+{
+    int year = 0, doy = 0, month = 0, day = 0, hour = 0, minute = 0;
+    double second = 0;
+    char *name = nullptr;
+    e2hz(zone, &year, &doy, &month, &day, &hour, &minute, &second, &name,
+         static_cast<double>(seconds));
+    free(name);
+    const double days = year2days(year) + doy - 1;
+    const double there = days * kDay + hour * 3600 + minute * 60 + second;
+    return std::llround((there - static_cast<double>(seconds)) / 60);
+}
+
+// Whole milliseconds are counted, so that no fraction is below 0 or rounded to a whole second.
 void print_iso(double when, const Options &options)
 {
-    const double rounded = std::floor(when * 1000 + 0.5) / 1000;
-    print_dated(rounded, options);
-    char ignored[OUTSIDE_RANGE_SIZE];
-    if (outside_range(ignored, rounded))
+    char text[OUTSIDE_RANGE_SIZE];
+    const double rounded = std::floor(when * 1000 + 0.5);
+    if (outside_range(text, rounded / 1000)) {
+        fputs(text, stdout);
         return;
+    }
+    const auto milliseconds = static_cast<int64_t>(rounded);
+    const int64_t seconds = floor_div(milliseconds, 1000);
+    const int64_t offset = options.zone ? minutes_from_utc(options.zone, seconds) : 0;
+    const int64_t local = seconds + offset * 60;
+    const Date date = date_of(floor_div(local, kDay));
+    const auto of_day = static_cast<int>(local - floor_div(local, kDay) * kDay);
+    const auto distance = static_cast<int>(std::abs(offset));
+    printf("%s%04d-%02d-%02dT%02d:%02d:%02d.%03d", date.year < 0 ? "-" : "",
+           static_cast<int>(std::abs(date.year)), date.month, date.day, of_day / 3600,
+           of_day / 60 % 60, of_day % 60, static_cast<int>(milliseconds - seconds * 1000));
     if (options.zone)
-        print_offset(rounded, options.zone);
+        printf("%c%02d:%02d", offset < 0 ? '-' : '+', distance / 60, distance % 60);
     else
         putchar('Z');
 }
@@ -154,7 +199,17 @@ bool convert(const char *text, long line, const Options &options)
     return true;
 }
 
-// The lines of standard input, as they come.
+// The same for a line of a file, which may hold a zero byte: no time does.
+bool convert_line(const char *text, size_t length, long line, const Options &options)
+{
+    if (!memchr(text, '\0', length))
+        return convert(text, line, options);
+    fflush(stdout);
+    elog_complain(0, "line %ld: there is a zero byte behind '%.500s'\n", line, text);
+    return false;
+}
+
+// The lines of standard input, as they come, for as long as the output works.
 bool convert_lines(const Options &options)
 {
     bool good = true;
@@ -167,7 +222,8 @@ bool convert_lines(const Options &options)
         if (got < 0)
             elog_complain(1, "can't read standard input");
         if (got <= 0) {
-            const bool last = text.empty() || convert(text.c_str(), line, options);
+            const bool last =
+                text.empty() || convert_line(text.c_str(), text.size(), line, options);
             return good && last && got == 0;
         }
         char *at = chunk;
@@ -175,14 +231,18 @@ bool convert_lines(const Options &options)
         while (auto *newline =
                    static_cast<char *>(memchr(at, '\n', static_cast<size_t>(end - at)))) {
             *newline = '\0';
-            if (!text.empty())
-                at = text.append(at, newline).data();
-            good = convert(at, line++, options) && good;
+            if (text.empty())
+                good = convert_line(at, static_cast<size_t>(newline - at), line, options) && good;
+            else
+                good = convert_line(text.append(at, newline).c_str(), text.size(), line, options) &&
+                       good;
+            ++line;
             text.clear();
             at = newline + 1;
         }
         text.append(at, end);
-        fflush(stdout);
+        if (fflush(stdout) != 0 || ferror(stdout))
+            return false;
     }
 }
 
@@ -240,7 +300,6 @@ const char *read_options(int &argc, char **&argv, Options &options)
             options.format = "%Y%j";
         } else if (word == "-i") {
             options.print = print_iso;
-            options.format = "%Y-%m-%dT%T";
         } else if ((word == "-f" || word == "-z") && argc > 1) {
             (word == "-f" ? options.format : options.zone) = argv[1];
             if (word == "-f")

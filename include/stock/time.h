@@ -18,7 +18,8 @@
  *     other   the character itself: %% is %. A % that ends the format is dropped
  *
  * %s has no upper bound and prints 1000 for 0.9996 s: meant. %u stops at 99999.
- * A text has at most 1023 characters; what is longer is cut.
+ * A text has at most 1023 characters and its zones' names; what is longer is cut.
+ * A zone's name is whole, however long it is.
  *
  * Times that cannot be printed as a date come out of the printers that use the
  * default formats as outside_range puts them. Strings that are returned are the

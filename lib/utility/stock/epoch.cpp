@@ -17,6 +17,7 @@
 
 #include "internal/ascii.h"
 #include "internal/decimal.h"
+#include "internal/line.h"
 #include "internal/number.h"
 #include "stock/elog.h"
 #include "stock/str2epoch.h"
@@ -209,8 +210,25 @@ int mdtodate(Caltime *time)
 
 int timeprint(const Caltime *time)
 {
-    std::printf("%15.3f %8ld %.3s %2d,%4d %2d:%02d:%02.3f\n", time->epoch, time->date, time->mname,
-                time->day, time->year, time->hour, time->minute, time->second);
+    // "%15.3f %8ld %.3s %2d,%4d %2d:%02d:%02.3f\n" whatever the locale.
+    stock::Line<1024> line;
+    line.fixed(time->epoch, 15, 3);
+    line.add(' ');
+    line.blanks(time->date, 8);
+    line.add(' ');
+    line.add(std::string_view(time->mname, strnlen(time->mname, 3)));
+    line.add(' ');
+    line.blanks(time->day, 2);
+    line.add(',');
+    line.blanks(time->year, 4);
+    line.add(' ');
+    line.blanks(time->hour, 2);
+    line.add(':');
+    line.zeros(time->minute, 2);
+    line.add(':');
+    line.fixed(time->second, 2, 3, '0');
+    line.add('\n');
+    std::fwrite(line.data(), 1, line.size(), stdout);
     return 0;
 }
 

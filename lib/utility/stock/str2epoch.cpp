@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <charconv>
 #include <climits>
@@ -97,6 +98,32 @@ void Parse::problem(const char *format, ...)
     va_end(again);
 }
 
+// How far the first digit that is not 0 stands before the point, from 1 on, or behind it,
+// from 0 down. The text is digits and perhaps a point.
+int64_t first_digit_place(std::string_view text)
+{
+    const std::size_t point = std::min(text.find('.'), text.size());
+    const std::size_t first = std::min(text.find_first_of("123456789"), text.size());
+    return static_cast<int64_t>(point) - static_cast<int64_t>(first) + (first > point);
+}
+
+// What a real number is that a double cannot hold: infinite or 0.
+double beyond_double(std::string_view text)
+{
+    const bool negative = text.starts_with('-');
+    text.remove_prefix(negative);
+    const std::size_t e = std::min(text.find_first_of("eE"), text.size());
+    const std::string_view exponent = text.substr(std::min(e + 1, text.size()));
+    int64_t power = 0;
+    for (const char c : exponent)
+        if (stock::is_digit(c) && power < INT_MAX)
+            power = power * 10 + (c - '0');
+    if (exponent.starts_with('-'))
+        power = -power;
+    const double value = first_digit_place(text.substr(0, e)) + power > 0 ? HUGE_VAL : 0;
+    return negative ? -value : value;
+}
+
 // A token: what the row matched, and its numbers from left to right.
 class Token {
 public:
@@ -147,9 +174,10 @@ private:
         if (short_number(text, value))
             return value;
         const auto result = stock::read_decimal(text.data(), text.data() + text.size(), value);
-        if (result.ec == std::errc::result_out_of_range)
-            out_of_range_ = true;
-        return value;
+        if (result.ec != std::errc::result_out_of_range)
+            return value;
+        out_of_range_ |= text.find('.') == text.npos;
+        return beyond_double(text);
     }
 
     // Digits and perhaps a point, so few that a whole number and a power of ten hold them
@@ -625,7 +653,7 @@ void convert_to_zone(Parse &p)
         const std::lock_guard lock(stock::zone_lock());
         switchTZ(p.Timezone);
         there = wall_clock(p.Etime);
-        restoreTZ();
+        restoreTZ();  // before another thread can see it
     }
     // Meant: the last second of 1969 in UTC is -1 too, and is refused like a failure.
     if (there == -1) {
@@ -682,6 +710,7 @@ int _zstr2epoch(const char *text, double *epoch, int log)
     {
         const std::lock_guard lock(EP_lock);
         parse(p, text);
+        restoreTZ();
     }
     *epoch = p.Etime;
     if (p.message)
@@ -692,9 +721,9 @@ int _zstr2epoch(const char *text, double *epoch, int log)
 namespace {
 
 // The zone switch of the process, under zone_lock.
-bool ChangedTZ = false;
-char *OldTZ = nullptr;  // the environment's entry before the first switch, or null
-char *NewTZ = nullptr;  // the entry installed last, owned
+std::atomic<bool> ChangedTZ = false;  // read without it: no thread misses a switch of its own
+char *OldTZ = nullptr;                // the environment's entry before the first switch, or null
+char *NewTZ = nullptr;                // the entry installed last, owned
 
 constexpr std::size_t kSwitchLength = 61;  // characters of a zone that count
 
@@ -745,6 +774,8 @@ void switchTZ(const char *zone)
 
 void restoreTZ(void)
 {
+    if (!ChangedTZ)
+        return;
     const std::lock_guard lock(stock::zone_lock());
     if (!ChangedTZ)
         return;

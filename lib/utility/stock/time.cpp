@@ -141,9 +141,48 @@ struct Fields {
     std::string_view zone;
 };
 
-// 1024 bytes hold every text that a format makes.
-using Output = stock::Line<1024>;
-static_assert(sizeof(Output) >= FMTTIME_SIZE);
+constexpr std::size_t kTextSize = 1024;  // bytes for the text of a format, its zones not counted
+
+// How many codes of the format print the zone.
+std::size_t zone_codes(const char *format)
+{
+    std::size_t codes = 0;
+    while ((format = std::strchr(format, '%')) && *++format)
+        codes += *format++ == 'Z' || format[-1] == 'z';
+    return codes;
+}
+
+// What the zones of the format may need besides kTextSize. Nothing for short ones: a short
+// format leaves room for them.
+std::size_t room_for_zones(const char *format, std::string_view zone)
+{
+    constexpr std::size_t kShortZone = 8;
+    constexpr std::size_t kShortFormat = 64;
+    if (zone.size() <= kShortZone && strnlen(format, kShortFormat + 1) <= kShortFormat)
+        return 0;
+    return zone_codes(format) * zone.size();
+}
+
+// The text of a format: cut at kTextSize - 1 characters, with the zone's name whole wherever
+// it stands.
+class Output : public stock::BoundedText {
+public:
+    explicit Output(std::size_t for_zones = 0) : Output(more_room(for_zones), for_zones) {}
+
+private:
+    Output(char *more, std::size_t for_zones)
+        : BoundedText(more ? more : room_, kTextSize + for_zones), more_(more)
+    {
+    }
+    static char *more_room(std::size_t for_zones)
+    {
+        void *room = for_zones ? stock::allocate(kTextSize + for_zones, "time text") : nullptr;
+        return static_cast<char *>(room);
+    }
+
+    char room_[kTextSize];
+    stock::Owned<char> more_;
+};
 
 int hour_of_12(const Fields &f)
 {
@@ -284,13 +323,37 @@ Fields utc_fields(double epoch)
             time.minute, time.second, epoch,      "UTC"};
 }
 
-// A zone's name as the platform abbreviates it.
-struct ZoneName {
-    stock::Line<64> text;
+// A zone's name as the platform abbreviates it, of any length.
+class ZoneName {
+public:
+    // Keeps a copy of the name. False when there is no room for it: then make_room, and again.
+    bool keep(std::string_view name)
+    {
+        length_ = name.size();
+        if (length_ > (longer_ ? longer_size_ : sizeof short_))
+            return false;
+        name.copy(longer_ ? longer_.get() : short_, length_);
+        return true;
+    }
+
+    void make_room()
+    {
+        longer_size_ = length_;
+        longer_.reset(static_cast<char *>(stock::allocate(length_, "zone name")));
+    }
+
+    std::string_view text() const { return {longer_ ? longer_.get() : short_, length_}; }
+
+private:
+    std::size_t length_ = 0;
+    std::size_t longer_size_ = 0;
+    stock::Owned<char> longer_;
+    char short_[64];
 };
 
-// The fields in the zone now in force. A year that the platform refuses is broken down in UTC.
-Fields local_fields(double epoch, ZoneName &name)
+// The fields in the zone now in force but its name, which the platform keeps until the zone
+// changes. A year that the platform refuses is broken down in UTC.
+Fields local_fields(double epoch)
 {
     const double whole = std::trunc(epoch);
     const auto clock = saturated<time_t>(whole);
@@ -307,8 +370,7 @@ Fields local_fields(double epoch, ZoneName &name)
              epoch,
              ""};
     }
-    name.text.add(std::string_view(tzname[tm.tm_isdst > 0]));
-    f.zone = name.text.view();
+    f.zone = tzname[tm.tm_isdst > 0];
     return f;
 }
 
@@ -316,7 +378,7 @@ Fields local_fields(double epoch, ZoneName &name)
 // false when the platform has no such zone.
 Fields zone_fields(const char *zone, double epoch, ZoneName &name, bool &known)
 {
-    const std::lock_guard lock(stock::zone_lock());
+    std::unique_lock lock(stock::zone_lock());
     known = true;
     if (*zone && std::strcmp(zone, "LOCAL") != 0) {
         known = stock::stays_inside_zones(zone);
@@ -328,8 +390,15 @@ Fields zone_fields(const char *zone, double epoch, ZoneName &name, bool &known)
             restoreTZ();
         }
     }
-    const Fields f = local_fields(epoch, name);
+    Fields f = local_fields(epoch);
+    const bool kept = name.keep(f.zone);
     restoreTZ();
+    lock.unlock();
+    if (!kept) {
+        name.make_room();
+        return zone_fields(zone, epoch, name, known);
+    }
+    f.zone = name.text();
     return f;
 }
 
@@ -351,17 +420,13 @@ char *copied(std::string_view text)
     return copy;
 }
 
-void print(Output &out, const char *format, const char *zone, double epoch)
+char *printed(const char *format, const char *zone, double epoch)
 {
     ZoneName name;
     int result = 0;
-    expand(out, format, fields_in(zone, epoch, name, result));
-}
-
-char *printed(const char *format, const char *zone, double epoch)
-{
-    Output out;
-    print(out, format, zone, epoch);
+    const Fields f = fields_in(zone, epoch, name, result);
+    Output out(room_for_zones(format, f.zone));
+    expand(out, format, f);
     return copied(out.view());
 }
 
@@ -385,9 +450,9 @@ char *printed_by_default(const char *const &format, const char *zone, double epo
 char *ztime2str(const char *format, int year, int doy, int month, int day, int hour, int minute,
                 const char *zone, double epoch, double second)
 {
-    Output out;
-    expand(out, format,
-           {year, doy, month, day, hour, minute, second, epoch, zone ? zone : std::string_view()});
+    const std::string_view name = zone ? zone : std::string_view();
+    Output out(room_for_zones(format, name));
+    expand(out, format, {year, doy, month, day, hour, minute, second, epoch, name});
     return copied(out.view());
 }
 
@@ -489,8 +554,12 @@ int fmttime(char *buf, int style, const char *zone, double epoch)
         style == 8 ? std::floor(0.5 + epoch * 100000) / 100000 : to_millisecond(epoch);
     const bool utc = !zone || std::strcmp(zone, "UTC") == 0;
     const Style &row = style_of(style);
+    ZoneName name;
+    int result = 0;
+    const Fields f = fields_in(utc ? nullptr : zone, rounded, name, result);
+    static_assert(kTextSize <= FMTTIME_SIZE);
     Output out;
-    print(out, read(utc ? *row.utc : *row.zone), utc ? nullptr : zone, rounded);
+    expand(out, read(utc ? *row.utc : *row.zone), f);
     std::memcpy(buf, out.c_str(), out.size() + 1);
     return 0;
 }

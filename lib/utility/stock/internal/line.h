@@ -6,15 +6,18 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
 namespace stock {
 
-// Holds kSize - 1 characters and the NUL that ends them.
-template <std::size_t kSize>
-class Line {
+// A text in memory that a derived class brings along, its size the final NUL included.
+class BoundedText {
 public:
+    BoundedText(const BoundedText &) = delete;
+    BoundedText &operator=(const BoundedText &) = delete;
+
     const char *c_str()
     {
         text_[length_] = '\0';
@@ -26,15 +29,15 @@ public:
 
     void add(char c)
     {
-        if (length_ < kSize - 1)
+        if (length_ < size_ - 1)
             text_[length_++] = c;
     }
 
-    void add(std::string_view text) { length_ += text.copy(text_ + length_, kSize - 1 - length_); }
+    void add(std::string_view text) { length_ += text.copy(text_ + length_, size_ - 1 - length_); }
 
     void fill(std::size_t to, char c)
     {
-        while (length_ < to && length_ < kSize - 1)
+        while (length_ < to && length_ < size_ - 1)
             text_[length_++] = c;
     }
 
@@ -70,6 +73,10 @@ public:
             std::to_chars(text, text + sizeof text, value, std::chars_format::general, digits);
         add({text, static_cast<std::size_t>(end.ptr - text)});
     }
+
+protected:
+    BoundedText(char *text, std::size_t size) : text_(text), size_(size) {}
+    ~BoundedText() = default;
 
 private:
     static constexpr double kTens[] = {1, 10, 100, 1000, 10000, 100000};
@@ -108,8 +115,19 @@ private:
         add(number);
     }
 
-    char text_[kSize];
+    char *const text_;
+    const std::size_t size_;
     std::size_t length_ = 0;
+};
+
+// Holds kSize - 1 characters and the NUL that ends them.
+template <std::size_t kSize>
+class Line : public BoundedText {
+public:
+    Line() : BoundedText(room_, kSize) {}
+
+private:
+    char room_[kSize];
 };
 
 }  // namespace stock
