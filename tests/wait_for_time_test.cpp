@@ -16,6 +16,7 @@
 #include "deviants.h"
 #include "stock/time.h"
 #include "support/child.h"
+#include "support/comma_locale.h"
 #include "support/logging.h"
 #include "support/owners.h"
 
@@ -190,6 +191,14 @@ TEST(WaitForTime, SaysHowLongAndUntilWhen)
     const size_t open = ended.err.find(" seconds (");
     ASSERT_NE(open, std::string::npos);
     EXPECT_EQ(ended.err.substr(open + 31), std::string(") until ") + until.get() + "\n");
+}
+
+TEST(WaitForTime, WritesAPointInEveryLocale)
+{
+    const CommaLocale comma;
+    const Ended ended = in_child([] { wait_for_time(1, std_now() + 90); });
+    EXPECT_EQ(ended.err.rfind("waiting ", 0), 0U) << ended.err;
+    EXPECT_EQ(ended.err.find(','), std::string::npos) << ended.err;
 }
 
 TEST(WaitForTime, EndsForWhatIsNoTime)

@@ -107,8 +107,10 @@ STOCK_API int time_string2epoch(const char *text, double *when);
 enum { OUTSIDE_RANGE_SIZE = 64 };
 
 /*
- * Tells whether a time cannot be printed as a date. If so, buf receives what is
- * printed in its place and 1 is returned; else 0, and buf is left alone.
+ * Tells whether a time is too far from 1970 to be printed as a date. If so, buf
+ * receives what is printed in its place and 1 is returned; else 0, and buf is left
+ * alone. Some 1,500 years from 1970 on etoh gets the date wrong, which does not
+ * count: the year 5000 gives 0, and is printed as 01/01/5002.
  *
  *     when                         buf
  *     +infinity                    ** The End of Time (+infinity) **
@@ -124,10 +126,10 @@ STOCK_API int outside_range(char *buf, double when);
  * of them: *start receives the first and *increment the spacing in seconds, a
  * round number of seconds, minutes, hours or days. Returns 0.
  *
- * A t0 that lies on a multiple of the increment, counted from the start of its
- * minute, hour, day or of the day before its year, is the first tick; at that
- * start itself the first tick is one increment later, except where the
- * increment is one minute or one hour.
+ * Multiples of the increment are counted from the start of a period: the minute,
+ * the hour or the day of t0, or the day before its year. A t0 on a multiple is the
+ * first tick; at the start of its period, t0 + increment is, unless that is one
+ * minute or hour.
  *
  * With t1 = t0, n < 1, or a distance that is not finite or too small to divide,
  * *start is 0 and *increment is left alone.

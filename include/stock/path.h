@@ -52,7 +52,8 @@ STOCK_API int cleanpath(const char *path, uint32_t flags, char *clean);
 /*
  * Joins the parts, up to a null pointer, with "/" and cleans the result as
  * cleanpath does without following links. A part that begins with "/" replaces
- * everything before it; an empty first part stands for ".".
+ * everything before it; an empty first part is the current
+ * directory, ".".
  *
  *     parts             result
  *     "/a", "b", "c"    /a/b/c

@@ -2,9 +2,10 @@
  * str2epoch.h - reading times that people write, and switching time zones.
  *
  * A time is any sequence of the tokens below with blanks, tabs and newlines
- * between them; letters count in either case and the longest token wins. What
- * is not said is 1970, 1 January, 00:00:00. Times are in UTC unless a zone is
- * named.
+ * between them; the longest token wins. Words count in capital and small letters
+ * alike, but for the names of zones, which are written as the system has them.
+ * What is not said is 1970, 1 January, 00:00:00. Times are in UTC unless a zone is
+ * named; LOCAL is the system's own zone, as switchTZ("") sets it, whatever TZ says.
  *
  *     2008-02-01   2/1/2008   1/2/2008   2008/2/1        month or day first as is_month_first says
  *     2008032   2008-032   (32)                          year and day of the year
@@ -19,7 +20,10 @@
  *
  * Several readings are narrower than they look, and meant: "2008-1-1" is no
  * date, "0" and "00:00" set nothing and count as a problem, and a two-digit
- * year below 69 lies in this century.
+ * year below 69 lies in this century. Neither the "T", "Z" and offsets of ISO 8601
+ * nor the comma and offsets of dates in mail are read. A whole number that its
+ * field cannot hold is a problem; a number with a point that a double cannot hold
+ * is 0 or infinite.
  *
  * Reading does not depend on the locale and takes time in proportion to the
  * text, of any length and any bytes. One lock serialises it, so any thread may
@@ -77,7 +81,10 @@ STOCK_API int _zstr2epoch(const char *text, double *epoch, int log);
  */
 STOCK_API void switchTZ(const char *zone);
 
-/* Puts back the time zone of before the first switchTZ; without one, does nothing. */
+/*
+ * Puts back the time zone of before the first switchTZ; without one, does nothing.
+ * Every reading of a time ends with it.
+ */
 STOCK_API void restoreTZ(void);
 
 /*

@@ -17,9 +17,9 @@ enum { XARGS_MAX = 512 /* characters of a command line that no argument is added
  * as it takes to keep each line near XARGS_MAX characters.
  *
  * A line is the command, a space, each argument with a space behind it, and the
- * trailer. An argument that would lengthen line and trailer past XARGS_MAX has
- * the line run without it first. So an argument too long for any line has the
- * trailer alone run before it, and an empty list runs the trailer alone. With
+ * trailer. If an argument would exceed XARGS_MAX, what is collected runs first. So
+ * an argument too long for any line has the trailer alone run before it, and an
+ * empty list runs the trailer alone. With
  * verbose not 0 each line is notified before it runs. What the commands return
  * is ignored.
  */

@@ -10,6 +10,7 @@
 #include "deviants.h"
 #include "internal/alloc.h"
 #include "internal/guards.h"
+#include "internal/line.h"
 #include "internal/number.h"
 #include "stock/elog.h"
 #include "stock/time.h"
@@ -72,7 +73,9 @@ void wait_for_time(int verbose, double when)
     if (verbose) {
         const stock::Owned<char> span(strtdelta(delay));
         const stock::Owned<char> until(strtime(when));
-        std::fprintf(stderr, "waiting %.3f seconds (%s) until %s\n", delay, span.get(),
+        stock::Line<400> seconds;  // "%.3f" whatever the locale; a double has 309 digits
+        seconds.fixed(delay, 0, 3);
+        std::fprintf(stderr, "waiting %s seconds (%s) until %s\n", seconds.c_str(), span.get(),
                      until.get());
     }
     snooze(delay);
