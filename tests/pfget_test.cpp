@@ -1,6 +1,7 @@
 // Reading values: types, conversions, what is missing and what is wrong.
 
 #include <cerrno>
+#include <climits>
 #include <cmath>
 #include <string>
 
@@ -20,14 +21,16 @@ PfPtr parse(const char *text)
     return PfPtr(pf);
 }
 
-// What the body leaves on standard error, and that it ends with the status.
+// What the body leaves on standard error, and that it ends with the status. An
+// expectation that fails in the body fails here.
 std::string says(int status, const std::function<void()> &body)
 {
     const Ended ended = in_child([&] {
         elog_set(ELOG_TAG_FIELD, -1, "T");
         body();
+        exit(testing::Test::HasFailure() ? 9 : 0);
     });
-    EXPECT_EQ(ended.status, status);
+    EXPECT_EQ(ended.status, status) << ended.out;
     return ended.err;
 }
 
@@ -158,6 +161,67 @@ TEST(PfgetTyped, BadTextIsComplainedAboutAndConvertedAllTheSame)
               "T: Bad floating point value '' for e\n");
 }
 
+// What errno holds from earlier is no reason of theirs.
+TEST(PfgetTyped, ComplaintsTellNoReasonOfTheSystem)
+{
+    const PfPtr pf = parse("i 12abc\nd 1.5x\nb maybe\nt never\n");
+    const auto with_stale_errno = [](const std::function<void()> &body) {
+        return says(0, [&] {
+            errno = EACCES;
+            body();
+        });
+    };
+    EXPECT_EQ(with_stale_errno([&] { pfget_int(pf.get(), "i"); }),
+              "T: Bad integer value '12abc' for i\n");
+    EXPECT_EQ(with_stale_errno([&] { pfget_double(pf.get(), "d"); }),
+              "T: Bad floating point value '1.5x' for d\n");
+    EXPECT_EQ(with_stale_errno([&] { pfget_boolean(pf.get(), "b"); }),
+              "T: Bad boolean value 'maybe' for b\n");
+    EXPECT_EQ(with_stale_errno([&] { pfget_time(pf.get(), "t"); }),
+              "T: Bad time value 'never' for t\n");
+    EXPECT_EQ(with_stale_errno([&] {
+                  const PfPtr other(pfnew(PFUNDEF));
+                  pfget(other.get(), "k", nullptr);
+                  other->type = PFSTRING;
+              }).substr(0, 50),
+              std::string("T: *stack* unrecognized pf type 4 in pfget\n\n\nStack\n").substr(0, 50));
+    const PfPath path;
+    path.site("prog.pf", "a 1\n");
+    EXPECT_EQ(with_stale_errno([&] {
+                  pfprint("prog", "b");
+                  errno = EACCES;
+                  pfconfig("nothing", nullptr);
+                  elog_flush(1, 0);
+              }),
+              "T: no entry 'b' in parameter file prog\n"
+              "T: pfconfig: unrecognized code 'nothing'\n");
+}
+
+TEST(PfgetDeathTest, DyingTellsNoReasonOfTheSystem)
+{
+    const PfPtr pf = parse("t &Tbl{\n}\n");
+    Pf *list = nullptr;
+    pfresolve(pf.get(), "t", 0, &list);
+    const struct {
+        std::function<void()> getter;
+        const char *message;
+    } cases[] = {
+        {[&] { pfget_int(pf.get(), "none"); },
+         "T: program needs value for 'none', not found in parameter file 'prog.pf'\n"},
+        {[&] { pfget_int(pf.get(), "t"); },
+         "T: wrong parameter type for 't' : expected scalar but got table in 'prog.pf'\n"},
+        {[&] { pfget_int(list, pfindex(0)); },
+         "T: wrong parameter type for #0 : expected scalar but got invalid in ''\n"},
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(says(1,
+                       [&] {
+                           errno = EACCES;
+                           c.getter();
+                       }),
+                  c.message);
+}
+
 // The index used to be read as the address of a text.
 TEST(PfgetTyped, BadTextInAListIsComplainedAboutWithItsIndex)
 {
@@ -184,6 +248,19 @@ TEST(PfgetTyped, WhiteSpaceMayFollowANumber)
                    [&] {
                        EXPECT_EQ(pfget_int(pf.get(), "i"), 12);
                        EXPECT_EQ(pfget_double(pf.get(), "d"), 1.5);
+                   }),
+              "");
+}
+
+TEST(PfgetTyped, AWholeNumberThatNoLongHoldsIsTheLargestOrSmallestOne)
+{
+    const PfPtr pf = parse("large 99999999999999999999\nsmall -99999999999999999999\n"
+                           "most 9223372036854775807\n");
+    EXPECT_EQ(says(0,
+                   [&] {
+                       EXPECT_EQ(pfget_int(pf.get(), "large"), LONG_MAX);
+                       EXPECT_EQ(pfget_int(pf.get(), "small"), LONG_MIN);
+                       EXPECT_EQ(pfget_int(pf.get(), "most"), LONG_MAX);
                    }),
               "");
 }
@@ -422,6 +499,8 @@ TEST(Sz2dbl, ReadsFactorsInTheirCaseOnly)
     EXPECT_EQ(sz2dbl("3K"), 3);
     EXPECT_EQ(sz2dbl("3g"), 3);
     EXPECT_EQ(sz2dbl("rubbish"), 0);
+    EXPECT_EQ(sz2dbl("2MB"), 2);
+    EXPECT_EQ(sz2dbl("2u"), 2e-6);
     EXPECT_EQ(sz2dbl(""), 0);
     EXPECT_EQ(sz2dbl(nullptr), 0);
     EXPECT_EQ(sz2dbl("k"), 0);

@@ -407,6 +407,15 @@ TEST(Pfin, AStreamIsLeftBehindItsEndMark)
     fclose(stream);
 }
 
+TEST(Pfin, AQuoteThatIsNeverClosedIsLookedForInTheWholeStream)
+{
+    std::string text = "\"a 1\n__DATA__ x\nthe rest\n";
+    FILE *stream = fmemopen(text.data(), text.size(), "r");
+    EXPECT_EQ(parsed([&](Pf **pf) { return pfin(stream, pf); }).tree, R"({"a: "1"})");
+    EXPECT_EQ(fgetc(stream), EOF);
+    fclose(stream);
+}
+
 TEST(Pfin, AStreamIsReadFromWhereItStands)
 {
     std::string text = "a 1\nb 2\n";

@@ -1,5 +1,6 @@
 // Whether a parameter file is new enough for a program.
 
+#include <cerrno>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -34,6 +35,32 @@ TEST(Pfrequire, OnlyTheLastFileCounts)
     EXPECT_EQ(pfrequire("prog", "2008-02-02"), -1);
     EXPECT_EQ(take_log(), "no pf_revision_time in the file '" + local +
                               "', \n\tbut program requires date after 02/02/2008\n");
+}
+
+// What errno holds from earlier is no reason of theirs.
+TEST(Pfrequire, TellsNoReasonOfTheSystem)
+{
+    const PfPath path;
+    path.site("dated.pf", "pf_revision_time 2008-02-01\n");
+    path.site("undated.pf", "a 1\n");
+    path.site("wrong.pf", "}\n");
+    for (const char *name : {"dated", "undated", "wrong", "none"}) {
+        SCOPED_TRACE(name);
+        elog_clear();
+        errno = EACCES;
+        EXPECT_LT(pfrequire(name, "2008-02-02"), 0);
+        const std::string log = take_log();
+        EXPECT_NE(log, "");
+        EXPECT_EQ(log.find("Permission denied"), log.npos) << log;
+    }
+}
+
+TEST(Pfrequire, WithoutADateEveryDatedFileWillDo)
+{
+    const PfPath path;
+    path.site("prog.pf", "pf_revision_time 2008-02-01\n");
+    EXPECT_EQ(pfrequire("prog", nullptr), 0);
+    elog_clear();
 }
 
 TEST(Pfrequire, SaysWhenTheFileIsWrongOrMissing)

@@ -131,6 +131,7 @@ TEST(Pfresolve, MakesWhatIsMissingAsPlaceholders)
     EXPECT_EQ(tree_text(pf.get()), "{x: {y: [<none> <none> <none> <6>]}}");
     ASSERT_EQ(pfset(pf.get(), "x{y}[3]", "done"), 0);
     EXPECT_EQ(resolve(pf.get(), "x{y}[3]"), "\"done\"");
+    EXPECT_EQ(take_log(), "");
 }
 
 TEST(Pfresolve, ANewElementAtMinusOneIsAppended)
@@ -153,16 +154,18 @@ TEST(Pfresolve, ATextTakesNoNewSteps)
 TEST(Pfresolve, StrayMarksAreShownAndSkipped)
 {
     const Ended ended = in_child([] {
-        const PfPtr pf = parse("a 1\nb 2\n");
+        const PfPtr pf = parse("a 1\nb 2\nt &Tbl{\n x\n}\n");
         resolve(pf.get(), "[a");
         resolve(pf.get(), "a]");
         resolve(pf.get(), "{a}");
-        EXPECT_EQ(resolve(pf.get(), "}a"), "\"1\"");
+        puts(resolve(pf.get(), "}a").c_str());
         resolve(pf.get(), "a[]");
+        for (const char *address : {"a{b", "a{b]", "t[0]"})
+            puts(resolve(pf.get(), address).c_str());
     });
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.err, "unmatched char '['\nunmatched char '['\n");
-    EXPECT_EQ(ended.out, "]]");
+    EXPECT_EQ(ended.out, "]\"1\"\n]{-31\n{-31\n\"x\"\n");
 }
 
 TEST(Pfresolve, SurvivesAnyAddress)
@@ -174,10 +177,19 @@ TEST(Pfresolve, SurvivesAnyAddress)
               "a{" + std::string(5000, 'k') + "}", std::string("a{b}[99999999999999999999999]"),
               std::string("a{b}[-]"), std::string("a{b}[1"), std::string("}{][")})
             resolve(pf.get(), address.c_str());
-        Pf *node = nullptr;
-        EXPECT_EQ(pfresolve(nullptr, "a", 0, &node), -31);
     });
     EXPECT_EQ(ended.status, 0);
+}
+
+TEST(Pfresolve, ATreeThatIsNullHasNothing)
+{
+    for (const int create : {0, 1}) {
+        Pf other{};
+        Pf *node = &other;
+        EXPECT_EQ(pfresolve(nullptr, "a", create, &node), -31);
+        EXPECT_EQ(node, nullptr);
+        EXPECT_EQ(pfresolve(nullptr, nullptr, create, nullptr), -31);
+    }
 }
 
 TEST(Pfresolve, WithoutAPlaceForTheNodeGivesTheType)

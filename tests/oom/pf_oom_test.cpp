@@ -9,6 +9,7 @@
 
 #include "stock.h"
 #include "support/out_of_memory.h"
+#include "support/pf_text.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -40,6 +41,13 @@ void warm_up()
     Pf *pf = nullptr;
     pfcompile_counted("", 0, &pf);
     pffree(pf);
+}
+
+PfPtr parsed(const std::string &text)
+{
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfcompile(text.c_str(), &pf), 0);
+    return PfPtr(pf);
 }
 
 // A directory with the parameter file "prog", which PFPATH leads to.
@@ -107,6 +115,58 @@ TEST(PfOutOfMemory, TheWritersNameTheirFunctions)
               fatal + message("pfoutput_literal", "pfwrite.cpp", "15", "s"));
     EXPECT_EQ(said_by(0, [] { str2pf("abc"); }),
               fatal + message("str2pf", "pfwrite.cpp", "4", "s"));
+}
+
+TEST(PfOutOfMemory, TheWritersNameTheSizesOfTheirBlocks)
+{
+    const std::string fatal = "oom_test *fatal*: ";
+    EXPECT_EQ(said_by(0, [] { pfoutput_literal("{(]<'", 2); }),
+              fatal + message("pfoutput_literal", "pfwrite.cpp", "41", "s"));
+    const PfPtr pf = parsed("north 12 mm\n");
+    EXPECT_EQ(said_by(0, [&] { pf2string(pf.get()); }),
+              fatal + message("pfappend", "pfwrite.cpp", "1024", "vstk->s"));
+    EXPECT_EQ(said_by(1, [&] { pf2string(pf.get()); }),
+              fatal + message("pfout", "pfwrite.cpp", "352", "containers"));
+    const PfPtr large = parsed("n " + std::string(2000, 'x') + "\n");
+    EXPECT_EQ(said_by(2, [&] { pf2string(large.get()); }),
+              fatal + message("pfappend", "pfwrite.cpp", "5028", "vstk->s"));
+}
+
+TEST(PfOutOfMemory, AnEvaluationNamesEachOfItsTexts)
+{
+    const PfPtr pf = parsed("f &env(GAUGE)\n");
+    setenv("GAUGE", "north", 1);
+    Pf *function = nullptr;
+    pfvalue(pf.get(), "f", &function);
+    const auto says = [&](long successes) {
+        return said_by(successes, [&] { pfinterpret(function); });
+    };
+    const std::string fatal = "oom_test *fatal*: ", file = "pfinterpret.cpp";
+    EXPECT_EQ(says(0), fatal + message("pfexpand", "pfexpand.cpp", "1024", "result"));
+    EXPECT_EQ(says(1), fatal + message("evaluate", file, "13", "text"));
+    EXPECT_EQ(says(2), fatal + message("copy_view", file, "6", "pf->value.s"));
+    EXPECT_EQ(says(3), fatal + message("copied_node", file, "6", "pf->value.s"));
+    EXPECT_EQ(says(4), fatal + message("pfnew", "pffree.cpp", "40", "pf"));
+}
+
+TEST(PfOutOfMemory, AnExpansionNamesWhatItGrowsTo)
+{
+    const PfPtr pf = parsed("long " + std::string(2000, 'x') + "\nx ab&long;\n");
+    Pf *node = nullptr;
+    pfvalue(pf.get(), "x", &node);
+    EXPECT_EQ(said_by(1, [&] { pfexpand(node); }),
+              "oom_test *fatal*: " + message("pfexpand", "pfexpand.cpp", "2005", "result"));
+}
+
+TEST(PfOutOfMemory, AReferenceNamesTheFileThatItKeeps)
+{
+    const Prog prog;
+    warm_up();
+    const PfPtr pf = parsed("f &ref(prog,a)\n");
+    Pf *function = nullptr;
+    pfvalue(pf.get(), "f", &function);
+    EXPECT_THAT(asked_for([&] { return pfinterpret(function)->type == PFSTRING; }),
+                IsSupersetOf({"call_ref: pf->value.s", "take: referred", "take: referred->file"}));
 }
 
 TEST(PfOutOfMemory, AnUpdateNamesItsState)
