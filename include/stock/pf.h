@@ -126,8 +126,8 @@ STOCK_API void showpf(const char *label, const Pf *pf);
  *
  * A key ends at a blank (space or tab) and is cut to 1023 bytes. Between quotes of
  * either kind it may hold anything but that quote. A later value of the same key
- * replaces the earlier one whole; tables are not merged. A line of "__END__",
- * "__DATA__" or "__EOF__" where a key could stand ends the text.
+ * replaces the earlier one whole; tables are not merged. A line that begins with
+ * "__END__", "__DATA__" or "__EOF__" where a key could stand ends the text.
  *
  * A value is the rest of the line, without the blanks around it. A "#" begins a
  * comment, and a key alone has the empty text. In keys and values a backslash
@@ -144,11 +144,17 @@ STOCK_API void showpf(const char *label, const Pf *pf);
  * list "&Undef{}" takes the last element away.
  *
  * A literal begins on the line behind "&Literal" and its opening delimiter and ends
- * at the closing one that balances it: {} () [] <> `' or any two characters, such
- * as "&Literal|!". "&Literal" with a double quote and a word ends at the first
- * double quote with that word.
+ * at the closing one that balances it: {} () [] <> `' or another two characters, such
+ * as "&Literal|!". Where a closing delimiter of the row stands as the opening one, the
+ * next of the row closes it: "}" ends at "(", and "'" never. "&Literal" with a double
+ * quote and a word ends at the first double quote with that word.
  *
  * A function ends its line: "&exec(date) # today" is a plain text.
+ *
+ * The last line should end with a newline. Without one a key alone is no key at all,
+ * and a function is a plain text. Lines that end with "\r\n" are no lines of their own
+ * kind: the "\r" is part of the text. It stays at the end of values and of keys that
+ * stand alone, and makes a plain text of a function.
  */
 
 /*
@@ -338,7 +344,8 @@ STOCK_API int pfrequire(const char *name, const char *date);
  *     &datafilename(name)   and its path
  *     &env(name)            an environment variable, or nothing
  *     &ref(name, address)   a value of another parameter file, as it is now: a pfdup
- *                           of it, whose texts refer to nothing there any more
+ *                           of it, in whose texts "&name" stays as it stands, even
+ *                           where that file defines name
  *     &ask(prompt)          what the user answers
  *     &undef()              no value at all
  *     &anything(else)       what "pfuser" of the user library makes of it
@@ -350,8 +357,9 @@ STOCK_API int pfrequire(const char *name, const char *date);
  *     wrong parameter type for '%s' : expected %s but got %s in '%s'
  *     wrong parameter type for #%ld : expected %s but got %s in '%s'
  *
- * A program may set another with pfconfig; when that returns, the getter goes on
- * with the node it stored in *result, or else returns 0 or null.
+ * The last tells that a list has no element of that index; of an element of another
+ * type nothing is said. A program may set another with pfconfig; when that returns,
+ * the getter goes on with the node it stored in *result, or else returns 0 or null.
  *
  * Texts are borrowed from the tree and stay valid until the same value is read
  * again, be it through a reference to it, or freed. Reading changes a tree: one
@@ -369,22 +377,23 @@ STOCK_INLINE const char *pfindex(int64_t i)
  * function is its own child. A function is evaluated, a text expanded.
  *
  * Returns the type of what it found and stores the text of a PFSTRING, else the
- * node, in *value; PFINVALID and null when there is nothing. Of a node that can
- * have no child it complains "*stack* unrecognized pf type %d in pfget".
+ * node, in *value unless value is null; PFINVALID and null when there is nothing.
+ * Of a node that can have no child it complains "*stack* unrecognized pf type %d in
+ * pfget".
  */
 STOCK_API int pfget(Pf *pf, const char *key, void **value);
 
 /*
- * Stores the text at an address in *value and returns 0; -1 and null when there is
- * no text. The top of a tree gives 0 and null.
+ * Stores the text at an address in *value, unless value is null, and returns 0; -1
+ * and null when there is no text. The top of a tree gives 0 and null.
  */
 STOCK_API int pfeval(Pf *pf, const char *address, char **value);
 
 /*
- * Stores the node at an address, its function evaluated, in *node; null when there
- * is none. With an expected type other than PFANY the die function hears of a node
- * of another type and may store one in its place; when it returns and stores none,
- * the node stays.
+ * Stores the node at an address, its function evaluated, in *node, unless node is
+ * null; null when there is none. With an expected type other than PFANY the die
+ * function hears of a node of another type and may store one in its place; when it
+ * returns and stores none, the node stays.
  */
 STOCK_API void _pfeval(Pf *pf, const char *address, Pf **node, int expected);
 
@@ -394,8 +403,9 @@ STOCK_API char *pfget_string(Pf *pf, const char *address);
 /*
  * A number at an address: fix_strtod reads the double, strtol in base 0 the int.
  * What is no number is complained about, "Bad floating point value '%s' for %s" or
- * "Bad integer value '%s' for %s", and what could be read of it is returned. For an
- * element of a list, asked for by its index, these messages end with "#%ld".
+ * "Bad integer value '%s' for %s", and what could be read of it is returned; of a
+ * whole number that a long does not hold, silently, the largest or smallest long. For
+ * an element of a list, asked for by its index, these messages end with "#%ld".
  */
 STOCK_API double pfget_double(Pf *pf, const char *address);
 STOCK_API long pfget_int(Pf *pf, const char *address);
@@ -410,7 +420,7 @@ STOCK_API double pfget_time(Pf *pf, const char *address);
  */
 STOCK_API int pfget_boolean(Pf *pf, const char *address);
 
-/* A size at an address, converted by sz2dbl. */
+/* A size at an address, converted by sz2dbl, which complains of nothing. */
 STOCK_API double pfget_size(Pf *pf, const char *address);
 
 /*
@@ -485,6 +495,7 @@ STOCK_API Pf *pfinterpret(Pf *function);
  *     4k    4000       5m    0.005
  *     2M    2e6        7u    7e-6
  *     1.5G  1.5e9      3K    3        only these letters, in this case
+ *     2MB   2          abc   0        what follows the number is not looked at
  */
 STOCK_API double sz2dbl(const char *text);
 
@@ -495,7 +506,8 @@ STOCK_API double sz2dbl(const char *text);
  *
  *     a            the key a of the tree; blanks in it and around it count
  *     a{b}         the key b of the table a; blanks around b do not count
- *     a[2]         the third element of the list a; a[-1] is never there
+ *     a[2]         the third element of the list a; a[-1] is never there, and made
+ *                  behind the last element where create asks for that
  *     a{b}[2]{c}   and so on
  *     {a}          the key a
  *
