@@ -2,8 +2,13 @@
 
 #include "stock/pf.h"
 
+#include <algorithm>
+#include <functional>
 #include <random>
 #include <string>
+#include <vector>
+
+#include <pthread.h>
 
 #include <gtest/gtest.h>
 
@@ -437,6 +442,38 @@ TEST(PfRoundTrip, DoesNotBringATextBackThatBeginsLikeAnotherToken)
     EXPECT_EQ(back("&Arr{").substr(0, 6), "error ");
 }
 
+// As the manual tells: what a key may not be.
+TEST(PfRoundTrip, DoesNotBringTheseKeysBack)
+{
+    const auto comes_back = [](const std::string &key, bool indented) {
+        const PfPtr pf(pfnew(PFFILE));
+        setarr(pf->value.arr, key.c_str(), text_node("12 mm"));
+        const std::string text = indented ? written(pf.get()) : flat(pf.get());
+        return tree_of(text) == tree_text(pf.get());
+    };
+    const std::string longest(1023, 'k');
+    const std::vector<std::string> in_no_form = {
+        "",        "\"north\"", "'north'", "north\tsouth", "north\nsouth",
+        "__END__", "__DATA__",  "__EOF__", "a \"b'",       longest + "k"};
+    const std::vector<std::string> indented_only = {"}", "no#2", "n\\", "\\n"};
+    const std::vector<std::string> flat_only = {"no \\", "} north", "north #2"};
+    const std::vector<std::string> in_both = {"two words", " north", "south ", "a \"b", "it's",
+                                              "a 'b",      "&north", "{",      "\r",    longest};
+    const struct {
+        const std::vector<std::string> &keys;
+        bool indented, flat;
+    } cases[] = {{in_no_form, false, false},
+                 {indented_only, true, false},
+                 {flat_only, false, true},
+                 {in_both, true, true}};
+    for (const auto &c : cases)
+        for (const std::string &key : c.keys) {
+            SCOPED_TRACE(key);
+            EXPECT_EQ(comes_back(key, true), c.indented);
+            EXPECT_EQ(comes_back(key, false), c.flat);
+        }
+}
+
 // The empty line behind a function is nothing in a table, but an element in a list.
 TEST(PfRoundTrip, BringsAFunctionInAListBackWithAnEmptyTextBehindIt)
 {
@@ -483,22 +520,182 @@ TEST(PfRoundTrip, BringsRandomTreesBack)
     }
 }
 
-TEST(PfDepth, WhatIsTooDeepIsWrittenAsTheEmptyText)
+// ---- Wide and deep trees ----
+
+TEST(PfRoundTrip, BringsAWideTreeBack)
 {
-    Pf *inner = text_node("x");
-    for (int i = 0; i < 1001; ++i) {
-        Pf *outer = pfnew(PFTBL);
-        pushtbl(outer->value.tbl, inner);
-        inner = outer;
+    PfPtr pf(pfnew(PFFILE));
+    std::string expected;
+    for (const char *gauge : {"north", "south"}) {
+        Pf *table = pfnew(PFARR), *list = pfnew(PFTBL);
+        for (int day = 100; day < 900; ++day) {
+            const std::string text = std::to_string(day);
+            setarr(table->value.arr, ("day" + text).c_str(), text_node(text + " mm"));
+            Pf *pair = pfnew(PFTBL);
+            pushtbl(pair->value.tbl, text_node(text));
+            pushtbl(list->value.tbl, pair);
+        }
+        setarr(table->value.arr, "list", list);
+        setarr(pf->value.arr, gauge, table);
     }
-    const PfPtr tree(inner);
+    expect_round_trip(pf.get());
+    EXPECT_EQ(take_log(), "");
+    const std::string text = flat(pf.get());
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2 * (800 + 3 * 800 + 4));
+}
+
+namespace {
+
+// So many tables and lists around each other, by turns, in a top node: a list as key
+// k is the outermost, and innermost stands the text "deepest".
+class DeepTree {
+public:
+    explicit DeepTree(int depth) : top_(pfnew(PFFILE))
+    {
+        Pf *at = top_;
+        for (int i = 0; i <= depth; ++i) {
+            Pf *child = i == depth ? text_node("deepest") : pfnew(i % 2 ? PFARR : PFTBL);
+            child->parent = at;
+            if (at->type == PFTBL)
+                pushtbl(at->value.tbl, child);
+            else
+                setarr(at->value.arr, "k", child);
+            at = child;
+        }
+    }
+    // From the inside out.
+    ~DeepTree()
+    {
+        Pf *at = top_;
+        while (Pf *child = inner(at))
+            at = child;
+        while (at) {
+            Pf *outer = at->parent;
+            if (outer)
+                pfdel(outer, outer->type == PFTBL ? pfindex(0) : "k");
+            pffree(at);
+            at = outer;
+        }
+    }
+    DeepTree(const DeepTree &) = delete;
+    DeepTree &operator=(const DeepTree &) = delete;
+
+    const Pf *get() const { return top_; }
+
+private:
+    static Pf *inner(const Pf *pf)
+    {
+        if (pf->type == PFSTRING)
+            return nullptr;
+        return static_cast<Pf *>(pf->type == PFTBL ? gettbl(pf->value.tbl, 0)
+                                                   : getarr(pf->value.arr, "k"));
+    }
+
+    Pf *top_;
+};
+
+// What is written of such a tree.
+std::string deep_text(int depth, int blanks)
+{
+    std::string text = "k\t", end;
+    for (int i = 0; i < depth; ++i) {
+        const std::string indent(static_cast<size_t>(blanks * i), ' ');
+        const std::string inner(static_cast<size_t>(blanks * (i + 1)), ' ');
+        text += (i % 2 ? "&Arr{\n" + inner + "k\t" : "&Tbl{\n" + inner);
+        end = indent + "}\n" + end;
+    }
+    return text + "deepest\n" + end;
+}
+
+std::string complaint(int depth)
+{
+    return "pf tree is " + std::to_string(depth) +
+           " levels deep: its text does not read back, only 11 are read\n";
+}
+
+// Runs the body in a thread with a stack of 200 KiB.
+void on_a_small_stack(std::function<void()> body)
+{
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    pthread_attr_setstacksize(&attributes, 200 * 1024);
+    pthread_t thread{};
+    const auto run = [](void *argument) -> void * {
+        (*static_cast<std::function<void()> *>(argument))();
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &attributes, run, &body), 0);
+    pthread_join(thread, nullptr);
+    pthread_attr_destroy(&attributes);
+}
+
+// What the body complains of; an expectation that fails in it fails here.
+std::string complaints(const std::function<void()> &body)
+{
+    const Ended ended = in_child([&] {
+        elog_init(0, nullptr);
+        elog_set(ELOG_TAG_FIELD, -1, "");
+        body();
+        exit(testing::Test::HasFailure() ? 9 : 0);
+    });
+    EXPECT_EQ(ended.status, 0) << ended.out;
+    return ended.err;
+}
+
+}  // namespace
+
+TEST(PfDepth, ATreeIsWrittenHoweverDeepOnASmallStack)
+{
+    const DeepTree deep(999), deeper(20'000);
+    on_a_small_stack([&] {
+        FILE *stream = tmpfile();
+        EXPECT_EQ(pfout(stream, deep.get()), 0);
+        EXPECT_EQ(ftell(stream), static_cast<long>(deep_text(999, 4).size()));
+        fclose(stream);
+        const Text text(pf2string(deeper.get()));
+        EXPECT_TRUE(text.get() == deep_text(20'000, 0));
+    });
+}
+
+TEST(PfDepth, ATreeThatDoesNotReadBackIsWrittenWholeAndComplainedAbout)
+{
     const TempDir dir;
-    EXPECT_EQ(pfwrite((dir / "deep").c_str(), tree.get()), -1);
-    EXPECT_EQ(take_log(), "pf tree is more than 1000 levels deep\n");
-    const std::string text = Text(pf2string(tree.get())).get();
-    EXPECT_EQ(take_log(), "pf tree is more than 1000 levels deep\n");
-    EXPECT_NE(text.find("&Tbl{\n\n}\n"), std::string::npos);
-    EXPECT_EQ(text.find('x'), std::string::npos);
-    Pf *fits = static_cast<Pf *>(gettbl(tree->value.tbl, 0));
-    EXPECT_NE(std::string(Text(pf2string(fits)).get()).find("&Tbl{\nx\n}\n"), std::string::npos);
+    const std::string path = dir / "deep.pf";
+    const DeepTree tree(12);
+    EXPECT_EQ(complaints([&] { EXPECT_EQ(pfwrite(path.c_str(), tree.get()), 0); }), complaint(12));
+    EXPECT_EQ(read_file(path), deep_text(12, 4));
+    EXPECT_EQ(complaints([&] { puts(flat(tree.get()).c_str()); }), complaint(12));
+    EXPECT_EQ(complaints([] { written(DeepTree(1500).get()); }), complaint(1500));
+    elog_clear();
+}
+
+TEST(PfDepth, ElevenLevelsReadBackAndAreNotComplainedAbout)
+{
+    const DeepTree tree(11);
+    EXPECT_EQ(complaints([&] {
+                  written(tree.get());
+                  flat(tree.get());
+              }),
+              "");
+    expect_round_trip(tree.get());
+    EXPECT_EQ(written(tree.get()), deep_text(11, 4));
+}
+
+TEST(PfDepth, WhatIsAppendedInsideCountsWithWhatStandsAround)
+{
+    const DeepTree tree(5);
+    const auto append = [&](int level) {
+        return complaints([&] {
+            void *stack = nullptr;
+            pfappend(&stack, level, tree.get());
+            free(popstr(&stack, 1));
+        });
+    };
+    EXPECT_EQ(append(6), "") << "five around it, its own braces, and five inside";
+    EXPECT_EQ(append(7), complaint(12));
+}
+
+TEST(Pfappend, WithoutAStackDoesNothing)
+{
+    pfappend(nullptr, 0, compiled("a 1\n").get());
 }

@@ -219,7 +219,7 @@ STOCK_API int pfcompile_counted(const char *text, long count, Pf **pf);
  * of the working directory overrides what was installed, key by key: a key that
  * two files give has the later one's whole value, and "&Undef{}" takes it away.
  * A name with a directory of its own adds the file that it leads to as the last.
- * Names of 1021 bytes or more find nothing.
+ * With its suffix a name has at most 1023 bytes; a longer one finds nothing.
  */
 
 /* A file and when it was changed; see pftimes. */
@@ -602,22 +602,37 @@ STOCK_API int pfadd_tbl(Pf *pf, int index);
 STOCK_API int pfwrite(const char *path, const Pf *pf);
 
 /*
- * Writes a tree to a stream as parameter text that the parse functions read into
- * an equal tree: keys in order, four blanks of indentation per level, each value
- * written as str2pf does. Keys with special characters do not read back.
+ * Writes a tree to a stream as parameter text: keys in order, four blanks of
+ * indentation per level, each value written as str2pf does. The parse functions read
+ * an equal tree from it, save for these:
  *
- * A function is followed by an empty line. A placeholder writes its key and a tab
- * and nothing more, so that the next key follows on the same line.
+ *     a text that looks like a list, table,   is read as that: "&Tbl{", "&Undef{}",
+ *     deletion, literal or function           "&env(x)"
+ *     a key that is empty, begins with a      is cut, ends the text or is read as
+ *     quote, holds a tab, a newline, or a     another key
+ *     blank together with any of # } \ or
+ *     with both quotes, is longer than 1023
+ *     bytes, or is "__END__" or the like
+ *     a function in a list                    has an empty text behind it, as the line
+ *                                             behind a function is empty
+ *     a text that is null                     is the empty text
+ *     a node of any other type                is nothing but its key and a tab: the next
+ *                                             key follows on the same line
+ *     more than eleven tables and lists       are written whole, but not read
+ *     around each other
  *
- * Returns 0, or -1 when the stream, pf or its value is null, or when the tree is more
- * than 1000 levels deep: what lies deeper is written as the empty text then, and
- * logged. Whether the stream took the text is the stream's to say (ferror).
+ * Of the last it complains "pf tree is %d levels deep: its text does not read back,
+ * only %d are read".
+ *
+ * Returns 0, or -1 when the stream, pf or its value is null. Whether the stream took
+ * the text is the stream's to say (ferror).
  */
 STOCK_API int pfout(FILE *stream, const Pf *pf);
 
 /*
  * Writes a tree as pfout does, but without indentation and with its keys as they
- * are. A PFFILE or PFARR is written without "&Arr{" and "}" around it.
+ * are, so that one with a "#", or a "}" at its start or a backslash, but no blank, does
+ * not read back. A PFFILE or PFARR is written without "&Arr{" and "}" around it.
  *
  * Returns a string that the caller frees with free; of null the empty string.
  */
@@ -625,7 +640,7 @@ STOCK_API char *pf2string(const Pf *pf);
 
 /*
  * Appends the text of pf2string to a string stack. At a level above 0 a PFFILE or
- * PFARR stands between "&Arr{" and "}". A null pf appends nothing.
+ * PFARR stands between "&Arr{" and "}". A null pf or stack appends nothing.
  */
 STOCK_API void pfappend(void **stack, int level, const Pf *pf);
 

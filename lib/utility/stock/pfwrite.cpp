@@ -6,6 +6,7 @@
 
 #include "stock/pf.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -13,13 +14,15 @@
 #include <string_view>
 
 #include "internal/alloc.h"
-#include "internal/pfnode.h"
+#include "internal/pflex.h"
 #include "stock/elog.h"
 #include "stock/pushstr.h"
+#include "stock/redblack.h"
 #include "stock/strings.h"
 
 namespace {
 
+using stock::kMaxLexLevel;
 using stock::Owned;
 
 std::string_view text_of(const char *text)
@@ -175,9 +178,8 @@ public:
     explicit Stack(void **stack) : stack_(stack) {}
     ~Stack()
     {
-        if (!text_)
-            return;
-        pushstr(stack_, text_.get());
+        if (text_)
+            pushstr(stack_, text_.get());
     }
     Stack(const Stack &) = delete;
     Stack &operator=(const Stack &) = delete;
@@ -207,44 +209,143 @@ enum class Layout {
     flat,      // of a string stack
 };
 
+// A table or list that is being written.
+struct Open {
+    const Pf *pf;
+    const Rbnode *entry;  // of a table: the next to be written
+    int64_t element;      // of a list: the next to be written
+    int level;            // of its children
+    bool braces;          // stand around it
+};
+
+// The containers that are open, outermost first: a tree may be deeper than the stack.
+class Containers {
+public:
+    int count() const { return count_; }
+    Open &innermost() { return all_.get()[count_ - 1]; }
+    void pop() { --count_; }
+
+    void push(const Open &open)
+    {
+        if (count_ == room_) {
+            room_ = 2 * room_ + kMaxLexLevel;
+            all_.reset(static_cast<Open *>(stock::reallocate(
+                all_.release(), static_cast<std::size_t>(room_) * sizeof(Open), "containers", "pfout")));
+        }
+        all_.get()[count_++] = open;
+    }
+
+private:
+    Owned<Open> all_;
+    int count_ = 0;
+    int room_ = 0;
+};
+
+const Rbnode *leftmost(const Rbnode *node)
+{
+    while (node != rb_null && node->left != rb_null)
+        node = node->left;
+    return node;
+}
+
+// The node with the next greater key, or rb_null.
+const Rbnode *behind(const Rbnode *node)
+{
+    if (node->right != rb_null)
+        return leftmost(node->right);
+    while (node->up != rb_null && node == node->up->right)
+        node = node->up;
+    return node->up;
+}
+
 template <class To, Layout layout>
 class Writer {
 public:
     explicit Writer(To &to) : to_(to) {}
 
+    void tree(const Pf *pf, int level)
+    {
+        depth_ = deepest_ = std::max(level - 1, 0);
+        node(pf, level);
+        while (open_.count() > 0)
+            if (!next_child(open_.innermost()))
+                close();
+    }
+
+    // How many tables and lists stood around each other at most.
+    int deepest() const { return deepest_; }
+
+private:
     void node(const Pf *pf, int level)
     {
         switch (pf ? pf->type : PFUNDEF) {
         case PFFILE:
-        case PFARR: nested(pf, level, &Writer::table); break;
-        case PFTBL: nested(pf, level, &Writer::list); break;
+        case PFARR: open_table(pf, level); break;
+        case PFTBL: open(pf, rb_null, level + 1, "&Tbl{\n"); break;
         case PFSTRING: value(text_of(pf->value.s)); break;
         case PFFUNCTION: function(pf->value.pffunct); break;
         default: break;
         }
     }
 
-    bool too_deep() const { return too_deep_; }
-
-private:
-    // What is too deep is written as the empty text.
-    void nested(const Pf *pf, int level, void (Writer::*write)(const Pf *, int))
+    void open_table(const Pf *pf, int level)
     {
-        if (depth_ == stock::kMaxDepth) {
-            too_deep_ = true;
-            return to_.put("\n");
-        }
-        ++depth_;
-        (this->*write)(pf, level);
-        --depth_;
+        const bool braces = layout == Layout::indented ? pf->type == PFARR : level > 0;
+        const bool deeper = layout == Layout::flat || braces;
+        const Arr *arr = pf->value.arr;
+        open(pf, arr ? leftmost(arr->root) : rb_null, level + deeper, braces ? "&Arr{\n" : "");
     }
 
-    // A walk over the children of one container.
-    struct Children {
-        Writer *writer;
-        int indent;  // of the line that the child begins
-        int level;   // at which the child is written
-    };
+    void open(const Pf *pf, const Rbnode *first, int level, std::string_view brace)
+    {
+        to_.put(brace);
+        depth_ += !brace.empty();
+        deepest_ = std::max(deepest_, depth_);
+        open_.push({pf, first, 0, level, !brace.empty()});
+    }
+
+    // Writes the next child of a container, or opens it. False when there is none left.
+    bool next_child(Open &container)
+    {
+        const int level = container.level;
+        if (container.pf->type == PFTBL) {
+            const Pf *child = next_element(container);
+            if (!child)
+                return false;
+            indent(level);
+            node(child, level);
+            return true;
+        }
+        const Rbnode *entry = container.entry;
+        if (entry == rb_null)
+            return false;
+        container.entry = behind(entry);
+        indent(level);
+        key(text_of(static_cast<const char *>(entry->key)));
+        node(static_cast<const Pf *>(entry->value), level);
+        return true;
+    }
+
+    // The next element that is no hole; null when there is none left.
+    static const Pf *next_element(Open &container)
+    {
+        const Tbl *list = container.pf->value.tbl;
+        const Pf *child = nullptr;
+        while (list && !child && container.element < list->count)
+            child = static_cast<const Pf *>(gettbl(list, container.element++));
+        return child;
+    }
+
+    void close()
+    {
+        const Open &container = open_.innermost();
+        if (container.braces) {
+            indent(container.level - 1);
+            to_.put("}\n");
+            --depth_;
+        }
+        open_.pop();
+    }
 
     void indent(int level)
     {
@@ -285,65 +386,27 @@ private:
         to_.put("\t");
     }
 
-    static int entry(void *text, void *child, void *argument)
-    {
-        const auto &children = *static_cast<Children *>(argument);
-        children.writer->indent(children.indent);
-        children.writer->key(text_of(static_cast<const char *>(text)));
-        children.writer->node(static_cast<const Pf *>(child), children.level);
-        return 0;
-    }
-
-    static int element(void *child, void *argument)
-    {
-        const auto &children = *static_cast<Children *>(argument);
-        children.writer->indent(children.indent);
-        children.writer->node(static_cast<const Pf *>(child), children.level);
-        return 0;
-    }
-
-    void table(const Pf *pf, int level)
-    {
-        const bool braces = layout == Layout::indented ? pf->type == PFARR : level > 0;
-        Children children{this, level + braces,
-                          layout == Layout::flat ? level + 1 : level + braces};
-        if (braces)
-            to_.put("&Arr{\n");
-        if (pf->value.arr)
-            applyarr(pf->value.arr, entry, &children);
-        if (braces)
-            close(level);
-    }
-
-    void list(const Pf *pf, int level)
-    {
-        Children children{this, level + 1, level + 1};
-        to_.put("&Tbl{\n");
-        if (pf->value.tbl)
-            applytbl(pf->value.tbl, element, &children);
-        close(level);
-    }
-
-    void close(int level)
-    {
-        indent(level);
-        to_.put("}\n");
-    }
-
     To &to_;
-    int depth_ = 0;  // containers that are open
-    bool too_deep_ = false;
+    Containers open_;
+    int depth_ = 0;    // braces that are open, the caller's included
+    int deepest_ = 0;  // the most that were
 };
 
-// Writes the tree. False, after logging it, when there was more than can be written.
+// Writes the tree at a level. Gives how deep tables and lists nest in the text.
 template <Layout layout, class To>
-bool write_tree(To &to, const Pf *pf, int level)
+int write_tree(To to, const Pf *pf, int level)
 {
     Writer<To, layout> writer(to);
-    writer.node(pf, level);
-    if (writer.too_deep())
-        elog_log(0, stock::kTooDeep, stock::kMaxDepth);
-    return !writer.too_deep();
+    writer.tree(pf, level);
+    return writer.deepest();
+}
+
+// Called when the text is complete: a report may write to the same stream.
+void complain_if_too_deep(int depth)
+{
+    if (depth > kMaxLexLevel)
+        elog_complain(0, "pf tree is %d levels deep: its text does not read back, only %d are read",
+                      depth, kMaxLexLevel);
 }
 
 }  // namespace
@@ -372,8 +435,9 @@ int pfout(FILE *stream, const Pf *pf)
 {
     if (!stream || !pf || !pf->value.s)
         return -1;
-    Stream to(stream);
-    return write_tree<Layout::indented>(to, pf, 0) ? 0 : -1;
+    const int depth = write_tree<Layout::indented>(Stream(stream), pf, 0);
+    complain_if_too_deep(depth);
+    return 0;
 }
 
 char *pf2string(const Pf *pf)
@@ -385,8 +449,10 @@ char *pf2string(const Pf *pf)
 
 void pfappend(void **stack, int level, const Pf *pf)
 {
-    Stack to(stack);
-    write_tree<Layout::flat>(to, pf, level);
+    if (!stack)
+        return;
+    const int depth = write_tree<Layout::flat>(Stack(stack), pf, level);
+    complain_if_too_deep(depth);
 }
 
 char *str2pf(const char *text)
