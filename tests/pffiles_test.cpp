@@ -147,6 +147,20 @@ TEST(Pffiles, NamesThatAreNullEmptyOrTooLongFindNothing)
     EXPECT_THAT(files_of("/" + std::string(5000, 'x'), 1), IsEmpty());
 }
 
+TEST(Pffiles, ANameWithItsSuffixHasAtMost1023Bytes)
+{
+    const auto name = [](size_t length) {
+        std::string all;
+        while (all.size() + 2 < length - 3)
+            all += "d/";
+        return all + std::string(length - 3 - all.size(), 'x') + ".pf";
+    };
+    EXPECT_THAT(files_of(name(1023), 1), testing::Contains(name(1023)));
+    EXPECT_THAT(files_of(name(1023).substr(0, 1020), 1), testing::Contains(name(1023)));
+    EXPECT_THAT(files_of(name(1024), 1), IsEmpty());
+    EXPECT_THAT(files_of(name(1024).substr(0, 1021), 1), IsEmpty());
+}
+
 TEST(Pftimes, GivesTheTimeOfEachFileWithItsFraction)
 {
     const PfPath path;
