@@ -11,7 +11,7 @@
 
 namespace stock {
 
-// How deep a tree is made by addresses, and written: far deeper than text nests.
+// How deep a tree is made by addresses: far deeper than text nests.
 constexpr int kMaxDepth = 1000;
 constexpr char kTooDeep[] = "pf tree is more than %d levels deep";
 
