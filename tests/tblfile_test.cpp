@@ -4,16 +4,21 @@
 #include "stock/tblfile.h"
 
 #include <climits>
+#include <csignal>
 #include <cstring>
 #include <functional>
 #include <string>
 #include <vector>
 
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "support/child.h"
@@ -22,6 +27,35 @@
 #include "support/owners.h"
 #include "support/printed.h"
 #include "support/temp_dir.h"
+
+// The program stands in front of two of the system's calls.
+
+namespace {
+
+bool read_fails = false;
+std::function<void(const char *from)> before_rename;
+
+}  // namespace
+
+extern "C" {
+
+ssize_t pread(int fd, void *to, size_t size, off_t offset)
+{
+    static auto *const next = reinterpret_cast<decltype(pread) *>(dlsym(RTLD_NEXT, "pread"));
+    if (!read_fails)
+        return next(fd, to, size, offset);
+    errno = EIO;
+    return -1;
+}
+
+int rename(const char *from, const char *to) noexcept
+{
+    static auto *const next = reinterpret_cast<decltype(rename) *>(dlsym(RTLD_NEXT, "rename"));
+    if (before_rename)
+        before_rename(from);
+    return next(from, to);
+}
+}
 
 namespace {
 
@@ -97,6 +131,7 @@ protected:
     {
         const std::string path = dir.file("bad", bytes);
         char *comment = const_cast<char *>("untouched");
+        errno = ENOENT;  // left over, and no reason of the list's
         EXPECT_EQ(readtbl(path.c_str(), &comment, writable), nullptr);
         EXPECT_EQ(read_file(path), bytes);
         std::string log = take_log();
@@ -809,6 +844,232 @@ TEST_F(MappedTbl, FreeGivesItsAddressesBack)
         ASSERT_NE(opened(path), nullptr);
 }
 
+// One writer.
+
+const std::string kRefused = " to write tbl: another writer has it open.\n";
+
+// What opening for writing logs; empty when it works.
+std::string refusal(const std::string &path)
+{
+    elog_clear();
+    const TblPtr tbl = opened(path);
+    const std::string log = take_log();
+    EXPECT_EQ(tbl == nullptr, !log.empty());
+    return log;
+}
+
+// Two writers used to overwrite each other's record.
+TEST_F(MappedTbl, IsRefusedToASecondWriter)
+{
+    const std::string path = saved(points(3));
+    TblPtr writer = opened(path);
+    errno = ENOENT;
+    EXPECT_EQ(refusal(path), "Can't open " + path + kRefused);
+    Tbl *tbl = untouched.get();
+    for (int64_t slots : {1, 1000}) {
+        EXPECT_EQ(filetbl(path.c_str(), nullptr, slots, nullptr, sizeof(Point), &tbl), -1);
+        EXPECT_EQ(tbl, nullptr);
+        EXPECT_EQ(take_log(), "Can't open " + path + kRefused);
+    }
+    const Ended ended = in_child([&] { printf("%s", refusal(path).c_str()); });
+    EXPECT_EQ(ended.out, "Can't open " + path + kRefused);
+    expect_points(opened(path, 0).get(), 3);
+    writer.reset();
+    EXPECT_EQ(refusal(path), "");
+}
+
+TEST_F(MappedTbl, IsNotOverwrittenWhileAWriterHasItOpen)
+{
+    const std::string path = saved(points(3));
+    const TblPtr writer = opened(path);
+    const TblPtr other = points(1);
+    EXPECT_EQ(savetbl(other.get(), path.c_str(), nullptr), -1);
+    EXPECT_EQ(take_log(), "Can't open " + path + " to write tbl.\n\tDevice or resource busy\n");
+    expect_points(writer.get(), 3);
+}
+
+TEST_F(MappedTbl, StaysItsWritersWhenTheFileIsClosedElsewhere)
+{
+    const std::string path = saved(points(3));
+    const TblPtr writer = opened(path);
+    close(open(path.c_str(), O_RDWR | O_CLOEXEC));
+    opened(path, 0);
+    EXPECT_NE(refusal(path), "");
+}
+
+TEST_F(MappedTbl, BelongsToTheChildrenOfItsWriterToo)
+{
+    const std::string path = saved(points(3));
+    TblPtr writer = opened(path);
+    const auto child = [&](const std::function<void()> &body) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            body();
+            _exit(0);
+        }
+        return pid;
+    };
+    int status = 0;
+    waitpid(child([&] { writer.reset(); }), &status, 0);
+    EXPECT_NE(refusal(path), "");
+    int go[2];
+    ASSERT_EQ(pipe(go), 0);
+    const pid_t pid = child([&] {
+        close(go[1]);
+        char byte;
+        static_cast<void>(!read(go[0], &byte, 1));
+    });
+    writer.reset();
+    EXPECT_NE(refusal(path), "");
+    close(go[1]);
+    waitpid(pid, &status, 0);
+    EXPECT_EQ(refusal(path), "");
+}
+
+TEST_F(MappedTbl, IsLockedBeforeALargerFileTakesItsName)
+{
+    const std::string path = saved(points(3));
+    bool locked = false;
+    before_rename = [&](const char *from) {
+        const int fd = open(from, O_RDWR | O_CLOEXEC);
+        locked = flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+        close(fd);
+    };
+    Tbl *tbl = nullptr;
+    const int result = filetbl(path.c_str(), nullptr, 500, nullptr, sizeof(Point), &tbl);
+    before_rename = nullptr;
+    const TblPtr owner(tbl);
+    ASSERT_EQ(result, 0);
+    EXPECT_TRUE(locked);
+    EXPECT_EQ(refusal(path), "Can't open " + path + kRefused);
+}
+
+// Eight processes enlarge the list and add to it, one after the other.
+TEST_F(MappedTbl, LosesNothingThatManyWritersAdd)
+{
+    const std::string path = saved(points(0));
+    constexpr int kProcesses = 8;
+    constexpr int64_t kEach = 40;
+    std::vector<pid_t> pids;
+    for (int process = 0; process < kProcesses; ++process) {
+        pids.push_back(fork());
+        if (pids.back() != 0)
+            continue;
+        for (int64_t i = 0; i < kEach;) {
+            Tbl *tbl = nullptr;
+            const int64_t slots = opened(path, 0)->count + 100;
+            if (filetbl(path.c_str(), nullptr, slots, nullptr, sizeof(Point), &tbl) == 0) {
+                const Point point{process, i++};
+                pushtbl(tbl, &point);
+                freetbl(tbl, nullptr);
+            }
+            elog_clear();
+        }
+        _exit(0);
+    }
+    for (const pid_t pid : pids) {
+        int status = -1;
+        waitpid(pid, &status, 0);
+        EXPECT_EQ(status, 0);
+    }
+    const TblPtr tbl = opened(path, 0);
+    ASSERT_NE(tbl, nullptr);
+    EXPECT_EQ(tbl->count, kProcesses * kEach);
+}
+
+// The record used to be read twice, and the size of the file before it.
+TEST_F(Readtbl, OpensAListThatAnotherProcessIsGrowing)
+{
+    const std::string path = saved(points(0), "rain");
+    int stop[2];
+    ASSERT_EQ(pipe2(stop, O_NONBLOCK), 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        close(stop[1]);
+        const TblPtr tbl = opened(path);
+        char byte;
+        for (int64_t i = 0; read(stop[0], &byte, 1) < 0; ++i) {
+            const Point point{i, -i};
+            tbl->right_grow = 1;  // each push grows the file
+            pushtbl(tbl.get(), &point);
+        }
+        _exit(0);
+    }
+    close(stop[0]);
+    for (int i = 0; i < 10'000 && !HasFailure(); ++i) {
+        char *comment = nullptr;
+        const TblPtr tbl(readtbl(path.c_str(), &comment, 0));
+        ASSERT_NE(tbl, nullptr) << take_log();
+        ASSERT_STREQ(comment, "rain");
+        const int64_t last = tbl->count - 1;
+        if (last >= 0) {
+            ASSERT_EQ(*static_cast<Point *>(gettbl(tbl.get(), last)), (Point{last, -last}));
+        }
+    }
+    close(stop[1]);
+    int status = -1;
+    waitpid(pid, &status, 0);
+    EXPECT_EQ(status, 0);
+}
+
+// A list in memory that has a path.
+class MemoryFile {
+public:
+    explicit MemoryFile(const std::string &bytes) : fd_(memfd_create("list", MFD_CLOEXEC))
+    {
+        EXPECT_EQ(write(fd_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+    ~MemoryFile() { close(fd_); }
+    MemoryFile(const MemoryFile &) = delete;
+    MemoryFile &operator=(const MemoryFile &) = delete;
+
+    int fd() const { return fd_; }
+    std::string path() const { return "/proc/self/fd/" + std::to_string(fd_); }
+
+private:
+    int fd_;
+};
+
+// Sums of its size used to overflow, which the sanitizer shows.
+TEST_F(Readtbl, SaysThatAFileIsLargerThanAllAddresses)
+{
+    for (const int64_t slots : {int64_t{10}, INT64_MAX / 16 - 100, INT64_MAX / 32})
+        for (const int64_t size : {INT64_MAX, INT64_MAX - 4096, INT64_MAX / 2 + 1, INT64_MAX / 4})
+            for (const int writable : {0, 1}) {
+                const MemoryFile file(spoiled([&](Tbl &r) { r.nalloc = slots; }));
+                ASSERT_EQ(ftruncate(file.fd(), size), 0);
+                elog_clear();
+                EXPECT_EQ(opened(file.path(), writable), nullptr);
+                EXPECT_THAT(
+                    take_log(),
+                    testing::AnyOf(
+                        "Error trying to mmap " + file.path() + ".\n\tCannot allocate memory\n",
+                        "Truncated slots while trying to read tbl. " + file.path() + "\n"));
+            }
+}
+
+TEST_F(Readtbl, OpensAListAsDescriptor0)
+{
+    const std::string path = saved(points(3));
+    const Ended ended = in_child([&] {
+        for (const int writable : {0, 1}) {
+            close(0);
+            TblPtr tbl = opened(path, writable);
+            printf("%d ", tbl && tbl->fd == 0 && tbl->count == 3);
+            tbl.reset();
+            printf("%d ", fcntl(0, F_GETFD) == -1);
+        }
+        Tbl *tbl = nullptr;
+        printf("%d ", filetbl(path.c_str(), nullptr, 500, nullptr, sizeof(Point), &tbl));
+        freetbl(tbl, nullptr);
+        dir.file("bad", "no list");
+        printf("%d", readtbl((dir / "bad").c_str(), nullptr, 1) == nullptr);
+        printf(" %d", fcntl(0, F_GETFD) == -1);
+        elog_clear();
+    });
+    EXPECT_EQ(ended.out, "1 1 1 1 0 1 1");
+}
+
 // Making and enlarging files.
 
 TEST_F(Filetbl, MakesAnEmptyFile)
@@ -912,6 +1173,21 @@ TEST_F(Filetbl, EnlargesWithTheSameEntriesAndTheGivenComment)
     EXPECT_EQ(files, 1U);  // nothing is left beside it
 }
 
+// The name of the file beside it used to be too long.
+TEST_F(Filetbl, EnlargesAFileWhoseNameIsAsLongAsNamesMayBe)
+{
+    for (const size_t length : {248U, 249U, 254U, 255U}) {
+        SCOPED_TRACE(length);
+        const std::string path = saved(points(5), nullptr, std::string(length, 'n'));
+        Tbl *tbl = nullptr;
+        ASSERT_EQ(filetbl(path.c_str(), nullptr, 500, nullptr, sizeof(Point), &tbl), 0);
+        freetbl(tbl, nullptr);
+        const TblPtr larger = opened(path, 0);
+        EXPECT_GE(larger->nalloc, 500);
+        expect_points(larger.get(), 5);
+    }
+}
+
 TEST_F(Filetbl, EnlargesTheFileThatALinkLeadsTo)
 {
     const std::string path = saved(points(5));
@@ -941,26 +1217,200 @@ TEST_F(Filetbl, AskingForMoreOfAnotherKindGivesMinus1AndTheListsMessage)
     EXPECT_EQ(read_file(path).size(), before.size());
 }
 
-TEST_F(Filetbl, MakesAFileAnewThatIsNoList)
+// What filetbl does with a path, in a child: its result and what it prints.
+struct Opened {
+    int result;
+    std::string err;
+};
+
+Opened filetbl_in_child(const std::string &path, const char *comment = nullptr, int size = 8)
+{
+    const Ended ended = in_child([&] {
+        Tbl *tbl = nullptr;
+        const int result = filetbl(path.c_str(), comment, 10, nullptr, size, &tbl);
+        const bool right = result == 0 ? tbl && tbl->count == 0 && tbl->nalloc == 11 : !tbl;
+        freetbl(tbl, nullptr);
+        printf("%s%d", right ? "" : "wrong list ", result);
+        elog_flush(1, 0);
+    });
+    EXPECT_EQ(ended.out.find("wrong"), std::string::npos);
+    return {atoi(ended.out.c_str()), ended.err};
+}
+
+// Used to overwrite the file.
+TEST_F(Filetbl, KeepsUnderAnotherNameWhatIsNoList)
 {
     const std::string image = image_of(points(3).get(), "c");
     std::string swapped = image;
     std::swap(swapped[8], swapped[11]);
-    for (const std::string &bytes :
-         {std::string(), std::string("text\n"), swapped, image.substr(0, image.size() - 1)}) {
-        const std::string path = dir.file("other", bytes);
+    const std::string path = dir / "rain";
+    const struct {
+        std::string bytes, kept, reason;
+    } cases[] = {
+        {"text\n", path + "~", "Bad magic number"},
+        {swapped, path + "~2", "different architecture"},
+        {image.substr(0, image.size() - 1), path + "~3", "Truncated slots"},
+        {image_of(TblPtr(newtbl(0)).get(), "c"), path + "~4", "Indirect list"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.reason);
+        dir.file("rain", c.bytes);
         chmod(path.c_str(), 0640);
-        Tbl *tbl = nullptr;
-        ASSERT_EQ(filetbl(path.c_str(), "c", 10, nullptr, 8, &tbl), 0);
-        EXPECT_EQ(tbl->count, 0);
-        EXPECT_EQ(tbl->nalloc, 11);
-        freetbl(tbl, nullptr);
+        const Opened opening = filetbl_in_child(path, "c");
+        EXPECT_EQ(opening.result, 0);
+        EXPECT_THAT(opening.err, HasSubstr(c.reason));
+        EXPECT_THAT(opening.err, EndsWith(": " + path + " is kept as " + c.kept + ".\n"));
+        EXPECT_EQ(read_file(c.kept), c.bytes);
         EXPECT_EQ(read_file(path).size(), 16 + 8 + kRecordSize + 11 * 8);
         struct stat status;
         stat(path.c_str(), &status);
         EXPECT_EQ(status.st_mode & 07777, 0640U);
-        EXPECT_EQ(take_log(), "");
     }
+}
+
+TEST_F(Filetbl, OverwritesNothingWithWhatItKeeps)
+{
+    const std::string path = dir.file("rain", "no list");
+    dir.file("rain~", "first");
+    mkdir((dir / "rain~2").c_str(), 0777);
+    ASSERT_EQ(symlink("nowhere", (dir / "rain~3").c_str()), 0);
+    EXPECT_EQ(filetbl_in_child(path).result, 0);
+    EXPECT_EQ(read_file(dir / "rain~"), "first");
+    EXPECT_TRUE(std::filesystem::is_empty(dir / "rain~2"));
+    EXPECT_TRUE(std::filesystem::is_symlink(dir / "rain~3"));
+    EXPECT_EQ(read_file(dir / "rain~4"), "no list");
+}
+
+TEST_F(Filetbl, KeepsTheFileThatALinkLeadsToBesideThatFile)
+{
+    mkdir((dir / "disk").c_str(), 0777);
+    const std::string file = dir.file("disk/rain", "no list");
+    const std::string link = dir / "link";
+    ASSERT_EQ(symlink("disk/rain", link.c_str()), 0);
+    EXPECT_EQ(filetbl_in_child(link).result, 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_EQ(read_file(file + "~"), "no list");
+    EXPECT_NE(opened(file), nullptr);
+}
+
+TEST_F(Filetbl, CutsANameThatIsTooLongToKeepItsFile)
+{
+    const std::string name = std::string(252, 'n') + "\xc3\xbc";  // one character of two bytes
+    const std::string path = dir.file(name + "x", "no list");
+    EXPECT_EQ(filetbl_in_child(path).result, 0);
+    EXPECT_EQ(read_file(dir / (name + "~")), "no list");
+    dir.file(name + "x", "another");
+    EXPECT_EQ(filetbl_in_child(path).result, 0);
+    EXPECT_EQ(read_file(dir / (std::string(252, 'n') + "~2")), "another");
+}
+
+TEST_F(Filetbl, UsesAnEmptyFileWhereItIs)
+{
+    const std::string path = dir.file("rain", "");
+    chmod(path.c_str(), 0640);
+    struct stat before, after;
+    stat(path.c_str(), &before);
+    const Opened opening = filetbl_in_child(path);
+    EXPECT_EQ(opening.result, 0);
+    EXPECT_EQ(opening.err, "");
+    stat(path.c_str(), &after);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_mode & 07777, 0640U);
+    EXPECT_FALSE(std::filesystem::exists(path + "~"));
+}
+
+TEST_F(Filetbl, MakesTheFileThatADanglingLinkNames)
+{
+    const std::string link = dir / "link";
+    ASSERT_EQ(symlink("rain", link.c_str()), 0);
+    EXPECT_EQ(filetbl_in_child(link).result, 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(link));
+    EXPECT_NE(opened(dir / "rain"), nullptr);
+}
+
+TEST_F(Filetbl, LeavesAFileAloneThatCannotBeRenamed)
+{
+    mkdir((dir / "closed").c_str(), 0777);
+    const std::string path = dir.file("closed/rain", "no list");
+    chmod(path.c_str(), 0666);
+    chmod((dir / "closed").c_str(), 0555);
+    chmod(dir.path().c_str(), 0755);
+    const Ended ended = as_nobody([&] {
+        Tbl *tbl = untouched.get();
+        const int result = filetbl(path.c_str(), nullptr, 10, nullptr, 8, &tbl);
+        elog_flush(1, 0);
+        exit(result == -1 && !tbl ? 5 : 6);
+    });
+    EXPECT_EQ(ended.status, 5);
+    EXPECT_THAT(ended.err, HasSubstr("Can't rename " + path + " to " + path + "~.\n"));
+    EXPECT_EQ(read_file(path), "no list");
+    chmod((dir / "closed").c_str(), 0777);
+}
+
+TEST_F(Filetbl, GivesAFileItsNameBackWhenNoListCanBeMade)
+{
+    const std::string path = dir.file("rain", "no list");
+    const Ended ended = in_child([&] {
+        const rlimit limit{50, 50};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        Tbl *tbl = nullptr;
+        exit(filetbl(path.c_str(), nullptr, 1000, nullptr, 8, &tbl) == -1 && !tbl ? 5 : 6);
+    });
+    EXPECT_EQ(ended.status, 5);
+    EXPECT_THAT(ended.err, testing::Not(HasSubstr("is kept as")));
+    EXPECT_EQ(read_file(path), "no list");
+    EXPECT_FALSE(std::filesystem::exists(path + "~"));
+}
+
+TEST_F(Filetbl, TakesAFileThatCannotBeReadForNoOther)
+{
+    const std::string path = dir.file("rain", "no list");
+    Tbl *tbl = untouched.get();
+    read_fails = true;
+    const int result = filetbl(path.c_str(), nullptr, 10, nullptr, 8, &tbl);
+    read_fails = false;
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(tbl, nullptr);
+    EXPECT_EQ(take_log(), "Error trying to read tbl " + path + ".\n\tInput/output error\n");
+    EXPECT_EQ(read_file(path), "no list");
+}
+
+TEST_F(Filetbl, TakesAFileThatMayNotBeReadOrWrittenForNoOther)
+{
+    chmod(dir.path().c_str(), 0777);
+    for (const mode_t mode : {0200, 0400, 0000}) {
+        const std::string path = dir.file("rain", "no list");
+        chmod(path.c_str(), mode);
+        const Ended ended = as_nobody([&] {
+            Tbl *tbl = untouched.get();
+            const int result = filetbl(path.c_str(), nullptr, 10, nullptr, 8, &tbl);
+            elog_flush(1, 0);
+            exit(result == -1 && !tbl ? 5 : 6);
+        });
+        EXPECT_EQ(ended.status, 5);
+        EXPECT_THAT(ended.err, HasSubstr("Can't open " + path + " to read tbl."));
+        EXPECT_THAT(ended.err, HasSubstr("\tPermission denied\n"));
+        EXPECT_FALSE(std::filesystem::exists(path + "~"));
+        chmod(path.c_str(), 0600);
+        EXPECT_EQ(read_file(path), "no list");
+    }
+}
+
+TEST_F(Filetbl, TakesAFileThatAnotherProgramHasALeaseOnForNoOther)
+{
+    const std::string path = dir.file("rain", "no list");
+    const int lease = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    signal(SIGIO, SIG_IGN);
+    if (fcntl(lease, F_SETLEASE, F_RDLCK) != 0)
+        GTEST_SKIP() << "no leases here";
+    Tbl *tbl = untouched.get();
+    EXPECT_EQ(filetbl(path.c_str(), nullptr, 10, nullptr, 8, &tbl), -1);
+    EXPECT_EQ(tbl, nullptr);
+    EXPECT_EQ(take_log(),
+              "Can't open " + path + " to read tbl.\n\tResource temporarily unavailable\n");
+    close(lease);
+    EXPECT_EQ(read_file(path), "no list");
+    EXPECT_FALSE(std::filesystem::exists(path + "~"));
 }
 
 TEST_F(Filetbl, ThatMayNotBeOpenedGivesMinus1)
@@ -968,7 +1418,7 @@ TEST_F(Filetbl, ThatMayNotBeOpenedGivesMinus1)
     Tbl *tbl = untouched.get();
     EXPECT_EQ(filetbl(dir.path().c_str(), nullptr, 10, nullptr, 8, &tbl), -1);
     EXPECT_EQ(tbl, nullptr);
-    EXPECT_EQ(take_log(), "Can't open " + dir.path() + " to write tbl.\n\tIs a directory\n");
+    EXPECT_EQ(take_log(), "Can't open " + dir.path() + " to read tbl.\n\tIs a directory\n");
 }
 
 TEST_F(Filetbl, LeavesAFileAloneThatIsNotRegular)
@@ -1016,9 +1466,13 @@ TEST_F(Filetbl, RefusesRecordsBelowOneByte)
 {
     const std::string path = dir / "list";
     Tbl *tbl = nullptr;
+    errno = ENOENT;  // none of the list's reasons
     EXPECT_EQ(filetbl(path.c_str(), nullptr, 10, nullptr, 0, &tbl), -1);
     EXPECT_EQ(take_log(), "filetbl needs an entry size of at least 1, not 0\n");
     EXPECT_FALSE(std::filesystem::exists(path));
+    dir.file("list", "no list");
+    EXPECT_EQ(filetbl(path.c_str(), nullptr, 10, nullptr, 0, &tbl), -1);
+    EXPECT_EQ(read_file(path), "no list");
 }
 
 TEST_F(Filetbl, ThatCannotBeWrittenLeavesNoPartOfAFile)

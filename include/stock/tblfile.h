@@ -30,8 +30,16 @@
  *
  * Whatever a file holds, nothing outside it is read; but writing to the entries
  * of a read-only list, and cutting a file short that is mapped, end in a fault
- * signal. A file is opened writable once at a time: the addresses in its record
- * are those of the last who opened it. Nothing here locks.
+ * signal.
+ *
+ * A file has one writer at a time: a list that is open for writing, in this
+ * process or another, is refused to a second writer, and no savetbl overwrites
+ * its file. The lock is advisory (flock) and lasts as long as the list is open; a
+ * child made by fork shares list and lock until it closes the list, ends or
+ * executes another program. A file system without locks refuses nobody. Readers
+ * are never refused. What a reader has opened does not follow the writer's count:
+ * it is the list as it was, over entries that change. Threads that share a list
+ * lock it.
  */
 
 #ifndef STOCK_TBLFILE_H
@@ -55,7 +63,8 @@ STOCK_API int writetbl(const Tbl *tbl, FILE *stream, const char *comment);
 
 /*
  * Writes a list's image to a file and creates the directories that lead to it. A
- * file that is there is overwritten, unless it is the one that the list lives in.
+ * file that is there is overwritten, unless it is the one that the list lives in, or
+ * one that is open for writing.
  *
  * Returns 0, or -1 with one of these, or makedir's reasons, logged.
  *
@@ -73,7 +82,9 @@ STOCK_API int savetbl(const Tbl *tbl, const char *path, const char *comment);
  * Returns a list that the caller closes with freetbl, or null with one of these logged.
  *
  *     Can't open %s to read tbl.
+ *     Can't open %s to write tbl: another writer has it open.
  *     Error trying to stat %s
+ *     Error trying to read tbl %s.
  *     Error trying to mmap %s.
  *     Bad magic number while trying to read tbl. %s
  *     filetbl %s was probably created on a different architecture and won't work on ...
@@ -92,9 +103,12 @@ STOCK_API Tbl *readtbl(const char *path, char **comment, int writable);
  * many slots, and makes the file or a larger one where that is needed.
  *
  *     the file                     effect                             returns
- *     is missing                   is made, empty, every slot the     0
- *                                  null value (zero bytes if null)
- *     is no list                   is overwritten with such a one     0
+ *     is missing or empty          is made, every slot the null       0
+ *                                  value (zero bytes if null)
+ *     is no list, is damaged or    keeps its bytes under its name     0
+ *     another machine's            with "~" behind it, or the first
+ *                                  of "~2", "~3" ... that is free;
+ *                                  then as if it were missing
  *     has another comment, or      none, not a byte is written        -2
  *     none where one is given
  *     has slots enough             is opened as it is                 0
@@ -102,8 +116,14 @@ STOCK_API Tbl *readtbl(const char *path, char **comment, int writable);
  *                                  the given comment takes its place
  *     ... and another size or      none; cattbl's message is logged   -1
  *     null value
- *     cannot be opened or made     none; savetbl's or readtbl's       -1
- *                                  message is logged
+ *     is open for writing, or      none; savetbl's or readtbl's       -1
+ *     cannot be opened, read,      message is logged
+ *     renamed or made
+ *
+ * What was renamed is told with elog_notify, behind the reason:
+ *
+ *     Bad magic number while trying to read tbl. rain
+ *     rain is kept as rain~.
  *
  * comment may be null: any comment of the file will do, and a file that is made,
  * the larger one too, has none. A larger file is written beside the old one and

@@ -36,6 +36,10 @@ int frame_text(const Frame &frame, char *buffer, std::size_t size);
 // file may then have grown or not.
 bool take_disk_space(int fd, std::int64_t end, std::int64_t bytes);
 
+// Renames a file unless there is one of the new name. False, with errno set, when it
+// keeps its name.
+bool rename_new(const char *from, const char *to);
+
 // Sets of vector instructions; each has all of those before it.
 enum class Vectors { none, sse41, avx2, avx512 };
 

@@ -7,7 +7,10 @@
 //     | page: Room | the file ...      | addresses set aside ... |
 //                  ^ mapaddr           ^ mapaddr + maplen
 //
-// What is read is checked first, and in a copy: the file may change meanwhile.
+// A file is believed only as far as its size goes. Its header and record are read
+// into a copy, which is checked and then used: the file may change meanwhile.
+//
+// A writer holds an advisory lock for as long as the list is open, so there is one.
 
 #include "stock/tblfile.h"
 
@@ -20,6 +23,7 @@
 #include <utility>
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -43,8 +47,10 @@ constexpr char kMagic[8] = {'#', 'F', 'i', 'l', 'e', 'T', 'b', 'l'};
 constexpr char Zeros[8] = {};
 constexpr int64_t kHeader = 16;  // the comment begins here
 constexpr int64_t kRecord = sizeof(Tbl);
-constexpr int64_t kRoom = int64_t{64} << 30;  // addresses set aside behind a writable list
+constexpr int64_t kRoom = int64_t{64} << 30;      // addresses set aside behind a writable list
+constexpr int64_t kMostBytes = int64_t{1} << 56;  // of a file: no process has more addresses
 constexpr uint32_t kWritable = 2;
+constexpr int kMostTries = 1000;  // at what another process changes meanwhile
 
 int64_t padded(int64_t bytes)
 {
@@ -158,6 +164,10 @@ bool map_part(char *mapaddr, int64_t from, int64_t to, int prot, int fd)
 // The whole file; null when it cannot be mapped.
 char *map_file(int fd, int64_t length, bool writable)
 {
+    if (length > kMostBytes) {
+        errno = ENOMEM;
+        return nullptr;
+    }
     if (!writable) {
         void *address = mmap(nullptr, static_cast<size_t>(length), PROT_READ, MAP_SHARED, fd, 0);
         return address == MAP_FAILED ? nullptr : static_cast<char *>(address);
@@ -211,46 +221,98 @@ void clear_tail(const Tbl *tbl, int64_t bytes)
 
 // Reading.
 
-// A file's bytes, as they are mapped.
+// What a list file says of itself.
 struct Image {
-    const char *bytes;
-    int64_t size;
+    int64_t comment_bytes = 0;
+    Tbl record{};
+    int64_t length = 0;  // of the whole file
 
-    int32_t comment_bytes() const
-    {
-        int32_t bytes_of_comment = 0;
-        std::memcpy(&bytes_of_comment, bytes + sizeof kMagic, sizeof bytes_of_comment);
-        return bytes_of_comment;
-    }
-    int64_t length_at(int64_t offset, int64_t most) const
-    {
-        return static_cast<int64_t>(strnlen(bytes + offset, static_cast<size_t>(most)));
-    }
-    int64_t record_at() const { return kHeader + comment_bytes(); }
-    Tbl record() const
-    {
-        Tbl record;
-        std::memcpy(&record, bytes + record_at(), sizeof record);
-        return record;
-    }
+    int64_t slots_at() const { return kHeader + comment_bytes + kRecord; }
 };
 
-// What is wrong with a file up to its record, as a message; null when nothing is.
-const char *header_fault(const Image &image)
+// Reads n bytes, or those up to the end of the file. -1 with errno on failure.
+int64_t read_at(int fd, int64_t offset, void *to, int64_t n)
 {
-    if (image.size < int64_t{sizeof kMagic} || std::memcmp(image.bytes, kMagic, sizeof kMagic) != 0)
-        return "Bad magic number while trying to read tbl. %s";
-    if (image.size < kHeader)
-        return "Truncated header while trying to read tbl. %s";
-    const int64_t comment = image.comment_bytes();
-    if (comment < 0 || comment > image.length_at(kHeader, image.size - kHeader) + 9)
-        return "filetbl %s was probably created on a different architecture and won't work on "
-               "the current machine";
-    if (comment > image.size - kHeader - kRecord)
-        return "Truncated header while trying to read tbl. %s";
-    if (comment % 8 != 0 || (comment > 0 && image.length_at(kHeader, comment) == comment))
-        return "Bad comment length while trying to read tbl. %s";
-    return nullptr;
+    int64_t done = 0;
+    while (done < n) {
+        const ssize_t got = stock::uninterrupted([&] {
+            return pread(fd, static_cast<char *>(to) + done, static_cast<size_t>(n - done),
+                         offset + done);
+        });
+        if (got < 0)
+            return -1;
+        if (got == 0)
+            break;
+        done += got;
+    }
+    return done;
+}
+
+// How many bytes stand before the first zero byte, at most n. -1 with errno on failure.
+int64_t text_length(int fd, int64_t offset, int64_t n)
+{
+    char chunk[4096];
+    int64_t length = 0;
+    while (length < n) {
+        const int64_t wanted = std::min<int64_t>(n - length, sizeof chunk);
+        const int64_t got = read_at(fd, offset + length, chunk, wanted);
+        if (got < 0)
+            return -1;
+        const auto text = static_cast<int64_t>(strnlen(chunk, static_cast<size_t>(got)));
+        length += text;
+        if (text < wanted)
+            break;
+    }
+    return length;
+}
+
+// What a file turned out to hold.
+enum class Content {
+    list,
+    nothing,  // it is regular and empty
+    other,    // its bytes were read, and are no list that can be used here
+    unknown,  // the system could not tell, or it is no regular file
+};
+
+// A message about the file, and what it means.
+struct Verdict {
+    Content content;
+    int flag = 0;
+    const char *message = nullptr;
+};
+
+constexpr Verdict kUnreadable{Content::unknown, 1, "Error trying to read tbl %s."};
+
+Verdict damaged(const char *message)
+{
+    return {Content::other, 0, message};
+}
+
+// Reads the length of the comment and checks what stands before the record.
+Verdict read_header(int fd, Image *image)
+{
+    char start[kHeader] = {};
+    const int64_t got = read_at(fd, 0, start, kHeader);
+    if (got < 0)
+        return kUnreadable;
+    if (got < int64_t{sizeof kMagic} || std::memcmp(start, kMagic, sizeof kMagic) != 0)
+        return damaged("Bad magic number while trying to read tbl. %s");
+    if (got < kHeader)
+        return damaged("Truncated header while trying to read tbl. %s");
+    int32_t comment = 0;
+    std::memcpy(&comment, start + sizeof kMagic, sizeof comment);
+    const int64_t text = text_length(fd, kHeader, comment);
+    if (text < 0)
+        return kUnreadable;
+    if (comment < 0 || comment > text + 9)
+        return damaged("filetbl %s was probably created on a different architecture and won't "
+                       "work on the current machine");
+    if (image->length - kHeader - kRecord < comment)
+        return damaged("Truncated header while trying to read tbl. %s");
+    if (comment % 8 != 0 || (comment > 0 && text == comment))
+        return damaged("Bad comment length while trying to read tbl. %s");
+    image->comment_bytes = comment;
+    return {Content::list};
 }
 
 bool too_many(int64_t slots, int64_t size)
@@ -258,7 +320,7 @@ bool too_many(int64_t slots, int64_t size)
     return slots < 0 || bytes_for(slots, size) > static_cast<size_t>(INT64_MAX / 2);
 }
 
-// The same of its record; so many bytes follow it.
+// What is wrong with a record that so many bytes follow, as a message; null when nothing is.
 const char *record_fault(const Tbl &record, int64_t following)
 {
     int64_t slots = 0;
@@ -276,95 +338,143 @@ const char *record_fault(const Tbl &record, int64_t following)
     return nullptr;
 }
 
-const char *fault(const Image &image)
+// Reads the record and checks it. One that another process is changing may be seen
+// half changed: it is faulty when it stays so.
+Verdict read_record(int fd, Image *image)
 {
-    if (const char *message = header_fault(image))
-        return message;
-    return record_fault(image.record(), image.size - image.record_at() - kRecord);
+    Tbl before{};
+    for (int tries = 0;; ++tries) {
+        const int64_t got = read_at(fd, kHeader + image->comment_bytes, &image->record, kRecord);
+        // The size comes last: a file grows before its record says so.
+        struct stat status;
+        if (got < 0 || refstat(fd, &status) != 0)
+            return kUnreadable;
+        image->length = status.st_size;
+        if (got < kRecord)
+            return damaged("Truncated header while trying to read tbl. %s");
+        const char *fault = record_fault(image->record, image->length - image->slots_at());
+        if (!fault)
+            return {Content::list};
+        if (tries == kMostTries ||
+            (tries > 0 && std::memcmp(&before, &image->record, sizeof before) == 0))
+            return damaged(fault);
+        before = image->record;
+    }
 }
 
-// Gives a record from a file the addresses of this mapping.
-void settle(Tbl *tbl, char *mapaddr, int64_t length, int fd, bool writable)
+Verdict read_image(int fd, Image *image)
 {
-    char *slots = mapaddr + Image{mapaddr, length}.record_at() + kRecord;
+    struct stat status;
+    if (refstat(fd, &status) != 0)
+        return {Content::unknown, 1, "Error trying to stat %s"};
+    image->length = status.st_size;
+    if (!S_ISREG(status.st_mode) || status.st_size == 0) {
+        errno = S_ISREG(status.st_mode) ? EINVAL : ENODEV;  // what mapping it would give
+        return {S_ISREG(status.st_mode) ? Content::nothing : Content::unknown, 1,
+                "Error trying to mmap %s."};
+    }
+    const Verdict verdict = read_header(fd, image);
+    return verdict.content == Content::list ? read_record(fd, image) : verdict;
+}
+
+// Whether the comment in the file is this one.
+bool has_comment(int fd, const Image &image, const char *comment)
+{
+    const auto bytes = static_cast<int64_t>(std::strlen(comment)) + 1;
+    if (bytes > image.comment_bytes)
+        return false;
+    const Owned<char> found(
+        static_cast<char *>(stock::allocate(static_cast<size_t>(bytes), "comment")));
+    return read_at(fd, kHeader, found.get(), bytes) == bytes &&
+           std::memcmp(found.get(), comment, static_cast<size_t>(bytes)) == 0;
+}
+
+// Gives the record of an image the addresses of this mapping.
+void settle(Tbl *tbl, const Image &image, char *mapaddr, int fd, bool writable)
+{
+    *tbl = image.record;
+    char *slots = mapaddr + image.slots_at();
     const int64_t null_bytes = null_value_bytes(*tbl);
     tbl->null_value = null_bytes > 0 ? slots : nullptr;
     tbl->deleted = nullptr;
     tbl->mapaddr = mapaddr;
-    tbl->maplen = length;
+    tbl->maplen = image.length;
     tbl->fd = fd;
     tbl->prot = writable ? PROT_READ | PROT_WRITE : PROT_READ;
     tbl->base = slots + null_bytes - tbl->left * tbl->size;
 }
 
-// The list in a sound image: the record there, or a copy when it is read-only.
-Tbl *list_of(char *mapaddr, int64_t length, bool writable)
+// Maps a sound image, whose descriptor the list then owns. The list is the record in the
+// mapping, or one of its own when the mapping is read-only. Null after logging why not.
+Tbl *map_list(Fd &fd, const char *path, const Image &image, bool writable)
 {
-    const Image image{mapaddr, length};
-    if (writable)
-        return reinterpret_cast<Tbl *>(mapaddr + image.record_at());
-    Tbl *tbl = newtbl(0);
-    *tbl = image.record();
+    char *mapaddr = map_file(fd.get(), image.length, writable);
+    if (!mapaddr) {
+        elog_log(1, "Error trying to mmap %s.", path);
+        return nullptr;
+    }
+    Tbl *tbl =
+        writable ? reinterpret_cast<Tbl *>(mapaddr + kHeader + image.comment_bytes) : newtbl(0);
+    settle(tbl, image, mapaddr, fd.release(), writable);
     return tbl;
 }
 
-// What came of opening a file as a list.
-enum class Opening {
-    done,
-    refused,     // it is missing, or may not be opened
-    no_list,     // it is a regular file that holds something else
-    other_list,  // it has another comment than the wanted one
-    failed,      // the system could not tell
-};
-
-void unmap_unused(char *mapaddr, int64_t length, bool writable)
+// The list in an open file. Null after logging why there is none.
+Tbl *open_list(Fd &fd, const char *path, bool writable, Image *image)
 {
-    if (unmap(mapaddr, length, writable) != 0)
-        elog_complain(1, "munmap (%p, %lu) fails", static_cast<void *>(mapaddr),
-                      static_cast<unsigned long>(length));
+    const Verdict verdict = read_image(fd.get(), image);
+    if (verdict.content == Content::list)
+        return map_list(fd, path, *image, writable);
+    elog_log(verdict.flag, verdict.message, path);
+    return nullptr;
 }
 
-bool is_shortage(int error)
+// Opening files.
+
+// Takes the one writer's lock, which lasts until every copy of the descriptor is
+// closed: a child made by fork holds it too. A file system may have no locks.
+bool lock_for_writer(int fd)
 {
-    return error == EMFILE || error == ENFILE || error == ENOMEM;
+    return stock::uninterrupted([&] { return flock(fd, LOCK_EX | LOCK_NB); }) == 0 ||
+           errno != EWOULDBLOCK;
 }
 
-// Opens the list in the file, with the wanted comment unless that is null. Logs
-// why there is none, and leaves the file untouched then.
-Opening open_list(const char *path, bool writable, const char *wanted, char **comment, Tbl **tbl)
+// Whether the path leads to the open file. One that cannot be looked at does.
+bool leads_to(const char *path, int fd)
 {
-    const int mode = (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK;
-    Fd fd(stock::uninterrupted([&] { return open(path, mode); }));
-    if (fd.get() < 0) {
-        const Opening opening = is_shortage(errno) ? Opening::failed : Opening::refused;
+    struct stat named;
+    struct stat opened;
+    if (restat(path, &named) != 0)
+        return errno != ENOENT;
+    return refstat(fd, &opened) == 0 && named.st_dev == opened.st_dev &&
+           named.st_ino == opened.st_ino;
+}
+
+// Opens a list file, for a writer with the lock, and made where O_CREAT is among the
+// flags. -1 with errno; EBUSY says that another writer has it open.
+int open_file(const char *path, bool writable, int flags = 0)
+{
+    flags |= (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK;
+    for (int tries = 0;; ++tries) {
+        Fd fd(stock::uninterrupted([&] { return open(path, flags, 0666); }));
+        if (fd.get() < 0 || !writable)
+            return fd.release();
+        if (!lock_for_writer(fd.get())) {
+            errno = EBUSY;
+            return -1;
+        }
+        // A larger file may have taken the name before the lock was free.
+        if (leads_to(path, fd.get()) || tries == kMostTries)
+            return fd.release();
+    }
+}
+
+void log_refusal(const char *path)
+{
+    if (errno == EBUSY)
+        elog_log(0, "Can't open %s to write tbl: another writer has it open.", path);
+    else
         elog_log(1, "Can't open %s to read tbl.", path);
-        return opening;
-    }
-    struct stat status;
-    if (refstat(fd.get(), &status) != 0) {
-        elog_log(1, "Error trying to stat %s", path);
-        return Opening::failed;
-    }
-    const int64_t length = status.st_size;
-    char *mapaddr = map_file(fd.get(), length, writable);
-    if (!mapaddr) {
-        elog_log(1, "Error trying to mmap %s.", path);
-        return S_ISREG(status.st_mode) && length == 0 ? Opening::no_list : Opening::failed;
-    }
-    const Image image{mapaddr, length};
-    if (const char *message = fault(image)) {
-        elog_log(0, message, path);
-        unmap_unused(mapaddr, length, writable);
-        return Opening::no_list;
-    }
-    *comment = image.comment_bytes() > 0 ? mapaddr + kHeader : nullptr;
-    if (wanted && (!*comment || std::strcmp(wanted, *comment) != 0)) {
-        unmap_unused(mapaddr, length, writable);
-        return Opening::other_list;
-    }
-    *tbl = list_of(mapaddr, length, writable);
-    settle(*tbl, mapaddr, length, fd.release(), writable);
-    return Opening::done;
 }
 
 // Writing.
@@ -397,106 +507,139 @@ bool put_slots(FILE *stream, const Tbl *tbl)
     return put(stream, start, bytes_for(tbl->nalloc - tbl->left, tbl->size));
 }
 
-bool lives_in(const Tbl *tbl, const char *path)
-{
-    struct stat list;
-    struct stat file;
-    return tbl->mapaddr && refstat(tbl->fd, &list) == 0 && restat(path, &file) == 0 &&
-           list.st_dev == file.st_dev && list.st_ino == file.st_ino;
-}
-
+// Opens a file to be overwritten. Not one that the list lives in or that a writer has
+// open: overwriting it would take their memory away.
 FILE *open_to_write(const Tbl *tbl, const char *path)
 {
-    if (!lives_in(tbl, path))
-        return std::fopen(path, "w+e");
-    errno = EBUSY;  // overwriting it would take the list's memory away
-    return nullptr;
+    Fd fd(stock::uninterrupted([&] { return open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666); }));
+    struct stat status;
+    if (fd.get() < 0 || refstat(fd.get(), &status) != 0)
+        return nullptr;
+    if (S_ISREG(status.st_mode)) {
+        if ((tbl->mapaddr && leads_to(path, tbl->fd)) || !lock_for_writer(fd.get())) {
+            errno = EBUSY;
+            return nullptr;
+        }
+        if (stock::uninterrupted([&] { return ftruncate(fd.get(), 0); }) != 0)
+            return nullptr;
+    }
+    FILE *stream = fdopen(fd.get(), "w+");
+    if (stream)
+        static_cast<void>(fd.release());
+    return stream;
+}
+
+// Writes the image, or logs why not. The stream is closed.
+int write_and_close(const Tbl *tbl, FILE *stream, const char *path, const char *comment)
+{
+    if (!stream) {
+        elog_log(1, "Can't open %s to write tbl.\n", path);
+        return -1;
+    }
+    const FileSizeSignalBlocked blocked;
+    const int written = writetbl(tbl, stream, comment);
+    if (written != 0)
+        elog_log(1, "Errors while writing tbl to %s.\n", path);
+    if (std::fclose(stream) != 0) {
+        elog_log(1, "Failed to close tbl file %s", path);
+        return -1;
+    }
+    return written;
 }
 
 // Making files.
-
-// An empty list of at least so many slots that all hold the null value.
-Tbl *empty_list(int64_t slots, const void *null_value, int size)
-{
-    const Owned<char> local_null(static_cast<char *>(
-        null_value ? nullptr
-                   : stock::allocate_zeroed(static_cast<size_t>(size), "local_null", "filetbl")));
-    Tbl *tbl = inittbl(0, slots, 1, null_value, size);
-    settbl(tbl, slots, null_value ? null_value : local_null.get());
-    tbl->count = 0;
-    tbl->right_grow = slots / 2;
-    return tbl;
-}
 
 struct FreeTbl {
     void operator()(Tbl *tbl) const { freetbl(tbl, nullptr); }
 };
 using ListPtr = std::unique_ptr<Tbl, FreeTbl>;
 
-bool is_missing(const char *path)
+// What filetbl was asked for.
+struct Wanted {
+    const char *path;
+    const char *comment;
+    int64_t slots;
+    const void *null_value;
+    int size;
+};
+
+// An empty list of at least as many slots as are wanted, which all hold the null value.
+Tbl *empty_list(const Wanted &wanted)
 {
-    struct stat status;
-    return restat(path, &status) != 0 && errno == ENOENT;
+    const Owned<char> local_null(static_cast<char *>(
+        wanted.null_value
+            ? nullptr
+            : stock::allocate_zeroed(static_cast<size_t>(wanted.size), "local_null", "filetbl")));
+    Tbl *tbl = inittbl(0, wanted.slots, 1, wanted.null_value, wanted.size);
+    settbl(tbl, wanted.slots, wanted.null_value ? wanted.null_value : local_null.get());
+    tbl->count = 0;
+    tbl->right_grow = wanted.slots / 2;
+    return tbl;
 }
 
-int make_file(const char *path, const char *comment, const Tbl *empty, Tbl **tbl)
+// Writes the list into an empty file and opens it there. Null after logging why not;
+// the file is empty again then.
+Tbl *fill_file(Fd &fd, const char *path, const char *comment, const Tbl *list)
 {
-    const bool missing = is_missing(path);
-    if (savetbl(empty, path, comment) != 0) {
-        if (missing)
-            unlink(path);
-        return -1;
-    }
-    *tbl = readtbl(path, nullptr, 1);
-    return *tbl ? 0 : -1;
+    const int copy = fcntl(fd.get(), F_DUPFD_CLOEXEC, 0);  // with the same lock
+    Image image;
+    Tbl *tbl = nullptr;
+    if (write_and_close(list, copy < 0 ? nullptr : fdopen(copy, "w"), path, comment) == 0)
+        tbl = open_list(fd, path, true, &image);
+    if (!tbl)
+        static_cast<void>(stock::uninterrupted([&] { return ftruncate(fd.get(), 0); }));
+    return tbl;
 }
 
-// A new, empty file beside the one at path with the same permissions; the result is its name.
-Owned<char> name_beside(const char *path, int old)
+// The file that a path leads to when that is a link, else the path.
+Owned<char> file_behind(const char *path)
 {
-    constexpr char kEnding[] = ".XXXXXX";
-    const size_t length = std::strlen(path);
-    Owned<char> name(static_cast<char *>(stock::allocate(length + sizeof kEnding, "name")));
-    std::memcpy(name.get(), path, length);
-    std::memcpy(name.get() + length, kEnding, sizeof kEnding);
     struct stat status;
-    const Fd fd(mkstemp(name.get()));
-    if (fd.get() < 0)
-        return nullptr;
-    if (refstat(old, &status) == 0)
-        fchmod(fd.get(), status.st_mode & 07777);
+    char *target =
+        relstat(path, &status) == 0 && S_ISLNK(status.st_mode) ? realpath(path, nullptr) : nullptr;
+    return Owned<char>(target ? target : stock::copy_text(path, "path"));
+}
+
+// The file's name with the ending behind it, cut before that where names on the disk
+// of the open file may not be so long.
+Owned<char> name_beside(const char *file, const char *ending, int fd)
+{
+    const char *slash = std::strrchr(file, '/');
+    const auto directory = static_cast<size_t>(slash ? slash + 1 - file : 0);
+    const long most = fpathconf(fd, _PC_NAME_MAX);
+    const auto room = (most > 0 ? static_cast<size_t>(most) : 255) - std::strlen(ending);
+    size_t kept = std::strlen(file + directory);
+    if (kept > room)
+        for (kept = room; (file[directory + kept] & 0xC0) == 0x80; --kept) {
+        }  // no character is cut in two
+    const size_t length = directory + kept + std::strlen(ending) + 1;
+    Owned<char> name(static_cast<char *>(stock::allocate(length, "name")));
+    std::snprintf(name.get(), length, "%.*s%s", static_cast<int>(directory + kept), file, ending);
     return name;
 }
 
-// Puts a list in the place of the file at path. The old one stays when that fails.
-bool replace_file(const char *path, const char *comment, const Tbl *list, int old)
+// Makes the list in the place of the old one's file, which stays when that fails. The
+// new file is locked before it has the name. Null after logging why not.
+Tbl *replace_file(const char *path, const char *comment, const Tbl *list, int old)
 {
-    const Owned<char> target(realpath(path, nullptr));  // the file itself, not a link to it
-    const char *file = target ? target.get() : path;
-    const Owned<char> name = name_beside(file, old);
-    if (!name) {
+    const Owned<char> file = file_behind(path);
+    const Owned<char> name = name_beside(file.get(), ".XXXXXX", old);
+    Fd fd(mkostemp(name.get(), O_CLOEXEC));
+    if (fd.get() < 0) {
         elog_log(1, "Can't open %s to write tbl.\n", path);
-        return false;
+        return nullptr;
     }
-    if (savetbl(list, name.get(), comment) != 0) {
-        unlink(name.get());
-        return false;
-    }
-    if (std::rename(name.get(), file) == 0)
-        return true;
-    elog_log(1, "Can't rename %s to %s.\n", name.get(), file);
+    lock_for_writer(fd.get());
+    struct stat status;
+    if (refstat(old, &status) == 0)
+        fchmod(fd.get(), status.st_mode & 07777);
+    ListPtr larger(fill_file(fd, name.get(), comment, list));
+    if (larger && std::rename(name.get(), file.get()) == 0)
+        return larger.release();
+    if (larger)
+        elog_log(1, "Can't rename %s to %s.\n", name.get(), file.get());
     unlink(name.get());
-    return false;
-}
-
-// Makes the file larger. The new slots, in memory, first receive the old entries.
-int enlarge(const char *path, const char *comment, const Tbl *old, Tbl *larger, Tbl **tbl)
-{
-    if (cattbl(larger, old) != 0)
-        return -1;
-    if (!replace_file(path, comment, larger, old->fd) || !(*tbl = readtbl(path, nullptr, 1)))
-        elog_die(0, "Couldn't extend list %s", path);
-    return 0;
+    return nullptr;
 }
 
 bool good_size(int size)
@@ -504,6 +647,85 @@ bool good_size(int size)
     if (size < 1)
         elog_log(0, "filetbl needs an entry size of at least 1, not %d\n", size);
     return size >= 1;
+}
+
+// The list with at least as many slots as are wanted. A larger one first receives, in
+// memory, the old entries.
+int open_or_enlarge(Fd &fd, const Wanted &wanted, const Image &image, Tbl **tbl)
+{
+    ListPtr old(map_list(fd, wanted.path, image, true));
+    if (old && old->nalloc - old->left < wanted.slots) {
+        if (!good_size(wanted.size))
+            return -1;
+        const ListPtr larger(empty_list(wanted));
+        if (cattbl(larger.get(), old.get()) != 0)
+            return -1;
+        old.reset(replace_file(wanted.path, wanted.comment, larger.get(), old->fd));
+        if (!old)
+            elog_die(0, "Couldn't extend list %s", wanted.path);
+    }
+    *tbl = old.release();
+    return *tbl ? 0 : -1;
+}
+
+// Makes a file that is missing. One that another process has made meanwhile is opened.
+int make_file(const Wanted &wanted, const Tbl *list, Tbl **tbl)
+{
+    if (make_pathdirs(wanted.path) != 0)
+        return -1;
+    Fd fd(open_file(wanted.path, true, O_CREAT));
+    struct stat status;
+    if (fd.get() < 0) {
+        log_refusal(wanted.path);
+        return -1;
+    }
+    if (refstat(fd.get(), &status) != 0 || status.st_size != 0) {
+        ::close(fd.release());
+        return filetbl(wanted.path, wanted.comment, wanted.slots, wanted.null_value, wanted.size,
+                       tbl);
+    }
+    *tbl = fill_file(fd, wanted.path, wanted.comment, list);
+    if (*tbl)
+        return 0;
+    unlink(file_behind(wanted.path).get());
+    return -1;
+}
+
+// Renames a file to its name with "~" behind it, or "~2", "~3" ... when that is taken.
+// Null after logging why not.
+Owned<char> put_aside(const char *file, int fd)
+{
+    for (int n = 1;; ++n) {
+        char ending[16] = "~";
+        if (n > 1)
+            std::snprintf(ending, sizeof ending, "~%d", n);
+        Owned<char> name = name_beside(file, ending, fd);
+        if (stock::rename_new(file, name.get()))
+            return name;
+        if (errno != EEXIST) {
+            elog_log(1, "Can't rename %s to %s.\n", file, name.get());
+            return nullptr;
+        }
+    }
+}
+
+// Makes a list in the place of a file that holds something else, and keeps that under
+// another name. When no list can be made the file has its name again.
+int make_beside(const Fd &fd, const Wanted &wanted, const Tbl *list, Tbl **tbl)
+{
+    struct stat status;
+    const bool known = refstat(fd.get(), &status) == 0;
+    const Owned<char> file = file_behind(wanted.path);
+    const Owned<char> aside = put_aside(file.get(), fd.get());
+    if (!aside)
+        return -1;
+    const int result = make_file(wanted, list, tbl);
+    if (result != 0 && stock::rename_new(aside.get(), file.get()))
+        return result;
+    if (result == 0 && known)
+        fchmod((*tbl)->fd, status.st_mode & 07777);
+    elog_notify(0, "%s is kept as %s.\n", file.get(), aside.get());
+    return result;
 }
 
 }  // namespace
@@ -569,29 +791,21 @@ int savetbl(const Tbl *tbl, const char *path, const char *comment)
 {
     if (make_pathdirs(path) != 0)
         return -1;
-    FILE *stream = open_to_write(tbl, path);
-    if (!stream) {
-        elog_log(1, "Can't open %s to write tbl.\n", path);
-        return -1;
-    }
-    const FileSizeSignalBlocked blocked;
-    const int written = writetbl(tbl, stream, comment);
-    if (written != 0)
-        elog_log(1, "Errors while writing tbl to %s.\n", path);
-    if (std::fclose(stream) != 0) {
-        elog_log(1, "Failed to close tbl file %s", path);
-        return -1;
-    }
-    return written;
+    return write_and_close(tbl, open_to_write(tbl, path), path, comment);
 }
 
 Tbl *readtbl(const char *path, char **comment, int writable)
 {
     Tbl *tbl = nullptr;
-    char *found = nullptr;
-    open_list(path, writable != 0, nullptr, &found, &tbl);
+    Image image;
+    Fd fd(open_file(path, writable != 0));
+    if (fd.get() < 0)
+        log_refusal(path);
+    else
+        tbl = open_list(fd, path, writable != 0, &image);
     if (comment)
-        *comment = found;
+        *comment =
+            tbl && image.comment_bytes > 0 ? static_cast<char *>(tbl->mapaddr) + kHeader : nullptr;
     return tbl;
 }
 
@@ -599,27 +813,29 @@ int filetbl(const char *path, const char *comment, int64_t slots, const void *nu
             Tbl **tbl)
 {
     *tbl = nullptr;
-    slots = std::max<int64_t>(slots, 0);
-    const int mark = elog_mark();
-    Tbl *found = nullptr;
-    char *its_comment = nullptr;
-    const Opening opening = open_list(path, true, comment, &its_comment, &found);
-    ListPtr old(found);
-    // Meant: a file that holds something else is overwritten, but not one that could
-    // perhaps be opened another time.
-    if (opening == Opening::failed)
+    const Wanted wanted{path, comment, std::max<int64_t>(slots, 0), null_value, size};
+    Image image;
+    Fd fd(open_file(path, true));
+    if (fd.get() < 0 && errno != ENOENT) {
+        log_refusal(path);
         return -1;
-    elog_flush(0, mark);
-    if (opening == Opening::other_list)
-        return -2;
-    if (old && old->nalloc - old->left >= slots) {
-        *tbl = old.release();
-        return 0;
     }
-    if (!good_size(size))
+    const bool missing = fd.get() < 0;
+    const Verdict found = missing ? Verdict{Content::nothing} : read_image(fd.get(), &image);
+    if (found.content == Content::list) {
+        if (comment && !has_comment(fd.get(), image, comment))
+            return -2;
+        return open_or_enlarge(fd, wanted, image, tbl);
+    }
+    if (found.content != Content::nothing)
+        elog_log(found.flag, found.message, path);
+    if (found.content == Content::unknown || !good_size(size))
         return -1;
-    const ListPtr list(empty_list(slots, null_value, size));
-    if (old)
-        return enlarge(path, comment, old.get(), list.get(), tbl);
-    return make_file(path, comment, list.get(), tbl);
+    const ListPtr list(empty_list(wanted));
+    if (missing)
+        return make_file(wanted, list.get(), tbl);
+    if (found.content == Content::other)
+        return make_beside(fd, wanted, list.get(), tbl);
+    *tbl = fill_file(fd, path, comment, list.get());
+    return *tbl ? 0 : -1;
 }

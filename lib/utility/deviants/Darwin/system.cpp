@@ -66,6 +66,11 @@ bool take_disk_space(int fd, std::int64_t, std::int64_t bytes)
     return fcntl(fd, F_PREALLOCATE, &space) != -1;
 }
 
+bool rename_new(const char *from, const char *to)
+{
+    return renamex_np(from, to, RENAME_EXCL) == 0;
+}
+
 Vectors widest_vectors()
 {
     if (runs("avx512bw") && runs("avx512dq") && runs("avx512vl"))

@@ -51,6 +51,21 @@ bool take_disk_space(int fd, std::int64_t end, std::int64_t bytes)
     return errno == 0;
 }
 
+bool rename_new(const char *from, const char *to)
+{
+    if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
+        return true;
+    // Not every file system knows that flag.
+    if ((errno != EINVAL && errno != ENOSYS) || link(from, to) != 0)
+        return false;
+    if (unlink(from) == 0)
+        return true;
+    const int error = errno;
+    unlink(to);
+    errno = error;
+    return false;
+}
+
 Vectors widest_vectors()
 {
 #if defined(__x86_64__)
