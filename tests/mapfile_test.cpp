@@ -280,6 +280,20 @@ TEST_F(Mapfile, AQueueIsNotWaitedFor)
     EXPECT_EQ(take_log(), "'" + fifo + "' is empty\n");
 }
 
+TEST_F(Mapfile, AFileMayBeOpenedAsDescriptor0)
+{
+    const std::string file = dir_.file("f", "twelve bytes");
+    const Ended ended = in_child([&] {
+        close(0);
+        const int64_t size = map(file);
+        printf("%d %d ", static_cast<int>(size), fcntl(0, F_GETFD));
+        const int64_t writable = wmapfile(file.c_str(), nullptr, cache_.get());
+        printf("%d %d ", static_cast<int>(writable), fcntl(0, F_GETFD));
+        printf("%d", static_cast<int>(view(file, 0, 3)));
+    });
+    EXPECT_EQ(ended.out, "12 -1 12 -1 3");
+}
+
 TEST_F(Mapfile, AFailureLeavesNoDescriptorOpen)
 {
     const int before = open("/dev/null", O_RDONLY);
@@ -388,18 +402,73 @@ TEST_F(Wmapfile, AMappingForReadingBecomesWritableWhereItIs)
     EXPECT_EQ(read_file(file), "TWELVE bytes");
 }
 
-TEST_F(Wmapfile, AFileShorterThanItsMappingDoesNotBecomeWritable)
+// The other file's bytes used to appear there.
+TEST_F(Wmapfile, AMappingWhoseFileWasReplacedIsGivenForReading)
 {
     const std::string file = dir_.file("f", "twelve bytes");
     EXPECT_EQ(map(file), 12);
     void *const reading = address_;
-    rename(dir_.file("g", "short").c_str(), file.c_str());
+    for (const char *text : {"short", "another text that is longer"}) {
+        rename(dir_.file("g", text).c_str(), file.c_str());
+        EXPECT_EQ(wmapfile(file.c_str(), &address_, cache_.get()), 12);
+        EXPECT_EQ(address_, reading);
+        EXPECT_EQ(seen(12), "twelve bytes");
+        EXPECT_EQ(protection_at(address_), "r--s");
+        EXPECT_EQ(record(file)->writable, 0);
+    }
+    EXPECT_EQ(unmapfile(file.c_str(), cache_.get()), 0);
+    EXPECT_EQ(wmapfile(file.c_str(), &address_, cache_.get()), 27);
+    EXPECT_EQ(take_log(), "");
+}
+
+TEST_F(Wmapfile, AMappingWhoseFileWasRemovedIsGivenForReading)
+{
+    const std::string file = dir_.file("f", "twelve bytes");
+    EXPECT_EQ(map(file), 12);
+    void *const reading = address_;
+    unlink(file.c_str());
+    EXPECT_EQ(wmapfile(file.c_str(), &address_, cache_.get()), 12);
+    EXPECT_EQ(address_, reading);
+    EXPECT_EQ(protection_at(address_), "r--s");
+    EXPECT_EQ(take_log(), "");
+}
+
+TEST_F(Wmapfile, AWritableMappingWhoseFileWasReplacedIsGivenAgain)
+{
+    const std::string file = dir_.file("f", "twelve bytes");
+    EXPECT_EQ(wmapfile(file.c_str(), &address_, cache_.get()), 12);
+    void *const writable = address_;
+    rename(dir_.file("g", "new").c_str(), file.c_str());
+    EXPECT_EQ(wmapfile(file.c_str(), &address_, cache_.get()), 12);
+    EXPECT_EQ(address_, writable);
+    EXPECT_EQ(protection_at(address_), "rw-s");
+}
+
+TEST_F(Wmapfile, AFileThatHasGrownOrShrunkSinceBecomesWritableAsItWasMapped)
+{
+    for (const off_t size : {5, 20}) {
+        const std::string file = dir_.file("f", "twelve bytes");
+        EXPECT_EQ(map(file), 12);
+        ASSERT_EQ(truncate(file.c_str(), size), 0);
+        EXPECT_EQ(wmapfile(file.c_str(), &address_, cache_.get()), 12);
+        EXPECT_EQ(protection_at(address_), "rw-s");
+        memcpy(address_, "TWELV", 5);
+        EXPECT_EQ(read_file(file).substr(0, 5), "TWELV");
+        unmapfile(file.c_str(), cache_.get());
+    }
+}
+
+TEST_F(Wmapfile, AMappingThatTheSystemDoesNotMakeWritableStaysForReading)
+{
+    const std::string file = dir_.file("f", "twelve bytes");
+    EXPECT_EQ(map(file), 12);
+    map_failures = 1;
+    map_errno = EPERM;
     EXPECT_EQ(wmapfile(file.c_str(), &address_, cache_.get()), -1);
     EXPECT_EQ(address_, kNone);
-    EXPECT_EQ(take_log(), "Can't map file " + file + "\n\tInvalid argument\n");
+    EXPECT_EQ(take_log(), "Can't map file " + file + "\n\tOperation not permitted\n");
     EXPECT_EQ(map(file), 12);
-    EXPECT_EQ(address_, reading);
-    EXPECT_EQ(seen(12), "twelve bytes");
+    EXPECT_EQ(protection_at(address_), "r--s");
 }
 
 TEST_F(Wmapfile, AFileThatMayOnlyBeReadCannotBeOpened)
@@ -513,6 +582,71 @@ TEST_F(Vmapfile, MapsMoreThanTheProcessMayHold)
         printf("%d", released >= 4 && released < kFiles);
     });
     EXPECT_EQ(ended.out, "1");
+}
+
+// Makes mappings until the system refuses, then gives so many back.
+void take_all_mappings_but(size_t spare)
+{
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    constexpr size_t kPages = size_t{1} << 22;
+    auto *pages = static_cast<char *>(mmap(nullptr, kPages * page, PROT_NONE,
+                                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+    size_t i = 1;
+    while (i < kPages && mprotect(pages + i * page, page, PROT_READ) == 0)
+        i += 2;
+    mprotect(pages + (i - spare) * page, (spare + 1) * page, PROT_NONE);
+}
+
+// Whether the process can have so many more mappings.
+bool can_have_mappings(size_t n)
+{
+    const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+    for (size_t i = 0; i < n; ++i)
+        if (mmap(nullptr, page, i % 2 ? PROT_READ : PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1,
+                 0) == MAP_FAILED)
+            return false;
+    return true;
+}
+
+// Used to take the last one, and memory ran out then.
+TEST_F(Vmapfile, LeavesMappingsToTheRestOfTheProcess)
+{
+    constexpr int kFiles = 300;
+    for (int i = 0; i < kFiles; ++i)
+        dir_.file(std::to_string(i), std::to_string(i));
+    const Ended ended = in_child([&] {
+        take_all_mappings_but(150);
+        int mapped = 0;
+        int kept = 0;
+        for (int i = 0; i < kFiles; ++i) {
+            const Mapdata *const file = vmap(dir_ / std::to_string(i));
+            mapped += file && *static_cast<char *>(file->address) == std::to_string(i)[0];
+        }
+        for (int i = 0; i < kFiles; ++i)
+            kept += record(dir_ / std::to_string(i))->address != nullptr;
+        const bool left = can_have_mappings(50);
+        printf("%d %d %d", mapped, kept >= 50 && kept < 100, left);
+        fflush(stdout);
+        _exit(0);
+    });
+    EXPECT_EQ(ended.out, "300 1 1");
+    EXPECT_EQ(ended.err, "");
+}
+
+TEST_F(Vmapfile, GivesUpBeforeItTakesTheLastMappings)
+{
+    const std::string file = dir_.file("f", "x");
+    const Ended ended = in_child([&] {
+        take_all_mappings_but(150);
+        int mapped = 0;
+        while (mapped < 300 && vmapfile(file.c_str(), newarr(nullptr)))  // nothing to release
+            ++mapped;
+        const bool left = can_have_mappings(50);
+        printf("%d %d %s", mapped > 0 && mapped < 150, left, take_log().c_str());
+        fflush(stdout);
+        _exit(0);
+    });
+    EXPECT_EQ(ended.out, "1 1 Can't map file " + file + "\n\tCannot allocate memory\n");
 }
 
 TEST_F(Unmapfile, DropsTheFileFromTheCache)
@@ -699,6 +833,7 @@ TEST_F(Lmapfile, OffsetsAndLengthsThatCannotBeMappedAreRefused)
     } cases[] = {{2 * page_, 1}, {3 * page_, 1}, {INT64_MAX, 1}, {-page_, 1}, {INT64_MIN, 1},
                  {1, 1},         {page_ - 1, 1}, {0, 0},         {0, -1},     {0, INT64_MIN}};
     for (const auto &c : cases) {
+        errno = ENOENT;  // the reason is the call's own
         EXPECT_EQ(view(file, c.offset, c.length), -1) << c.offset << " " << c.length;
         EXPECT_EQ(address_, kNone);
         EXPECT_EQ(take_log(), "Can't map file " + file + "\n\tInvalid argument\n");

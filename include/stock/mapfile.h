@@ -26,10 +26,12 @@ STOCK_BEGIN_DECLS
 
 /* One mapping of a cache. */
 typedef struct Mapdata {
-    void *address; /* where the file's content begins; null when released */
-    uint64_t size; /* in bytes */
-    int used;      /* the process's count of mappings and reuses when last asked for */
-    int writable;  /* not 0: mapped by wmapfile */
+    void *address;   /* where the file's content begins; null when released */
+    uint64_t size;   /* in bytes */
+    int used;        /* the process's count of mappings and reuses when last asked for */
+    int writable;    /* not 0: mapped for reading and writing, by wmapfile */
+    uint64_t device; /* which file it is: what stat gave as st_dev ... */
+    uint64_t inode;  /* ... and st_ino */
 } Mapdata;
 
 /*
@@ -48,14 +50,22 @@ STOCK_API int64_t mapfile(const char *file, void **address, Arr *cache);
 
 /*
  * The same, but the file is opened and mapped for reading and writing: what is
- * written there is written to the file, and seen by all who map it. A mapping
- * that mapfile made before becomes writable where it is.
+ * written there is written to the file, and seen by all who map it.
+ *
+ * A mapping that mapfile made before is given again, writable now, where it is:
+ * its readers go on reading the same file. Returns -1 when that file may not be
+ * written. When the file has been replaced or removed since, the caller is given
+ * that mapping as it is, the old content and for reading only: a write there ends
+ * in a fault signal, and writable of the record stays 0. To write to the file
+ * that has the name now, call unmapfile first.
  */
 STOCK_API int64_t wmapfile(const char *file, void **address, Arr *cache);
 
 /*
  * Maps like mapfile, but when the system has no room for another mapping
- * releases those of the cache, least recently used first, until it has.
+ * releases those of the cache, least recently used first, until it has: room in
+ * memory, and in the number of mappings that a process may have (65,530 on most
+ * systems). Of that number 64 are left to the rest of the process.
  *
  * Returns the mapping record, borrowed from the cache until unmapfile or
  * unmaparr. Its address is good until the next vmapfile or vunmapfile on the

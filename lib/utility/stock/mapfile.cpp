@@ -4,7 +4,7 @@
 // them, never while memory is asked for or a message is sent: either may end in
 // a function of the program's, which may map files itself. So a file that is not
 // in the cache is mapped first and entered then, and whoever finds that another
-// thread was faster takes that thread's mapping.
+// thread was faster looks again.
 
 #include "stock/mapfile.h"
 
@@ -16,10 +16,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <span>
 #include <utility>
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include "internal/alloc.h"
 #include "internal/guards.h"
@@ -30,15 +32,21 @@ namespace {
 
 using stock::Fd;
 
-static_assert(sizeof(Mapdata) == 24 && offsetof(Mapdata, size) == 8);
+static_assert(sizeof(Mapdata) == 40 && offsetof(Mapdata, size) == 8);
 static_assert(offsetof(Mapdata, used) == 16 && offsetof(Mapdata, writable) == 20);
+static_assert(offsetof(Mapdata, device) == 24 && offsetof(Mapdata, inode) == 32);
 
 constexpr std::size_t kNameSize = 1024;
+constexpr int kSpare = 64;  // mappings that vmapfile leaves to the rest of the process
+constexpr int kGrant = 64;  // mappings that vmapfile makes before it asks the system again
+constexpr int64_t kReleasedShare = 64;  // of so many mappings vmapfile releases one at once
 
 std::mutex Maparr_mutex;
 Arr *Maparr = nullptr;  // the cache of the process, made when first needed
 
 std::atomic<int> Used{0};  // of the last mapping or reuse; wraps around
+
+std::atomic<int> Granted{0};  // mappings that vmapfile may make without asking the system
 
 int next_use()
 {
@@ -79,10 +87,25 @@ struct Part {
     Arr *cache = nullptr;
 };
 
+// Which file something is, whatever its name.
+struct Identity {
+    uint64_t device = 0;
+    uint64_t inode = 0;
+
+    bool operator==(const Identity &) const = default;
+};
+
+Identity identity_of(const struct stat &status)
+{
+    return {static_cast<uint64_t>(status.st_dev), static_cast<uint64_t>(status.st_ino)};
+}
+
 // What is mapped; nothing when the size is -1.
 struct View {
     void *address = nullptr;
     int64_t size = -1;
+    Identity file;
+    bool writable = false;
     Mapdata *record = nullptr;
 
     explicit operator bool() const { return size >= 0; }
@@ -91,7 +114,11 @@ struct View {
 View view_of(Mapdata *record)
 {
     record->used = next_use();
-    return {record->address, static_cast<int64_t>(record->size), record};
+    return {record->address,
+            static_cast<int64_t>(record->size),
+            {record->device, record->inode},
+            record->writable != 0,
+            record};
 }
 
 // A queue or a line is not waited for: it turns out to be empty. A file whose
@@ -113,11 +140,123 @@ bool is_for_want_of_room(int error)
     return error == ENOMEM || error == EAGAIN || error == ENFILE;
 }
 
+int unmap(void *address, uint64_t size)
+{
+    return munmap(address, static_cast<std::size_t>(size));
+}
+
+// The mapped records of a cache that were used longest ago, counted back from now.
+class Oldest {
+public:
+    explicit Oldest(Arr *arr) : now_(static_cast<unsigned>(Used.load()))
+    {
+        applyarr(arr, keep_older, this);
+        std::sort_heap(records_, records_ + kept_, By{now_});  // the oldest is the first then
+    }
+
+    int64_t mapped() const { return mapped_; }
+    std::span<Mapdata *> records() { return {records_, kept_}; }
+
+private:
+    struct By {
+        unsigned now;
+
+        unsigned age(const Mapdata *record) const
+        {
+            return now - static_cast<unsigned>(record->used);
+        }
+        bool operator()(const Mapdata *a, const Mapdata *b) const { return age(a) > age(b); }
+    };
+
+    static int keep_older(void *, void *value, void *argument)
+    {
+        auto *record = static_cast<Mapdata *>(value);
+        if (record->address)
+            static_cast<Oldest *>(argument)->keep(record);
+        return 0;
+    }
+
+    // The youngest of those that are kept stands first and makes way for an older one.
+    void keep(Mapdata *record)
+    {
+        const By by{now_};
+        ++mapped_;
+        if (kept_ == std::size(records_)) {
+            if (!by(record, records_[0]))
+                return;
+            std::pop_heap(records_, records_ + kept_--, by);
+        }
+        records_[kept_++] = record;
+        std::push_heap(records_, records_ + kept_, by);
+    }
+
+    unsigned now_;
+    int64_t mapped_ = 0;
+    std::size_t kept_ = 0;
+    Mapdata *records_[kGrant];
+};
+
+// Releases one in `share` of the mappings of the cache, at least one and at most kGrant,
+// least recently used first. False when nothing is mapped or the system refuses the first.
+bool release_oldest(Arr *cache, int64_t share)
+{
+    const Cache locked(cache);
+    if (!locked.get())
+        return false;
+    Oldest oldest(locked.get());
+    const int64_t wanted = std::max<int64_t>(oldest.mapped() / share, 1);
+    int64_t released = 0;
+    for (Mapdata *record : oldest.records()) {
+        if (released == wanted || unmap(record->address, record->size) != 0)
+            break;
+        record->address = nullptr;
+        ++released;
+    }
+    return released > 0;
+}
+
+// How many more mappings the system would give the process, at most `most`. Pages side by
+// side that differ in protection are mappings of their own.
+int spare_mappings(int most)
+{
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    const std::size_t size = static_cast<std::size_t>(most) * page;
+    void *const pages =
+        mmap(nullptr, size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+    if (pages == MAP_FAILED)
+        return 0;
+    int count = 1;
+    while (count < most &&
+           mprotect(static_cast<char *>(pages) + static_cast<std::size_t>(count) * page, page,
+                    PROT_READ) == 0)
+        count += 2;
+    unmap(pages, size);
+    return std::min(count, most);
+}
+
+// Releases mappings of the cache until a new one leaves kSpare to the rest of the process:
+// for threads, their stacks, libraries and memory. Asking the system costs as much as many
+// mappings, so that those beyond kSpare are granted at once.
+bool make_room(Arr *cache)
+{
+    if (Granted.load(std::memory_order_relaxed) > 0 &&
+        Granted.fetch_sub(1, std::memory_order_relaxed) > 0)
+        return true;
+    int spare = 0;
+    while ((spare = spare_mappings(kSpare + kGrant)) <= kSpare)
+        if (!release_oldest(cache, kReleasedShare)) {
+            errno = ENOMEM;
+            return false;
+        }
+    Granted.store(spare - kSpare - 1, std::memory_order_relaxed);
+    return true;
+}
+
 void *map(int fd, const Part &part, int64_t size)
 {
     errno = EINVAL;
     void *address = MAP_FAILED;
-    if (part.offset < 0 || size <= 0)
+    if (part.offset < 0 || size <= 0 || (part.make_room && !make_room(part.cache)))
         return address;
     do
         address = mmap(nullptr, static_cast<std::size_t>(size), protection(part.writable),
@@ -125,11 +264,6 @@ void *map(int fd, const Part &part, int64_t size)
     while (address == MAP_FAILED && part.make_room && is_for_want_of_room(errno) &&
            vunmapfile(part.cache) == 0);
     return address;
-}
-
-int unmap(void *address, uint64_t size)
-{
-    return munmap(address, static_cast<std::size_t>(size));
 }
 
 // Maps the part of the open file that is there, or logs why not. A file that
@@ -154,7 +288,7 @@ View map_part(int fd, const char *file, const Part &part)
             return {};
         }
         if (refstat(fd, &status) == 0 && status.st_size - part.offset >= size)
-            return {address, size};
+            return {address, size, identity_of(status), part.writable};
         unmap(address, static_cast<uint64_t>(size));
     }
 }
@@ -168,97 +302,108 @@ int open_or_log(const char *file, bool writable)
     return fd;
 }
 
-bool serves(const Mapdata *record, bool writable)
+// The file's mapping in the cache, if there is one.
+View find(const char *file, Arr *own)
 {
-    return record && record->address && (record->writable || !writable);
+    const Cache cache(own);
+    Mapdata *const record = cache.find(file);
+    return record && record->address ? view_of(record) : View();
 }
 
-// Makes a mapping writable where it is, for those who read there already.
-bool make_writable(Mapdata *record, int fd, int64_t file_size)
-{
-    const auto size = static_cast<std::size_t>(record->size);
-    errno = EINVAL;  // of a file that is shorter now
-    if (static_cast<uint64_t>(file_size) < size ||
-        mmap(record->address, size, protection(true), MAP_SHARED | MAP_FIXED, fd, 0) == MAP_FAILED)
-        return false;
-    record->writable = 1;
-    return true;
-}
-
-// All that entering a file may need, asked for before the cache is locked.
-class Spare {
-public:
-    Spare(const char *file, Arr *own)
-        : key_(stock::copy_text(file, "key")), record_(new_Mapdata()),
-          arr_(own ? nullptr : newarr(nullptr))
-    {
-    }
-    ~Spare() { freearr(arr_, nullptr); }
-    Spare(const Spare &) = delete;
-    Spare &operator=(const Spare &) = delete;
-
-    // Enters the new record under the file's name. Null when memory ran out.
-    Mapdata *enter(Arr *own)
-    {
-        if (!own && !Maparr)
-            Maparr = std::exchange(arr_, nullptr);
-        if (rbinsert(key_.get(), record_.get(), own ? own : Maparr) == rb_null)
-            return nullptr;
-        static_cast<void>(key_.release());  // the tree owns it now
-        return record_.release();
-    }
-
-private:
-    stock::Owned<char> key_;
-    stock::Owned<Mapdata> record_;
-    Arr *arr_;
+struct FreeArr {
+    void operator()(Arr *arr) const { freearr(arr, nullptr); }
 };
 
-// Makes the view the file's mapping in the cache, unless another thread mapped
-// the file meanwhile. The view is emptied when the cache took it.
-View enter(const char *file, int fd, View &view, const Part &part)
+// Makes the view the file's mapping in the cache. Nothing when there is one already.
+View enter(const char *file, const View &view, Arr *own)
 {
-    Spare spare(file, part.cache);
-    Cache cache(part.cache);
+    // What may be needed is asked for before the cache is locked.
+    stock::Owned<char> key(stock::copy_text(file, "key"));
+    stock::Owned<Mapdata> made(new_Mapdata());
+    std::unique_ptr<Arr, FreeArr> first(own ? nullptr : newarr(nullptr));
+    Cache cache(own);
+    if (!cache.get())
+        Maparr = first.release();
     Mapdata *record = cache.find(file);
-    if (!record && !(record = spare.enter(part.cache))) {
-        cache.unlock();
-        stock::out_of_memory(sizeof(Rbnode), "node");
-    }
-    if (!record->address) {
-        record->address = std::exchange(view.address, nullptr);
-        record->size = static_cast<uint64_t>(view.size);
-        record->writable = part.writable;
-    } else if (!serves(record, part.writable) && !make_writable(record, fd, view.size)) {
+    if (record && record->address)
         return {};
+    if (!record) {
+        if (rbinsert(key.get(), made.get(), cache.get()) == rb_null) {
+            cache.unlock();
+            stock::out_of_memory(sizeof(Rbnode), "node");
+        }
+        static_cast<void>(key.release());  // the tree owns it now
+        record = made.release();
     }
+    record->address = view.address;
+    record->size = static_cast<uint64_t>(view.size);
+    record->writable = view.writable;
+    record->device = view.file.device;
+    record->inode = view.file.inode;
     return view_of(record);
 }
 
-View find(const char *file, const Part &part)
+// Maps the open file for writing where it is mapped for reading. False when the cache
+// has no longer that mapping; the view is nothing when the system refuses.
+bool map_over(const char *file, int fd, Arr *own, View *view)
 {
-    const Cache cache(part.cache);
-    Mapdata *record = cache.find(file);
-    return serves(record, part.writable) ? view_of(record) : View();
+    const Cache cache(own);
+    Mapdata *const record = cache.find(file);
+    if (!record || record->address != view->address)
+        return false;
+    *view = {};
+    if (mmap(record->address, static_cast<std::size_t>(record->size), protection(true),
+             MAP_SHARED | MAP_FIXED, fd, 0) != MAP_FAILED) {
+        record->writable = 1;
+        *view = view_of(record);
+    }
+    return true;
+}
+
+// Makes a mapping for reading writable where it is, or empties the view after logging
+// why not. A mapping whose file has lost its name stays as it is: no other file's bytes
+// may appear there. False when the cache has no longer that mapping.
+bool make_writable(const char *file, Arr *own, View *view)
+{
+    const Fd fd(open_file(file, true));
+    const int error = errno;
+    struct stat status;
+    const bool known = fd.get() < 0 ? restat(file, &status) == 0 : refstat(fd.get(), &status) == 0;
+    if (!known || identity_of(status) != view->file)
+        return true;
+    errno = error;
+    if (fd.get() < 0) {
+        *view = {};
+        elog_log(1, "Couldn't open %s\n", file);
+        return true;
+    }
+    if (!map_over(file, fd.get(), own, view))
+        return false;
+    if (!*view)
+        elog_log(1, "Can't map file %s\n", file);
+    return true;
 }
 
 // The file's mapping from the cache, or a new one.
 View map_cached(const char *file, const Part &part)
 {
-    if (const View cached = find(file, part))
-        return cached;
-    const Fd fd(open_or_log(file, part.writable));
-    if (fd.get() < 0)
-        return {};
-    View fresh = map_part(fd.get(), file, part);
-    if (!fresh)
-        return {};
-    const View entered = enter(file, fd.get(), fresh, part);
-    if (fresh.address)
+    for (;;) {
+        View cached = find(file, part.cache);
+        if (cached && (cached.writable || !part.writable))
+            return cached;
+        if (cached) {
+            if (make_writable(file, part.cache, &cached))
+                return cached;
+            continue;
+        }
+        const Fd fd(open_or_log(file, part.writable));
+        const View fresh = fd.get() < 0 ? View() : map_part(fd.get(), file, part);
+        if (!fresh)
+            return {};
+        if (const View entered = enter(file, fresh, part.cache))
+            return entered;
         unmap(fresh.address, static_cast<uint64_t>(fresh.size));
-    if (!entered)
-        elog_log(1, "Can't map file %s\n", file);
-    return entered;
+    }
 }
 
 int64_t give(const View &view, void **address)
@@ -280,23 +425,6 @@ int unmap_entry(void *file, void *record, void *result)
 {
     if (unmap_or_log(static_cast<const char *>(file), static_cast<const Mapdata *>(record)) != 0)
         *static_cast<int *>(result) = -1;
-    return 0;
-}
-
-// The mapped record that was used longest ago, counted back from now.
-struct Oldest {
-    unsigned now;
-    Mapdata *record = nullptr;
-
-    unsigned age(const Mapdata *other) const { return now - static_cast<unsigned>(other->used); }
-};
-
-int keep_older(void *, void *value, void *argument)
-{
-    auto *record = static_cast<Mapdata *>(value);
-    auto *oldest = static_cast<Oldest *>(argument);
-    if (record->address && (!oldest->record || oldest->age(record) > oldest->age(oldest->record)))
-        oldest->record = record;
     return 0;
 }
 
@@ -393,14 +521,7 @@ int unmapfile(const char *file, Arr *cache)
 
 int vunmapfile(Arr *cache)
 {
-    const Cache locked(cache);
-    Oldest oldest{static_cast<unsigned>(Used.load())};
-    applyarr(locked.get(), keep_older, &oldest);
-    Mapdata *const record = oldest.record;
-    if (!record || unmap(record->address, record->size) != 0)
-        return -1;
-    record->address = nullptr;
-    return 0;
+    return release_oldest(cache, INT64_MAX) ? 0 : -1;
 }
 
 int unmaparr(Arr *cache)
