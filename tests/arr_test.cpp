@@ -2,16 +2,20 @@
 
 #include "stock/arr.h"
 
+#include <cctype>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <strings.h>
 
 #include "stock/elog.h"
+#include "stock/pf.h"
 #include "support/owners.h"
 
 namespace {
@@ -201,6 +205,57 @@ TEST(Arr, AgreesWithAMapOverRandomChanges)
         EXPECT_EQ(static_cast<char *>(gettbl(keys.get(), i++)), entry.first);
 }
 
+// What all keys have in common is compared once and not with each.
+
+TEST(Arr, FindsKeysWhenOneThatHasLessInCommonComes)
+{
+    const char *const keys[] = {"gauge_north_12", "gauge_north_7",
+                                "gauge_north_",   "gauge_south_1",
+                                "gauge_",         "gauge",
+                                "south",          "g",
+                                "\xff",           ""};
+    const ArrPtr arr(newarr(nullptr));
+    std::map<std::string, void *> map;
+    for (const char *key : keys) {
+        SCOPED_TRACE(key);
+        setarr(arr.get(), key, const_cast<char *>(key));
+        map[key] = const_cast<char *>(key);
+        for (const char *wanted : keys)
+            EXPECT_EQ(getarr(arr.get(), wanted), map.count(wanted) ? map[wanted] : nullptr);
+        std::string in_order;
+        for (const auto &entry : map)
+            in_order += (&entry == &*map.begin() ? "" : " ") + entry.first;
+        EXPECT_EQ(joined(keysarr(arr.get())), in_order);
+    }
+    for (const char *key : keys)
+        EXPECT_EQ(delarr(arr.get(), key), key);
+    EXPECT_EQ(arr->root, rb_null);
+    setarr(arr.get(), "gauge_south_2", kX);
+    EXPECT_EQ(arr->common, 13);
+    EXPECT_EQ(getarr(arr.get(), "gauge_south_2"), kX);
+}
+
+TEST(Arr, NeighboursOfAKeyThatBeginsOtherwise)
+{
+    const ArrPtr arr = arr_of({"gauge_north_1", "gauge_north_2", "gauge_south_1"});
+    const struct {
+        const char *given, *less, *greater;
+    } cases[] = {
+        {"", nullptr, "gauge_north_1"},
+        {"gauge", nullptr, "gauge_north_1"},
+        {"gauge_", nullptr, "gauge_north_1"},
+        {"gauge_o", "gauge_north_2", "gauge_south_1"},
+        {"gauge_north_1x", "gauge_north_1", "gauge_north_2"},
+        {"h", "gauge_south_1", nullptr},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.given);
+        EXPECT_STREQ(static_cast<char *>(rblookup(RB_LT, c.given, arr.get())), c.less);
+        EXPECT_STREQ(static_cast<char *>(rblookup(RB_GE, c.given, arr.get())), c.greater);
+        EXPECT_EQ(getarr(arr.get(), c.given), nullptr);
+    }
+}
+
 TEST(Arr, KeepsTheTextOfTheLastOfEqualKeys)
 {
     const ArrPtr arr(newarr(compare_caseless));
@@ -211,6 +266,66 @@ TEST(Arr, KeepsTheTextOfTheLastOfEqualKeys)
     EXPECT_EQ(joined(keysarr(arr.get())), "KEY other");
     EXPECT_EQ(delarr(arr.get(), "kEy"), kY);
     EXPECT_EQ(joined(keysarr(arr.get())), "other");
+}
+
+TEST(Arr, ReplacingInAnotherSpellingStaysInTheNode)
+{
+    const ArrPtr arr(newarr(compare_caseless));
+    setarr(arr.get(), "north", kX);
+    const Rbnode *node = arr->root;
+    EXPECT_EQ(setarr(arr.get(), "NORTH", kY), kX);
+    EXPECT_EQ(arr->root, node);
+    EXPECT_STREQ(static_cast<char *>(node->key), "NORTH");
+    EXPECT_EQ(node->value, kY);
+}
+
+TEST(Arr, RemovedHoldsTheOldValueAndNoKeyThatTheArrayFreed)
+{
+    const ArrPtr arr(newarr(compare_caseless));
+    setarr(arr.get(), "north", kX);
+    for (const char *spelling : {"north", "NORTH"}) {
+        SCOPED_TRACE(spelling);
+        arr->removed = *rb_null;
+        void *old = getarr(arr.get(), "north");
+        setarr(arr.get(), spelling, kY);
+        EXPECT_EQ(arr->removed.value, old);
+        EXPECT_EQ(arr->removed.key, nullptr);
+    }
+    delarr(arr.get(), "north");
+    EXPECT_EQ(arr->removed.value, kY);
+    EXPECT_EQ(arr->removed.key, nullptr);
+}
+
+// A node that was exchanged for another used to end the walk in freed memory.
+TEST(Arr, WalkMaySetTheKeyThatItStandsAtInAnySpelling)
+{
+    const ArrPtr arr(newarr(compare_caseless));
+    for (const char *name : {"d", "b", "f", "a", "c", "e", "g"})
+        setarr(arr.get(), name, kX);
+    const auto in_capitals = [](void *key, void *value, void *argument) {
+        EXPECT_EQ(value, kX);
+        const std::string capital(1, static_cast<char>(toupper(*static_cast<char *>(key))));
+        EXPECT_EQ(setarr(static_cast<Arr *>(argument), capital.c_str(), kY), kX);
+        return 0;
+    };
+    applyarr(arr.get(), in_capitals, arr.get());
+    EXPECT_EQ(joined(keysarr(arr.get())), "A B C D E F G");
+    EXPECT_EQ(joined(valsarr(arr.get())), "y y y y y y y");
+}
+
+TEST(Arr, WalkMayReplaceTheKeyThatItStandsAtByRbinsert)
+{
+    const ArrPtr arr = arr_of({"d", "b", "f", "a", "c", "e", "g"});
+    const auto replace = [](void *key, void *, void *argument) {
+        char *copy = strdup(static_cast<char *>(key));
+        const Rbnode *removed = rbinsert(copy, kY, static_cast<Arr *>(argument));
+        EXPECT_EQ(removed->key, key);
+        free(removed->key);
+        return 0;
+    };
+    rbtraverse(arr.get(), replace, arr.get());
+    EXPECT_EQ(joined(keysarr(arr.get())), "a b c d e f g");
+    EXPECT_EQ(joined(valsarr(arr.get())), "y y y y y y y");
 }
 
 // An array is a tree: what the tree's functions take out or put in.
@@ -261,12 +376,219 @@ TEST(Arr, KeysOutliveRbdestroy)
     freetbl(keys, free);
 }
 
+TEST(Arr, KeysMayBeFreedBeforeRbdestroy)
+{
+    Arr *arr = arr_of({"d", "b", "f", "a", "c", "e", "g"}).release();
+    rbtraverse(
+        arr, [](void *key, void *, void *) { return free(key), 0; }, nullptr);
+    rbdestroy(arr);
+    arr = arr_of({"b", "a", "c"}).release();
+    freetbl(keysarr(arr), free);
+    rbdestroy(arr);
+}
+
+TEST(Arr, KeysOfAParsedTreeAreStringsOfTheirOwn)
+{
+    Pf *pf = nullptr;
+    ASSERT_EQ(pfcompile("north 12 mm\nsouth &Arr{\nlimit 40\n}\nlist &Tbl{\n1\n}\n", &pf), 0);
+    Arr *arr = std::exchange(pf->value.arr, newarr(nullptr));
+    Tbl *keys = keysarr(arr);
+    freetbl(valsarr(arr), [](void *value) { pffree(static_cast<Pf *>(value)); });
+    rbdestroy(arr);
+    EXPECT_EQ(Text(jointbl(keys, " ")).get(), std::string("list north south"));
+    freetbl(keys, free);
+    pffree(pf);
+}
+
 TEST(Arr, LooksUpNeighboursOfAString)
 {
     const ArrPtr arr = arr_of({"ant", "bee", "cat"});
     EXPECT_STREQ(static_cast<char *>(rblookup(RB_GT, "b", arr.get())), "bee");
     EXPECT_STREQ(static_cast<char *>(rblookup(RB_LT, "bee", arr.get())), "ant");
     EXPECT_EQ(rblookup(RB_GT, "cat", arr.get()), nullptr);
+}
+
+// An array beside a map, through all that the array's and the tree's functions do with it.
+// Under the address sanitizer each key is seen to be a block of its own.
+class Model {
+public:
+    explicit Model(unsigned seed, bool caseless)
+        : random_(seed), caseless_(caseless), arr_(newarr(caseless ? compare_caseless : nullptr))
+    {
+    }
+
+    void run(int steps)
+    {
+        using Step = void (Model::*)();
+        constexpr Step kSteps[] = {&Model::set,        &Model::set,      &Model::insert,
+                                   &Model::remove,     &Model::take_out, &Model::look_up,
+                                   &Model::set_in_walk};
+        for (int i = 0; i < steps && !testing::Test::HasFatalFailure(); ++i) {
+            (this->*kSteps[below(i % 50 == 0 ? 7 : 6)])();
+            if (i % 50 == 0)
+                compare();
+        }
+        compare();
+    }
+
+    // Ends the array in one of the ways in which a program may.
+    void finish()
+    {
+        Tbl *keys = nullptr;
+        switch (below(3)) {
+        case 0: freearr(arr_, nullptr); return;
+        case 1: rbtraverse(arr_, free_key, nullptr); break;
+        default: keys = keysarr(arr_);
+        }
+        rbdestroy(arr_);
+        freetbl(keys, free);
+    }
+
+private:
+    struct Entry {
+        std::string text;
+        void *value;
+    };
+
+    static int free_key(void *key, void *, void *) { return free(key), 0; }
+
+    int below(int n) { return static_cast<int>(random_() % static_cast<unsigned>(n)); }
+    void *value() { return &values_[below(100)]; }
+
+    std::string key()
+    {
+        static const char *const beginnings[] = {"gauge_north_", "gauge_n", "gauge_south_", "G",
+                                                 ""};
+        // Keys that begin otherwise are rare, so that the others have much in common for long.
+        const int n = below(400);
+        std::string key = beginnings[n < 390 ? 0 : n % 5] + std::to_string(below(150));
+        if (caseless_)
+            for (char &c : key)
+                c = static_cast<char>(below(2) ? toupper(c) : c);
+        return key;
+    }
+
+    std::string folded(std::string key) const
+    {
+        if (caseless_)
+            for (char &c : key)
+                c = static_cast<char>(tolower(c));
+        return key;
+    }
+
+    void set()
+    {
+        const std::string name = key();
+        void *const stored = value();
+        Entry &entry = map_[folded(name)];
+        ASSERT_EQ(setarr(arr_, name.c_str(), stored), entry.value);
+        entry = {name, stored};
+    }
+
+    void insert()
+    {
+        const std::string name = key();
+        char *const own = strdup(name.c_str());
+        void *const stored = value();
+        const bool there = map_.count(folded(name)) > 0;
+        Entry &entry = map_[folded(name)];
+        const Rbnode *node = rbinsert(own, stored, arr_);
+        ASSERT_EQ(node == &arr_->removed, there);
+        ASSERT_EQ(static_cast<char *>(node->key), there ? entry.text : name);
+        ASSERT_EQ(node->value, there ? entry.value : stored);
+        if (there)
+            free(node->key);
+        ASSERT_EQ(rbfind(name.c_str(), arr_), own);
+        entry = {name, stored};
+    }
+
+    void remove()
+    {
+        const std::string name = key();
+        const auto found = map_.find(folded(name));
+        ASSERT_EQ(delarr(arr_, name.c_str()), found == map_.end() ? nullptr : found->second.value);
+        map_.erase(folded(name));
+    }
+
+    void take_out()
+    {
+        const std::string name = key();
+        const auto found = map_.find(folded(name));
+        const Rbnode *removed = rbdelete(name.c_str(), arr_);
+        ASSERT_EQ(removed != nullptr, found != map_.end());
+        if (!removed)
+            return;
+        ASSERT_EQ(static_cast<char *>(removed->key), found->second.text);
+        ASSERT_EQ(removed->value, found->second.value);
+        free(removed->key);
+        map_.erase(found);
+    }
+
+    void look_up()
+    {
+        const std::string name = key();
+        const auto found = map_.find(folded(name));
+        ASSERT_EQ(getarr(arr_, name.c_str()), found == map_.end() ? nullptr : found->second.value);
+        const auto next = map_.lower_bound(folded(name));
+        const char *const text = static_cast<char *>(rblookup(RB_GE, name.c_str(), arr_));
+        if (next == map_.end())
+            ASSERT_EQ(text, nullptr);
+        else
+            ASSERT_STREQ(text, next->second.text.c_str());
+    }
+
+    // Sets the entry that a walk stands at, and another one.
+    void set_in_walk()
+    {
+        const auto step = [](void *stored, void *stored_value, void *argument) {
+            auto *model = static_cast<Model *>(argument);
+            const std::string text = static_cast<char *>(stored);
+            EXPECT_EQ(model->map_.at(model->folded(text)).value, stored_value);
+            model->set_again(text);
+            model->set_again(model->map_.begin()->second.text);
+            return 0;
+        };
+        applyarr(arr_, step, this);
+    }
+
+    void set_again(const std::string &text)
+    {
+        const std::string spelling = caseless_ && below(2) ? folded(text) : text;
+        void *const stored = value();
+        Entry &entry = map_.at(folded(text));
+        EXPECT_EQ(setarr(arr_, spelling.c_str(), stored), entry.value);
+        entry = {spelling, stored};
+    }
+
+    void compare()
+    {
+        const TblPtr keys(keysarr(arr_));
+        const TblPtr stored(valsarr(arr_));
+        ASSERT_EQ(keys->count, static_cast<int64_t>(map_.size()));
+        int64_t i = 0;
+        for (const auto &[name, entry] : map_) {
+            ASSERT_EQ(static_cast<char *>(gettbl(keys.get(), i)), entry.text);
+            ASSERT_EQ(gettbl(stored.get(), i++), entry.value);
+        }
+    }
+
+    std::mt19937 random_;
+    bool caseless_;
+    Arr *arr_;
+    std::map<std::string, Entry> map_;
+    char values_[100] = "";
+};
+
+TEST(ArrModel, AgreesWithAMapAndOwnsItsKeysWhateverIsDone)
+{
+    for (unsigned seed = 0; seed < 30; ++seed) {
+        SCOPED_TRACE(seed);
+        Model model(seed, seed % 2);
+        model.run(3000);
+        model.finish();
+        if (testing::Test::HasFailure())
+            return;
+    }
 }
 
 // The whole array.

@@ -475,6 +475,36 @@ TEST(FaceArray, can_be_used_after_it_was_moved_from_released_or_made_of_null)
     }
 }
 
+TEST(FaceArray, erases_a_null_value_through_its_free_function_too)
+{
+    static int calls;
+    calls = 0;
+    stock::array<int *, [](int *value) { calls += value == nullptr; }> array;
+    array.set("dry", nullptr);
+    array.erase("wet");
+    EXPECT_EQ(calls, 0);
+    array.erase("dry");
+    EXPECT_EQ(calls, 1);
+    EXPECT_TRUE(array.empty());
+}
+
+TEST(FaceArray, may_be_set_in_a_walk)
+{
+    int one = 1;
+    int two = 2;
+    Ages array;
+    for (const char *key : {"d", "b", "f", "a", "c", "e", "g"})
+        array.set(key, &one);
+    std::string walked;
+    for (const auto [key, value] : array) {
+        EXPECT_EQ(array.set(key, &two), &one);
+        walked += key;
+    }
+    EXPECT_EQ(walked, "abcdefg");
+    for (const auto [key, value] : array)
+        EXPECT_EQ(value, &two) << key;
+}
+
 TEST(FaceArray, moves_and_copies_where_that_is_said)
 {
     int one = 1;

@@ -204,6 +204,33 @@ TEST(Redblack, DeleteGivesTheRemovedKeyAndValue)
     EXPECT_EQ(rbdelete(key(1), tree.get()), nullptr);
 }
 
+TEST(Redblack, DeletingANodeWithTwoChildrenMovesItsSuccessorsEntryIntoIt)
+{
+    const TreePtr tree(rbinit(by_number));
+    for (int n : {20, 10, 40, 30})
+        rbinsert(key(n), key(n + 1), tree.get());
+    const Rbnode *root = tree->root;
+    EXPECT_EQ(rbdelete(key(20), tree.get())->key, key(20));
+    EXPECT_EQ(tree->root, root);
+    EXPECT_EQ(root->key, key(30));
+    EXPECT_EQ(root->value, key(31));
+    EXPECT_EQ(root->right->key, key(40));
+    EXPECT_EQ(root->right->left, rb_null);
+}
+
+TEST(Redblack, EqualStringReplacesInItsNode)
+{
+    const TreePtr tree(rbinit(nullptr));
+    char a[] = "a", b[] = "b", same[] = "b";
+    rbinsert(a, nullptr, tree.get());
+    const Rbnode *node = rbinsert(b, a, tree.get());
+    EXPECT_EQ(rbinsert(same, b, tree.get()), &tree->removed);
+    EXPECT_EQ(tree->removed.key, b);
+    EXPECT_EQ(tree->removed.value, a);
+    EXPECT_EQ(node->key, same);
+    EXPECT_EQ(node->value, b);
+}
+
 TEST(Redblack, SearchGivesTheValueAndFindTheStoredKey)
 {
     const TreePtr tree(rbinit(by_number));

@@ -2,8 +2,10 @@
  * arr.h - the associative array from strings to pointers, in key order.
  *
  * An Arr is a red-black tree (redblack.h) that owns copies of its keys; all
- * functions of the tree may be used on it. Each key copy is freed by itself: the
- * key that rbdelete takes out of an Arr is the caller's, to be freed with free.
+ * functions of the tree may be used on it. Each copy is a string of its own from
+ * malloc. What the tree's functions take out is the caller's, to be freed with free:
+ * the key in removed behind rbdelete or rbinsert, and all keys when rbdestroy is to
+ * free the array, be it before or after. A key that rbinsert puts in is the array's.
  *
  * Values belong to the caller, and a stored null value looks like an absent key.
  * A null array reads as an empty one, and a null key is in no array of strings.
@@ -30,11 +32,13 @@ typedef Rbtree Arr;
 STOCK_API Arr *newarr(int (*compare)(const void *a, const void *b));
 
 /*
- * Stores a value under a copy of the key. When an equal key is there, its value
- * is replaced and its copy is from now on the new key's text.
+ * Stores a value under a copy of the key. When an equal key is there, its value is
+ * replaced. Its copy stays when it is the same text; in another spelling, which the
+ * comparison takes for equal, it is freed and the new one kept. removed then holds
+ * the old value, and null as the key.
  *
- * Returns the value that the key had before, the caller's again; null when the
- * key is new. Without memory for a new key nothing is stored, and null returned.
+ * Returns the value that the key had before, the caller's again; null when the key
+ * is new. Without memory nothing is stored, and null returned.
  */
 STOCK_API void *setarr(Arr *arr, const char *key, void *value);
 
@@ -42,7 +46,8 @@ STOCK_API void *setarr(Arr *arr, const char *key, void *value);
 STOCK_API void *getarr(const Arr *arr, const char *key);
 
 /*
- * Removes a key and frees the array's copy of it.
+ * Removes a key and frees the array's copy of it. removed then holds the value, and
+ * null as the key.
  *
  * Returns its value, the caller's again; null when the key is absent.
  */
@@ -58,8 +63,8 @@ STOCK_API int freearr(Arr *arr, void (*free_value)(void *value));
 STOCK_API int64_t cntarr(const Arr *arr);
 
 /*
- * The keys in ascending order. They are the array's own copies, each valid as
- * long as its entry stays.
+ * The keys in ascending order. They are the array's own copies, each valid until
+ * its entry is removed, or replaced by rbinsert or in another spelling.
  *
  * Returns an indirect list that the caller frees with freetbl(keys, null).
  */
@@ -70,8 +75,8 @@ STOCK_API Tbl *valsarr(const Arr *arr);
 
 /*
  * Calls function(key, value, argument) with every entry in ascending key order.
- * The function may set values of keys that are there, but must not add or
- * delete keys. Returns 0.
+ * The function may set values of keys that are there, in any spelling that is equal,
+ * but must not add or delete keys. Returns 0.
  */
 STOCK_API int applyarr(const Arr *arr, int (*function)(void *key, void *value, void *argument),
                        void *argument);

@@ -7,9 +7,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <iterator>
 #include <memory>
 #include <type_traits>
+#include <utility>
 
 #include "stock/arr.h"
 #include "stock/strings.hpp"
@@ -25,7 +27,7 @@ struct array_entry {
     V value;
 };
 
-/* Walks a tree in the order of its keys. Valid as long as its entry stays. */
+/* Walks a tree in the order of its keys. Valid until a key is taken or erased. */
 template <class V>
 class array_iterator {
     struct Arrow {
@@ -130,9 +132,9 @@ private:
  * An iterator is two pointers and finds the next entry through the tree, which takes
  * up to twice the time that applyarr takes for one; apply() is that function.
  *
- * A walk may not set, take or erase the key it stands at: that replaces the copy.
- * An array without an Arr (made of null, moved from, released) is an empty array,
- * and makes its Arr when it needs one. Nothing locks.
+ * A walk may set values of keys that are there. To take or erase a key ends it: its
+ * iterators are no longer valid. An array without an Arr (made of null, moved from,
+ * released) is an empty array, and makes its Arr when it needs one. Nothing locks.
  */
 template <class V, auto Free = nullptr>
 class array {
@@ -183,11 +185,12 @@ public:
     /* The same, and gives the value of a key that is there to Free. */
     void erase(zstring key)
     {
-        const bool there = contains(key);
-        void *value = untyped(take(key));
+        const Rbnode *removed = rbdelete(key.c_str(), arr_.get());
+        if (!removed)
+            return;
+        std::free(std::exchange(arr_->removed.key, nullptr));
         if constexpr (owns)
-            if (there)
-                detail::untyped<Free, V>()(value);
+            detail::untyped<Free, V>()(removed->value);
     }
 
     /* applyarr: calls function(key, value) with every entry in the order of the keys. */

@@ -4,7 +4,11 @@
  *
  * The tree keeps pointers to keys and values and owns neither. A comparison
  * function orders the keys; its first argument is always the key that is looked
- * for, its second one of the tree.
+ * for, its second one of the tree. A key must not change while it is in the tree.
+ *
+ * Nodes are blocks of their own. Replacing leaves an entry in its node; a deletion
+ * may move another entry to the node of the one that is removed. So a walk may
+ * replace entries and must not delete any.
  *
  * Nothing here locks: threads that share a tree lock it. Different trees may be
  * used by different threads at the same time.
@@ -17,12 +21,13 @@
 
 STOCK_BEGIN_DECLS
 
-/* A node is the tree's own: read it, never change or free it. */
+/* A node is the tree's own: read it until the next deletion, never change or free it. */
 typedef struct Rbnode {
     struct Rbnode *left;  /* child with a smaller key, or rb_null */
     struct Rbnode *right; /* child with a greater key, or rb_null */
     struct Rbnode *up;    /* parent, or rb_null */
     int colour;           /* 1 red, 0 black */
+    unsigned int start;   /* the tree's own: four bytes of a string key, see common */
     void *key;
     void *value;
 } Rbnode;
@@ -30,6 +35,8 @@ typedef struct Rbnode {
 typedef struct Rbtree {
     int (*compare)(const void *a, const void *b);
     int replace;    /* not 0: inserting an existing key replaces its key and value */
+    int common;     /* the tree's own: so many bytes are the same at the start of all string
+                       keys; a node's start is the number that the next four make */
     Rbnode removed; /* key and value: what the last replacement or deletion took out */
     Rbnode *root;   /* rb_null when the tree is empty */
 } Rbtree;
@@ -59,7 +66,10 @@ STOCK_API extern Rbnode *const rb_null;
  */
 STOCK_API Rbtree *rbinit(int (*compare)(const void *a, const void *b));
 
-/* Frees the nodes and the tree, but no key or value. Null is ignored. */
+/*
+ * Frees the nodes and the tree, but no key or value, and looks at none: they may have
+ * been freed already. Null is ignored.
+ */
 STOCK_API void rbdestroy(Rbtree *tree);
 
 /*
@@ -108,7 +118,7 @@ STOCK_API void *rblookup(int mode, const void *key, const Rbtree *tree);
 
 /*
  * Calls function(key, value, argument) with every entry in ascending key order.
- * The function may store other values, but must not insert or delete.
+ * The function may replace entries, but must not add or delete any.
  */
 STOCK_API void rbtraverse(const Rbtree *tree,
                           int (*function)(void *key, void *value, void *argument), void *argument);

@@ -1,10 +1,13 @@
 // What lists, trees and arrays do when memory runs out.
 
+#include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <strings.h>
 
 #include "stock.h"
 #include "support/out_of_memory.h"
@@ -75,27 +78,56 @@ TEST(ArrOutOfMemory, SetStoresNothingAndGivesNull)
 {
     Arr *arr = newarr(nullptr);
     setarr(arr, "a", kA);
-    fail_allocations_after(0);
-    void *set = setarr(arr, "b", kA);
-    void *replaced = setarr(arr, "a", nullptr);
-    fail_allocations_after(-1);
-    EXPECT_EQ(set, nullptr);
-    EXPECT_EQ(replaced, kA);
-    EXPECT_EQ(cntarr(arr), 1);
+    for (const long successes : {0, 1}) {  // the key's copy fails, or the node
+        SCOPED_TRACE(successes);
+        fail_allocations_after(successes);
+        void *set = setarr(arr, "b", kA);
+        fail_allocations_after(-1);
+        EXPECT_EQ(set, nullptr);
+        EXPECT_EQ(getarr(arr, "b"), nullptr);
+        EXPECT_EQ(cntarr(arr), 1);
+    }
     freearr(arr, nullptr);
 }
 
-TEST(ArrOutOfMemory, RbinsertLeavesTheOldKey)
+TEST(ArrOutOfMemory, SetOfAKeyThatIsThereNeedsNoMemory)
 {
     Arr *arr = newarr(nullptr);
     setarr(arr, "a", kA);
-    char key[] = "a";
     fail_allocations_after(0);
-    Rbnode *node = rbinsert(key, nullptr, arr);
+    void *replaced = setarr(arr, "a", nullptr);
     fail_allocations_after(-1);
-    EXPECT_EQ(node, rb_null);
+    EXPECT_EQ(replaced, kA);
+    EXPECT_EQ(getarr(arr, "a"), nullptr);
+    freearr(arr, nullptr);
+}
+
+TEST(ArrOutOfMemory, SetInAnotherSpellingLeavesTheEntry)
+{
+    Arr *arr = newarr([](const void *a, const void *b) {
+        return strcasecmp(static_cast<const char *>(a), static_cast<const char *>(b));
+    });
+    setarr(arr, "a", kA);
+    fail_allocations_after(0);
+    void *replaced = setarr(arr, "A", nullptr);
+    fail_allocations_after(-1);
+    EXPECT_EQ(replaced, nullptr);
     EXPECT_EQ(getarr(arr, "a"), kA);
-    EXPECT_NE(rbfind("a", arr), key);
+    EXPECT_STREQ(static_cast<char *>(rbfind("a", arr)), "a");
+    freearr(arr, nullptr);
+}
+
+TEST(ArrOutOfMemory, RbinsertReplacesAllTheSame)
+{
+    Arr *arr = newarr(nullptr);
+    setarr(arr, "a", kA);
+    char *key = strdup("a");
+    fail_allocations_after(0);
+    Rbnode *removed = rbinsert(key, nullptr, arr);
+    fail_allocations_after(-1);
+    EXPECT_EQ(removed->value, kA);
+    EXPECT_EQ(rbfind("a", arr), key);
+    free(removed->key);
     freearr(arr, nullptr);
 }
 

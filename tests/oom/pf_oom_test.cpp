@@ -75,13 +75,13 @@ TEST(PfOutOfMemory, ANodeNamesItselfAndItsFunction)
 
 TEST(PfOutOfMemory, AParseNamesWhatItCannotKeep)
 {
-    EXPECT_THAT(
-        asked_for([] {
-            Pf *pf = nullptr;
-            return pfcompile(kText, &pf) == 0;
-        }),
-        IsSupersetOf({"pfnew: pf", "pfnew: pf->value.pffunct", "PF_lex: pf->value.pffunct->text",
-                      "PF_lex: filename", "fix_String_buf: String_buf"}));
+    EXPECT_THAT(asked_for([] {
+                    Pf *pf = nullptr;
+                    return pfcompile(kText, &pf) == 0;
+                }),
+                IsSupersetOf({"pfnew: pf", "pfnew: pf->value.pffunct",
+                              "PF_lex: pf->value.pffunct->text", "PF_lex: filename", "PF_lex: key",
+                              "PF_lex: node", "fix_String_buf: String_buf"}));
 }
 
 TEST(PfOutOfMemory, TheScannersOwnBuffersAreFaults)

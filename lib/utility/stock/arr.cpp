@@ -3,7 +3,7 @@
 #include "stock/arr.h"
 
 #include <cstdlib>
-#include <cstring>
+#include <utility>
 
 #include "internal/alloc.h"
 #include "internal/rbnode.h"
@@ -74,12 +74,14 @@ void free_nodes(Rbnode *node, void (*free_value)(void *value))
         return;
     // What is freed after the left side is fetched meanwhile.
     __builtin_prefetch(node->right);
+    __builtin_prefetch(node->key);
     __builtin_prefetch(node->value);
     free_nodes(node->left, free_value);
     free_nodes(node->right, free_value);
     if (free_value)
         free_value(node->value);
-    stock::free_with_key(node);
+    std::free(node->key);
+    std::free(node);
 }
 
 }  // namespace
@@ -105,7 +107,11 @@ void *getarr(const Arr *arr, const char *key)
 
 void *delarr(Arr *arr, const char *key)
 {
-    return stock::take_out(arr, key);
+    const Rbnode *removed = rbdelete(key, arr);
+    if (!removed)
+        return nullptr;
+    std::free(std::exchange(arr->removed.key, nullptr));
+    return removed->value;
 }
 
 int freearr(Arr *arr, void (*free_value)(void *value))

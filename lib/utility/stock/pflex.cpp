@@ -11,12 +11,13 @@
 #include <algorithm>
 #include <bit>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "internal/alloc.h"
 #include "internal/pfnode.h"
-#include "internal/rbnode.h"
 #include "stock/elog.h"
 #include "stock/strings.h"
 
@@ -182,20 +183,6 @@ void expect_next(Scanner &s)
     s.state = s.Lex_pf->type == PFTBL ? LexState::value : LexState::key;
 }
 
-void store(Scanner &s, Pf *pf)
-{
-    pf->parent = s.Lex_pf;
-    if (s.Lex_pf->type == PFTBL) {
-        pushtbl(s.Lex_pf->value.tbl, pf);
-    } else if (void *old = setarr(s.Lex_pf->value.arr, s.Lex_key, pf)) {
-        if (Pf_show_replacements)
-            fprintf(stderr, "replacing key '%s' at line #%d of %s\n", s.Lex_key, s.Lex_lineno,
-                    s.Pffilename);
-        pffree(static_cast<Pf *>(old));
-    }
-    expect_next(s);
-}
-
 Pf *text_value(std::string_view text)
 {
     return new_text(text, "PF_lex");
@@ -207,6 +194,33 @@ char *copied(std::string_view text, const char *item)
     std::memcpy(copy, text.data(), text.size());
     copy[text.size()] = 0;
     return copy;
+}
+
+// Stores the value under the current key. Gives the value that the key had, or null.
+Pf *set_in_table(const Scanner &s, Pf *pf)
+{
+    Arr *arr = s.Lex_pf->value.arr;
+    Rbnode *node = rbinsert(copied(s.Lex_key, "key"), pf, arr);
+    if (node == rb_null)
+        out_of_memory(sizeof(Rbnode), "node", "PF_lex");
+    if (node != &arr->removed)
+        return nullptr;
+    std::free(std::exchange(node->key, nullptr));
+    return static_cast<Pf *>(node->value);
+}
+
+void store(Scanner &s, Pf *pf)
+{
+    pf->parent = s.Lex_pf;
+    if (s.Lex_pf->type == PFTBL) {
+        pushtbl(s.Lex_pf->value.tbl, pf);
+    } else if (Pf *old = set_in_table(s, pf)) {
+        if (Pf_show_replacements)
+            fprintf(stderr, "replacing key '%s' at line #%d of %s\n", s.Lex_key, s.Lex_lineno,
+                    s.Pffilename);
+        pffree(old);
+    }
+    expect_next(s);
 }
 
 void set_key(Scanner &s, std::string_view key)

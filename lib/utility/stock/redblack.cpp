@@ -9,7 +9,9 @@
 
 #include "stock/redblack.h"
 
-#include <bit>
+#include <algorithm>
+#include <climits>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <new>
@@ -22,12 +24,9 @@ namespace {
 
 enum { kBlack = 0, kRed = 1 };
 
-Rbnode sentinel = {&sentinel, &sentinel, &sentinel, kBlack, nullptr, nullptr};
+Rbnode sentinel = {&sentinel, &sentinel, &sentinel, kBlack, 0, nullptr, nullptr};
 
 constexpr Rbnode *kNil = &sentinel;
-
-using stock::kWord;
-static_assert(kWord == sizeof(uint64_t));
 
 using Child = Rbnode *Rbnode::*;
 
@@ -39,81 +38,67 @@ struct Place {
     bool found() const { return node != kNil && order == 0; }
 };
 
-// A string that is looked for. Strings compare like the big-endian numbers that
-// their bytes make, eight at a time, as long as zeros follow their ends.
+constexpr size_t kStart = sizeof(Rbnode::start);
+static_assert(kStart == 4 && sizeof(Rbnode) == 48);
+
+// Text orders as its first bytes do when they are read as a big-endian number, with
+// zeros behind its end.
+uint32_t start_of(std::string_view text)
+{
+    uint32_t start = 0;
+    for (size_t i = 0; i < kStart; ++i)
+        start = start << 8 | (i < text.size() ? static_cast<unsigned char>(text[i]) : 0);
+    return start;
+}
+
+const char *text_of(const Rbnode *node)
+{
+    return static_cast<const char *>(node->key);
+}
+
+// Whether the text begins with the bytes that all keys of the tree begin with.
+bool begins_as_all(std::string_view text, const Rbtree *tree)
+{
+    const auto common = static_cast<size_t>(tree->common);
+    return text.size() >= common && std::memcmp(text.data(), text_of(tree->root), common) == 0;
+}
+
+// Compares a string with the keys of a tree that is not empty. Most comparisons are
+// decided by `start` and do not read the node's key.
 class Probe {
 public:
-    explicit Probe(std::string_view key) : key_(key.data()), length_(key.size())
+    Probe(std::string_view text, const Rbtree *tree)
+        : text_(text), common_(static_cast<size_t>(tree->common)),
+          begins_as_all_(begins_as_all(text, tree))
     {
-        const size_t rest = length_ % kWord;
-        last_at_ = length_ - rest;
-        if (length_ < kWord)
-            last_ = short_word(key);
-        else if (rest > 0)
-            last_ = word(key_ + length_ - kWord) << 8 * (kWord - rest);
-        first_ = length_ < kWord ? last_ : word(key_);
+        if (begins_as_all_)
+            start_ = start_of(text.substr(common_));
     }
 
     int operator()(const Rbnode *node) const
     {
-        const auto *its = static_cast<const char *>(node->key);
-        if (!stock::behind_key(node))
-            return order(its);
-        // The first words differ most often.
-        const uint64_t first = word(its);
-        if (first_ != first)
-            return first_ < first ? -1 : 1;
-        if ((first & 0xff) == 0)
+        if (!begins_as_all_)
+            return order_from(0, node);
+        if (start_ != node->start)
+            return start_ < node->start ? -1 : 1;
+        if ((start_ & 0xff) == 0)  // both texts end here
             return 0;
-        for (size_t at = kWord;; at += kWord) {
-            const uint64_t mine = at < last_at_ ? word(key_ + at) : last_;
-            const uint64_t other = word(its + at);
-            if (mine != other)
-                return mine < other ? -1 : 1;
-            if ((mine & 0xff) == 0)
-                return 0;
-        }
+        return order_from(common_ + kStart, node);
     }
 
 private:
-    int order(const char *other) const
+    int order_from(size_t at, const Rbnode *node) const
     {
-        const int order = std::strncmp(key_, other, length_);
-        return order != 0 ? order : -(other[length_] != 0);
+        const char *other = text_of(node) + at;
+        const size_t length = text_.size() - at;
+        const int order = std::strncmp(text_.data() + at, other, length);
+        return order != 0 ? order : -(other[length] != 0);
     }
 
-    // A text of fewer bytes than a word holds, with zeros behind it. It is put
-    // together from pieces that overlap: copying it first would be slower.
-    static uint64_t short_word(std::string_view text)
-    {
-        const size_t n = text.size();
-        const auto at = [=](size_t i, uint64_t bytes) { return bytes << 8 * (kWord - 1 - i); };
-        const auto byte = [=](size_t i) { return static_cast<unsigned char>(text[i]); };
-        if (n >= 4)
-            return uint64_t{big_endian<uint32_t>(&text[0])} << 32 |
-                   uint64_t{big_endian<uint32_t>(&text[n - 4])} << 8 * (kWord - n);
-        return n == 0 ? 0 : at(0, byte(0)) | at(n / 2, byte(n / 2)) | at(n - 1, byte(n - 1));
-    }
-
-    template <class Number>
-    static Number big_endian(const char *bytes)
-    {
-        Number number = 0;
-        std::memcpy(&number, bytes, sizeof number);
-        if (std::endian::native == std::endian::big)
-            return number;
-        return sizeof number == kWord
-                   ? static_cast<Number>(__builtin_bswap64(number))
-                   : static_cast<Number>(__builtin_bswap32(static_cast<uint32_t>(number)));
-    }
-
-    static uint64_t word(const char *bytes) { return big_endian<uint64_t>(bytes); }
-
-    const char *key_;
-    size_t length_;
-    size_t last_at_;  // where the last word begins, the one that holds the end
-    uint64_t last_ = 0;
-    uint64_t first_;
+    std::string_view text_;
+    size_t common_;
+    bool begins_as_all_;
+    uint32_t start_ = 0;
 };
 
 template <class Order>
@@ -132,14 +117,17 @@ Place descend(const Rbtree *tree, const Order &order)
     return place;
 }
 
+Place locate_text(std::string_view text, const Rbtree *tree)
+{
+    return tree->root == kNil ? Place() : descend(tree, Probe(text, tree));
+}
+
 // A null key is no string: no tree of strings holds it.
 Place locate(const void *key, const Rbtree *tree)
 {
     if (!stock::holds_text(tree))
         return descend(tree, [=](const Rbnode *node) { return tree->compare(key, node->key); });
-    if (!key)
-        return {};
-    return descend(tree, Probe(static_cast<const char *>(key)));
+    return key ? locate_text(static_cast<const char *>(key), tree) : Place();
 }
 
 Rbnode *find(const void *key, const Rbtree *tree)
@@ -283,58 +271,74 @@ void mend_after_delete(Rbtree *tree, Rbnode *node, Rbnode *up)
         node->colour = kBlack;
 }
 
-// Puts `with` into the tree as the node was: same place, colour and children.
-void take_place(Rbtree *tree, const Rbnode *node, Rbnode *with)
-{
-    with->left = node->left;
-    with->right = node->right;
-    with->colour = node->colour;
-    replace_child(tree, node, with);
-    if (with->left != kNil)
-        with->left->up = with;
-    if (with->right != kNil)
-        with->right->up = with;
-}
-
+// Takes the node out of its place, which its only child takes, and frees it.
 void splice_out(Rbtree *tree, Rbnode *node)
 {
     Rbnode *child = node->left != kNil ? node->left : node->right;
     replace_child(tree, node, child);
     if (node->colour == kBlack)
         mend_after_delete(tree, child, node->up);
+    std::free(node);
 }
 
-// Takes the node out of the tree. With two children its successor is spliced
-// out and takes its place: nodes move, since a node may be one block with its key.
-void unlink(Rbtree *tree, Rbnode *node)
+void move_entry(const Rbnode *from, Rbnode *to)
 {
-    if (node->left == kNil || node->right == kNil) {
-        splice_out(tree, node);
-        return;
+    to->start = from->start;
+    to->key = from->key;
+    to->value = from->value;
+}
+
+// Removes the node's entry. With two children it takes over its successor's, whose
+// node goes instead.
+void remove_entry(Rbtree *tree, Rbnode *node)
+{
+    if (node->left != kNil && node->right != kNil) {
+        Rbnode *next = successor(node);
+        move_entry(next, node);
+        node = next;
     }
-    Rbnode *next = successor(node);
-    splice_out(tree, next);
-    take_place(tree, node, next);
+    splice_out(tree, node);
 }
 
-// Keeps what is going to be taken out; the key is the caller's from then on, so one
-// in a slab is copied. False without memory.
-bool remember(Rbtree *tree, const Rbnode *node)
+// Keeps an entry for the caller before it is replaced or removed.
+void remember(Rbtree *tree, const Rbnode *node)
 {
-    void *key = node->key;
-    if (stock::distance_of(node) != 0 && !(key = strdup(static_cast<const char *>(key))))
-        return false;
-    tree->removed.key = key;
+    tree->removed.key = node->key;
     tree->removed.value = node->value;
-    return true;
+}
+
+void set_starts(Rbnode *node, size_t common)
+{
+    for (; node != kNil; node = node->right) {
+        set_starts(node->left, common);
+        const char *text = text_of(node) + common;
+        node->start = start_of({text, strnlen(text, kStart)});
+    }
+}
+
+// Sets the start of a node that is going to be linked. When its key shares less with
+// the others than they shared so far, all nodes get new ones. `common` never grows in
+// a tree that is not empty, so this happens once for a byte of the first key at most.
+void set_start(Rbtree *tree, Rbnode *node)
+{
+    const std::string_view text = text_of(node);
+    if (tree->root == kNil) {
+        tree->common = static_cast<int>(std::min<size_t>(text.size(), INT_MAX));
+    } else if (!begins_as_all(text, tree)) {
+        const char *other = text_of(tree->root);
+        const auto differ = std::mismatch(text.begin(), text.end(), other).first;
+        tree->common = static_cast<int>(differ - text.begin());
+        set_starts(tree->root, static_cast<size_t>(tree->common));
+    }
+    node->start = start_of(text.substr(static_cast<size_t>(tree->common)));
 }
 
 // Hangs a new node below the place where the descent for its key ended.
 void link(Rbtree *tree, Rbnode *node, const Place &place)
 {
-    node->left = node->right = kNil;
+    if (stock::holds_text(tree))
+        set_start(tree, node);
     node->up = place.node;
-    node->colour = kRed;
     if (node->up == kNil)
         tree->root = node;
     else if (place.order < 0)
@@ -344,64 +348,30 @@ void link(Rbtree *tree, Rbnode *node, const Place &place)
     mend_after_insert(tree, node);
 }
 
-Rbnode *new_node(void *key, void *value)
+// Puts a new entry where the descent for its key ended. Null without memory.
+Rbnode *add_entry(Rbtree *tree, void *key, void *value, const Place &place)
 {
     void *block = std::malloc(sizeof(Rbnode));
     if (!block)
         return nullptr;
-    auto *node = new (block) Rbnode{kNil, kNil, kNil, kRed, key, value};
-    stock::set_mark(node, 0);
+    auto *node = new (block) Rbnode{kNil, kNil, kNil, kRed, 0, key, value};
+    link(tree, node, place);
     return node;
 }
 
-// The key's copy and behind it the node, one block that begins with the copy.
-Rbnode *new_node_behind(std::string_view key, void *value)
+// Replaces an entry of a tree that owns its keys. Gives the old value; null, with the
+// entry as it was, without memory.
+void *replace_text(Rbtree *tree, Rbnode *node, const char *key, void *value)
 {
-    auto *block = static_cast<char *>(std::malloc(stock::words_behind_key(key.size()) * kWord));
-    return block ? stock::make_node(block, key, value, 0) : nullptr;
-}
-
-// Leaves a key to the caller, who has its copy when it lies in a slab.
-void free_removed(Rbnode *node)
-{
-    if (stock::distance_of(node) != 0)
-        stock::free_with_key(node);
-    else
-        stock::free_node(node);
-}
-
-// Gives the node another key and remembers the old one. One that lies behind its
-// key leaves with it, and an ordinary one takes its place.
-bool replace_key(Rbtree *tree, Rbnode *node, void *key, void *value)
-{
-    if (!stock::behind_key(node)) {
-        remember(tree, node);
-        node->key = key;
-        node->value = value;
-        return true;
+    if (std::strcmp(key, text_of(node)) != 0) {
+        char *copy = strdup(key);
+        if (!copy)
+            return nullptr;
+        std::free(std::exchange(node->key, copy));
     }
-    Rbnode *other = new_node(key, value);
-    if (!other || !remember(tree, node)) {
-        std::free(other);
-        return false;
-    }
-    take_place(tree, node, other);
-    free_removed(node);
-    return true;
-}
-
-// Hangs the node where the descent for its key ended, or in the place of a node whose
-// key is equal by the tree's own comparison, but another text. Gives that one's value.
-void *put_node(Rbtree *tree, Rbnode *node, const Place &place)
-{
-    if (!place.found()) {
-        link(tree, node, place);
-        return nullptr;
-    }
-    void *old = place.node->value;
-    take_place(tree, place.node, node);
-    stock::free_with_key(place.node);
-    return old;
+    tree->removed.key = nullptr;
+    tree->removed.value = std::exchange(node->value, value);
+    return tree->removed.value;
 }
 
 void free_nodes(Rbnode *node)
@@ -409,7 +379,7 @@ void free_nodes(Rbnode *node)
     while (node != kNil) {
         free_nodes(node->left);
         Rbnode *right = node->right;
-        stock::free_node(node);
+        std::free(node);
         node = right;
     }
 }
@@ -435,19 +405,9 @@ Rbnode *const rb_null = &sentinel;
 
 namespace stock {
 
-Rbnode *make_node(char *block, std::string_view key, void *value, uint32_t distance)
-{
-    const size_t offset = (key.size() / kWord + 1) * kWord;
-    std::memset(block + offset - kWord, 0, kWord);
-    key.copy(block, key.size());
-    auto *node = new (block + offset) Rbnode{kNil, kNil, kNil, kRed, block, value};
-    set_mark(node, kBehindKey | distance);
-    return node;
-}
-
 void *get_text(const Rbtree *tree, std::string_view key)
 {
-    const Place place = descend(tree, Probe(key));
+    const Place place = locate_text(key, tree);
     return place.found() ? place.node->value : nullptr;
 }
 
@@ -459,41 +419,12 @@ int compare_text(const void *a, const void *b)
 void *set_text(Rbtree *tree, const char *key, void *value)
 {
     const Place place = locate(key, tree);
-    const bool found = place.found();
-    if (found && !tree->replace)
-        return place.node->value;
-    if (found && std::strcmp(key, static_cast<const char *>(place.node->key)) == 0)
-        return std::exchange(place.node->value, value);
-    Rbnode *node = new_node_behind(key, value);
-    return node ? put_node(tree, node, place) : nullptr;
-}
-
-void *set_node(Rbtree *tree, Rbnode *node)
-{
-    const Place place = locate(node->key, tree);
-    if (!place.found())
-        return put_node(tree, node, place);
-    const auto *key = static_cast<const char *>(node->key);
-    void *old = place.node->value;
-    if (tree->replace && std::strcmp(key, static_cast<const char *>(place.node->key)) != 0)
-        return put_node(tree, node, place);
-    if (tree->replace)
-        place.node->value = node->value;
-    free_with_key(node);
-    return old;
-}
-
-void *take_out(Rbtree *tree, const char *key)
-{
-    Rbnode *node = find(key, tree);
-    if (node == kNil)
-        return nullptr;
-    void *value = node->value;
-    tree->removed.key = nullptr;
-    tree->removed.value = value;
-    unlink(tree, node);
-    free_with_key(node);
-    return value;
+    if (place.found())
+        return tree->replace ? replace_text(tree, place.node, key, value) : place.node->value;
+    char *copy = strdup(key);
+    if (!copy || !add_entry(tree, copy, value, place))
+        std::free(copy);
+    return nullptr;
 }
 
 }  // namespace stock
@@ -502,7 +433,7 @@ Rbtree *rbinit(int (*compare)(const void *a, const void *b))
 {
     auto *tree = static_cast<Rbtree *>(std::malloc(sizeof(Rbtree)));
     if (tree)
-        *tree = {compare ? compare : stock::compare_text, 1, sentinel, kNil};
+        *tree = {compare ? compare : stock::compare_text, 1, 0, sentinel, kNil};
     return tree;
 }
 
@@ -522,22 +453,22 @@ Rbnode *rbinsert(void *key, void *value, Rbtree *tree)
     if (place.found()) {
         if (!tree->replace)
             return place.node;
-        return replace_key(tree, place.node, key, value) ? &tree->removed : kNil;
+        remember(tree, place.node);
+        place.node->key = key;
+        place.node->value = value;
+        return &tree->removed;
     }
-    Rbnode *node = new_node(key, value);
-    if (!node)
-        return kNil;
-    link(tree, node, place);
-    return node;
+    Rbnode *node = add_entry(tree, key, value, place);
+    return node ? node : kNil;
 }
 
 Rbnode *rbdelete(const void *key, Rbtree *tree)
 {
     Rbnode *node = find(key, tree);
-    if (node == kNil || !remember(tree, node))
+    if (node == kNil)
         return nullptr;
-    unlink(tree, node);
-    free_removed(node);
+    remember(tree, node);
+    remove_entry(tree, node);
     return &tree->removed;
 }
 
