@@ -191,6 +191,38 @@ std::string applied_from(const char *parameters)
 
 }  // namespace
 
+TEST(ElogFillFromPf, TakesTheArrayThatAnAddressLeadsTo)
+{
+    Pf *pf = nullptr;
+    pfcompile("north &Arr{\ntags &Tbl{\n&Arr{\nlog a\n}\n&Arr{\nlog b\n}\n}\n}\n", &pf);
+    const PfPtr owner(pf);
+    char table[7][ELOG_FIELD_SIZE] = {};
+    elog_fill_from_pf(pf, "north{tags}[1]", table, kDefaults);
+    EXPECT_STREQ(table[0], "b");
+    EXPECT_STREQ(table[6], "d6");
+    elog_fill_from_pf(pf, "north{tags}[7]", table, kDefaults);
+    EXPECT_STREQ(table[0], "b");
+    elog_fill_from_pf(static_cast<Pf *>(getarr(pf->value.arr, "north")), "tags[0]", table,
+                      kDefaults);
+    EXPECT_STREQ(table[0], "a");
+}
+
+TEST(ElogFillFromPf, ComplainsByNameOfAValueOfTheWrongKindAndIgnoresIt)
+{
+    const auto applied = [](const char *parameters) {
+        return untagged([=] { printf("%s", applied_from(parameters).c_str()); });
+    };
+    const Ended text = applied("ELOG_TAG text\n");
+    EXPECT_EQ(text.err, "the setting ELOG_TAG is not an array and is ignored\n");
+    EXPECT_EQ(text.out, ".|.|.|.|.|.|.");
+    const Ended list = applied("ELOG_TAG &Tbl{\na\n}\n");
+    EXPECT_EQ(list.err, "the setting ELOG_TAG is not an array and is ignored\n");
+    EXPECT_EQ(list.out, ".|.|.|.|.|.|.");
+    const Ended inside = applied("ELOG_TAG &Arr{\nlog a\ndie &Tbl{\nx\n}\n}\n");
+    EXPECT_EQ(inside.err, "the setting ELOG_TAG{die} is not a string and is ignored\n");
+    EXPECT_EQ(inside.out, "a|d1|d2|d3|d4|d5|d6");
+}
+
 TEST(ElogFillFromPf, TakesWhatIsNamedAndTheDefaultsForTheRest)
 {
     EXPECT_EQ(applied_from("ELOG_TAG &Arr{\nlog a\nfault b c\nother x\n}\n"),

@@ -16,6 +16,7 @@
 
 #include <gtest/gtest.h>
 
+#include "stock/pf.h"
 #include "support/logging.h"
 #include "support/temp_dir.h"
 
@@ -278,4 +279,109 @@ TEST(ElogThreads, InitialisingDoesNotWaitForADelivery)
     });
     EXPECT_EQ(ended.err, "elog_threads_test: x\n");
     EXPECT_EQ(ended.out, "");
+}
+
+namespace {
+
+// A pipe that is written to when the test says so.
+struct Pipe {
+    int ends[2];
+    Pipe()
+    {
+        if (pipe(ends) != 0)
+            abort();
+    }
+    void say(const char *text)
+    {
+        if (write(ends[1], text, strlen(text)) < 0)
+            abort();
+        close(ends[1]);
+    }
+};
+
+}  // namespace
+
+// The first report used to convert ELOG_REFERENCE_TIME under the log's lock, which reads a
+// parameter file, while a parse that was about to report held the lock of all parses.
+TEST(ElogThreads, TheFirstReportReadsTheReferenceTimeWhileAnotherThreadsParseReports)
+{
+    const Ended ended = logged({"ELOG_REFERENCE_TIME=02/01/2008 12:30", "ELOG_TAG=%s"}, [] {
+        alarm(20);
+        Pipe pipe;
+        std::atomic<bool> complained{false};
+        std::thread parsing([&] {
+            Pf *pf = nullptr;
+            pfinfd(pipe.ends[0], &pf);
+            pffree(pf);
+        });
+        usleep(50000);
+        std::thread complaining([&] {
+            elog_complain(0, "x");
+            complained = true;
+        });
+        usleep(50000);
+        pipe.say("gauges north\n}\n");
+        parsing.join();
+        complaining.join();
+        double reference = 0;
+        elog_query(ELOG_REFERENCE, 0, &reference);
+        printf("%d %.0f", +complained, reference);
+    });
+    EXPECT_EQ(ended.out, "1 1201869000");
+    EXPECT_EQ(ended.status, 0) << ended.err;
+}
+
+TEST(ElogThreads, ALogFunctionThatParsesDoesNotWaitForAParseThatReports)
+{
+    const Ended ended = logged({"ELOG_MAXMSG=0", "ELOG_STACK="}, [] {
+        alarm(60);
+        static std::atomic<int> parsed{0};
+        elog_set(
+            ELOG_CALLBACK_FN, 0, +[](int, const char *, Tbl *) {
+                Pf *pf = nullptr;
+                pfcompile("limit 20 mm\n", &pf);
+                parsed += pfget_string(pf, "limit") != nullptr;
+                pffree(pf);
+                return 1;
+            });
+        run_threads([](int) {
+            for (int i = 0; i < kMessages; ++i) {
+                Pf *pf = nullptr;
+                pfcompile("gauge north\n&x}\ngauges &Tbl{\n", &pf);
+                pffree(pf);
+            }
+        });
+        printf("%d", +parsed);
+    });
+    EXPECT_EQ(ended.out, std::to_string(kThreads * kMessages));
+    EXPECT_EQ(ended.status, 0) << ended.err;
+}
+
+// A parse used to hold a lock while it read, so that the log function waited for a pipe with
+// the log's lock held, and everybody who reported waited with it.
+TEST(ElogThreads, ALogFunctionThatParsesDoesNotWaitForOneThatReadsAPipe)
+{
+    const Ended ended = logged({"ELOG_TAG=%s"}, [] {
+        alarm(20);
+        Pipe pipe;
+        std::thread parsing([&] {
+            Pf *pf = nullptr;
+            pfinfd(pipe.ends[0], &pf);
+            printf("%s", pfget_string(pf, "gauge"));
+            pffree(pf);
+        });
+        usleep(50000);
+        elog_set(
+            ELOG_CALLBACK_FN, 0, +[](int, const char *, Tbl *) {
+                Pf *pf = nullptr;
+                const int status = pfcompile("limit 20 mm\n", &pf);
+                pffree(pf);
+                return status;
+            });
+        elog_complain(0, "x");
+        pipe.say("gauge north\n");
+        parsing.join();
+    });
+    EXPECT_EQ(ended.err, "complain: x\n");
+    EXPECT_EQ(ended.out, "north");
 }

@@ -1,6 +1,9 @@
 // What printing and reading times do when memory runs out.
 
+#include <atomic>
+#include <cstdlib>
 #include <string>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -23,6 +26,55 @@ TEST(TimeOutOfMemory, NamesTheTextTheProblemTheZoneAndTheFormat)
                 testing::EndsWith(message("problem", "str2epoch.cpp", "32", "time problem")));
     EXPECT_THAT(said_by(0, [] { switchTZ("UTC"); }),
                 testing::EndsWith(message("switchTZ", "str2epoch.cpp", "7", "time zone")));
+}
+
+// The report reads the reference time, and so comes back to the functions that ran out.
+TEST(TimeOutOfMemory, WithAReferenceTimeTheReportStillEnds)
+{
+    for (const char *reference : {"1", "2008-02-01 12:30 US/Pacific", "02/01/2008"}) {
+        SCOPED_TRACE(reference);
+        setenv("ELOG_REFERENCE_TIME", reference, 1);
+        EXPECT_THAT(said_by(0,
+                            [] {
+                                alarm(20);
+                                double epoch = 0;
+                                zstr2epoch("!", &epoch);
+                            }),
+                    testing::EndsWith(message("problem", "str2epoch.cpp", "32", "time problem")));
+        EXPECT_THAT(said_by(0,
+                            [] {
+                                alarm(20);
+                                str2epoch("2008-02-01 12:30 US/Pacific");
+                            }),
+                    testing::EndsWith(message("switchTZ", "str2epoch.cpp", "14", "time zone")));
+    }
+    unsetenv("ELOG_REFERENCE_TIME");
+}
+
+// Another thread, whose tag holds the time, waits for the zone with the log's lock held.
+TEST(TimeOutOfMemoryThreads, InAZoneTheReportDoesNotWaitForAThreadThatPrintsTheTime)
+{
+    const Ended ended = in_child([] {
+        alarm(20);
+        setenv("ELOG_TAG", "%u", 1);
+        setenv("ELOG_DELIVER", "/dev/null@c", 1);
+        elog_init(0, nullptr);
+        std::atomic<bool> begun{false};
+        std::thread([&] {
+            for (;;) {
+                elog_complain(0, "x");
+                begun = true;
+            }
+        }).detach();
+        while (!begun) {
+        }
+        for (int i = 0; i < 300; ++i)
+            str2epoch("2008-02-01 12:30 US/Pacific");
+        fail_allocations_after(0);
+        str2epoch("2008-02-01 12:30 US/Pacific");
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_NE(ended.err.find("Out of memory in switchTZ"), std::string::npos) << ended.err;
 }
 
 TEST(TimeOutOfMemory, LoadingTheFormatsNamesTheFormat)

@@ -126,10 +126,18 @@ void set_program_name(const char *first_argument)
     rename(Program_Name, *name || !first_argument ? name : first_argument);
 }
 
-void set_reference_time()
+// The time of ELOG_REFERENCE_TIME, or now. Converting it may read "time_formats.pf", and
+// reading that may report something, which comes back here: the inner call takes now.
+double reference_time()
 {
+    static constinit thread_local bool converting = false;
     const char *text = std::getenv("ELOG_REFERENCE_TIME");
-    Elog_reference_time = text && *text ? join_reference_time(text) : std_now();
+    if (converting || !text || !*text)
+        return std_now();
+    converting = true;
+    const double time = join_reference_time(text);
+    converting = false;
+    return time;
 }
 
 // The variable as a whole number; false when it is not set or does not begin with one.
@@ -262,6 +270,18 @@ private:
     char text_[ELOG_FIELD_SIZE];
 };
 
+// The text of a key; the default when there is none.
+const char *text_in(Pf *settings, const char *name, const char *key, const char *by_default)
+{
+    void *value = nullptr;
+    const int type = pfget(settings, key, &value);
+    if (type == PFSTRING)
+        return static_cast<const char *>(value);
+    if (type != PFINVALID)
+        elog_complain(0, "the setting %s{%s} is not a string and is ignored", name, key);
+    return by_default;
+}
+
 void fill_empty(Field *table, const char *const *defaults)
 {
     for (int i = 0; i < kSeverities; ++i)
@@ -269,27 +289,10 @@ void fill_empty(Field *table, const char *const *defaults)
             store(table[i], defaults[i]);
 }
 
-}  // namespace
-
-void need_init()
+// elog_init, with the time that it found the reference to be: nothing that reads a file of
+// others' is done under the lock but reading "elog.pf".
+int initialise(int argc, char **argv, double reference)
 {
-    prepare_thread();
-    if (Elog_init)
-        return;
-    const KeepErrno keep;
-    const Holding hold(Lock);
-    if (!Elog_init)  // no other thread was quicker
-        elog_init(0, nullptr);
-}
-
-}  // namespace stock::logging
-
-using namespace stock;
-using namespace stock::logging;
-
-int elog_init(int argc, char **argv)
-{
-    const KeepErrno keep;
     std::unique_lock hold(Lock, std::defer_lock);
     if (Elog_init)
         (void)hold.try_lock();
@@ -302,7 +305,7 @@ int elog_init(int argc, char **argv)
     set_program_name(given ? argv[0] : nullptr);
     if (given)
         set_command_line(argc, argv, hold.owns_lock());
-    set_reference_time();
+    Elog_reference_time = reference;
     if (!hold)
         return 0;
     if (!Elog_init)
@@ -310,6 +313,31 @@ int elog_init(int argc, char **argv)
     follow_environment();
     Elog_init = 1;
     return 0;
+}
+
+}  // namespace
+
+void need_init()
+{
+    prepare_thread();
+    if (Elog_init)
+        return;
+    const KeepErrno keep;
+    const double reference = reference_time();
+    const Holding hold(Lock);
+    if (!Elog_init)  // no other thread was quicker
+        initialise(0, nullptr, reference);
+}
+
+}  // namespace stock::logging
+
+using namespace stock;
+using namespace stock::logging;
+
+int elog_init(int argc, char **argv)
+{
+    const KeepErrno keep;
+    return initialise(argc, argv, reference_time());
 }
 
 void elog_fill_from_env(const char *value, char (*table)[ELOG_FIELD_SIZE],
@@ -327,16 +355,19 @@ void elog_fill_from_env(const char *value, char (*table)[ELOG_FIELD_SIZE],
 void elog_fill_from_pf(Pf *pf, const char *name, char (*table)[ELOG_FIELD_SIZE],
                        const char *const *defaults)
 {
-    void *found = nullptr;
-    if (!table || !defaults || !name || pfget(pf, name, &found) != PFARR)
+    Pf *settings = nullptr;
+    if (!table || !defaults || !name || !pf)
         return;
-    auto *settings = static_cast<Pf *>(found);
+    _pfeval(pf, name, &settings, PFANY);
+    if (!settings)
+        return;
+    if (settings->type != PFARR && settings->type != PFFILE)
+        return elog_complain(0, "the setting %s is not an array and is ignored", name);
+    Field fields[kSeverities];
+    for (int i = 0; i < kSeverities; ++i)
+        store(fields[i], text_in(settings, name, severity_name[i], defaults[i]));
     const Holding hold(Lock);
-    for (int i = 0; i < kSeverities; ++i) {
-        void *value = nullptr;
-        const bool text = pfget(settings, severity_name[i], &value) == PFSTRING;
-        store(table[i], text ? static_cast<const char *>(value) : defaults[i]);
-    }
+    std::memcpy(table, fields, sizeof fields);
 }
 
 int elog2stderr(void)

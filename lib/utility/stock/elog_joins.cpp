@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
-#include <mutex>
 
 #include "deviants.h"
 #include "internal/alloc.h"
@@ -98,9 +97,7 @@ double join_reference_time(const char *text)
 
 char *join_settings_file()
 {
-    // Who parses at the moment may be about to report and wait for the log.
-    const std::unique_lock parsing(Pf_lock, std::try_to_lock);
-    if (!parsing || Pf_busy)
+    if (Pf_busy)
         return nullptr;
     Pf *pf = nullptr;
     char *signals = nullptr;

@@ -84,9 +84,9 @@ void keep_status(Arr *arr, const char *name, const struct stat &status)
     setarr(arr, name, std::memcpy(record, &status, sizeof status));
 }
 
-std::mutex Empty_mutex;
-std::mutex Dirfiles_mutex;
-std::mutex Directory_mutex;
+constinit stock::OrderedLock Empty_mutex{stock::Place::directory};
+constinit stock::OrderedLock Dirfiles_mutex{stock::Place::directory};
+constinit stock::OrderedLock Directory_mutex{stock::Place::directory};
 
 int is_empty_directory(const char *path)
 {

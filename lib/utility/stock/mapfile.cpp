@@ -25,6 +25,7 @@
 
 #include "internal/alloc.h"
 #include "internal/guards.h"
+#include "internal/ordered_lock.h"
 #include "stock/elog.h"
 #include "stock/restat.h"
 
@@ -41,7 +42,7 @@ constexpr int kSpare = 64;  // mappings that vmapfile leaves to the rest of the 
 constexpr int kGrant = 64;  // mappings that vmapfile makes before it asks the system again
 constexpr int64_t kReleasedShare = 64;  // of so many mappings vmapfile releases one at once
 
-std::mutex Maparr_mutex;
+constinit stock::OrderedLock Maparr_mutex{stock::Place::mappings};
 Arr *Maparr = nullptr;  // the cache of the process, made when first needed
 
 std::atomic<int> Used{0};  // of the last mapping or reuse; wraps around
@@ -75,7 +76,7 @@ public:
 
 private:
     Arr *own_;
-    std::unique_lock<std::mutex> lock_;
+    std::unique_lock<stock::OrderedLock> lock_;
 };
 
 // Which part of a file is mapped, and how.
@@ -465,7 +466,7 @@ private:
         return true;
     }
 
-    std::mutex mutex_;
+    stock::OrderedLock mutex_{stock::Place::view};
     View view_;
     char file_[kNameSize] = "";
 };

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "internal/alloc.h"
+#include "internal/ordered_lock.h"
 #include "internal/pflex.h"
 #include "stock/elog.h"
 #include "stock/strings.h"
@@ -26,11 +27,21 @@ using stock::Window;
 // What is kept from one parse for the next, guarded by Pf_lock.
 Block spare_window;
 Block spare_string;
+constinit stock::OrderedLock Pf_lock{stock::Place::parse};
+
+Block taken(Block &spare)
+{
+    const std::scoped_lock lock(Pf_lock);
+    return std::exchange(spare, {});
+}
 
 void keep(Block &spare, Block block)
 {
-    if (spare.size < block.size)
-        std::swap(spare, block);
+    {
+        const std::scoped_lock lock(Pf_lock);
+        if (spare.size < block.size)
+            std::swap(spare, block);
+    }
     std::free(block.bytes);
 }
 
@@ -62,14 +73,13 @@ Pf *target_of(Pf **pf)
 template <class Open, class Unterminated>
 int parse(Pf **pf, const char *filename, Open open, Unterminated unterminated)
 {
-    const std::scoped_lock lock(stock::Pf_lock);
     const stock::Busy busy;
     Pf *top = pf ? target_of(pf) : nullptr;
     if (!top)
         return refuse(EINVAL, filename);
 
-    Window window = open(std::exchange(spare_window, {}));
-    Scanner scanner(window, top, filename, std::exchange(spare_string, {}));
+    Window window = open(taken(spare_window));
+    Scanner scanner(window, top, filename, taken(spare_string));
     int result = stock::PF_lex(scanner);
     top->type = PFFILE;
     if (window.error())

@@ -26,7 +26,6 @@ int Pf_show_replacements = 0;
 
 namespace stock {
 
-std::recursive_mutex Pf_lock;
 std::atomic<int> Pf_busy{0};
 
 namespace {

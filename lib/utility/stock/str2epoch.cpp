@@ -39,8 +39,6 @@ using stock::saturated;
 
 namespace {
 
-std::mutex EP_lock;
-
 constexpr double kUnset = 1e-9;   // the Etime that says there is none
 constexpr int kZoneLength = 256;  // characters kept of a zone's name
 constexpr double kDay = 86400;
@@ -78,7 +76,7 @@ struct Parse {
                X2 == 0 && Am == -1 && Dow == -1 && !UsingTimezone;
     }
 
-    // Counts a problem. The first one's message is kept, to be logged without the lock.
+    // Counts a problem. The first one's message is kept, to be logged at the end.
     void problem(const char *format, ...) STOCK_PRINTF(2, 3);
 };
 
@@ -524,7 +522,7 @@ constexpr std::array kRows = std::to_array<Row>({
 });
 // clang-format on
 
-stock::TokenScanner<kRows> scanner;  // under EP_lock
+constinit stock::TokenScanner<kRows> scanner{stock::Place::tokens};
 
 // What no row matches: one character. False when reading has to stop there.
 bool strange_character(Parse &p, char c)
@@ -703,15 +701,9 @@ int is_epoch_string(const char *text, double *epoch)
 int _zstr2epoch(const char *text, double *epoch, int log)
 {
     text = text ? text : "";
-    // A date may ask for the formats, and loading them may report something: not with the lock.
-    if (__atomic_load_n(&Unset_formats, __ATOMIC_ACQUIRE) && std::strpbrk(text, "/-"))
-        is_month_first();
     Parse p(log != 0);
-    {
-        const std::lock_guard lock(EP_lock);
-        parse(p, text);
-        restoreTZ();
-    }
+    parse(p, text);
+    restoreTZ();
     *epoch = p.Etime;
     if (p.message)
         elog_log(0, "%s", p.message.get());
@@ -729,9 +721,11 @@ constexpr std::size_t kSwitchLength = 61;  // characters of a zone that count
 
 void install(char *entry)
 {
-    if (putenv(entry) != 0)
-        elog_die(1, "*stack*Unexpected failure: %s in file %s, line %d\n", "switchTZ", "str2epoch",
-                 __LINE__);
+    if (putenv(entry) == 0)
+        return;
+    stock::zone_lock().give_up();
+    elog_die(1, "*stack*Unexpected failure: %s in file %s, line %d\n", "switchTZ", "str2epoch",
+             __LINE__);
 }
 
 // The entry must be out of the environment.
@@ -743,9 +737,9 @@ void free_installed()
 
 }  // namespace
 
-std::recursive_mutex &stock::zone_lock()
+stock::RecursiveLock &stock::zone_lock()
 {
-    static std::recursive_mutex lock;
+    static constinit RecursiveLock lock{Place::zone};
     return lock;
 }
 
@@ -758,7 +752,12 @@ void switchTZ(const char *zone)
     if (zone && *zone) {
         constexpr std::string_view kName = "TZ=";
         const std::size_t length = strnlen(zone, kSwitchLength);
-        auto *entry = static_cast<char *>(stock::allocate(kName.size() + length + 1, "time zone"));
+        const std::size_t size = kName.size() + length + 1;
+        auto *entry = static_cast<char *>(std::malloc(size));
+        if (!entry) {
+            stock::zone_lock().give_up();
+            stock::out_of_memory(size, "time zone");
+        }
         kName.copy(entry, kName.size());
         std::memcpy(entry + kName.size(), zone, length);
         entry[kName.size() + length] = '\0';

@@ -81,7 +81,7 @@ int Unset_formats = 1;
 
 namespace {
 
-std::mutex formats_lock;
+constinit stock::OrderedLock formats_lock{stock::Place::formats};
 
 // The globals are plain, so that programs may read and set them; here they are
 // read and written whole.

@@ -9,6 +9,7 @@
 
 #include "internal/alloc.h"
 #include "internal/line.h"
+#include "internal/ordered_lock.h"
 #include "stock/elog.h"
 #include "stock/pf.h"
 
@@ -22,7 +23,7 @@ struct Kept {
     char text[1];
 };
 Kept *kept = nullptr;
-std::mutex kept_lock;
+constinit stock::OrderedLock kept_lock{stock::Place::formats};
 
 const char *keep(std::string_view text, std::string_view more = {})
 {

@@ -7,13 +7,14 @@
 
 #include <unistd.h>
 
+#include "internal/ordered_lock.h"
 #include "internal/passwd.h"
 
 namespace {
 
 constexpr size_t kNameSize = 1024;  // as the caller's buffer holds it
 
-std::mutex name_mutex;
+constinit stock::OrderedLock name_mutex{stock::Place::username};
 char kept_name[kNameSize];  // empty until it was found
 
 void look_up()
@@ -29,7 +30,7 @@ void look_up()
 
 int my_username(char *buffer)
 {
-    const std::lock_guard<std::mutex> lock(name_mutex);
+    const std::lock_guard lock(name_mutex);
     if (!*kept_name)
         look_up();
     strcpy(buffer, kept_name);

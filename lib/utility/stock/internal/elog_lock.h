@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <mutex>
 
+#include "internal/ordered_lock.h"
+
 namespace stock::logging {
 
 // What the log remembers of each thread. The model keeps the access from
@@ -63,7 +65,7 @@ public:
     }
 
 private:
-    std::mutex mutex_;
+    OrderedLock mutex_{Place::log};
 };
 
 extern constinit HolderLock Lock;

@@ -22,6 +22,7 @@
 
 #include "internal/alloc.h"
 #include "internal/guards.h"
+#include "internal/ordered_lock.h"
 #include "internal/uninterrupted.h"
 #include "stock/restat.h"
 
@@ -119,7 +120,7 @@ class Names {
 public:
     // Reads all that is left of the directory, with the mutex held around the
     // reading alone: running out of memory must find it free.
-    bool read(const Dir &dir, std::mutex &mutex)
+    bool read(const Dir &dir, OrderedLock &mutex)
     {
         for (;;) {
             grow();
@@ -148,7 +149,7 @@ private:
     }
 
     // Each entry becomes a byte for its kind and its name with the final zero.
-    Filled fill(const Dir &dir, std::mutex &mutex)
+    Filled fill(const Dir &dir, OrderedLock &mutex)
     {
         const std::lock_guard hold(mutex);
         while (size_ - used_ >= 1 + kLongest + kPadding) {

@@ -1,22 +1,18 @@
 // The scanner of parameter text and its state.
 //
-// One parse runs at a time; who holds Pf_lock owns the scanner. The lock may be
-// taken again by its holder, because a parse reports to the log and a program's
-// own log function may parse something in turn: each parse has its own state.
+// Each parse has a state of its own and holds no lock: it reports to the log, it may read
+// from a pipe that somebody fills late, and a program's log function may parse in turn.
 
 #pragma once
 
 #include <array>
 #include <atomic>
 #include <cstddef>
-#include <mutex>
 
 #include "internal/window.h"
 #include "stock/pf.h"
 
 namespace stock {
-
-extern std::recursive_mutex Pf_lock;
 
 // How many parses run. Not 0: nobody should start one on the side.
 extern std::atomic<int> Pf_busy;

@@ -4,7 +4,8 @@
 // led to is a state, and the way from state to state by each kind of byte is
 // worked out when it is first taken, then kept: a table that builds itself
 // (subset construction, as in Aho, Sethi and Ullman, on demand). A text is read
-// once from left to right, whatever it holds.
+// once from left to right, whatever it holds. Threads may read at once: who finds a way
+// that was worked out already takes no lock.
 //
 // In a pattern a byte stands for itself and a lower-case letter for both cases.
 //
@@ -16,11 +17,14 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <mutex>
 #include <string_view>
 
 #include "internal/ascii.h"
+#include "internal/ordered_lock.h"
 #include "stock/elog.h"
 
 namespace stock {
@@ -39,17 +43,20 @@ public:
     };
     static constexpr std::size_t kNoRow = kRows.size();
 
-    // The token that the text, which ends in a NUL, begins with. Not for two threads at once.
+    // The lock is held while the table grows.
+    explicit constexpr TokenScanner(Place place) : lock_(place) {}
+
+    // The token that the text, which ends in a NUL, begins with.
     Match next(const char *text)
     {
-        if (!states_)
+        if (!started_.load(std::memory_order_acquire))
             start();
         State end = kDead;  // the state of the longest match
         std::size_t length = 0;
         std::size_t at = 0;
         for (State state = kStart; state != kDead; ++at) {
             const std::uint8_t kind = kKind[static_cast<unsigned char>(text[at])];
-            const State known = next_[state][kind];
+            const State known = next_[state][kind].load(std::memory_order_acquire);
             const State reached = known ? known : step(state, kind);
             if (reached & kAccepts) {
                 end = reached & ~kAccepts;
@@ -147,6 +154,9 @@ private:
 
     void start()
     {
+        const std::lock_guard hold(lock_);
+        if (started_)  // another thread was quicker
+            return;
         states_ = kStart;  // 0 and 1 stand for no state
         accepts_[kDead] = kNoRow;
         Items items;
@@ -154,10 +164,12 @@ private:
             if (at == 0 || kPatterns.text[at - 1] == '\0')
                 items.add(at);
         state_of(items);
+        started_.store(true, std::memory_order_release);
     }
 
     State step(State from, std::uint8_t kind)
     {
+        const std::lock_guard hold(lock_);
         Items items;
         if (kind)
             for (std::size_t i = begin_[from]; i < begin_[from + 1U]; ++i)
@@ -165,7 +177,8 @@ private:
         State to = items.count ? state_of(items) : kDead;
         if (accepts_[to] != kNoRow)
             to |= kAccepts;
-        return next_[from][kind] = to;
+        next_[from][kind].store(to, std::memory_order_release);
+        return to;
     }
 
     static void follow(Items &items, std::size_t at, char c)
@@ -205,8 +218,11 @@ private:
         return state;
     }
 
-    State states_ = 0;  // none yet; afterwards one past the last
-    std::array<std::array<State, kKinds>, kScannerStates> next_{};
+    // A state's row of the other tables is whole before next_ leads to it.
+    OrderedLock lock_;
+    std::atomic<bool> started_{false};
+    State states_ = 0;  // one past the last
+    std::array<std::array<std::atomic<State>, kKinds>, kScannerStates> next_{};
     std::array<std::size_t, kScannerStates> accepts_{};    // a row, or kNoRow
     std::array<std::size_t, kScannerStates + 1> begin_{};  // where a state's places begin in pool_
     std::array<Item, kScannerItems> pool_{};
