@@ -211,6 +211,28 @@ TEST(ElogTag, ThatExpandsToThousandsOfCharactersIsCutAt1023)
     EXPECT_EQ(ended.err, "\n" + tag + std::string(10206, 'y') + notice + tag + "short\n");
 }
 
+TEST(ElogTag, OfFullLengthIsWholeWhereverItIsPrinted)
+{
+    const std::string tag = std::string(1017, 'x') + " *...";
+    const Ended ended = logged({"ELOG_TAG=%a"}, [&] {
+        char name[] = "p";
+        std::string argument(3000, 'x');
+        char *argv[] = {name, argument.data(), nullptr};
+        elog_init(2, argv);
+        printf("%d", Text(elogstr(0, 0, "\nm")).get() == "\n" + tag + ": m\n");
+        elog_log(0, "\nm");
+        printf("%d", Text(elog_string(0)).get() == "\n" + tag + ": m\n");
+        fflush(stdout);
+        elog_printfd(1, 0);
+        elog_set(ELOG_MAXMSG_VALUE, 0, 1);
+        elog_log(0, "n");
+    });
+    EXPECT_EQ(ended.out, "11\n" + tag + ": m\n");
+    const std::string stack = "\n" + tag + ": m\n" + tag + ": n\n";
+    EXPECT_EQ(ended.err.substr(0, stack.size()), stack);
+    EXPECT_EQ(ended.err.substr(stack.size(), tag.size() + 10), tag + ": quitting");
+}
+
 // The command text.
 
 TEST(ElogCmdline, IsThePathOfTheProgramAlongPath)

@@ -353,6 +353,85 @@ TEST(Pfinterpret, AnEmptyFileIsOneThatCannotBeRead)
     EXPECT_EQ(take_log(), "");
 }
 
+TEST(Pfinterpret, AFileThatCanBeReadLeavesTheLogAlone)
+{
+    const TempDir dir;
+    const std::string file = dir.file("one.txt", "x");
+    elog_log(0, "earlier");
+    EXPECT_EQ(evaluated("&file(" + file + ")"), "\"x\"");
+    EXPECT_EQ(take_log(), "earlier\n");
+}
+
+// The reason used to be missing from the value when the log counted it as a repetition.
+TEST(Pfinterpret, AReasonThatRepeatsAnEarlierMessageStandsInTheValueAndTheEarlierOneStays)
+{
+    const TempDir dir;
+    const std::string file = dir.file("empty", ""), reason = "'" + file + "' is empty\n";
+    elog_log(0, "%s", reason.c_str());
+    elog_log(0, "%s", reason.c_str());
+    EXPECT_EQ(evaluated("&file(" + file + ")"), "\"** pfinterpret_test: " + reason + "\"");
+    EXPECT_EQ(Text(elog_string(0)).get(),
+              "pfinterpret_test: " + reason + "\t** repeated 2 times\n");
+    setenv("DATAPATH", dir.path().c_str(), 1);
+    EXPECT_EQ(evaluated("&datafile(empty)"), "\"** pfinterpret_test: " + reason + "\"");
+    EXPECT_EQ(Text(elog_string(0)).get(),
+              "pfinterpret_test: " + reason + "\t** repeated 2 times\n");
+    elog_clear();
+}
+
+TEST(Pfinterpret, AReasonThatIsPrintedAtOnceStandsInTheValueToo)
+{
+    const TempDir dir;
+    const std::string file = dir.file("empty", "");
+    const Ended ended = in_child([&] {
+        elog_set(ELOG_DELIVER_FIELD, 0, "stderr");
+        printf("%s", evaluated("&file(" + file + ")").c_str());
+    });
+    EXPECT_EQ(ended.out, "\"** pfinterpret_test: '" + file + "' is empty\n\"");
+    EXPECT_EQ(ended.err, "pfinterpret_test: '" + file + "' is empty\n");
+}
+
+// Messages of other threads used to be taken for reasons, and off the log.
+TEST(PfinterpretThreads, WhatOthersLogWhileAFileCannotBeReadStays)
+{
+    const TempDir dir;
+    const std::string file = dir.file("empty", "");
+    const std::string value = "\"** '" + file + "' is empty\n\"";
+    const Ended ended = in_child([&] {
+        alarm(60);
+        elog_set(ELOG_TAG_FIELD, -1, "");
+        elog_set(ELOG_MAXMSG_VALUE, 0, 0);
+        std::atomic<int> evaluating{2};
+        std::thread logging([&] {
+            for (int i = 0; evaluating; ++i)
+                elog_log(0, "gauge %d", i);
+            // The same text as the reason: only this one may stay.
+            elog_log(0, "'%s' is empty\n", file.c_str());
+            elog_log(0, "end");
+        });
+        std::thread others[2];
+        for (std::thread &other : others)
+            other = std::thread([&] {
+                for (int i = 0; i < 300; ++i)
+                    if (evaluated("&file(" + file + ")") != value)
+                        abort();
+                --evaluating;
+            });
+        for (std::thread &other : others)
+            other.join();
+        logging.join();
+        Tbl *stack = nullptr;
+        elog_query(ELOG_TBL, 0, &stack);
+        for (int64_t i = 0; i + 2 < stack->count; ++i)
+            if (static_cast<Elog_msg *>(gettbl(stack, i))->msg !=
+                "gauge " + std::to_string(i) + "\n")
+                abort();
+        printf("%s", Text(elog_string(static_cast<int>(stack->count) - 2)).get());
+    });
+    EXPECT_EQ(ended.out, "'" + file + "' is empty\nend\n");
+    EXPECT_EQ(ended.status, 0) << ended.err;
+}
+
 TEST(Pfinterpret, DatafileSearchesTheDataPath)
 {
     const TempDir dir;

@@ -4,6 +4,9 @@
 #include <string>
 #include <thread>
 
+#include <dlfcn.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 #include "support/logging.h"
@@ -139,6 +142,58 @@ TEST(Qelelog, ABadWordAfterItShowsTheStackStill)
     EXPECT_EQ(ended.err, "unrecognized delivery 'xyz'\nwhy\n");
 }
 
+// The library used to be sent messages that the bad word's report had printed and freed.
+TEST(Qelelog, AWordBehindABadOneGetsOnlyWhatIsStillThere)
+{
+    const Root root(kPrinting);
+    const struct {
+        const char *word, *told;
+    } cases[] = {
+        {"xyz", "unrecognized delivery 'xyz'\nwhy\n"},
+        {"/nowhere/f", "Can't open error file '/nowhere/f'\n\t: No such file or directory\nwhy\n"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.word);
+        const std::string delivery = c.word + std::string(" qel:t");
+        const Ended complained = sending(root, delivery, [] {
+            elog_log(0, "why");
+            elog_complain(0, "x");
+            printf("kept %d", elog_mark());
+        });
+        EXPECT_EQ(complained.err, c.told);
+        EXPECT_EQ(complained.out, "{t|qelelog_test|x\n}kept 0");
+        const Ended flushed = sending(root, delivery, [] {
+            elog_log(0, "why");
+            elog_flush(1, 0);
+            printf("kept %d", elog_mark());
+        });
+        EXPECT_EQ(flushed.err, c.told);
+        EXPECT_EQ(flushed.out, "{t|qelelog_test|}kept 0");
+        const Ended cleared = sending(root, delivery, [] {
+            elog_log(0, "why");
+            elog_clear_register(1);
+            printf("kept %d", elog_mark());
+        });
+        EXPECT_EQ(cleared.err, c.told);
+        EXPECT_EQ(cleared.out, "{t|qelelog_test|}kept 0");
+    }
+}
+
+TEST(Qelelog, AWordBehindABadOneGetsTheLastMessageWhenTheStackIsFull)
+{
+    const Root root(kPrinting);
+    const Ended ended = sending(root, "stderr", [] {
+        elog_set(ELOG_DELIVER_FIELD, 5, "xyz qel:t");
+        elog_set(ELOG_MAXMSG_VALUE, 0, 2);
+        elog_log(0, "one");
+        elog_log(0, "two");
+        elog_log(0, "three");
+    });
+    EXPECT_EQ(ended.out, "{t|qelelog_test|three\n}");
+    EXPECT_EQ(ended.err.substr(0, 34), "unrecognized delivery 'xyz'\none\ntw");
+    EXPECT_EQ(ended.status, 1);
+}
+
 TEST(Qelelog, CalledDirectlyItsResultIsReturned)
 {
     const Root root(kPrinting);
@@ -204,6 +259,62 @@ TEST(Qelelog, AFileThatIsNoLibraryIsToldAsMissing)
     const Ended ended =
         logged({"TALUVINE=" + dir.path(), "ELOG_DELIVER=qel:a@c"}, [] { elog_complain(0, "x"); });
     EXPECT_EQ(ended.err.substr(0, 34), "Can't dynamically load library qel");
+}
+
+TEST(Qelelog, ALibraryWhoseConstructorComplainsIsLoadedAllTheSame)
+{
+    const Root root(kPrinting + R"(
+void elog_complain(int, const char *, ...);
+__attribute__((constructor)) static void begin(void) { elog_complain(0, "the library begins"); }
+)");
+    const Ended ended = sending(root, "qel:a", [] {
+        alarm(20);
+        elog_complain(0, "x");
+    });
+    EXPECT_EQ(ended.err, "qelelog_test: the library begins\n\n");
+    EXPECT_EQ(ended.out, "{a|qelelog_test|x\n}");
+}
+
+// The log used to load the library with its lock held: the system's own lock was held by the
+// other thread, whose constructor waited for the log.
+TEST(QelelogThreads, ALibraryIsLoadedWhileAnotherThreadsConstructorLogs)
+{
+    const Root root(kPrinting);
+    const TempDir dir;
+    const std::string source = dir.file("other.c", R"(
+#include <stdlib.h>
+#include <unistd.h>
+void elog_log(int, const char *, ...);
+__attribute__((constructor)) static void begin(void)
+{
+    if (write(atoi(getenv("CONSTRUCTING")), "x", 1) != 1)
+        abort();
+    usleep(300000);
+    elog_log(0, "the other library begins");
+}
+)");
+    const std::string library = dir / "libother.so";
+    ASSERT_EQ(std::system(("cc -shared -fPIC -o " + library + " " + source).c_str()), 0);
+    const Ended ended = sending(root, "qel:a", [&] {
+        alarm(20);
+        int constructing[2];
+        if (pipe(constructing) != 0)
+            abort();
+        setenv("CONSTRUCTING", std::to_string(constructing[1]).c_str(), 1);
+        std::thread loading([&] {
+            if (!dlopen(library.c_str(), RTLD_NOW))
+                abort();
+        });
+        char begun = 0;
+        if (read(constructing[0], &begun, 1) != 1)
+            abort();
+        elog_complain(0, "x");
+        loading.join();
+        printf("<%s>", stack_text().c_str());
+    });
+    EXPECT_EQ(ended.out.substr(0, 20), "{a|qelelog_test|x\n}<");
+    EXPECT_NE(ended.out.find("the other library begins\n"), std::string::npos);
+    EXPECT_EQ(ended.status, 0);
 }
 
 TEST(QelelogThreads, WhatOthersLogWhileTheLibrarySendsIsNeitherLostNorSentTwice)

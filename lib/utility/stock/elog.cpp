@@ -14,6 +14,7 @@
 #include "internal/elog.h"
 #include "internal/elog_fault.h"
 #include "internal/elog_joins.h"
+#include "internal/elog_reasons.h"
 #include "internal/errno_text.h"
 #include "internal/guards.h"
 #include "internal/thread.h"
@@ -96,17 +97,18 @@ bool wants_stack(const Draft &draft)
            begins_with_stack(draft.tag + 1);
 }
 
-// Counts the text as a repetition of the top message when it is one.
-bool fold(int severity, const char *text)
+// Counts the text as a repetition of the top message when it is one. Returns that message,
+// or null.
+const Elog_msg *fold(int severity, const char *text)
 {
     if (severity != kLog || Elog_tbl->count == 0)
-        return false;
+        return nullptr;
     auto *top = static_cast<Elog_msg *>(gettbl(Elog_tbl, Elog_tbl->count - 1));
     if (!top->msg || std::strcmp(top->msg, text) != 0)
-        return false;
+        return nullptr;
     if (top->count < INT32_MAX)
         ++top->count;
-    return true;
+    return top;
 }
 
 // Shows the program's callback the text of the batch. True when the program has
@@ -123,26 +125,32 @@ bool callback_took(int severity, const Batch &batch, const char *function)
 }
 
 // Delivers the message, or gives it to the callback.
-void hand_out(const Elog_msg *msg, int severity, int error)
+void hand_out(const Elog_msg &reported, int severity, int error)
 {
+    const Elog_msg *msg = &reported;
     if (callback_took(severity, batch_from(0, msg), "elog")) {
         truncate_stack(0);
         msg = nullptr;
     }
     errno = error;  // a delivery that fails tells it
-    deliver(delivery_of(severity).text, 0, msg);
+    const bool delivered = deliver(delivery_of(severity).text, 0, msg);
+    if (severity == kLog && (delivered || !msg))
+        note_reason(reported, nullptr);
 }
 
 // What a report does under the lock.
 void report_draft(Draft &draft, int severity, int flag, int error)
 {
-    if (fold(severity, draft.text))
+    const Elog_msg *counting = fold(severity, draft.text);
+    if (counting && !wants_reasons())
         return;
     draft_record(draft, severity, flag ? error : 0);
+    if (counting)
+        return note_reason(draft.msg, counting->msg);
     if (This_thread.reports > kDeepest)
         return print_message(stderr, draft.msg);
     const bool trace = wants_stack(draft);
-    hand_out(&draft.msg, severity, error);
+    hand_out(draft.msg, severity, error);
     if (crashing() && severity == kFault)
         crash_was_told();
     if (trace)
@@ -329,9 +337,17 @@ const Elog_msg *message(std::int64_t i)
     return static_cast<const Elog_msg *>(gettbl(Elog_tbl, i));
 }
 
+void free_message(const Elog_msg &msg)
+{
+    forget_reason(msg);
+    Elog_msg freed = msg;
+    elog_free_msg(&freed);
+}
+
 void truncate_stack(std::int64_t mark)
 {
-    trunctbl(Elog_tbl, mark, crashing() ? nullptr : elog_free_msg);
+    const auto free_entry = [](void *entry) { free_message(*static_cast<Elog_msg *>(entry)); };
+    trunctbl(Elog_tbl, mark, crashing() ? nullptr : +free_entry);
     Crash_note.kept &= mark > Elog_tbl->count;
 }
 

@@ -19,6 +19,7 @@
 #include "internal/elog.h"
 #include "internal/elog_fault.h"
 #include "internal/elog_joins.h"
+#include "internal/elog_reasons.h"
 #include "internal/guards.h"
 
 namespace stock::logging {
@@ -49,9 +50,7 @@ int open_to_append(const char *path)
 
 void print_to_file(int fd, const Batch &batch)
 {
-    for (std::int64_t i = batch.begin; i < std::min(batch.end, stack_count()); ++i)
-        elog_msg_printfd(fd, message(i));
-    elog_msg_printfd(fd, batch.last);
+    for_each(batch, [fd](const Elog_msg &msg) { elog_msg_printfd(fd, &msg); });
 }
 
 void to_file(std::string_view word, const Batch &batch)
@@ -85,9 +84,8 @@ public:
         : begin_(batch.begin), records_(inittbl(0, batch.end - batch.begin, 1, nullptr,
                                                 static_cast<int>(sizeof(Elog_msg))))
     {
-        for (std::int64_t i = batch.begin; i < batch.end; ++i)
-            if (const Elog_msg *msg = message(i))
-                pushtbl(records_, msg);
+        for_each({batch.begin, batch.end, nullptr},
+                 [this](const Elog_msg &msg) { pushtbl(records_, &msg); });
         trunctbl(Elog_tbl, batch.begin, nullptr);
     }
 
@@ -113,10 +111,7 @@ void to_library(std::string_view word, Batch &batch)
     target[word.substr(kLibrary.size()).copy(target, sizeof target - 1)] = '\0';
     const Owned<char> text(batch_text(batch, "elog_deliver"));
     const Aside aside(batch);
-    {
-        const Released released;
-        call_qelelog(target, Program_Name, text.get());
-    }
+    call_qelelog(target, Program_Name, text.get());  // gives the lock up
     batch = aside.put_back(batch.last);
 }
 
@@ -153,6 +148,9 @@ bool deliver_words(std::string_view words, Batch &batch)
             return delivered;
         const std::string_view word = words.substr(0, words.find_first_of(kBlanks));
         delivered |= deliver_word(word, batch);
+        // A destination that failed was told with the stack, which is empty then.
+        batch.end = std::min(batch.end, stack_count());
+        batch.begin = std::min(batch.begin, batch.end);
         words.remove_prefix(word.size());
     }
 }
@@ -163,8 +161,7 @@ void drop(const Batch &batch)
     const std::int64_t later = Elog_tbl->count - batch.end;
     if (later <= 0 || crashing())
         return truncate_stack(batch.begin);
-    for (std::int64_t i = batch.begin; i < batch.end; ++i)
-        elog_free_msg(gettbl(Elog_tbl, i));
+    for_each({batch.begin, batch.end, nullptr}, free_message);
     std::memmove(addrtbl(Elog_tbl, batch.begin), addrtbl(Elog_tbl, batch.end),
                  static_cast<std::size_t>(later) * sizeof(Elog_msg));
     trunctbl(Elog_tbl, batch.begin + later, nullptr);
@@ -205,6 +202,7 @@ void keep(const Elog_msg &msg)
     copy.msg = copy_or_null(msg.msg, "msg");
     copy.sys = copy_or_null(msg.sys, "sys");
     pushtbl(Elog_tbl, &copy);
+    note_reason(copy, copy.msg);
 }
 
 }  // namespace

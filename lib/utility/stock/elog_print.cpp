@@ -23,6 +23,7 @@ namespace stock::logging {
 namespace {
 
 constexpr std::string_view kTab = "\t";
+constexpr std::size_t kLongestRecord = kFormatSize + kTagMax + kErrorSize + 64;
 constexpr std::string_view kRepeated = "\t** repeated %d times\n";
 
 // Gathers pieces of text and writes them to a stream.
@@ -43,10 +44,10 @@ public:
         used_ += piece.size();
     }
 
-    // Makes room for so many bytes, so that they are written together.
-    void room_for(std::size_t bytes)
+    // Ends a record. The next one is written together, too: there is room for all of it.
+    void end_record()
     {
-        if (bytes > sizeof text_ - used_)
+        if (sizeof text_ - used_ < kLongestRecord)
             flush();
     }
 
@@ -67,7 +68,7 @@ private:
 
     std::FILE *stream_;
     std::size_t used_ = 0;
-    char text_[16384];
+    char text_[2 * kLongestRecord];
 };
 
 std::size_t size_of(const Elog_msg &msg)
@@ -104,16 +105,10 @@ bool flush_or_tell(std::FILE *stream, const char *what)
 void print_records(std::FILE *stream, const Batch &batch)
 {
     Printer print(stream);
-    // Asked anew each time: writing may call out, and the stack may change.
-    for (std::int64_t i = batch.begin; i < std::min(batch.end, stack_count()); ++i) {
-        print.room_for(size_of(*message(i)));
-        if (const Elog_msg *msg = message(i))
-            lay_out(*msg, kTab, std::ref(print));
-    }
-    if (batch.last) {
-        print.room_for(size_of(*batch.last));
-        lay_out(*batch.last, kTab, std::ref(print));
-    }
+    for_each(batch, [&](const Elog_msg &msg) {
+        lay_out(msg, kTab, std::ref(print));
+        print.end_record();  // may write, and so call out; the record is not needed any more
+    });
 }
 
 // A zeroed buffer of a counted size that is appended to.
@@ -143,15 +138,6 @@ private:
     std::size_t used_ = 0;
     const char *function_;
 };
-
-template <class Function>
-void for_each(const Batch &batch, Function function)
-{
-    for (std::int64_t i = batch.begin; i < batch.end; ++i)
-        function(*message(i));
-    if (batch.last)
-        function(*batch.last);
-}
 
 }  // namespace
 

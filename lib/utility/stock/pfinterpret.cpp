@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "internal/alloc.h"
+#include "internal/elog_reasons.h"
 #include "internal/open_calls.h"
 #include "internal/pfget.h"
 #include "internal/uninterrupted.h"
@@ -152,20 +153,6 @@ Pf *call_env(const Call &call)
 
 // ---- Files ----
 
-// What was logged since this was made, taken back from the log.
-class Logged {
-public:
-    Logged() : mark_(elog_mark()) {}
-    ~Logged() { elog_truncate(mark_); }
-    Logged(const Logged &) = delete;
-    Logged &operator=(const Logged &) = delete;
-
-    Owned<char> text() const { return Owned<char>(elog_string(mark_)); }
-
-private:
-    int mark_;
-};
-
 // The contents of a file, or null after logging. The mapping is this call's own:
 // the next evaluation sees the file as it is then.
 char *contents_of(const char *path)
@@ -199,10 +186,10 @@ Owned<char> path_of(const Call &call)
 
 Pf *contents_or_reasons(const char *path)
 {
-    const Logged logged;
+    stock::Reasons reasons;
     if (char *text = contents_of(path))
         return text_node(text);
-    return text_node(strconcat("** ", logged.text().get(), nullptr));
+    return text_node(strconcat("** ", reasons.take().get(), nullptr));
 }
 
 Pf *call_file(const Call &call)
@@ -217,10 +204,11 @@ Pf *call_filename(const Call &call)
 
 Pf *call_datafile(const Call &call)
 {
-    const Logged logged;
+    stock::Reasons reasons;
     const Owned<char> path(datafile("", call.argument));
     if (path)
         return contents_or_reasons(path.get());
+    reasons.take();
     return text_node(strconcat("** no datafile '", call.argument, "' found", nullptr));
 }
 

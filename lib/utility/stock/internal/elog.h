@@ -12,11 +12,13 @@
 //     elog_fault.cpp    handlers of fault signals, the report of a crash, the debugger
 //     elog_end.cpp      how the process ends inside the log
 //     last_limit.cpp    the timer that ends an end which takes too long
+//     elog_reasons.cpp  what one thread logs, noted for a caller
 //     elog_joins.cpp    where other families join
 //     qelelog.cpp       the messaging library
 
 #pragma once
 
+#include <algorithm>
 #include <atomic>
 #include <cstdarg>
 #include <cstddef>
@@ -117,6 +119,9 @@ std::int64_t stack_count();
 // Message i of the stack, or null.
 const Elog_msg *message(std::int64_t i);
 
+// Frees the strings of a message of the stack.
+void free_message(const Elog_msg &msg);
+
 // Frees the messages at mark and above; in a crash they are only forgotten.
 void truncate_stack(std::int64_t mark);
 
@@ -152,6 +157,19 @@ struct Batch {
 
 // Everything from mark on, and msg.
 Batch batch_from(std::int64_t mark, const Elog_msg *msg = nullptr);
+
+// Calls function(message) for each message of the batch that is on the stack still: what is
+// done for one destination may have taken messages away before the next one reads them.
+template <class Function>
+void for_each(const Batch &batch, Function function)
+{
+    // Asked anew each time: the function may call out, and the stack may change.
+    for (std::int64_t i = batch.begin; i < std::min(batch.end, stack_count()); ++i)
+        if (const Elog_msg *msg = message(i))
+            function(*msg);
+    if (batch.last)
+        function(*batch.last);
+}
 
 // The text of the batch, freed with free. The function is named when memory runs out.
 char *batch_text(const Batch &batch, const char *function);
