@@ -2,10 +2,13 @@
 
 #include "stock/path.h"
 
+#include <cstdlib>
 #include <filesystem>
+#include <string>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "stock/gettaluvine.h"
 #include "support/out_of_memory.h"
@@ -39,4 +42,21 @@ TEST(PathOom, PuttaluvineNamesTheEnvironmentsEntry)
 {
     EXPECT_THAT(said_by(0, [] { puttaluvine("/x"); }),
                 EndsWith(message("puttaluvine", "gettaluvine.cpp", "12", "Setenv")));
+}
+
+// Loading the library that is told looks for the root, which used to be locked.
+TEST(PathOom, PuttaluvineTellsAMessagingLibrary)
+{
+    const std::string root = "/" + std::string(995, 'x');
+    const Ended ended = in_child([&] {
+        alarm(20);
+        setenv("ELOG_DELIVER", "qel:ops@d", 1);
+        setenv("ELOG_TAG", "%s", 1);
+        elog_init(0, nullptr);
+        fail_allocations_from(1000);
+        puttaluvine(root.c_str());
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.err, testing::StartsWith("Can't dynamically load library qel,"));
+    EXPECT_THAT(ended.err, testing::HasSubstr("oom_test: die: Out of memory in puttaluvine"));
 }

@@ -12,6 +12,7 @@
 
 #include "deviants.h"
 #include "internal/alloc.h"
+#include "internal/ordered_lock.h"
 #include "internal/zone.h"
 #include "stock/datasearch.h"
 #include "stock/path.h"
@@ -25,7 +26,7 @@ char *Setenv;
 
 namespace {
 
-std::mutex root_mutex;
+constinit stock::OrderedLock root_mutex{stock::Place::root};
 
 bool is_dir(const char *path)
 {
@@ -53,17 +54,14 @@ bool program_path(char *buffer)
     return true;
 }
 
-// Makes the environment's entry, which the environment keeps pointing at.
-void record_in_environment()
+// The environment's entry for a root of so many characters: "TALUVINE=" and the root.
+stock::Owned<char> new_entry(const char *root, size_t length)
 {
-    if (Setenv)
-        return;
-    const size_t size = strlen(Taluvine) + strlen(Taluvine_path) + 1;
-    Setenv = static_cast<char *>(stock::allocate(size, "Setenv", "puttaluvine"));
-    strcpy(stpcpy(Setenv, Taluvine), Taluvine_path);
-    // A switch of the time zone changes the environment as well.
-    const std::lock_guard lock(stock::zone_lock());
-    putenv(Setenv);
+    const size_t size = strlen(Taluvine) + length + 1;
+    auto *entry = static_cast<char *>(stock::allocate(size, "Setenv", "puttaluvine"));
+    memcpy(stpcpy(entry, Taluvine), root, length);
+    entry[size - 1] = '\0';
+    return stock::Owned<char>(entry);
 }
 
 // Set when the root is complete, so that threads may read it without the lock.
@@ -74,21 +72,38 @@ bool root_is_known()
     // The buffer is the program's to see and to clear: the root is then found anew.
     if (Root_known.load(std::memory_order_acquire) && *Taluvine_path)
         return true;
-    const std::lock_guard<std::mutex> lock(root_mutex);
+    const std::lock_guard lock(root_mutex);
     Root_known = *Taluvine_path != '\0';
     return Root_known;
 }
 
 // Called with the lock held. Writes only what changes: threads may be reading the root.
-void set_root(const char *root)
+void write_root(const char *root, size_t length)
 {
-    const size_t length = strnlen(root, sizeof Taluvine_path - 1);
     if (strlen(Taluvine_path) != length || memcmp(Taluvine_path, root, length) != 0) {
         memmove(Taluvine_path, root, length);
         Taluvine_path[length] = '\0';
     }
-    record_in_environment();
     Root_known.store(length > 0, std::memory_order_release);
+}
+
+// Sets the root, or only one that is not set yet, and the first time records it in the
+// environment, which keeps pointing at the entry. All memory is asked for before the lock.
+void set_root(const char *root, bool replace)
+{
+    const size_t length = strnlen(root, sizeof Taluvine_path - 1);
+    stock::Owned<char> entry = new_entry(root, length);
+    {
+        const std::lock_guard lock(root_mutex);
+        if (replace || !*Taluvine_path)  // else another thread was quicker
+            write_root(root, length);
+        if (Setenv)
+            return;
+        Setenv = entry.release();
+    }
+    // A switch of the time zone changes the environment as well.
+    const std::lock_guard lock(stock::zone_lock());
+    putenv(Setenv);
 }
 
 }  // namespace
@@ -105,18 +120,14 @@ char *gettaluvine(void)
         root = from_exec(buffer);
     if (!root)
         root = guess_taluvine(buffer);
-    const std::lock_guard<std::mutex> lock(root_mutex);
-    if (!*Taluvine_path)  // no other thread was quicker
-        set_root(root);
+    set_root(root, false);
     return Taluvine_path;
 }
 
 void puttaluvine(const char *root)
 {
-    if (!root)
-        return;
-    const std::lock_guard<std::mutex> lock(root_mutex);
-    set_root(root);
+    if (root)
+        set_root(root, true);
 }
 
 char *from_exec(char *buffer)
