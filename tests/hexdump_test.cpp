@@ -5,9 +5,12 @@
 #include <cerrno>
 #include <climits>
 #include <cstdint>
+#include <map>
 #include <numeric>
+#include <sstream>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -430,4 +433,29 @@ TEST(Prthexcmp, DoesNotTouchMemoryThatCannotBeRead)
     EXPECT_EQ(ended.status, 0);
     EXPECT_EQ(ended.out, "a> " + address_of("no memory at %p\n", nullptr) +
                              "b> \t00000000  6162                                    ab\n\n");
+}
+
+TEST(HexdumpThreads, TwoThatDumpToOneStreamKeepTheirLinesWhole)
+{
+    constexpr int kDumps = 200;
+    const std::string north(64, 'n'), south(64, 's');
+    const std::string text = printed([&](FILE *stream) {
+        const auto dump = [stream](const std::string &bytes) {
+            for (int i = 0; i < kDumps; ++i)
+                Hexdump(stream, 0, bytes.data(), static_cast<int>(bytes.size()));
+        };
+        std::thread other(dump, north);
+        dump(south);
+        other.join();
+    });
+    std::map<std::string, int> lines, expected;
+    const auto count = [](std::map<std::string, int> &into, const std::string &dump, int times) {
+        std::istringstream in(dump);
+        for (std::string line; std::getline(in, line);)
+            into[line] += times;
+    };
+    count(lines, text, 1);
+    count(expected, dumped(north), kDumps);
+    count(expected, dumped(south), kDumps);
+    EXPECT_EQ(lines, expected);
 }
