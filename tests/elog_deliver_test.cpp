@@ -299,11 +299,11 @@ TEST(ElogFile, ATerminalDoesNotBecomeTheControllingOne)
     EXPECT_EQ(ended.err, "");
 }
 
-TEST(ElogFile, AFullDiskIsSurvived)
+TEST(ElogFile, AFullDiskIsReportedAndTheOtherDestinationsGetTheMessage)
 {
-    const Ended ended = complained("/dev/full", [] { elog_log(0, "why"); });
-    EXPECT_EQ(ended.err, "");
-    EXPECT_EQ(ended.out, "kept 0");
+    const Ended ended = complained("/dev/full stdout", [] { elog_log(0, "why"); });
+    EXPECT_EQ(ended.err, "Can't close error file '/dev/full'\n\t: No space left on device\nwhy\n");
+    EXPECT_EQ(ended.out, "x\nkept 0");
     EXPECT_EQ(ended.status, 0);
 }
 

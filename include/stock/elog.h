@@ -359,9 +359,10 @@ STOCK_API void elog_fill_from_env(const char *value, char (*table)[ELOG_FIELD_SI
                                   const char *const *defaults, int fill_defaults);
 
 /*
- * Applies the table of that name in a parameter tree to a table of seven settings.
- * It is keyed by the names of the severities, and what it lacks, or gives anything
- * but a text, takes its default. Without such a table nothing changes.
+ * Applies the array at name, a key or an address, in a parameter tree to a table of
+ * seven settings. It is keyed by the names of the severities, and what it lacks takes
+ * its default. Without it nothing changes. A value that is no string, or something
+ * else in the array's place, is complained about by name and ignored.
  *
  *     ELOG_TAG &Arr{
  *         complain    [%s] %P

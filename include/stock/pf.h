@@ -24,7 +24,7 @@
  *
  * Each value is a node of a tree. A container owns its children, and pffree of
  * the top frees them all. The tree is not locked: no thread may change it while
- * another reads it. Parses take turns; any number of threads may start one.
+ * another reads it. Any number of threads may parse at once.
  * Running out of memory ends the process.
  */
 

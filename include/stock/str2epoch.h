@@ -26,7 +26,7 @@
  * is 0 or infinite.
  *
  * Reading does not depend on the locale and takes time in proportion to the
- * text, of any length and any bytes. One lock serialises it, so any thread may
+ * text, of any length and any bytes. Any number of threads may
  * read. A null text is an empty one.
  */
 

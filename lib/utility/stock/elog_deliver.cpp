@@ -48,9 +48,17 @@ int open_to_append(const char *path)
     return fd;
 }
 
-void print_to_file(int fd, const Batch &batch)
+bool write_message(int fd, const Elog_msg &msg);
+
+// Returns 0, or the errno of what the file did not take.
+int print_to_file(int fd, const Batch &batch)
 {
-    for_each(batch, [fd](const Elog_msg &msg) { elog_msg_printfd(fd, &msg); });
+    int error = 0;
+    for_each(batch, [&](const Elog_msg &msg) {
+        if (!write_message(fd, msg))
+            error = errno;
+    });
+    return error;
 }
 
 void to_file(std::string_view word, const Batch &batch)
@@ -62,9 +70,15 @@ void to_file(std::string_view word, const Batch &batch)
     const int fd = length == word.size() ? open_to_append(path) : (errno = ENAMETOOLONG, -1);
     if (fd < 0)
         return elog_fail("Can't open error file '%.*s'\n", WORD(word));
-    print_to_file(fd, batch);
-    if (::close(fd) != 0)
+    const int error = errno;
+    const int refused = print_to_file(fd, batch);
+    const bool closed = ::close(fd) == 0;
+    if (refused)
+        errno = refused;
+    if (refused || !closed)
         elog_fail("Can't close error file '%s'\n", path);
+    else
+        errno = error;
 }
 
 void to_stream(std::string_view word, const Batch &batch)
@@ -218,15 +232,16 @@ bool deliver(const char *delivery, std::int64_t mark, const Elog_msg *msg)
     return delivered;
 }
 
-void write_all(int fd, std::string_view text)
+bool write_all(int fd, std::string_view text)
 {
     while (!text.empty()) {
         const ssize_t put = ::write(fd, text.data(), text.size());
         if (put > 0)
             text.remove_prefix(static_cast<std::size_t>(put));
         else if (put == 0 || errno != EINTR)
-            return;
+            return false;
     }
+    return true;
 }
 
 namespace {
@@ -257,6 +272,18 @@ std::size_t length_of(const char *text)
     return text ? std::strlen(text) : 0;
 }
 
+// Writes one record; false, with errno, when the file does not take it.
+bool write_message(int fd, const Elog_msg &msg)
+{
+    char *text = file_text(length_of(msg.tag) + length_of(msg.msg) + length_of(msg.sys) + 100);
+    std::size_t used = 0;
+    lay_out(msg, "\t##=> ", [&](std::string_view piece) {
+        std::memcpy(text + used, piece.data(), piece.size());
+        used += piece.size();
+    });
+    return write_all(fd, {text, used});
+}
+
 }  // namespace
 
 }  // namespace stock::logging
@@ -278,6 +305,7 @@ void elog_printfd(int fd, int mark)
 {
     if (fd < 0 || !Elog_init)
         return;
+    const KeepErrno keep_errno;
     const Holding hold(Lock);
     print_to_file(fd, batch_from(mark));
 }
@@ -288,11 +316,5 @@ void elog_msg_printfd(int fd, const Elog_msg *msg)
         return;
     const KeepErrno keep_errno;
     const Holding hold(Lock);
-    char *text = file_text(length_of(msg->tag) + length_of(msg->msg) + length_of(msg->sys) + 100);
-    std::size_t used = 0;
-    lay_out(*msg, "\t##=> ", [&](std::string_view piece) {
-        std::memcpy(text + used, piece.data(), piece.size());
-        used += piece.size();
-    });
-    write_all(fd, {text, used});
+    write_message(fd, *msg);
 }

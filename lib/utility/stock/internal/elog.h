@@ -184,8 +184,9 @@ void print_message(std::FILE *stream, const Elog_msg &msg);
 // stay the caller's: what is kept is copied. True when it was delivered.
 bool deliver(const char *delivery, std::int64_t mark, const Elog_msg *msg);
 
-// Writes all of the text unless the descriptor refuses some; allocates nothing.
-void write_all(int fd, std::string_view text);
+// Writes all of the text; false, with errno, when the descriptor refuses some. Allocates
+// nothing.
+bool write_all(int fd, std::string_view text);
 
 // Tells of a failure of the log itself: the text, errno, the stack, which is then cleared.
 void elog_fail(const char *format, ...) STOCK_PRINTF(1, 2);
