@@ -19,6 +19,7 @@
 #include "internal/alloc.h"
 #include "internal/elog_reasons.h"
 #include "internal/open_calls.h"
+#include "internal/ordered_lock.h"
 #include "internal/pfget.h"
 #include "internal/uninterrupted.h"
 #include "stock/datasearch.h"
@@ -222,17 +223,17 @@ Pf *call_datafilename(const Call &call)
 
 // A file that is referred to, with a tree of its own. It lives as long as the process.
 struct Referred {
-    Referred *next;  // another of the same file that is not in use
+    Referred *next;  // another that is not in use
     Pf *tree;        // what pfupdate keeps up to date
     char *file;      // the name of the file, which the tree borrows
 };
 
-std::mutex References_mutex;
-Arr *References = nullptr;  // the idle ones, of Referred *, by file name
+constinit stock::OrderedLock References_mutex{stock::Place::references};
+Referred *Idle = nullptr;  // the last one used is the first
 
 thread_local stock::OpenCalls References_open;
 
-// Takes a tree of the file out of the table for as long as it lives, so that no lock
+// Takes a tree of the file off the list for as long as it lives, so that no lock
 // is held while the tree is read: a file may refer to itself, and threads to each
 // other's files.
 class Lease {
@@ -241,8 +242,7 @@ public:
     ~Lease()
     {
         const std::scoped_lock lock(References_mutex);
-        referred_->next = static_cast<Referred *>(getarr(References, referred_->file));
-        setarr(References, referred_->file, referred_);
+        referred_->next = std::exchange(Idle, referred_);
     }
     Lease(const Lease &) = delete;
     Lease &operator=(const Lease &) = delete;
@@ -256,16 +256,20 @@ public:
 private:
     static Referred *take(const char *file)
     {
-        const std::scoped_lock lock(References_mutex);
-        if (!References)
-            References = newarr(nullptr);
-        if (auto *idle = static_cast<Referred *>(getarr(References, file))) {
-            setarr(References, file, std::exchange(idle->next, nullptr));
+        if (Referred *idle = take_idle(file))
             return idle;
-        }
         auto *made = static_cast<Referred *>(stock::allocate_zeroed(sizeof(Referred), "referred"));
         made->file = stock::copy_text(file, "referred->file");
         return made;
+    }
+
+    static Referred *take_idle(const char *file)
+    {
+        const std::scoped_lock lock(References_mutex);
+        Referred **link = &Idle;
+        while (*link && std::strcmp((*link)->file, file) != 0)
+            link = &(*link)->next;
+        return *link ? std::exchange(*link, (*link)->next) : nullptr;
     }
 
     Referred *referred_;

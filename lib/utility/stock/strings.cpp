@@ -6,9 +6,10 @@
 #include "stock/strings.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
-#include <mutex>
 #include <string_view>
 
 #include "internal/alloc.h"
@@ -239,15 +240,18 @@ const char *okstr(const char *string)
 
 char *spaces(int n)
 {
-    static std::mutex mutex;
-    static char *ring[SPACES_RING];
-    static int next = 0;
+    static std::atomic<char *> ring[SPACES_RING];
+    static std::atomic<std::uint64_t> calls{0};
 
-    const std::lock_guard lock(mutex);
-    char *&buffer = ring[next];
-    if (!buffer)
-        buffer = static_cast<char *>(stock::allocate(MAX_SPACES + 1, "buf[ibuf]"));
-    next = (next + 1) % SPACES_RING;
+    std::atomic<char *> &slot = ring[calls++ % SPACES_RING];
+    char *buffer = slot;
+    if (!buffer) {
+        auto *made = static_cast<char *>(stock::allocate(MAX_SPACES + 1, "buf[ibuf]"));
+        if (slot.compare_exchange_strong(buffer, made))
+            buffer = made;
+        else
+            std::free(made);  // another thread was quicker
+    }
     const int width = std::clamp<int>(n, 0, MAX_SPACES);
     std::memset(buffer, ' ', static_cast<std::size_t>(width));
     buffer[width] = 0;

@@ -3,6 +3,10 @@
 // The system may keep a library in memory that was closed, one with unique symbols as
 // C++ makes them. It then gives the old one again when its name is loaded. So the new one
 // is loaded from a copy, which has another name and is removed at once.
+//
+// The library is loaded and given back with the lock held: its constructors and destructors
+// may report and look for functions in turn. So the lock comes before that of the log, and
+// a log function of the program's gives the log's up while it looks for one.
 
 #include "stock/usermethod.h"
 
@@ -19,6 +23,7 @@
 
 #include "deviants.h"
 #include "internal/alloc.h"
+#include "internal/elog_lock.h"
 #include "internal/errno_text.h"
 #include "internal/guards.h"
 #include "internal/mtime.h"
@@ -36,9 +41,9 @@ char stays;    // its address marks a library that the system keeps
 
 using Reason = char[256];
 
-// The user library. All members are guarded by the mutex.
+// The user library. All members are guarded by the lock.
 struct Library {
-    std::mutex mutex;
+    stock::RecursiveLock mutex{stock::Place::methods};
     bool initialised;
     char *name;
     void *handle;        // null when none is loaded
@@ -54,7 +59,7 @@ struct Library {
     void *find(const char *function);
 };
 
-Library library;
+constinit Library library = {};
 
 int64_t whole_seconds()
 {
@@ -210,7 +215,8 @@ void *usermethod(const char *name)
 {
     if (!name || !*name)
         return nullptr;
-    std::unique_lock<std::mutex> lock(library.mutex);
+    const stock::logging::Released released;
+    std::unique_lock lock(library.mutex);
     if (!library.initialised)
         library.take_name();
     const bool closed = !library.handle || !library.was_replaced() || library.forget();
@@ -231,6 +237,7 @@ void *usermethod(const char *name)
 
 void usermethod_init(void)
 {
-    const std::lock_guard<std::mutex> lock(library.mutex);
+    const stock::logging::Released released;
+    const std::lock_guard lock(library.mutex);
     library.take_name();
 }

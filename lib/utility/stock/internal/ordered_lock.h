@@ -30,6 +30,7 @@ namespace stock {
 // is asked for with nothing held that stands behind log.
 enum class Place : std::uint8_t {
     grave,       // bury.cpp
+    methods,     // usermethod.cpp
     log,         // elog.cpp
     zone,        // str2epoch.cpp
     root,        // gettaluvine.cpp
@@ -42,8 +43,6 @@ enum class Place : std::uint8_t {
     parse,       // pfin.cpp
     tokens,      // str2epoch.cpp
     formats,     // time.cpp, time_formats.cpp
-    spaces,      // strings.cpp
-    methods,     // usermethod.cpp
     username,    // my_username.cpp
 };
 
