@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <sstream>
@@ -16,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include "stock/bury.h"
 #include "stock/pf.h"
 #include "support/logging.h"
 #include "support/temp_dir.h"
@@ -384,4 +386,30 @@ TEST(ElogThreads, ALogFunctionThatParsesDoesNotWaitForOneThatReadsAPipe)
     });
     EXPECT_EQ(ended.err, "complain: x\n");
     EXPECT_EQ(ended.out, "north");
+}
+
+// The state could not be saved, which was about to be reported, while the log function of
+// another thread waited to save it.
+TEST(ElogThreads, ALogFunctionThatSavesTheStateDoesNotWaitForASaveThatReports)
+{
+    const Ended ended = logged({"ELOG_MAXMSG=0"}, [] {
+        alarm(60);
+        static std::atomic<int> failed{0};
+        const TempDir dir;
+        const std::string state = dir.file("gone/state", "");
+        exhume(state.c_str(), nullptr, -1, nullptr);
+        std::filesystem::remove_all(dir / "gone");
+        elog_set(
+            ELOG_CALLBACK_FN, 0, +[](int, const char *, Tbl *) {
+                failed += bury() != 0;
+                return 1;
+            });
+        run_threads([](int) {
+            for (int i = 0; i < kMessages; ++i)
+                failed += bury() != 0;
+        });
+        printf("%d", failed >= 2 * kThreads * kMessages);
+    });
+    EXPECT_EQ(ended.out, "1");
+    EXPECT_EQ(ended.status, 0) << ended.err;
 }

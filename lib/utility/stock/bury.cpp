@@ -20,7 +20,6 @@
 #include <cstring>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <string_view>
 
 #include <fcntl.h>
@@ -30,6 +29,7 @@
 #include "deviants.h"
 #include "internal/alloc.h"
 #include "internal/elog_end.h"
+#include "internal/elog_lock.h"
 #include "internal/guards.h"
 #include "internal/last_limit.h"
 #include "internal/pflex.h"
@@ -50,7 +50,7 @@ using namespace stock::logging;
 using stock::Owned;
 
 std::atomic<Grave *> grave{nullptr};
-constinit std::mutex grave_mutex;
+constinit stock::OrderedLock grave_mutex{stock::Place::grave};
 const char *Gravesite = nullptr;
 
 // ---- Being inside ----
@@ -70,7 +70,7 @@ public:
     {
         Inside = Inside + 1;
         if (Inside == 1)
-            grave_mutex.lock();
+            enter();
     }
     ~Visit()
     {
@@ -84,6 +84,17 @@ public:
     }
     Visit(const Visit &) = delete;
     Visit &operator=(const Visit &) = delete;
+
+private:
+    // Who is inside may be about to report: a log function of the program's that comes
+    // here gives the log's lock up while it waits.
+    static void enter()
+    {
+        if (grave_mutex.try_lock())
+            return;
+        const stock::logging::Released released;
+        grave_mutex.lock();
+    }
 };
 
 // Handlers and other threads look at it. The C++ library of macOS has no atomic_ref.

@@ -13,6 +13,7 @@
 
 #include "internal/elog.h"
 #include "internal/guards.h"
+#include "internal/ordered_lock.h"
 
 namespace stock::logging {
 
@@ -79,6 +80,7 @@ void unblock(int sig)
 void set_limit(int seconds, void (*over)(int sig))
 {
     const KeepErrno keep;
+    lock_order::forget();
     if (!Over)
         ::sigaction(SIGALRM, nullptr, &Before);
     Over = over;

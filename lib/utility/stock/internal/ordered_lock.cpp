@@ -6,8 +6,8 @@
 
 #include <bit>
 #include <cstdlib>
+#include <iterator>
 #include <string_view>
-#include <utility>
 
 #include <unistd.h>
 
@@ -60,11 +60,9 @@ void note_given_up(Place place)
     Held &= ~bit_of(place);
 }
 
-Interruption::Interruption() : held_(std::exchange(Held, 0)) {}
-
-Interruption::~Interruption()
+void forget()
 {
-    Held = held_;
+    Held = 0;
 }
 
 }  // namespace stock::lock_order

@@ -54,26 +54,14 @@ void check(Place place);
 void note_taken(Place place);
 void note_given_up(Place place);
 
-// A signal handler may interrupt a thread that holds anything. What that is does not count
-// in the handler, whose waiting is bounded by other means.
-class Interruption {
-public:
-    Interruption();
-    ~Interruption();
-    Interruption(const Interruption &) = delete;
-    Interruption &operator=(const Interruption &) = delete;
-
-private:
-    std::uint32_t held_;
-};
+// Forgets what this thread holds. A signal handler that ends the process may have
+// interrupted a thread that holds anything; its waiting is limited by a timer instead.
+void forget();
 #else
 constexpr void check(Place) {}
 constexpr void note_taken(Place) {}
 constexpr void note_given_up(Place) {}
-class Interruption {
-public:
-    Interruption() {}  // not trivial: a guard that is not used otherwise
-};
+constexpr void forget() {}
 #endif
 
 }  // namespace lock_order
