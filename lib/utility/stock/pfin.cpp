@@ -13,7 +13,6 @@
 #include <utility>
 
 #include "internal/alloc.h"
-#include "internal/ordered_lock.h"
 #include "internal/pflex.h"
 #include "stock/elog.h"
 #include "stock/strings.h"
@@ -27,18 +26,17 @@ using stock::Window;
 // What is kept from one parse for the next, guarded by Pf_lock.
 Block spare_window;
 Block spare_string;
-constinit stock::OrderedLock Pf_lock{stock::Place::parse};
 
 Block taken(Block &spare)
 {
-    const std::scoped_lock lock(Pf_lock);
+    const std::scoped_lock lock(stock::Pf_lock);
     return std::exchange(spare, {});
 }
 
 void keep(Block &spare, Block block)
 {
     {
-        const std::scoped_lock lock(Pf_lock);
+        const std::scoped_lock lock(stock::Pf_lock);
         if (spare.size < block.size)
             std::swap(spare, block);
     }

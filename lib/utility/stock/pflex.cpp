@@ -26,6 +26,7 @@ int Pf_show_replacements = 0;
 
 namespace stock {
 
+constinit OrderedLock Pf_lock{Place::parse};
 std::atomic<int> Pf_busy{0};
 
 namespace {

@@ -9,10 +9,14 @@
 #include <atomic>
 #include <cstddef>
 
+#include "internal/ordered_lock.h"
 #include "internal/window.h"
 #include "stock/pf.h"
 
 namespace stock {
+
+// Guards the buffers that one parse leaves for the next; held for moments only.
+extern OrderedLock Pf_lock;
 
 // How many parses run. Not 0: nobody should start one on the side.
 extern std::atomic<int> Pf_busy;
