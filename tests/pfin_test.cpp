@@ -9,7 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -19,6 +21,24 @@
 #include "support/child.h"
 #include "support/pf_text.h"
 #include "support/temp_dir.h"
+
+// The program stands in front of poll, which a signal may interrupt.
+
+namespace {
+
+std::atomic<int> polls_to_interrupt{0};
+
+}  // namespace
+
+extern "C" int poll(pollfd *fds, nfds_t n, int timeout)
+{
+    static auto *const next = reinterpret_cast<decltype(poll) *>(dlsym(RTLD_NEXT, "poll"));
+    if (polls_to_interrupt <= 0)
+        return next(fds, n, timeout);
+    --polls_to_interrupt;
+    errno = EINTR;
+    return -1;
+}
 
 namespace {
 
@@ -383,6 +403,40 @@ TEST(Pfin, SignalsDoNotCutAPipeShort)
         EXPECT_EQ(result.tree, R"({a: "1", b: "2"})");
         EXPECT_EQ(result.log, "");
     }
+}
+
+TEST(Pfin, SignalsDoNotEndTheWaitForADescriptorThatDoesNotBlock)
+{
+    for (const bool as_stream : {false, true}) {
+        SCOPED_TRACE(as_stream);
+        int fds[2];
+        ASSERT_EQ(pipe2(fds, O_NONBLOCK), 0);
+        polls_to_interrupt = 3;
+        std::thread writer([&] {
+            while (polls_to_interrupt > 0)
+                usleep(1000);
+            EXPECT_EQ(write(fds[1], "a 1\n", 4), 4);
+            close(fds[1]);
+        });
+        FILE *stream = fdopen(fds[0], "r");
+        const Parsed result =
+            parsed([&](Pf **pf) { return as_stream ? pfin(stream, pf) : pfinfd(fds[0], pf); });
+        polls_to_interrupt = 0;
+        writer.join();
+        fclose(stream);
+        EXPECT_EQ(result.status, 0);
+        EXPECT_EQ(result.tree, R"({a: "1"})");
+        EXPECT_EQ(result.log, "");
+    }
+}
+
+TEST(Pfin, ADescriptor0IsReadLikeAnyOther)
+{
+    const TempDir dir;
+    const std::string path = dir.file("x.pf", "a 1\n");
+    close(0);
+    ASSERT_EQ(open(path.c_str(), O_RDONLY), 0);
+    EXPECT_EQ(parsed([](Pf **pf) { return pfinfd(0, pf); }).tree, R"({a: "1"})");
 }
 
 TEST(Pfin, AnEndMarkEndsAPipeThatStaysOpen)

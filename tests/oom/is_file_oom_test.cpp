@@ -66,7 +66,7 @@ TEST(IsFileOutOfMemory, EmptyTellsNothingWhenTheDirectoryCannotBeOpened)
 TEST(MapfileOutOfMemory, NamesTheRecord)
 {
     EXPECT_THAT(said_by(0, [] { new_Mapdata(); }),
-                EndsWith(message("new_Mapdata", "mapfile.cpp", "24", "mapdata")));
+                EndsWith(message("new_Mapdata", "mapfile.cpp", "40", "mapdata")));
 }
 
 TEST(MapfileOutOfMemory, AMappingThatCannotBeEnteredEndsTheProcess)
