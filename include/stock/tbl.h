@@ -10,7 +10,17 @@
  * fills slots that exist but hold no entry. An ordinary indirect list reads
  * null pointers there.
  *
- * Appending, prepending, popping and shifting take constant time on average.
+ * Popping and shifting move nothing. Appending and prepending take constant time
+ * on average for a list that grows at that end: each end has an increment of its
+ * own, which doubles whenever memory is added there. An end without a free slot
+ * takes those of the other end instead when they are more than half its increment,
+ * and moves all entries for it. So a queue, fed at one end and emptied at the
+ * other, moves all its entries whenever as many have been added as it has free
+ * slots. That is constant time on average, too, when it grew at the end where it
+ * is fed. A queue that grew at the other end may have as few as 6 free slots, and
+ * moves all entries every 6 steps: let inittbl give the end where it is fed an
+ * increment of about its length.
+ *
  * The address of a record in a direct list is valid until the list next grows,
  * or until an insertion, deletion or sort moves it.
  *
@@ -154,7 +164,8 @@ STOCK_API void freetbl(Tbl *tbl, void (*free_entry)(void *entry));
  * Shortens the list to so many entries: a negative count is 0, one that is not
  * below the present count changes nothing. free_entry is called as by freetbl
  * with each entry that goes; a direct list's record is then reset to the null
- * value or zero bytes. An indirect list's slots keep their pointers.
+ * value or zero bytes, before the next one is passed. An indirect list's slots
+ * keep their pointers, which are no longer in the list when the first is passed.
  */
 STOCK_API void trunctbl(Tbl *tbl, int64_t count, void (*free_entry)(void *entry));
 

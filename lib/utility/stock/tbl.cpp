@@ -264,9 +264,9 @@ bool is_null_entry(const Tbl *tbl, int64_t i)
     return all_zero(slot(tbl, i), size);
 }
 
-void free_entries(const Tbl *tbl, int64_t from, FreeEntry free_entry)
+void free_entries(const Tbl *tbl, FreeEntry free_entry)
 {
-    for (int64_t i = from; i < tbl->count; ++i)
+    for (int64_t i = 0; i < tbl->count; ++i)
         if (!is_null_entry(tbl, i))
             free_entry(entry_at(tbl, i));
 }
@@ -486,7 +486,7 @@ void freetbl(Tbl *tbl, void (*free_entry)(void *entry))
         return;
     }
     if (free_entry)
-        free_entries(tbl, 0, free_entry);
+        free_entries(tbl, free_entry);
     if (tbl->base)
         std::free(block_start(tbl));
     std::free(tbl->null_value);
@@ -497,12 +497,19 @@ void freetbl(Tbl *tbl, void (*free_entry)(void *entry))
 void trunctbl(Tbl *tbl, int64_t count, void (*free_entry)(void *entry))
 {
     count = std::max<int64_t>(count, 0);
-    if (count >= tbl->count)
+    const int64_t before = tbl->count;
+    if (count >= before)
         return;
-    if (free_entry) {
-        free_entries(tbl, count, free_entry);
+    // A free function that looks at the list finds no freed entry: pointers, which stay in
+    // their slots, are outside it already, and records are reset one by one.
+    if (!tbl->direct)
+        tbl->count = count;
+    for (int64_t i = count; free_entry && i < before; ++i) {
+        if (is_null_entry(tbl, i))
+            continue;
+        free_entry(entry_at(tbl, i));
         if (tbl->direct)
-            fill(tbl, count, tbl->count);
+            fill(tbl, i, i + 1);
     }
     tbl->count = count;
 }
