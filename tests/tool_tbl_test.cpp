@@ -1,7 +1,10 @@
 // The command "stock tbl".
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "support/child.h"
 #include "support/owners.h"
@@ -75,6 +78,50 @@ TEST(ToolTbl, SaysWhyAFileIsNoList)
     EXPECT_THAT(ended.err, HasSubstr("Bad magic number while trying to read tbl. " + path + "\n"));
     EXPECT_THAT(ended.err, HasSubstr("stock tbl: can't read '" + path + "'\n"));
     EXPECT_EQ(run({dir / "missing"}).status, 1);
+}
+
+// Used to abort with a stack trace.
+TEST(ToolTbl, SaysThatAFileWasCutShortWhileItWasPrinted)
+{
+    const TempDir dir;
+    Tbl *tbl = inittbl(0, 0, 1, nullptr, 100);
+    settbl(tbl, 100'000, nullptr);
+    const std::string path = saved(dir, tbl, nullptr);
+    int out[2];
+    ASSERT_EQ(pipe(out), 0);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        dup2(out[1], 1);
+        dup2(open((dir / "err").c_str(), O_WRONLY | O_CREAT, 0600), 2);
+        close(out[0]);
+        execl(tool_path().c_str(), "stock", "tbl", path.c_str(), static_cast<char *>(nullptr));
+        _exit(127);
+    }
+    close(out[1]);
+    std::string text(1, ' ');
+    ASSERT_EQ(read(out[0], text.data(), 1), 1);  // it prints, and waits for this reader soon
+    ASSERT_EQ(truncate(path.c_str(), 5000), 0);
+    char chunk[4096];
+    for (ssize_t got = 0; (got = read(out[0], chunk, sizeof chunk)) > 0;)
+        text.append(chunk, static_cast<size_t>(got));
+    close(out[0]);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 1);
+    EXPECT_THAT(read_file(dir / "err"),
+                testing::EndsWith("stock tbl: '" + path + "' was cut short while it was read\n"));
+    EXPECT_THAT(text, StartsWith("comment          -\nrecords          100001\n"));
+}
+
+TEST(ToolTbl, PrintsALongCommentWhole)
+{
+    const TempDir dir;
+    for (const size_t length : {255U, 256U, 257U, 1000U}) {
+        const std::string comment(length, 'c');
+        const Ended ended = run({saved(dir, inittbl(0, 0, 1, nullptr, 8), comment.c_str())});
+        EXPECT_THAT(ended.out, StartsWith("comment          " + comment + "\nrecords"));
+    }
 }
 
 TEST(ToolTbl, WantsOneFile)

@@ -1,6 +1,14 @@
 // stock tbl: what a list file holds.
+//
+// The bytes are read from the file and not from its mapping, where a file that is cut
+// short meanwhile would end the process.
 
+#include <algorithm>
+#include <cerrno>
 #include <memory>
+#include <string>
+
+#include <unistd.h>
 
 #include "command.h"
 #include "stock.h"
@@ -15,20 +23,59 @@ constexpr const char *kHelp =
     "either end when they are used up, its null value, and each record in hexadecimal\n"
     "and as text.\n"
     "\n"
-    "Exit status: 0, 1 when FILE cannot be read or is no list file, 2 on wrong usage.\n";
+    "Exit status: 0, 1 when FILE cannot be read, is no list file or is cut short while it\n"
+    "is printed, 2 on wrong usage.\n";
 
 struct CloseTbl {
     void operator()(Tbl *tbl) const { freetbl(tbl, nullptr); }
 };
 
-void print_comment(const char *comment)
+// Reads what the list has at an address, up to n bytes. Fewer come when the file ends.
+std::string read_bytes(const Tbl *tbl, const void *address, size_t n)
+{
+    const off_t start = static_cast<const char *>(address) - static_cast<char *>(tbl->mapaddr);
+    std::string bytes(n, '\0');
+    size_t done = 0;
+    while (done < n) {
+        const ssize_t got =
+            pread(tbl->fd, &bytes[done], n - done, start + static_cast<off_t>(done));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break;
+        done += static_cast<size_t>(got);
+    }
+    bytes.resize(done);
+    return bytes;
+}
+
+// Each returns whether the file still held what was to be printed.
+
+bool print_comment(const Tbl *tbl, const char *comment)
 {
     printf("%-16s ", "comment");
-    for (const char *c = comment ? comment : "-"; *c; ++c) {
-        const auto byte = static_cast<unsigned char>(*c);
+    std::string text = comment ? "" : "-";
+    for (bool more = comment != nullptr; more;) {
+        const std::string chunk = read_bytes(tbl, comment + text.size(), 256);
+        const size_t end = std::min(chunk.find('\0'), chunk.size());
+        text.append(chunk, 0, end);
+        if (chunk.empty())
+            return false;
+        more = end == chunk.size();
+    }
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
         putchar(byte < ' ' || byte == 127 ? '_' : byte);
     }
     putchar('\n');
+    return true;
+}
+
+bool print_record(const Tbl *tbl, const void *record)
+{
+    const std::string bytes = read_bytes(tbl, record, static_cast<size_t>(tbl->size));
+    hexdump(stdout, bytes.data(), static_cast<int>(bytes.size()));
+    return bytes.size() == static_cast<size_t>(tbl->size);
 }
 
 void print_count(const char *what, int64_t n)
@@ -36,9 +83,10 @@ void print_count(const char *what, int64_t n)
     printf("%-16s %ld\n", what, static_cast<long>(n));
 }
 
-void print_fields(const Tbl *tbl, const char *comment)
+bool print_fields(const Tbl *tbl, const char *comment)
 {
-    print_comment(comment);
+    if (!print_comment(tbl, comment))
+        return false;
     print_count("records", tbl->count);
     print_count("record size", tbl->size);
     print_count("slots", tbl->nalloc - tbl->left);
@@ -47,16 +95,17 @@ void print_fields(const Tbl *tbl, const char *comment)
     print_count("front grows by", tbl->left_grow);
     print_count("back grows by", tbl->right_grow);
     puts(tbl->null_value ? "null value" : "null value       -");
-    if (tbl->null_value)
-        hexdump(stdout, tbl->null_value, tbl->size);
+    return !tbl->null_value || print_record(tbl, tbl->null_value);
 }
 
-void print_records(const Tbl *tbl)
+bool print_records(const Tbl *tbl)
 {
-    for (int64_t i = 0; i < tbl->count && !ferror(stdout); ++i) {
+    bool whole = true;
+    for (int64_t i = 0; whole && i < tbl->count && !ferror(stdout); ++i) {
         printf("record %ld\n", static_cast<long>(i));
-        hexdump(stdout, gettbl(tbl, i), tbl->size);
+        whole = print_record(tbl, addrtbl(tbl, i));
     }
+    return whole;
 }
 
 }  // namespace
@@ -73,7 +122,8 @@ int cmd_tbl(int argc, char **argv)
         elog_complain(0, "stock tbl: can't read '%s'", argv[1]);
         return kFailed;
     }
-    print_fields(tbl.get(), comment);
-    print_records(tbl.get());
-    return kDone;
+    if (print_fields(tbl.get(), comment) && print_records(tbl.get()))
+        return kDone;
+    elog_complain(0, "stock tbl: '%s' was cut short while it was read", argv[1]);
+    return kFailed;
 }
