@@ -94,20 +94,22 @@ public:
 
 private:
     // The next node on one side: the nearest of its subtree, or the first ancestor
-    // that lies on that side.
+    // that lies on that side, which is rb_null above the root.
     template <auto side, auto other>
     const Rbnode *step() const noexcept
     {
         const Rbnode *const none = rb_null;
-        if (node_->*side != none)
-            return outermost<other>(node_->*side);
-        const Rbnode *node = node_;
-        const Rbnode *up = node->up;
-        while (up != none && node == up->*side) {
-            node = up;
-            up = node->up;
+        const Rbnode *next = node_->*side;
+        if (next != none) {
+            // The walk comes back to each of these, and then needs its other child.
+            for (; next->*other != none; next = next->*other)
+                __builtin_prefetch(next->*side);
+            return next;
         }
-        return up;
+        const Rbnode *node = node_;
+        for (next = node->up; node == next->*side; next = next->up)
+            node = next;
+        return next;
     }
 
     const Arr *arr_ = nullptr;
