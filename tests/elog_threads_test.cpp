@@ -20,6 +20,7 @@
 #include "stock/bury.h"
 #include "stock/pf.h"
 #include "support/logging.h"
+#include "support/pf_files.h"
 #include "support/temp_dir.h"
 
 namespace {
@@ -409,6 +410,36 @@ TEST(ElogThreads, ALogFunctionThatSavesTheStateDoesNotWaitForASaveThatReports)
                 failed += bury() != 0;
         });
         printf("%d", failed >= 2 * kThreads * kMessages);
+    });
+    EXPECT_EQ(ended.out, "1");
+    EXPECT_EQ(ended.status, 0) << ended.err;
+}
+
+// An update used to hold a lock while it read a file and reported, and the log function of
+// another thread waited for it with the log's lock held.
+TEST(ElogThreads, ALogFunctionThatUpdatesDoesNotWaitForAnUpdateThatReports)
+{
+    const Ended ended = logged({"ELOG_MAXMSG=0"}, [] {
+        alarm(60);
+        static std::atomic<int> updated{0};
+        const PfPath path;
+        path.site("north.pf", "limit 20 mm\n}\n");
+        path.site("south.pf", "limit 25 mm\n");
+        elog_set(
+            ELOG_CALLBACK_FN, 0, +[](int, const char *, Tbl *) {
+                Pf *pf = nullptr;
+                updated += pfupdate("south", &pf) >= 0 && pfget_string(pf, "limit") != nullptr;
+                pffree(pf);
+                return 1;
+            });
+        run_threads([](int) {
+            for (int i = 0; i < 100; ++i) {
+                Pf *pf = nullptr;
+                pfupdate("north", &pf);
+                pffree(pf);
+            }
+        });
+        printf("%d", updated >= kThreads * 100);
     });
     EXPECT_EQ(ended.out, "1");
     EXPECT_EQ(ended.status, 0) << ended.err;

@@ -280,7 +280,7 @@ STOCK_API int pfload(const char *dir, const char *subdir, const char *name, Pf *
  * when the name was never read. The tree's filename lives as long as the program.
  *
  * Returns 1 when it has read the files, 0 when nothing changed, -1 when there is no
- * file, else what pfread returned. Calls in several threads take turns.
+ * file, else what pfread returned. Several threads may call it at once.
  */
 STOCK_API int pfupdate(const char *name, Pf **pf);
 

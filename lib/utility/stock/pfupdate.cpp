@@ -6,6 +6,10 @@
 // node is kept until the variable is given another tree: what the variable points
 // to is the tree that was freed or one that is there to be freed, never in doubt.
 //
+// No lock is held while files are read: reading reports to the log, and a program's log
+// function may update something in turn. Of two readings for one variable at once the one
+// that began last, and so saw the later files, gives it its tree.
+//
 // The tree that is replaced is freed last: while a file is read, the program's log
 // function may look at it.
 
@@ -20,13 +24,13 @@
 #include "internal/alloc.h"
 #include "internal/pfupdate.h"
 
-// What one variable was given last. The trees are guarded by Trees_mutex, the rest by
-// Update_mutex.
+// What one variable was given last; under Trees_mutex.
 struct stock::State {
-    Tbl *times;    // owned: of Pftime
-    Pf *tree;      // the caller's; null when it was freed or grafted
-    Pf *gone;      // what it was then; of a tree that was freed the memory is owned
-    bool refused;  // the registry did not take the tree
+    Tbl *times;        // owned: of Pftime
+    Pf *tree;          // the caller's; null when it was freed or grafted
+    Pf *gone;          // what it was then; of a tree that was freed the memory is owned
+    bool refused;      // the registry did not take the tree
+    int64_t readings;  // how many were begun; times is of the last
 };
 
 namespace {
@@ -37,32 +41,22 @@ using stock::Updater;
 
 constexpr int kKeySize = 1040;
 
-// One update at a time. Its holder may take it again: reading reports to the log,
-// and a program's own log function may update something in turn.
-std::recursive_mutex Update_mutex;
-Arr *States = nullptr;  // of State *, by name and variable; guarded by Update_mutex
+Arr *States = nullptr;  // of State *, by name and variable; under Trees_mutex
 
 State *state_of(const char *key)
 {
     return static_cast<State *>(getarr(States, key));
 }
 
-State *new_state(const char *key)
+// The state of the key, which takes the spare one when it is new. Null without memory.
+State *make_state(const char *key, stock::Owned<State> &spare)
 {
-    auto *state = static_cast<State *>(stock::allocate_zeroed(sizeof(State), "state", "pfupdate"));
+    if (State *state = state_of(key))
+        return state;
     if (!States)
         States = rbinit(nullptr);
-    setarr(States, key, state);
-    if (state_of(key) != state)
-        stock::out_of_memory(std::strlen(key) + 1, "state", "pfupdate");
-    return state;
-}
-
-// The tree that the state has, unless there is no state or the tree is gone.
-Pf *tree_of(const State *state)
-{
-    const std::scoped_lock lock(Trees_mutex);
-    return state ? state->tree : nullptr;
+    setarr(States, key, spare.get());
+    return state_of(key) == spare.get() ? spare.release() : nullptr;
 }
 
 bool same_files(const Tbl *a, const Tbl *b)
@@ -113,29 +107,47 @@ bool give(State *state, Pf *tree)
     return true;
 }
 
-stock::Update read_again(const char *name, Pf *const *pf, State *state, Updater updater)
+// Begins to read files with these times, which the state has from now on. Gives the number
+// of the reading, or 0 without memory.
+int64_t begin(State *state, Tbl *&times)
+{
+    if (!state)
+        return 0;
+    std::swap(state->times, times);
+    return ++state->readings;
+}
+
+// Reads the files and gives the variable their tree, unless a later reading has given it one.
+stock::Update read_again(const char *name, const char *key, Pf **pf, int64_t reading,
+                         Updater updater)
 {
     Pf *tree = nullptr;
     const int result = pfread(stock::lasting_name(name), &tree);
     std::unique_lock lock(Trees_mutex);
+    State *state = state_of(key);
+    const bool late = state->readings != reading;
+    Pf *replaced = nullptr;
+    if (late)
+        replaced = tree;
     // The variable is looked at late: an update during the reading may have set it.
-    Pf *replaced = updater == Updater::variable ? *pf : nullptr;
-    if (replaced && is_gone(replaced))
-        replaced = nullptr;
-    const bool given = give(state, tree);
+    else if (updater == Updater::variable && *pf && !is_gone(*pf))
+        replaced = *pf;
+    const bool given = late || give(state, tree);
+    if (given && !late)
+        state->refused = updater == Updater::registry && result != 0;
+    *pf = state->tree;
     lock.unlock();
     if (!given)
         stock::out_of_memory(sizeof(stock::Known), "state", "pfupdate");
-    state->refused = updater == Updater::registry && result != 0;
     return {result == 0 ? 1 : result, true, replaced};
 }
 
 // Whether what was read last from these files is still to be had.
 bool is_current(const State *state, const Tbl *times, Updater updater)
 {
-    if (!state || !same_files(state->times, times))
+    if (!state || times->count == 0 || !same_files(state->times, times))
         return false;
-    return tree_of(state) || (updater == Updater::registry && state->refused);
+    return state->tree || (updater == Updater::registry && state->refused);
 }
 
 }  // namespace
@@ -179,20 +191,24 @@ Update update_tree(const char *name, Pf **pf, Updater updater)
     char key[kKeySize];
     std::snprintf(key, sizeof key, "%s-%p", name, static_cast<void *>(pf));
 
-    const std::scoped_lock lock(Update_mutex);
-    State *state = state_of(key);
     Tbl *times = pftimes(name);
-    if (times->count > 0 && is_current(state, times, updater)) {
-        update.result = 0;
-    } else if (times->count > 0) {
-        if (!state)
-            state = new_state(key);
-        std::swap(state->times, times);
-        update = read_again(name, pf, state, updater);
-    }
+    Owned<State> spare(static_cast<State *>(allocate_zeroed(sizeof(State), "state", "pfupdate")));
+    std::unique_lock lock(Trees_mutex);
+    const State *state = state_of(key);
+    const bool current = is_current(state, times, updater);
+    const bool read = !current && times->count > 0;
+    const int64_t reading = read ? begin(make_state(key, spare), times) : 0;
+    if (!read)
+        *pf = state ? state->tree : nullptr;
+    lock.unlock();
     freetbl(times, pffree_time);
-    *pf = tree_of(state);
-    return update;
+    if (current)
+        update.result = 0;
+    if (!read)
+        return update;
+    if (reading == 0)
+        out_of_memory(std::strlen(key) + 1, "state", "pfupdate");
+    return read_again(name, key, pf, reading, updater);
 }
 
 }  // namespace stock

@@ -7,7 +7,7 @@
 
 namespace stock {
 
-std::mutex Trees_mutex;
+constinit OrderedLock Trees_mutex{Place::trees};
 
 namespace {
 

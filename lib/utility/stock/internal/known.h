@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <mutex>
 
+#include "internal/ordered_lock.h"
 #include "stock/pf.h"
 
 namespace stock {
@@ -27,7 +28,7 @@ struct Known {
 };
 
 // Held for moments only, and never while memory runs out: what ends then may free trees.
-extern std::mutex Trees_mutex;
+extern OrderedLock Trees_mutex;
 
 // `known` of a tree that was freed and whose block pfupdate keeps.
 constexpr int32_t kFreed = -1;

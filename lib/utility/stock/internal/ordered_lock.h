@@ -37,8 +37,7 @@ enum class Place : std::uint8_t {
     mappings,    // mapfile.cpp
     view,        // mapfile.cpp
     directory,   // is_file.cpp, one for each function
-    registry,    // pflist.cpp
-    updates,     // pfupdate.cpp
+    trees,       // known.cpp
     references,  // pfinterpret.cpp
     parse,       // pfin.cpp
     tokens,      // str2epoch.cpp
