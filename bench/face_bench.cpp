@@ -137,7 +137,7 @@ int64_t params_get_stock(const stock::params &tree)
            static_cast<int64_t>(tree.get<std::string_view>("a{d}").size());
 }
 
-int64_t params_get_plain(const stock::params &tree)
+int64_t params_get_plain(stock::params &tree)
 {
     Pf *pf = tree.pf();
     return pfget_int(pf, "a{b}") + static_cast<int64_t>(2 * pfget_double(pf, "a{c}")) +
@@ -157,7 +157,7 @@ long int_or(Pf *pf, const char *address, long fallback)
     return node ? pfget_int(pf, address) : fallback;
 }
 
-int64_t params_default_plain(const stock::params &tree)
+int64_t params_default_plain(stock::params &tree)
 {
     Pf *pf = tree.pf();
     return int_or(pf, "a{b}", 1) + int_or(pf, "a{x}", 5) + int_or(pf, "x{y}", 4);

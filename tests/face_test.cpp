@@ -625,16 +625,125 @@ TEST(FaceParams, gives_the_default_of_what_is_missing_without_a_message)
     EXPECT_EQ(take_log(), "");
 }
 
-TEST(FaceParams, without_a_tree_everything_is_missing)
+// Trees that hold nothing, by how they came to that.
+std::vector<params> empty_trees()
 {
-    const params none;
-    EXPECT_FALSE(none);
-    EXPECT_EQ(none.get<int>("a"), 0);
-    EXPECT_EQ(none.get<int>("a", 3), 3);
-    EXPECT_EQ(params_view().get<std::string_view>("a"), "");
-    EXPECT_TRUE(none.keys().empty());
-    EXPECT_FALSE(none.contains("a"));
+    std::vector<params> trees(3);
+    const params moved(std::move(trees[1]));
+    trees.emplace_back(nullptr);
+    pffree(trees[2].release());
+    return trees;
+}
+
+TEST(FaceParams, without_a_tree_is_an_empty_tree)
+{
+    for (params &tree : empty_trees()) {
+        EXPECT_EQ(tree.get<int>("a", 3), 3);
+        EXPECT_TRUE(tree.keys().empty());
+        EXPECT_FALSE(tree.contains("a"));
+        EXPECT_EQ(tree.str(), "");
+        EXPECT_EQ(tree.copy().set("a", "1"), 0);
+        EXPECT_NE(params_view(tree).pf(), nullptr);
+    }
+    for (params &tree : empty_trees()) {
+        EXPECT_EQ(tree.set("a{b}", "1"), 0);
+        EXPECT_EQ(tree.get<int>("a{b}"), 1);
+    }
+    for (params &tree : empty_trees()) {
+        EXPECT_EQ(tree.compile("a 1\n"), 0);
+        EXPECT_EQ(tree.get<int>("a"), 1);
+    }
+    for (params &tree : empty_trees()) {
+        EXPECT_EQ(pfset(tree.pf(), "a", "1"), 0);
+        EXPECT_EQ(tree.get<int>("a"), 1);
+    }
     EXPECT_EQ(take_log(), "");
+}
+
+TEST(FaceParams, without_a_tree_a_number_that_is_needed_goes_to_the_die_function)
+{
+    for (std::size_t i = 0; i < empty_trees().size(); ++i) {
+        SCOPED_TRACE(i);
+        const auto missing = in_child([=] { empty_trees()[i].get<int>("a"); });
+        EXPECT_EQ(missing.status, 1);
+        EXPECT_THAT(missing.err, HasSubstr("program needs value for 'a'"));
+    }
+}
+
+TEST(FaceParams, without_a_table_everything_is_missing)
+{
+    EXPECT_EQ(params_view().get<std::string_view>("a"), "");
+    EXPECT_EQ(params_view().get<int>("a"), 0);
+    EXPECT_EQ(take_log(), "");
+}
+
+// Fallbacks: what is a T, or becomes one that means the same.
+
+template <class T, class F>
+constexpr bool takes_fallback = requires(const params &tree, F &&fallback)
+{
+    tree.get<T>("a", std::forward<F>(fallback));
+};
+
+static_assert(takes_fallback<bool, bool> && takes_fallback<int, int> &&
+              takes_fallback<int, short> && takes_fallback<int, const int &> &&
+              takes_fallback<long, int> && takes_fallback<long, unsigned> &&
+              takes_fallback<unsigned, unsigned short> && takes_fallback<double, int> &&
+              takes_fallback<double, float>);
+static_assert(!takes_fallback<bool, const char (&)[3]> && !takes_fallback<bool, int> &&
+              !takes_fallback<int, bool> && !takes_fallback<int, long> &&
+              !takes_fallback<int, unsigned> && !takes_fallback<int, double> &&
+              !takes_fallback<int, char> && !takes_fallback<unsigned, int> &&
+              !takes_fallback<double, long> && !takes_fallback<float, int> &&
+              !takes_fallback<float, double>);
+static_assert(takes_fallback<std::string_view, const char (&)[3]> &&
+              takes_fallback<std::string_view, const char *> &&
+              takes_fallback<std::string_view, std::string_view> &&
+              takes_fallback<std::string_view, const std::string &> &&
+              takes_fallback<std::string_view, stock::text &>);
+static_assert(!takes_fallback<std::string_view, std::string> &&
+              !takes_fallback<std::string_view, const std::string> &&
+              !takes_fallback<std::string_view, stock::text> &&
+              !takes_fallback<std::string_view, std::nullptr_t>);
+static_assert(takes_fallback<std::string, const char *> &&
+              takes_fallback<std::string, std::string>);
+static_assert(!takes_fallback<std::string, std::nullptr_t>);
+static_assert(takes_fallback<const char *, std::nullptr_t> &&
+              takes_fallback<const char *, const char (&)[3]> &&
+              !takes_fallback<const char *, std::string>);
+static_assert(takes_fallback<params_view, params &> && !takes_fallback<params_view, params>);
+static_assert(takes_fallback<sys_time<std::chrono::seconds>, sys_time<std::chrono::days>> &&
+              !takes_fallback<sys_time<std::chrono::days>, sys_time<std::chrono::seconds>>);
+
+TEST(FaceParams, complains_about_integers_that_the_type_does_not_hold)
+{
+    params tree;
+    ASSERT_EQ(tree.compile("big 3000000000\nnegative -1\nshort 32768\nlist &Tbl{\n 65536\n}\n"
+                           "least -2147483648\nmost 0xffffffff\nrun &exec(echo 40000)\n"),
+              0);
+    EXPECT_EQ(tree.get<long>("big"), 3000000000);
+    EXPECT_EQ(tree.get<int>("least"), std::numeric_limits<int>::min());
+    EXPECT_EQ(tree.get<unsigned>("most"), std::numeric_limits<unsigned>::max());
+    EXPECT_EQ(tree.get<long>("negative"), -1);
+    EXPECT_EQ(take_log(), "");
+
+    const auto said = [](auto get) {
+        const Ended ended = in_child([&] { printf("%lld", static_cast<long long>(get())); });
+        return ended.out + ": " + ended.err.substr(ended.err.find("Integer"));
+    };
+    EXPECT_EQ(said([&] { return tree.get<int>("big"); }),
+              "2147483647: Integer value 3000000000 for big is out of range "
+              "-2147483648 to 2147483647\n");
+    EXPECT_EQ(said([&] { return tree.get<int>("big", 5); }),
+              said([&] { return tree.get<int>("big"); }));
+    EXPECT_EQ(said([&] { return tree.get<short>("short"); }),
+              "32767: Integer value 32768 for short is out of range -32768 to 32767\n");
+    EXPECT_EQ(said([&] { return tree.get<std::uint64_t>("negative"); }),
+              "0: Integer value -1 for negative is out of range 0 to 9223372036854775807\n");
+    EXPECT_EQ(said([&] { return tree.get<params_list<unsigned short>>("list")[0]; }),
+              "65535: Integer value 65536 for #0 is out of range 0 to 65535\n");
+    EXPECT_EQ(said([&] { return tree.get<short>("run", short{1}); }),
+              "32767: Integer value 40000 for <null> is out of range -32768 to 32767\n");
 }
 
 TEST(FaceParams, says_what_the_plain_functions_say)
@@ -712,11 +821,37 @@ TEST(FaceParams, reads_files_and_writes_them)
     elog_clear();
 }
 
+TEST(FaceParams, keeps_the_name_that_it_was_read_by)
+{
+    const TempDir dir;
+    const std::string name = "a name that is longer than any string keeps in itself";
+    dir.file(name + ".pf", "a 1\n");
+    setenv("PFPATH", dir.path().c_str(), 1);
+    params tree;
+    ASSERT_EQ(tree.read(std::string(name).c_str()), 0);
+    EXPECT_EQ(tree.pf()->filename, name);
+    params moved(std::move(tree));
+    EXPECT_EQ(moved.pf()->filename, name);
+    EXPECT_EQ(moved.read(moved.pf()->filename), 0);
+    EXPECT_EQ(moved.pf()->filename, name);
+    const auto missing = in_child([&] { moved.get<int>("missing"); });
+    EXPECT_THAT(missing.err, HasSubstr("not found in parameter file '" + name + "'"));
+    Pf *released = moved.release();
+    EXPECT_EQ(released->filename, nullptr);
+    pffree(released);
+    pfread("other", &released);
+    params taken(released);
+    EXPECT_STREQ(std::exchange(released, taken.release())->filename, "other");
+    pffree(released);
+    elog_clear();
+}
+
 TEST(FaceParams, moves_and_copies_where_that_is_said)
 {
     params a = settings();
     params b(std::move(a));
     EXPECT_FALSE(a);  // NOLINT: what is moved from is promised to be empty
+    static_assert(std::same_as<decltype(std::as_const(a).pf()), const Pf *>);
     params &same = b;
     b = std::move(same);
     params c = b.copy();

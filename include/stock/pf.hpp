@@ -10,13 +10,17 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <iterator>
+#include <limits>
 #include <memory>
 #include <ranges>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
+#include "stock/elog.h"
 #include "stock/epoch.hpp"
 #include "stock/pf.h"
 #include "stock/strings.hpp"
@@ -57,8 +61,10 @@ concept integer_value = std::integral<T> && sizeof(T) > 1 && !std::same_as<T, wc
 /*
  * What a value can be read as, and by which function:
  *
- *     int, long, unsigned ...     pfget_int; cut as by an assignment to the type; no
- *                                 integer of one byte
+ *     int, long, unsigned ...     pfget_int; what the type does not hold is complained
+ *                                 about, "Integer value %ld for %s is out of range %ld
+ *                                 to %ld", and is the nearer of these two; no integer
+ *                                 of one byte
  *     double, float               pfget_double
  *     bool                        pfget_boolean, whose -1 is true
  *     std::string_view            pfget_string, borrowed from the tree; empty when missing
@@ -76,13 +82,79 @@ concept parameter = std::same_as<T, bool> || detail::integer_value<T> || std::fl
 
 namespace detail {
 
+/* Whether every From is a T: as many digits, and a sign where it has one. */
+template <class From, class T>
+constexpr bool fits_in()
+{
+    return std::numeric_limits<From>::digits <= std::numeric_limits<T>::digits &&
+           (std::is_signed_v<T> || !std::is_signed_v<From>);
+}
+
+/*
+ * Whether an F may be the fallback of a T: it is a T, or becomes one that means the
+ * same and leads to nothing that is gone behind the call.
+ */
+template <class F, class T>
+constexpr bool is_fallback()
+{
+    using From = std::remove_cvref_t<F>;
+    if constexpr (std::same_as<From, T>)
+        return true;
+    else if constexpr (std::same_as<T, bool> || !std::convertible_to<F, T>)
+        return false;
+    else if constexpr (std::is_arithmetic_v<T>)
+        // Every From is a T: 3 is a long and a double, but no unsigned and no float.
+        return (integer_value<From> && !std::same_as<From, bool> && fits_in<From, T>()) ||
+               (std::floating_point<From> && std::floating_point<T> && fits_in<From, T>());
+    else if constexpr (std::same_as<T, std::string_view> || std::same_as<T, params_view>)
+        return std::convertible_to<F, const char *> ? !std::is_null_pointer_v<From>
+                                                    : std::is_lvalue_reference_v<F>;
+    else
+        return !std::same_as<T, std::string> || !std::is_null_pointer_v<From>;
+}
+
+template <class F, class T>
+concept fallback_for = is_fallback<F, T>();
+
+inline void complain_range(long number, long least, long most, const Pf *pf, const char *address)
+{
+    constexpr const char *range = "is out of range";
+    if (pf && pf->type == PFTBL)
+        elog_complain(0, "Integer value %ld for #%lld %s %ld to %ld", number,
+                      static_cast<long long>(reinterpret_cast<std::intptr_t>(address)), range,
+                      least, most);
+    else
+        elog_complain(0, "Integer value %ld for %s %s %ld to %ld", number, okstr(address), range,
+                      least, most);
+}
+
+/*
+ * The number as a T. The address is null for the value pf itself, and an index where
+ * pf is a list, as in the getters.
+ */
+template <integer_value T>
+T checked(long number, const Pf *pf, const char *address)
+{
+    constexpr bool is_signed = std::is_signed_v<T>;
+    constexpr bool is_short = sizeof(T) < sizeof(long);
+    constexpr long least = !is_signed ? 0
+                           : is_short ? static_cast<long>(std::numeric_limits<T>::min())
+                                      : std::numeric_limits<long>::min();
+    constexpr long most = is_short ? static_cast<long>(std::numeric_limits<T>::max())
+                                   : std::numeric_limits<long>::max();
+    if (number >= least && number <= most) [[likely]]
+        return static_cast<T>(number);
+    complain_range(number, least, most, pf, address);
+    return static_cast<T>(number < least ? least : most);
+}
+
 template <parameter T>
 T read_parameter(Pf *pf, const char *address)
 {
     if constexpr (std::same_as<T, bool>) {
         return pfget_boolean(pf, address) != 0;
     } else if constexpr (integer_value<T>) {
-        return static_cast<T>(pfget_int(pf, address));
+        return checked<T>(pfget_int(pf, address), pf, address);
     } else if constexpr (std::floating_point<T>) {
         return static_cast<T>(pfget_double(pf, address));
     } else if constexpr (std::same_as<T, const char *>) {
@@ -120,13 +192,13 @@ constexpr int node_type_of()
 }
 
 /* The value at an address of a table or index of a list; the fallback when there is none. */
-template <parameter T>
-T read_parameter(Pf *pf, const char *address, T fallback)
+template <parameter T, class F>
+T read_parameter(Pf *pf, const char *address, F &&fallback)
 {
     Pf *node = nullptr;
     const bool evaluated = pfresolve(pf, address, 0, &node) == PFFUNCTION;
     if (!node || node->type == PFANY)
-        return fallback;
+        return static_cast<T>(std::forward<F>(fallback));
     // Asking for it again would evaluate the function again.
     if (evaluated && node->type == node_type_of<T>())
         return read_result<T>(node);
@@ -151,12 +223,14 @@ public:
     /*
      * The same; the fallback when the value is missing, without a message. A
      * function is evaluated once; a complaint about what it gave names no address.
+     *
+     * A fallback is of the type, or of one that loses nothing: 3 for a long or a
+     * double, a constant for a text. For a std::string_view, a string that ends with
+     * the call does not compile; for the others, no other kind does.
      */
-    template <parameter T>
-    T get(zstring address, std::type_identity_t<T> fallback) const
-    {
-        return read_parameter<T>(node(), address.c_str(), fallback);
-    }
+    template <parameter T, class F = T>
+    requires fallback_for<F, T> T get(zstring address, F &&fallback)
+    const { return read_parameter<T>(node(), address.c_str(), std::forward<F>(fallback)); }
 
     /* pfget_size: a number with k, M, G, m or u behind it. */
     double get_size(zstring address) const { return pfget_size(node(), address.c_str()); }
@@ -176,7 +250,7 @@ public:
     text str() const { return text(pf2string(node())); }
 
 private:
-    Pf *node() const noexcept { return static_cast<const Self *>(this)->pf(); }
+    Pf *node() const { return static_cast<const Self *>(this)->node(); }
 };
 
 }  // namespace detail
@@ -197,6 +271,9 @@ public:
     Pf *pf() const noexcept { return pf_; }
 
 private:
+    friend class detail::params_getters<params_view>;
+    Pf *node() const noexcept { return pf_; }
+
     Pf *pf_ = nullptr;
 };
 
@@ -295,58 +372,85 @@ namespace stock {
  * Owns a tree of parameters and frees it with all that was borrowed from it.
  *
  * Reading expands and evaluates, which changes the tree underneath: only one thread
- * at a time may read in it, const or not. Without a tree (new, moved from) every value
- * is missing, and nothing is said about it.
+ * at a time may read in it, const or not. An owner without a tree (made of null, moved
+ * from, released) is an empty tree, and makes it when it needs one: to get a number
+ * from it ends in the die function, as from any tree that has none.
  */
 class params : public detail::params_getters<params> {
 public:
-    params() = default;
+    /* A new, empty tree. */
+    params() : params(pfnew(PFFILE)) {}
     /* Takes over a tree that a function returned, null too. */
     explicit params(Pf *owned) noexcept : pf_(owned) {}
 
     explicit operator bool() const noexcept { return pf_ != nullptr; }
     /* The top of the tree, which the owner keeps. */
-    Pf *pf() const noexcept { return pf_.get(); }
-    operator params_view() const noexcept { return params_view(pf()); }
-    /* Gives the tree up: the caller frees it with pffree. */
-    [[nodiscard]] Pf *release() noexcept { return pf_.release(); }
+    Pf *pf() { return node(); }
+    const Pf *pf() const { return node(); }
+    operator params_view() const { return params_view(node()); }
 
     /*
-     * pfread: the tree becomes what all files of a name give. The name is borrowed
-     * for as long as the tree lives. Returns 0, or what was wrong.
+     * Gives the tree up: the caller frees it with pffree. Its filename is null when it
+     * was read by read(), whose copy of the name goes.
      */
-    int read(const char *name)
+    [[nodiscard]] Pf *release() noexcept
     {
+        Pf *pf = pf_.release();
+        if (const text name = std::move(pf_.get_deleter().name); pf && name)
+            pf->filename = nullptr;
+        return pf;
+    }
+
+    /*
+     * pfread: the tree becomes what all files of a name give. The owner keeps a copy
+     * of the name. Returns 0, or what was wrong; the tree is then what could be read.
+     */
+    int read(zstring name)
+    {
+        text copy(static_cast<char *>(memdup(name.c_str(), std::strlen(name.c_str()) + 1)));
         Pf *pf = nullptr;
-        const int status = pfread(name, &pf);
+        const int status = pfread(copy.c_str(), &pf);
         pf_.reset(pf);
+        pf_.get_deleter().name = std::move(copy);
         return status;
     }
 
     /* pfcompile_counted: adds the text to the tree. Returns 0, or -2. */
     int compile(std::string_view parameters)
     {
-        Pf *pf = pf_.release();
+        Pf *pf = node();
         const char *start = parameters.empty() ? "" : parameters.data();
-        const int status = pfcompile_counted(start, static_cast<long>(parameters.size()), &pf);
-        pf_.reset(pf);
-        return status;
+        return pfcompile_counted(start, static_cast<long>(parameters.size()), &pf);
     }
 
-    /* pfset: makes the value at an address the text. There must be a tree. */
-    int set(zstring address, zstring value) { return pfset(pf(), address.c_str(), value.c_str()); }
+    /* pfset: makes the value at an address the text. */
+    int set(zstring address, zstring value)
+    {
+        return pfset(node(), address.c_str(), value.c_str());
+    }
 
     /* pfwrite: writes the tree to a file. */
-    int write(zstring path) const { return pfwrite(path.c_str(), pf()); }
+    int write(zstring path) const { return pfwrite(path.c_str(), node()); }
 
     /* pfdup */
-    params copy() const { return params(pfdup(pf())); }
+    params copy() const { return params(pfdup(node())); }
 
 private:
+    friend class detail::params_getters<params>;
+
     struct Free {
+        text name; /* the tree's filename, of one that was read */
         void operator()(Pf *pf) const { pffree(pf); }
     };
-    std::unique_ptr<Pf, Free> pf_;
+
+    Pf *node() const
+    {
+        if (!pf_)
+            pf_.reset(pfnew(PFFILE));
+        return pf_.get();
+    }
+
+    mutable std::unique_ptr<Pf, Free> pf_; /* made by whoever needs it first */
 };
 
 }  // namespace stock
