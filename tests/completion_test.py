@@ -18,6 +18,11 @@ if not shutil.which(shell):
     print(f"there is no {shell}")
     sys.exit(77)
 
+# Names that a shell would run a command for, or cut, if they stood on a line as they are.
+HOSTILE = ["aa$(touch RAN)", "ab`touch RAN`", "ac;touch RAN;", "ad&touch RAN&", "ae|touch RAN",
+           "af'$(touch RAN)'", "ag\"$(touch RAN)\"", "ah two words", "ai\\$(touch RAN)",
+           "aj*", "ak!touch", "bl>RAN", "am${IFS}x", "an(x)", "ao#x", "ap{b,c}", "aq[z]", "ar:b",
+           "as=b", "at\\:b", "~au", "=av", "%aw", "#ax", "-ay"]
 failures = []
 
 
@@ -66,6 +71,21 @@ def expect(terminal, line, words):
         failures.append(f"{line!r} became {got!r}, not {wanted!r}")
 
 
+def expect_names_as_they_are(terminal):
+    """Each hostile name, of which two letters were typed, in the ways to begin a word."""
+    for name in HOSTILE:
+        start = name[:3] if name[0] in "~=%#-" else name[:2]
+        for quote in ("", "'", '"'):
+            if name[0] == "-" or (quote == "" and start != name[:2]):
+                continue  # it looks like an option, or the shell takes it for something else
+            if shell == "bash" and set(name) & set({"": "", "'": "'", '"': "\\\"$`!"}[quote]):
+                continue  # it offers none that would need to be escaped there
+            expect(terminal, f"stock pf get {quote}{start}", ["stock", "pf", "get", name])
+            expect(terminal, f"stock pf show {quote}{start}", ["stock", "pf", "show", name])
+        if name[0] != "=":  # which begins a word of its own in bash
+            expect(terminal, f"stock dump data/{start}", ["stock", "dump", f"data/{name}.pf"])
+
+
 def main():
     with tempfile.TemporaryDirectory() as directory:
         for name in ("bin", "pf", "data", "data/deep"):
@@ -75,6 +95,13 @@ def main():
                      "data/two words.tbl"):
             with open(os.path.join(directory, name), "w", encoding="ascii") as file:
                 file.write("a 1\nsettings &Arr{\n  deep 2\n}\n")
+        for name in HOSTILE:
+            for place in ("pf", "data"):
+                with open(os.path.join(directory, place, name + ".pf"), "w", encoding="ascii"):
+                    pass
+        os.symlink("/bin/true", os.path.join(directory, "bin", "zz$(touch RAN)"))
+        with open(os.path.join(directory, "pf", "line\n$(touch RAN)x.pf"), "w", encoding="ascii"):
+            pass
         child, terminal = start(directory)
         if shell == "bash":
             setup = f"bind 'set bell-style none'; source {shlex.quote(completion)}"
@@ -113,6 +140,12 @@ def main():
                ["stock", "find", "--path", "A_LONG_VARIABLE_OF_THE_TEST"])
         expect(terminal, "stock time -z US/Paci", ["stock", "time", "-z", "US/Pacific"])
         expect(terminal, "stock nosuch ", ["stock", "nosuch"])
+        expect_names_as_they_are(terminal)
+        expect(terminal, "stock pf get line", ["stock", "pf", "get", "line"])
+        expect(terminal, "stock time --until now zz",
+               ["stock", "time", "--until", "now", "zz$(touch RAN)"])
+        if os.path.exists(os.path.join(directory, "RAN")):
+            failures.append("a completion ran a command")
         os.write(terminal, b"exit\r")
         os.close(terminal)
         os.waitpid(child, 0)

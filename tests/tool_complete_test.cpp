@@ -153,6 +153,15 @@ TEST(ToolComplete, OffersTheParameterFilesOfTheRootWithoutPFPATH)
                 IsSupersetOf({"elog", "time_formats"}));
 }
 
+TEST(ToolComplete, LeavesOutWhatWouldNotStayOnItsLine)
+{
+    const TempDir dir;
+    dir.file("north\n\tcommands.pf", "");
+    dir.file("nor\tth.pf", "");
+    dir.file("north east.pf", "");
+    EXPECT_THAT(offered({"pf", "get", "n"}, {"PFPATH=" + dir.path()}), ElementsAre("north east"));
+}
+
 TEST(ToolComplete, OffersEveryConverter)
 {
     const Words names = offered({"convert", ""});

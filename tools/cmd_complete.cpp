@@ -58,6 +58,11 @@ bool begins_upper(const std::string &word)
     return !word.empty() && std::isupper(static_cast<unsigned char>(word[0]));
 }
 
+bool is_control(char c)
+{
+    return std::iscntrl(static_cast<unsigned char>(c)) != 0;
+}
+
 bool ends_with_dots(std::string &word)
 {
     const bool dots = word.ends_with("...");
@@ -171,9 +176,10 @@ public:
     {
     }
 
+    // What would not stay on its line is left out.
     void word(const std::string &text, const std::string &meaning = "") const
     {
-        if (text.starts_with(word_))
+        if (text.starts_with(word_) && std::ranges::none_of(text, is_control))
             printf("%s\t%s\n", text.c_str(), meaning.c_str());
     }
     // What the shell is to look for.
