@@ -97,12 +97,91 @@ TEST(ToolUndump, ReadsAFile)
     EXPECT_EQ(stock({"undump", "--ascii", dir.file("f", "\\0x41")}).out, "A");
 }
 
-TEST(ToolUndump, FailsWhenTheInputGoesOnBehindWhatIsNoDump)
+TEST(ToolUndump, GivesBackTheBytesAtAnyAddress)
 {
-    const Ended hex = stock({"undump"}, "0 4142\n1 43\n");
-    EXPECT_EQ(hex.out, "AB");
-    EXPECT_THAT(hex.err, EndsWith("'standard input' is no such dump behind the first 2 bytes\n"));
-    EXPECT_EQ(hex.status, 1);
+    const std::string bytes = noise(1000);
+    for (const char *base : {"0xfffffff8", "0x100000000", "0xfedcba9876543", "0xfffffffffffffff0"})
+        EXPECT_TRUE(stock({"undump"}, stock({"dump", "--base", base}, bytes).out).out == bytes)
+            << base;
+}
+
+TEST(ToolUndump, GivesBackTextThatLooksLikeWords)
+{
+    for (const std::string bytes : {"ab", "abcd ab", "4142 4344 4546", "   ", " a ",
+                                    "12 4142 43 44  ", "0000 0000 0000 00000000 00"}) {
+        const Ended ended = stock({"undump"}, stock({"dump"}, bytes).out);
+        EXPECT_EQ(ended.out, bytes);
+        EXPECT_EQ(ended.err, "");
+    }
+}
+
+TEST(ToolUndump, ReadsWhatWasWrittenByHandOrPassedThroughOtherHands)
+{
+    const std::string bytes =
+        "north 12 mm, south 7 mm, limit 30 mm          " + std::string(20, ' ');
+    const std::string dump = stock({"dump"}, bytes).out;
+    const auto changed = [&](const char *command) {
+        return stock({"undump"}, run_program({"/bin/sh", "-c", command}, dump).out);
+    };
+    for (const char *command : {"expand", "sed 's/ *$//'", "sed 's/^.//'", "cut -c1-50",
+                                "sed 's/$/\r/'", "sed G", "tr a-f A-F | cut -c1-50"}) {
+        SCOPED_TRACE(command);
+        const Ended ended = changed(command);
+        EXPECT_EQ(ended.out, bytes);
+        EXPECT_EQ(ended.err, "");
+        EXPECT_EQ(ended.status, 0);
+    }
+    EXPECT_EQ(stock({"undump"}, dump.substr(0, dump.size() - 1)).out, bytes) << "no newline";
+    EXPECT_EQ(stock({"undump"}, "10 41 42\n12 4344   45\n\n15 46\n").out, "ABCDEF");
+    EXPECT_EQ(stock({"undump"}, "0 41 42 43 44 45 46 47 48 ABCDEFGH\n8 49 I\n").out, "ABCDEFGHI");
+}
+
+TEST(ToolUndump, RefusesADamagedDumpAndNamesTheLine)
+{
+    const std::string bytes = "north 12 mm, south 7 mm, limit 30 mm\x01\x02";
+    const std::string dump = stock({"dump"}, bytes).out;
+    const struct {
+        const char *command;
+        int line;
+        const char *what;
+    } cases[] = {
+        {"sed 2d", 2, "has another address"},
+        {"sed 1,2p", 2, "has another address"},
+        {"sed 's/7274/72o4/'", 1, "is no line of a dump"},
+        {"sed 's/7274/727/'", 1, "is no line of a dump"},
+        {"sed 's/7274/7275/'", 1, "is no line of a dump"},
+        {"sed 's/ 7274//'", 1, "is no line of a dump"},
+        {"sed 's/3020 6d6d/3020 6d6e/'", 3, "is no line of a dump"},
+        {"sed 's/00000010/00000o10/'", 2, "is no line of a dump"},
+        {"sed 's/limi/lim1/'", 2, "is no line of a dump"},
+        {"sed 's/$/x/'", 1, "is no line of a dump"},
+        {"head -c 130", 2, "is no line of a dump"},
+        {"head -c 118", 2, "is cut"},
+        {"head -c 75", 2, "is no line of a dump"},
+        {"cut -c1-50 | head -c 66", 2, "is cut"},
+        {"sed '2s/  [ -~]*$/  6c69/'", 2, "is cut"},
+        {"tr '\\n' '\\0'", 1, "is no line of a dump"},
+        {"echo hello", 1, "is no line of a dump"},
+        {"echo 12", 1, "is no line of a dump"},
+        {"echo 0 4142; echo 1 43", 2, "has another address"},
+        {"echo 0 4142 4344 4546 4748 494a 4b4c 4d4e 4f50 5152", 1, "is no line of a dump"},
+        {"echo 0 4142 hello", 1, "is no line of a dump"},
+        {"printf %5000d 0", 1, "is no line of a dump"},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.command);
+        const std::string input = run_program({"/bin/sh", "-c", c.command}, dump).out;
+        ASSERT_NE(input, dump);
+        const Ended ended = stock({"undump"}, input);
+        EXPECT_THAT(ended.err,
+                    HasSubstr("line " + std::to_string(c.line) + " of 'standard input' " + c.what));
+        EXPECT_EQ(ended.status, 1);
+    }
+    EXPECT_EQ(stock({"undump"}, "0 4142\n1 43\n").out, "AB") << "what was before";
+}
+
+TEST(ToolUndump, FailsWhenTheInputGoesOnBehindWhatIsNoEscape)
+{
     const Ended ascii = stock({"undump", "--ascii"}, "AB\\0xyzC");
     EXPECT_EQ(ascii.out, "AB");
     EXPECT_THAT(ascii.err, EndsWith("'standard input' is no such dump behind the first 2 bytes\n"));

@@ -1,11 +1,17 @@
 // stock dump and stock undump: a file as text that can be read back, and back.
 //
-// Both go through their input block by block; memory does not grow with it.
+// Both go through their input block by block or line by line; memory does not grow
+// with it. What undump reads of a line must agree with all that the line shows: the
+// address follows from the lines before, the text from the bytes.
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <string>
+#include <string_view>
 #include <vector>
 
 #include "command.h"
@@ -116,37 +122,206 @@ int dump_ascii(const Options &options)
         options, [&](const char *block, int n) { asciidump_piece(stdout, block, n, &column); });
 }
 
-// Writes what `read(stream, buffer, n)` reads, up to the first call that gives less than n.
-template <class Read>
-int write_blocks(const Options &options, Read read)
+// The status behind the last of the input.
+int ended(const Options &options, FILE *input)
+{
+    if (!ferror(input))
+        return kDone;
+    elog_complain(1, "can't read '%s'", shown_name(options.file));
+    return kFailed;
+}
+
+int undump_ascii(const Options &options)
 {
     const Input input = open_input(options.file);
     if (!input)
         return kFailed;
     std::vector<unsigned char> block(kBlock);
     long total = 0;
+    int column = 0;
     for (int got = kBlock; got == kBlock && !ferror(stdout); total += got) {
-        got = read(input.get(), block.data(), static_cast<int>(kBlock));
+        got = read_asciidump_piece(input.get(), block.data(), static_cast<int>(kBlock), &column);
         fwrite(block.data(), 1, static_cast<std::size_t>(got), stdout);
     }
-    if (ferror(input.get())) {
-        elog_complain(1, "can't read '%s'", shown_name(options.file));
-        return kFailed;
-    }
-    if (!ferror(stdout) && getc(input.get()) != EOF) {
-        elog_complain(0, "'%s' is no such dump behind the first %ld bytes",
-                      shown_name(options.file), total);
-        return kFailed;
-    }
-    return kDone;
+    if (ferror(input.get()) || ferror(stdout) || getc(input.get()) == EOF)
+        return ended(options, input.get());
+    elog_complain(0, "'%s' is no such dump behind the first %ld bytes", shown_name(options.file),
+                  total);
+    return kFailed;
 }
 
-int undump_ascii(const Options &options)
+// ---- Lines of hexadecimal ----
+
+constexpr std::size_t kWords = 8;        // of a line, at most
+constexpr std::size_t kTextColumn = 40;  // counted from the first word
+constexpr std::size_t kMaxAddress = 16;  // digits
+constexpr std::size_t kFullAddress = 8;  // digits that dump gives it at least
+constexpr std::string_view kGap = "  ";  // behind the address, as dump prints it
+
+struct DumpLine {
+    unsigned long address = 0;
+    std::string bytes;
+    bool has_text = false;    // behind the bytes
+    bool lacks_text = false;  // though it would not be blank
+};
+
+std::string_view without_blanks_behind(std::string_view text)
 {
-    int column = 0;
-    return write_blocks(options, [&](FILE *stream, unsigned char *block, int n) {
-        return read_asciidump_piece(stream, block, n, &column);
-    });
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
+        text.remove_suffix(1);
+    return text;
+}
+
+// The next word, which is taken off the text with the blanks before it.
+std::string_view next_word(std::string_view &text)
+{
+    const auto is_blank = [](char c) { return c == ' ' || c == '\t'; };
+    const auto begin = std::ranges::find_if_not(text, is_blank);
+    const auto end = std::find_if(begin, text.end(), is_blank);
+    text = {end, text.end()};
+    return {begin, end};
+}
+
+// 0 to 15, or -1 for what is no hexadecimal digit.
+constexpr auto kValues = [] {
+    std::array<signed char, 256> values{};
+    values.fill(-1);
+    for (std::size_t i = 0; i < 16; ++i) {
+        values[static_cast<unsigned char>("0123456789abcdef"[i])] = static_cast<signed char>(i);
+        values[static_cast<unsigned char>("0123456789ABCDEF"[i])] = static_cast<signed char>(i);
+    }
+    return values;
+}();
+
+int value_of(char digit)
+{
+    return kValues[static_cast<unsigned char>(digit)];
+}
+
+bool read_address(std::string_view word, unsigned long &address)
+{
+    address = 0;
+    for (const char digit : word) {
+        if (value_of(digit) < 0)
+            return false;
+        address = address * 16 + static_cast<unsigned long>(value_of(digit));
+    }
+    return !word.empty() && word.size() <= kMaxAddress;
+}
+
+// Adds the bytes that a word of one or two shows.
+bool add_word(std::string &bytes, std::string_view word)
+{
+    if (word.size() != 2 && word.size() != 4)
+        return false;
+    char shown[2];
+    for (std::size_t i = 0; i < word.size(); i += 2) {
+        if (value_of(word[i]) < 0 || value_of(word[i + 1]) < 0)
+            return false;
+        shown[i / 2] = static_cast<char>(value_of(word[i]) * 16 + value_of(word[i + 1]));
+    }
+    bytes.append(shown, word.size() / 2);
+    return true;
+}
+
+// What a dump shows of a byte in its text.
+char text_of(char byte)
+{
+    return byte < ' ' || byte > '~' ? '_' : byte;
+}
+
+// Whether the text is that of the bytes, but for blanks at the end.
+bool is_text_of(std::string_view text, std::string_view bytes)
+{
+    text = without_blanks_behind(text);
+    bytes = bytes.substr(0, bytes.find_last_not_of(' ') + 1);
+    return std::ranges::equal(text, bytes, {}, {}, text_of);
+}
+
+// Reads a line that has nothing in it but an address, words, and the text of their bytes.
+bool read_line(std::string_view text, DumpLine &line)
+{
+    const std::string_view address = next_word(text);
+    if (!read_address(address, line.address))
+        return false;
+
+    // In a line as dump prints it, the text has its column, however few the words are.
+    const bool in_columns = address.size() >= kFullAddress && text.starts_with(kGap) &&
+                            text.size() > kGap.size() + kTextColumn;
+    std::string_view words = in_columns ? text.substr(0, kGap.size() + kTextColumn) : text;
+    line.bytes.clear();
+    for (std::size_t i = 0; i < kWords; ++i) {
+        std::string_view behind = words;
+        if (!add_word(line.bytes, next_word(behind)))
+            break;
+        words = behind;
+    }
+    const bool only_words = without_blanks_behind(words).empty();
+    if (line.bytes.empty() || (in_columns && !only_words))
+        return false;
+    const std::string_view shown = in_columns   ? text.substr(kGap.size() + kTextColumn)
+                                   : only_words ? std::string_view()
+                                                : words.substr(1);
+    line.has_text = !without_blanks_behind(shown).empty();
+    line.lacks_text = !line.has_text && !is_text_of(shown, line.bytes);
+    return line.lacks_text || is_text_of(shown, line.bytes);
+}
+
+enum class Taken { line, blank, end, cut };
+
+// Takes the next line, without its end, which "\r" may be part of. One that is too long
+// for a dump or holds a zero byte is cut.
+Taken take_line(FILE *stream, std::string_view &text, bool &has_newline)
+{
+    static char line[HEXDUMP_MAX_LINE];
+    memset(line, '\n', sizeof line);  // so that the last zero byte is the one of fgets
+    if (!fgets(line, sizeof line, stream))
+        return Taken::end;
+    text = line;
+    has_newline = text.ends_with('\n');
+    const std::size_t behind = text.size() + 1;
+    if (!has_newline && (!feof(stream) || memchr(line + behind, 0, sizeof line - behind)))
+        return Taken::cut;
+    text.remove_suffix(has_newline);
+    text.remove_suffix(text.ends_with('\r'));
+    return without_blanks_behind(text).empty() ? Taken::blank : Taken::line;
+}
+
+int damaged(const Options &options, long number, const char *what)
+{
+    elog_complain(0, "line %ld of '%s' %s", number, shown_name(options.file), what);
+    return kFailed;
+}
+
+int undump_hex(const Options &options)
+{
+    const Input input = open_input(options.file);
+    if (!input)
+        return kFailed;
+    DumpLine line;
+    unsigned long next = 0;
+    bool any = false;
+    bool with_text = false;
+    std::string_view text;
+    bool has_newline = false;
+    for (long number = 1; !ferror(stdout); ++number) {
+        const Taken taken = take_line(input.get(), text, has_newline);
+        if (taken == Taken::end)
+            break;
+        if (taken == Taken::blank)
+            continue;
+        if (taken == Taken::cut || !read_line(text, line))
+            return damaged(options, number, "is no line of a dump, or is damaged");
+        if (any && line.address != next)
+            return damaged(options, number, "has another address than the one that follows");
+        with_text = with_text || line.has_text;
+        if (line.lacks_text && (with_text || !has_newline))
+            return damaged(options, number, "is cut");
+        fwrite(line.bytes.data(), 1, line.bytes.size(), stdout);
+        next = line.address + line.bytes.size();
+        any = true;
+    }
+    return ended(options, input.get());
 }
 
 constexpr const char *kDumpHelp =
@@ -163,8 +338,8 @@ constexpr const char *kUndumpHelp =
     "\n"
     "Turns what 'stock dump' printed back into bytes, from a file or from standard\n"
     "input; with --ascii, what 'stock dump --ascii' printed. The exit status is 1\n"
-    "when the input goes on behind what is no dump any more; the bytes before are\n"
-    "written all the same.\n";
+    "when a line is none of a dump, was damaged or cut, does not follow the one before\n"
+    "or shows another text than its bytes; the bytes before are written all the same.\n";
 
 }  // namespace
 
@@ -187,5 +362,5 @@ int cmd_undump(int argc, char **argv)
     const int status = parse_options("stock undump", false, argc, argv, &options);
     if (status != kDone)
         return status;
-    return options.ascii ? undump_ascii(options) : write_blocks(options, read_hexdump);
+    return options.ascii ? undump_ascii(options) : undump_hex(options);
 }
