@@ -390,12 +390,13 @@ TEST(Arr, KeysMayBeFreedBeforeRbdestroy)
 TEST(Arr, KeysOfAParsedTreeAreStringsOfTheirOwn)
 {
     Pf *pf = nullptr;
-    ASSERT_EQ(pfcompile("north 12 mm\nsouth &Arr{\nlimit 40\n}\nlist &Tbl{\n1\n}\n", &pf), 0);
+    ASSERT_EQ(
+        pfcompile("north 12 mm\neast 3 mm\nsouth &Arr{\nlimit 40\n}\nlist &Tbl{\n1\n}\n", &pf), 0);
     Arr *arr = std::exchange(pf->value.arr, newarr(nullptr));
     Tbl *keys = keysarr(arr);
     freetbl(valsarr(arr), [](void *value) { pffree(static_cast<Pf *>(value)); });
     rbdestroy(arr);
-    EXPECT_EQ(Text(jointbl(keys, " ")).get(), std::string("list north south"));
+    EXPECT_EQ(Text(jointbl(keys, " ")).get(), std::string("east list north south"));
     freetbl(keys, free);
     pffree(pf);
 }
