@@ -8,7 +8,6 @@
 
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <mutex>
 
@@ -33,14 +32,15 @@ extern OrderedLock Trees_mutex;
 // `known` of a tree that was freed and whose block pfupdate keeps.
 constexpr int32_t kFreed = -1;
 
+// The C++ library of macOS has no atomic_ref.
 inline int32_t number_of(const Pf *pf)
 {
-    return std::atomic_ref(const_cast<Pf *>(pf)->known).load(std::memory_order_acquire);
+    return __atomic_load_n(&pf->known, __ATOMIC_ACQUIRE);
 }
 
 inline void set_number(Pf *pf, int32_t number)
 {
-    std::atomic_ref(pf->known).store(number, std::memory_order_release);
+    __atomic_store_n(&pf->known, number, __ATOMIC_RELEASE);
 }
 
 // What is known of the tree, or null. Valid until another tree becomes known.
