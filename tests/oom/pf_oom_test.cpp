@@ -176,8 +176,8 @@ TEST(PfOutOfMemory, AnUpdateNamesItsState)
     static Pf *pf = nullptr;
     char key[100];
     const int length = snprintf(key, sizeof key, "prog-%p", static_cast<void *>(&pf));
-    const std::set<std::string> items{"pfupdate: 32 for state", "getPf: 5 for name",
-                                      "pfnew: 40 for pf",
+    const std::set<std::string> items{"pfupdate: 40 for state", "pfupdate: 32 for state",
+                                      "getPf: 5 for name", "pfnew: 40 for pf",
                                       "pfupdate: " + std::to_string(length + 1) + " for state"};
     EXPECT_THAT(wanted_bytes([] { return pfupdate("prog", &pf) == 1; }), IsSupersetOf(items));
 }
