@@ -20,7 +20,9 @@ TEST(PfLocks, ATreeThatNobodyKnowsIsMadeCopiedShownAndFreedWithoutALock)
         Pf *top = pfnew(PFFILE);
         pfput_string(top, "north", "12.5");
         Pf *copy = pfdup(top);
-        showpf("copy", copy);
+        Pf *text = nullptr;
+        pfvalue(copy, "north", &text);
+        showpf("north", text);
         pfput(top, "copy", copy, PFGRAFT);
         pffree(top);
     }).join();
