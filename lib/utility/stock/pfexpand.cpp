@@ -114,14 +114,14 @@ char *stock::last_expanded(const Pf *node)
     return text && std::strchr(text, '&') ? node->filled_out : text;
 }
 
-char *pfexpand(Pf *node)
+[[gnu::noinline]] char *pfexpand(Pf *node)
 {
     char *text = text_of(node);
     if (!text || !std::strchr(text, '&'))
         return text;
-    if (Open.count() == 0)
-        Nested = 0;
     const stock::OpenCall call(Open);
+    if (call.before() == 0)
+        Nested = 0;
     char *filled_out = expanded(node, text);
     std::free(node->filled_out);
     node->filled_out = filled_out;

@@ -38,7 +38,7 @@ using stock::Owned;
 
 constexpr int kMaxEvaluations = 4;  // the fourth in a chain is one too many
 constexpr int kMaxReferences = 10;  // files that refer to files that refer to files
-static_assert(kMaxReferences <= stock::OpenCalls::kMost);
+static_assert(kMaxReferences < stock::OpenCalls::kMost);
 constexpr std::size_t kMaxError = 1023;
 constexpr int kPathSize = 1024;
 
@@ -283,9 +283,11 @@ Pf *reference_error(const char *format, const Call &call)
     return copied_node(error, PFINVALID);
 }
 
-Pf *resolved(const char *file, const char *address, const Call &call)
+[[gnu::noinline]] Pf *resolved(const char *file, const char *address, const Call &call)
 {
-    const stock::OpenCall call_open(References_open);
+    const stock::OpenCall open(References_open);
+    if (open.before() >= kMaxReferences)
+        return copied_node("pf recursion too deep");
     Lease lease(file);
     Pf *tree = lease.tree();
     if (!tree)
@@ -306,8 +308,6 @@ Pf *call_ref(const Call &call)
     strtrim(address);
     if (!*file)
         return reference_error("** missing pf name in reference: '%.*s' **", call);
-    if (References_open.count() >= kMaxReferences)
-        return copied_node("pf recursion too deep");
     return resolved(file.get(), address, call);
 }
 

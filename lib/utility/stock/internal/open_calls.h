@@ -3,6 +3,7 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace stock {
@@ -11,20 +12,14 @@ namespace stock {
 //
 // A prompt function, or a function of the user library, may leave by longjmp: then
 // the calls it leaves never say that they end. So each call is known by the address of
-// its stack frame. An open call lies above the one that asks, as stacks grow
-// downwards: what lies at the same address or below is over.
+// its stack frame. An open call lies above a new one, as stacks grow downwards: when a
+// call opens, those at the same address or below are over.
 class OpenCalls {
 public:
-    // The deepest that a kind of calls may go.
+    // So many calls are known by their address.
     static constexpr int kMost = 11;
 
-    [[gnu::always_inline]] int count()
-    {
-        const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-        while (count_ > 0 && frames_[static_cast<std::size_t>(count_ - 1)] <= here)
-            --count_;
-        return count_;
-    }
+    int count() const { return count_; }
 
 private:
     friend class OpenCall;
@@ -33,19 +28,26 @@ private:
     std::array<uintptr_t, kMost> frames_{};
 };
 
-// Opens a call for its scope. There are fewer than kMost before it.
+// Opens a call for its scope. The function that does so is marked noinline: each call
+// of it has a frame of its own then.
 class OpenCall {
 public:
-    [[gnu::always_inline]] explicit OpenCall(OpenCalls &calls)
-        : calls_(calls), before_(calls.count())
+    [[gnu::always_inline]] explicit OpenCall(OpenCalls &calls) : calls_(calls)
     {
-        calls_.frames_[static_cast<std::size_t>(before_)] =
-            reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
-        calls_.count_ = before_ + 1;
+        const auto here = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+        int &count = calls.count_;
+        while (count > 0 && calls.frames_[static_cast<std::size_t>(count - 1)] <= here)
+            --count;
+        before_ = count;
+        if (count < OpenCalls::kMost)
+            calls.frames_[static_cast<std::size_t>(count++)] = here;
     }
     ~OpenCall() { calls_.count_ = before_; }
     OpenCall(const OpenCall &) = delete;
     OpenCall &operator=(const OpenCall &) = delete;
+
+    // How many were open before.
+    int before() const { return before_; }
 
 private:
     OpenCalls &calls_;
