@@ -556,7 +556,7 @@ char *parsepath(const char *path, char *dir, char *base, char *suffix)
 {
     // Meant: the directory of "/x" is empty here; dirbase gives "/".
     auto [before, name] = split_path(path, "");
-    string_view ending;
+    string_view ending = "";
     const size_t dot = name.rfind('.');
     if (suffix && dot != string_view::npos && dot > 0) {
         ending = name.substr(dot + 1);
