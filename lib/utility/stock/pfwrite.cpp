@@ -229,8 +229,9 @@ public:
     {
         if (count_ == room_) {
             room_ = 2 * room_ + kMaxLexLevel;
-            all_.reset(static_cast<Open *>(stock::reallocate(
-                all_.release(), static_cast<std::size_t>(room_) * sizeof(Open), "containers", "pfout")));
+            all_.reset(static_cast<Open *>(
+                stock::reallocate(all_.release(), static_cast<std::size_t>(room_) * sizeof(Open),
+                                  "containers", "pfout")));
         }
         all_.get()[count_++] = open;
     }
