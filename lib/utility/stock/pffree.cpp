@@ -36,7 +36,9 @@ void free_contents(Pf *pf)
 
 void free_known(Pf *pf)
 {
-    Pf contents = *pf;  // of a node that pfupdate keeps another thread may free the memory
+    // Of a node that pfupdate keeps another thread may free the memory; and another may set
+    // `known` until the tree is forgotten.
+    Pf contents{pf->type, 0, pf->value, pf->parent, pf->filename, pf->filled_out};
     if (!stock::forget_freed(pf))
         std::free(pf);
     free_contents(&contents);
