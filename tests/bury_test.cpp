@@ -349,9 +349,9 @@ TEST_F(Bury, APathThroughAFileCannotBeMade)
 
 TEST_F(Bury, AFileThatMayNotBeReadCannotBeOpened)
 {
-    chmod(dir.path().c_str(), 0755);
     dir.file("state", "count 1\n");
     chmod(state.c_str(), 0200);
+    chmod(dir.path().c_str(), 0555);
     const Ended ended = as_nobody([&] {
         static int count = 1;
         std::printf("%d", open());
@@ -359,6 +359,7 @@ TEST_F(Bury, AFileThatMayNotBeReadCannotBeOpened)
         std::printf(" %d", resurrect("count", &count, RELIC_INT));
         std::printf(" %d", bury());
     });
+    chmod(dir.path().c_str(), 0755);
     EXPECT_EQ(ended.out, "-1 0 1 -1");
     EXPECT_THAT(ended.err, HasSubstr("Can't write alternate state file " + state + "+\n"));
 }

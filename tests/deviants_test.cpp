@@ -24,14 +24,14 @@
 #include "stock/path.h"
 #include "support/child.h"
 #include "support/logged.h"
+#include "support/one_user.h"
 #include "support/owners.h"
 #include "support/temp_dir.h"
 
 namespace {
 
 std::string node_name;  // empty: the system's own
-size_t least_buffer;    // that a password entry needs
-bool uname_fails, nobody_is_known, sigaction_fails, getitimer_fails;
+bool uname_fails, sigaction_fails, getitimer_fails;
 
 template <class Function>
 Function *real(const char *name)
@@ -74,26 +74,6 @@ extern "C" int uname(struct utsname *system) noexcept
     return result;
 }
 
-extern "C" int getpwuid_r(uid_t uid, struct passwd *entry, char *buffer, size_t size,
-                          struct passwd **found)
-{
-    *found = nullptr;
-    if (size < least_buffer)
-        return ERANGE;
-    return nobody_is_known ? 0
-                           : real<int(uid_t, struct passwd *, char *, size_t, struct passwd **)>(
-                                 "getpwuid_r")(uid, entry, buffer, size, found);
-}
-
-extern "C" int getpwnam_r(const char *name, struct passwd *entry, char *buffer, size_t size,
-                          struct passwd **found)
-{
-    *found = nullptr;
-    using Real = int(const char *, struct passwd *, char *, size_t, struct passwd **);
-    return size < least_buffer ? ERANGE
-                               : real<Real>("getpwnam_r")(name, entry, buffer, size, found);
-}
-
 extern "C" int sigaction(int sig, const struct sigaction *action, struct sigaction *old) noexcept
 {
     if (sigaction_fails && sig == SIGALRM) {
@@ -131,7 +111,7 @@ TEST(MyUsername, IsTheLoginNameOfTheRealUser)
 {
     char buffer[1024];
     EXPECT_EQ(my_username(buffer), 0);
-    EXPECT_STREQ(buffer, getpwuid(getuid())->pw_name);
+    EXPECT_STREQ(buffer, kUserName);
 }
 
 TEST(MyUsername, AnEntryMayBeOfAnyLength)
@@ -142,17 +122,16 @@ TEST(MyUsername, AnEntryMayBeOfAnyLength)
         printf("%d", my_username(buffer));
         printf(" %s", buffer);
     });
-    EXPECT_EQ(ended.out, std::string("0 ") + getpwuid(getuid())->pw_name);
+    EXPECT_EQ(ended.out, std::string("0 ") + kUserName);
 }
 
 TEST(Homedir, OfAnEntryOfAnyLengthIsFound)
 {
-    const std::string name = getpwuid(getuid())->pw_name, home = getpwuid(getuid())->pw_dir;
     least_buffer = 1'000'000;
-    char *found = homedir(name.c_str());
+    char *found = homedir(kUserName);
     least_buffer = 0;
     ASSERT_NE(found, nullptr);
-    EXPECT_EQ(found, home);
+    EXPECT_STREQ(found, kUserHome);
     free(found);
 }
 
@@ -179,7 +158,7 @@ TEST(MyUsernameThreads, AllGetTheSameName)
         });
     for (std::thread &thread : threads)
         thread.join();
-    EXPECT_EQ(names, std::vector<std::string>(8, getpwuid(getuid())->pw_name));
+    EXPECT_EQ(names, std::vector<std::string>(8, kUserName));
 }
 
 TEST(MyHostname, EndsBeforeTheFirstDot)

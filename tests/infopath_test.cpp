@@ -19,6 +19,7 @@
 #include <gtest/gtest.h>
 
 #include "support/logged.h"
+#include "support/one_user.h"
 #include "support/owners.h"
 #include "support/temp_dir.h"
 
