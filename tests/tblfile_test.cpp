@@ -9,6 +9,7 @@
 #include <cstring>
 #include <functional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <dlfcn.h>
@@ -1198,6 +1199,76 @@ TEST_F(Filetbl, EnlargesAFileWhoseNameIsAsLongAsNamesMayBe)
     }
 }
 
+// No byte of such a name begins a character: cutting at one took the whole name away, and
+// the file beside it was the directory's name with an ending.
+TEST_F(Filetbl, CutsANameWithoutWholeCharactersInItsOwnDirectory)
+{
+    const std::string inner = dir / "gauges";
+    const std::string name(255, '\x80');
+    const std::string path = saved(points(5), nullptr, "gauges/" + name);
+    std::string beside;
+    before_rename = [&](const char *from) { beside = from; };
+    Tbl *tbl = nullptr;
+    EXPECT_EQ(filetbl(path.c_str(), nullptr, 500, nullptr, sizeof(Point), &tbl), 0);
+    before_rename = nullptr;
+    freetbl(tbl, nullptr);
+    EXPECT_EQ(beside.size(), path.size());
+    EXPECT_EQ(beside.substr(0, path.size() - 7), path.substr(0, path.size() - 7));
+    dir.file("gauges/" + name, "rain");
+    // In a child, whose notice is not printed: its bytes are no text.
+    const Ended ended =
+        in_child([&] { _exit(filetbl(path.c_str(), nullptr, 10, nullptr, 8, &tbl) == 0 ? 7 : 8); });
+    EXPECT_EQ(ended.status, 7);
+    EXPECT_EQ(read_file(inner + "/" + std::string(254, '\x80') + "~"), "rain");
+    EXPECT_FALSE(std::filesystem::exists(inner + "~"));
+}
+
+TEST_F(Filetbl, KeepsTheOwnerOfAFileThatItReplaces)
+{
+    static constexpr unsigned kOwner = 65534;
+    static constexpr unsigned kGroup = 65533;
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only the superuser gives files away";
+    const auto expect_kept = [](const std::string &path, mode_t mode) {
+        struct stat status;
+        ASSERT_EQ(stat(path.c_str(), &status), 0);
+        EXPECT_EQ(status.st_uid, kOwner);
+        EXPECT_EQ(status.st_gid, kGroup);
+        EXPECT_EQ(status.st_mode & 07777, mode);
+    };
+    const std::string list = saved(points(5));
+    const std::string other = dir.file("rain", "no list");
+    for (const std::string &path : {list, other}) {
+        ASSERT_EQ(chown(path.c_str(), kOwner, kGroup), 0);
+        ASSERT_EQ(chmod(path.c_str(), 0660), 0);
+        Tbl *tbl = nullptr;
+        EXPECT_EQ(filetbl(path.c_str(), nullptr, 500, nullptr, sizeof(Point), &tbl), 0);
+        freetbl(tbl, nullptr);
+        take_log();
+        expect_kept(path, 0660);
+    }
+}
+
+// What the old group may do is not for the members of another.
+TEST_F(Filetbl, GivesAnotherGroupNoMoreThanEverybody)
+{
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only the superuser gives files away";
+    const std::string path = saved(points(5));
+    ASSERT_EQ(chmod(dir.path().c_str(), 0777), 0);
+    ASSERT_EQ(chown(path.c_str(), 65534, 0), 0);
+    ASSERT_EQ(chmod(path.c_str(), 0664), 0);
+    const Ended ended = as_nobody([&] {
+        Tbl *tbl = nullptr;
+        filetbl(path.c_str(), nullptr, 500, nullptr, sizeof(Point), &tbl);
+        _exit(tbl ? 7 : 8);
+    });
+    EXPECT_EQ(ended.status, 7) << ended.err;
+    struct stat status;
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0644U);
+}
+
 TEST_F(Filetbl, EnlargesTheFileThatALinkLeadsTo)
 {
     const std::string path = saved(points(5));
@@ -1406,21 +1477,30 @@ TEST_F(Filetbl, TakesAFileThatMayNotBeReadOrWrittenForNoOther)
     }
 }
 
-TEST_F(Filetbl, TakesAFileThatAnotherProgramHasALeaseOnForNoOther)
+// The system tells the other program with SIGIO, and lets the opening go on when the lease
+// was given back.
+TEST_F(Filetbl, WaitsForAFileThatAnotherProgramHasALeaseOn)
 {
-    const std::string path = dir.file("rain", "no list");
+    const std::string path = saved(points(5));
     const int lease = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    signal(SIGIO, SIG_IGN);
+    sigset_t asked;
+    sigemptyset(&asked);
+    sigaddset(&asked, SIGIO);
+    pthread_sigmask(SIG_BLOCK, &asked, nullptr);
     if (fcntl(lease, F_SETLEASE, F_RDLCK) != 0)
         GTEST_SKIP() << "no leases here";
-    Tbl *tbl = untouched.get();
-    EXPECT_EQ(filetbl(path.c_str(), nullptr, 10, nullptr, 8, &tbl), -1);
-    EXPECT_EQ(tbl, nullptr);
-    EXPECT_EQ(take_log(),
-              "Can't open " + path + " to read tbl.\n\tResource temporarily unavailable\n");
-    close(lease);
-    EXPECT_EQ(read_file(path), "no list");
-    EXPECT_FALSE(std::filesystem::exists(path + "~"));
+    std::thread holder([&] {
+        int signal = 0;
+        sigwait(&asked, &signal);
+        close(lease);
+    });
+    Tbl *tbl = nullptr;
+    EXPECT_EQ(filetbl(path.c_str(), nullptr, 5, nullptr, sizeof(Point), &tbl), 0);
+    EXPECT_EQ(take_log(), "");
+    holder.join();
+    ASSERT_NE(tbl, nullptr);
+    expect_points(tbl, 5);
+    freetbl(tbl, nullptr);
 }
 
 TEST_F(Filetbl, ThatMayNotBeOpenedGivesMinus1)

@@ -450,13 +450,23 @@ bool leads_to(const char *path, int fd)
            named.st_ino == opened.st_ino;
 }
 
+// Opens a file. A queue is not waited for; a file whose lease another program holds is.
+int open_at_once(const char *path, int flags)
+{
+    const auto open_with = [&](int more) {
+        return stock::uninterrupted([&] { return open(path, flags | more, 0666); });
+    };
+    const int fd = open_with(O_NONBLOCK);
+    return fd < 0 && errno == EWOULDBLOCK ? open_with(0) : fd;
+}
+
 // Opens a list file, for a writer with the lock, and made where O_CREAT is among the
 // flags. -1 with errno; EBUSY says that another writer has it open.
 int open_file(const char *path, bool writable, int flags = 0)
 {
-    flags |= (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NONBLOCK;
+    flags |= (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC;
     for (int tries = 0;; ++tries) {
-        Fd fd(stock::uninterrupted([&] { return open(path, flags, 0666); }));
+        Fd fd(open_at_once(path, flags));
         if (fd.get() < 0 || !writable)
             return fd.release();
         if (!lock_for_writer(fd.get())) {
@@ -600,6 +610,17 @@ Owned<char> file_behind(const char *path)
     return Owned<char>(target ? target : stock::copy_text(path, "path"));
 }
 
+// The end of the last character that lies in the first n bytes of a longer name; n when
+// the bytes there are no UTF-8.
+size_t characters_end(const char *name, size_t n)
+{
+    constexpr size_t kMostFollowing = 3;  // bytes of a character behind its first
+    size_t end = n;
+    while (end > 1 && n - end < kMostFollowing && (name[end] & 0xC0) == 0x80)
+        --end;
+    return (name[end] & 0xC0) == 0x80 ? n : end;
+}
+
 // The file's name with the ending behind it, cut before that where names on the disk
 // of the open file may not be so long.
 Owned<char> name_beside(const char *file, const char *ending, int fd)
@@ -608,14 +629,23 @@ Owned<char> name_beside(const char *file, const char *ending, int fd)
     const auto directory = static_cast<size_t>(slash ? slash + 1 - file : 0);
     const long most = fpathconf(fd, _PC_NAME_MAX);
     const auto room = (most > 0 ? static_cast<size_t>(most) : 255) - std::strlen(ending);
-    size_t kept = std::strlen(file + directory);
-    if (kept > room)
-        for (kept = room; (file[directory + kept] & 0xC0) == 0x80; --kept) {
-        }  // no character is cut in two
+    const size_t whole = std::strlen(file + directory);
+    const size_t kept = whole > room ? characters_end(file + directory, room) : whole;
     const size_t length = directory + kept + std::strlen(ending) + 1;
     Owned<char> name(static_cast<char *>(stock::allocate(length, "name")));
     std::snprintf(name.get(), length, "%.*s%s", static_cast<int>(directory + kept), file, ending);
     return name;
+}
+
+// Gives a new file the owner and the mode of the one it replaces, as far as this user may.
+void take_owner_and_mode(int fd, const struct stat &old)
+{
+    constexpr auto kSameUser = static_cast<uid_t>(-1);
+    const bool same_group =
+        fchown(fd, old.st_uid, old.st_gid) == 0 || fchown(fd, kSameUser, old.st_gid) == 0;
+    const mode_t everyone = old.st_mode & 07;
+    // What the old group may do is not for the members of another.
+    fchmod(fd, same_group ? old.st_mode & 07777 : (old.st_mode & 0707) | everyone << 3);
 }
 
 // Makes the list in the place of the old one's file, which stays when that fails. The
@@ -632,7 +662,7 @@ Tbl *replace_file(const char *path, const char *comment, const Tbl *list, int ol
     lock_for_writer(fd.get());
     struct stat status;
     if (refstat(old, &status) == 0)
-        fchmod(fd.get(), status.st_mode & 07777);
+        take_owner_and_mode(fd.get(), status);
     ListPtr larger(fill_file(fd, name.get(), comment, list));
     if (larger && std::rename(name.get(), file.get()) == 0)
         return larger.release();
@@ -723,7 +753,7 @@ int make_beside(const Fd &fd, const Wanted &wanted, const Tbl *list, Tbl **tbl)
     if (result != 0 && stock::rename_new(aside.get(), file.get()))
         return result;
     if (result == 0 && known)
-        fchmod((*tbl)->fd, status.st_mode & 07777);
+        take_owner_and_mode((*tbl)->fd, status);
     elog_notify(0, "%s is kept as %s.\n", file.get(), aside.get());
     return result;
 }
