@@ -6,6 +6,7 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -501,6 +502,25 @@ TEST(Pflist, ACopyOfARegisteredNodeIsNotRegistered)
     pffree(copy);
     EXPECT_EQ(existsPf("limit"), text);
     EXPECT_EQ(freePf("limit"), 0);
+}
+
+// The registry used to look for the tree by what the record says, and crashed.
+TEST(Pflist, ARecordWrittenOverTheRegisteredOneCanBeTakenOutAndPutAgain)
+{
+    Pf *tree = watched_tree();
+    Pf *newer = watched_tree();
+    putPf("made", tree);
+    putPf("also", tree);
+    std::swap(*tree, *newer);
+    pffree(newer);
+    const int before = Watched_frees;
+    EXPECT_EQ(existsPf("made"), tree);
+    putPf("again", tree);
+    putPf_nofree("made", nullptr);
+    putPf_nofree("also", nullptr);
+    pffree(tree);
+    EXPECT_EQ(Watched_frees, before + 1);
+    EXPECT_EQ(existsPf("again"), nullptr);
 }
 
 // With 20,000 registered trees freeing one took 0.7 ms, and all of them 19 s.

@@ -85,6 +85,8 @@ typedef struct Pf {
  *
  * A node, and each text that it owns, is a block from malloc: a program may free a
  * text and set another, or make a node itself, zeroed, and set type and value.
+ * A whole record may be written over that of a known tree. pffree no longer sees then
+ * that it is known: only pfupdate or the registry may free it.
  *
  * The caller owns it until it is put into a tree; release it with pffree.
  */

@@ -13,6 +13,7 @@
 // A name and its tree, one of the list of all names of the tree.
 struct stock::Entry {
     Pf *tree;
+    int32_t number;    // of the tree, as long as it has this name
     const char *name;  // borrowed: the key in Pflist
     Entry *previous;
     Entry *next;
@@ -48,7 +49,7 @@ Pf *detach(Entry *entry)
     Pf *tree = std::exchange(entry->tree, nullptr);
     if (!tree)
         return nullptr;
-    Known *known = stock::known_of(tree);
+    Known *known = stock::known_at(entry->number);
     (entry->previous ? entry->previous->next : known->entries) = entry->next;
     if (entry->next)
         entry->next->previous = entry->previous;
@@ -63,6 +64,7 @@ bool attach(Entry *entry, Pf *tree)
     if (!known)
         return false;
     entry->tree = tree;
+    entry->number = stock::number_of(tree);
     entry->previous = nullptr;
     entry->next = std::exchange(known->entries, entry);
     if (entry->next)

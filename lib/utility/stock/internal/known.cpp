@@ -45,6 +45,11 @@ Known *known_of(const Pf *pf)
     const int32_t number = number_of(pf);
     if (number < 1 || number > Count || All[number - 1].tree != pf)
         return nullptr;
+    return known_at(number);
+}
+
+Known *known_at(int32_t number)
+{
     return &All[number - 1];
 }
 
@@ -65,7 +70,8 @@ void drop_unused(Known *known)
 {
     if (known->state || known->entries)
         return;
-    set_number(known->tree, 0);
+    if (known_of(known->tree) == known)
+        set_number(known->tree, 0);
     known->tree = nullptr;
     known->next_free = First_free;
     First_free = static_cast<int32_t>(known - All) + 1;

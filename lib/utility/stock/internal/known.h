@@ -46,6 +46,10 @@ inline void set_number(Pf *pf, int32_t number)
 // What is known of the tree, or null. Valid until another tree becomes known.
 Known *known_of(const Pf *pf);
 
+// The same by a number that was given to a tree and not given back: for who must find it
+// when the program has written another record over the tree's, with another `known`.
+Known *known_at(int32_t number);
+
 // The same, and makes the tree known. Null without memory.
 Known *make_known(Pf *pf);
 
