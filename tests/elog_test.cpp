@@ -7,7 +7,9 @@
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <stdexcept>
 #include <string>
+#include <thread>
 
 #include <dlfcn.h>
 #include <pthread.h>
@@ -903,6 +905,30 @@ TEST(ElogCallback, MayReportItselfAndIsNotCalledForThat)
                          "more from the callback\na\n"
                          "log from the callback\ncomplaint from the callback\n"
                          "more from the callback\nb\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+// Far more often than reports may be made inside reports.
+TEST(ElogCallback, IsCalledAgainAfterItThrew)
+{
+    const Ended ended = untagged([] {
+        elog_set(
+            ELOG_CALLBACK_FN, 0,
+            +[](int, const char *text, Tbl *) -> int { throw std::runtime_error(text); });
+        for (int i = 0; i < 20; ++i) {
+            try {
+                elog_complain(0, "%d", i);
+                std::printf("nothing thrown");
+            } catch (const std::runtime_error &thrown) {
+                std::printf("%.*s ", static_cast<int>(std::strlen(thrown.what())) - 1,
+                            thrown.what());
+            }
+        }
+        std::thread([] { elog_set(ELOG_CALLBACK_FN, 0, nullptr); }).join();
+        elog_complain(0, "b");
+    });
+    EXPECT_EQ(ended.out, "0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 ");
+    EXPECT_EQ(ended.err, "b\n");
     EXPECT_EQ(ended.status, 0);
 }
 

@@ -6,8 +6,12 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <limits>
+#include <string>
 #include <thread>
+#include <utility>
 
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -17,10 +21,12 @@
 #include <unistd.h>
 
 #include "deviants.h"
+#include "stock/bury.h"
 #include "stock/elog.h"
 #include "stock/wait_for_time.h"
 #include "support/child.h"
 #include "support/logging.h"
+#include "support/temp_dir.h"
 
 using testing::AllOf;
 using testing::Ge;
@@ -31,7 +37,8 @@ namespace {
 
 int refused_signal = 0;
 bool no_timer = false;
-bool in_a_hurry = false;  // a timer of ten seconds runs out after one
+bool in_a_hurry = false;       // a timer of ten seconds runs out after one
+void (*in_write)() = nullptr;  // called once, before something is written
 
 }  // namespace
 
@@ -62,6 +69,14 @@ extern "C" int setitimer(__itimer_which_t which, const struct itimerval *timer,
     if (result == 0)
         errno = EDOM;  // what success leaves there is anybody's guess
     return result;
+}
+
+extern "C" ssize_t write(int fd, const void *bytes, size_t count)
+{
+    static const auto real = reinterpret_cast<decltype(&write)>(dlsym(RTLD_NEXT, "write"));
+    if (in_write)
+        std::exchange(in_write, nullptr)();
+    return real(fd, bytes, count);
 }
 
 namespace {
@@ -363,4 +378,134 @@ TEST(LastLimit, ADebuggerTakesTheTimeThatItTakes)
     EXPECT_EQ(ended.out, "stopped at a breakpoint\n");
     EXPECT_EQ(ended.status, 1);
     EXPECT_THAT(ended.err, testing::Not(HasSubstr("could not")));
+}
+
+// ---- Ends that interrupt the log ----
+
+namespace {
+
+// Interrupts this thread while it writes a message to a file.
+void interrupt_delivery(const TempDir &dir, int sig)
+{
+    static int interrupting;
+    interrupting = sig;
+    elog_log(0, "north 2 mm");
+    elog_set(ELOG_DELIVER_FIELD, ELOG_NOTIFY, (dir / "rain.log").c_str());
+    in_write = [] {
+        std::raise(interrupting);
+        std::printf("went on, ");
+    };
+    elog_notify(0, "south 3 mm");
+    std::printf("came back");
+}
+
+std::string text_of(const std::string &path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+constexpr char kDelivered[] = "north 2 mm\nsouth 3 mm\n";
+
+}  // namespace
+
+TEST(OwedEnd, ATimerLetsTheInterruptedDeliveryBeDoneFirst)
+{
+    const BlanklessDir dir;
+    const Ended ended = untagged([&] {
+        die_soon(60);
+        interrupt_delivery(dir, SIGALRM);
+    });
+    EXPECT_EQ(text_of(dir / "rain.log"), kDelivered);
+    EXPECT_EQ(ended.out, "went on, ");
+    EXPECT_EQ(ended.err, "quitting from die_soon alarm\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(OwedEnd, TheGraceOfAStopSignalDoesSo)
+{
+    const BlanklessDir dir;
+    const Ended ended = untagged([&] {
+        setup_signals(
+            nullptr, [](Pf *) { std::printf("mortician"); }, 60);
+        std::raise(SIGTERM);
+        interrupt_delivery(dir, SIGALRM);
+    });
+    EXPECT_EQ(text_of(dir / "rain.log"), kDelivered);
+    EXPECT_EQ(ended.out, "went on, mortician");
+    EXPECT_EQ(ended.err, "quitting from resurrection alarm\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(OwedEnd, AStopSignalWithoutGraceAndTheGraceOfAStateFileDoSo)
+{
+    for (const int grace : {0, 60}) {
+        SCOPED_TRACE(grace);
+        const BlanklessDir dir;
+        const Ended ended = untagged([&] {
+            static volatile int stop = 0;
+            static int rounds = 7;
+            exhume((dir / "state").c_str(), &stop, grace, nullptr);
+            resurrect("rounds", &rounds, RELIC_INT);
+            if (grace)
+                std::raise(SIGTERM);
+            interrupt_delivery(dir, grace ? SIGALRM : SIGTERM);
+        });
+        EXPECT_EQ(text_of(dir / "rain.log"), kDelivered);
+        EXPECT_EQ(ended.out, "went on, ");
+        EXPECT_EQ(ended.err, grace ? "quitting from resurrection alarm\n" : "");
+        EXPECT_EQ(ended.status, 1);
+        EXPECT_THAT(text_of(dir / "state"), HasSubstr("rounds\t7\n"));
+    }
+}
+
+TEST(OwedEnd, ADeliveryThatBlocksIsGivenUpAtTheLimit)
+{
+    const BlanklessDir dir;
+    const auto [ended, seconds] = timed([&] {
+        in_a_hurry = true;
+        elog_set(ELOG_DELIVER_FIELD, ELOG_NOTIFY, (dir / "rain.log").c_str());
+        elog_log(0, "north 2 mm");
+        in_write = wait_for_the_end;
+        die_soon(0.1);
+        elog_notify(0, "south 3 mm");
+    });
+    EXPECT_EQ(ended.err, std::string(kDieSoon) + "north 2 mm\n");
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(seconds, AllOf(Ge(1), Lt(6)));
+}
+
+TEST(OwedEnd, NothingWaitsForALogFunction)
+{
+    const Ended ended = untagged([] {
+        elog_set(
+            ELOG_CALLBACK_FN, 0, +[](int, const char *, Tbl *) {
+                errno = 0;
+                std::raise(SIGALRM);
+                std::printf("went on");
+                return 1;
+            });
+        die_soon(60);
+        elog_notify(0, "north 2 mm");
+    });
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.err, "quitting from die_soon alarm\n");
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(OwedEnd, WhicheverChangeOfTheLogIsInterruptedTheStatusIs1)
+{
+    for (int i = 0; i < 150; ++i) {
+        const auto [ended, seconds] = timed([i] {
+            die_soon(0.001 + 0.00002 * i);
+            for (;;) {
+                elog_log(0, "north %d mm", 1);
+                elog_log(0, "south %d mm", 2);
+                elog_clear();
+            }
+        });
+        ASSERT_EQ(ended.status, 1) << "run " << i;
+        ASSERT_THAT(ended.err, HasSubstr("quitting from die_soon alarm\n"));
+        ASSERT_LT(seconds, 8);
+    }
 }

@@ -87,6 +87,7 @@ typedef struct Elog_msg {
  * text of all the messages, valid during the call, and the stack. Returns not 0
  * when it has dealt with the messages, which are then dropped. It runs with the
  * log's lock held; what it reports itself is delivered without calling it again.
+ * It may throw, but not jump out (longjmp): the lock would be held for ever.
  */
 typedef int (*Elog_callback)(int severity, const char *text, Tbl *stack);
 

@@ -5,7 +5,7 @@
 // whether the name still leads to it.
 //
 // Signal handlers come here too. One that interrupts its own thread inside the grave
-// cannot wait for it: what it has to do is done when the thread leaves.
+// cannot wait for it: the end that it begins is owed until the thread leaves.
 
 #include "stock/bury.h"
 
@@ -55,19 +55,16 @@ const char *Gravesite = nullptr;
 
 // ---- Being inside ----
 
-using Action = void (*)();
-
 // The model keeps a signal handler's first access from allocating.
 constinit thread_local volatile int Inside __attribute__((tls_model("initial-exec"))) = 0;
-constinit thread_local Action volatile Owed __attribute__((tls_model("initial-exec"))) = nullptr;
 
-// Holds grave_mutex, which a thread that is inside does not wait for. It counts as
-// inside before it has the mutex and until it has given it up: there is no moment
-// at which a handler could wait for its own thread.
+// Holds grave_mutex, which a thread that is inside does not wait for. Like a change, it
+// is counted before it has the mutex and until it has given it up.
 class Visit {
 public:
     Visit()
     {
+        begin_change();
         Inside = Inside + 1;
         if (Inside == 1)
             enter();
@@ -77,10 +74,7 @@ public:
         if (Inside == 1)
             grave_mutex.unlock();
         Inside = Inside - 1;
-        if (const Action owed = Owed; owed && Inside == 0) {
-            Owed = nullptr;
-            owed();
-        }
+        end_change();
     }
     Visit(const Visit &) = delete;
     Visit &operator=(const Visit &) = delete;
@@ -370,6 +364,13 @@ int replace_state(Grave *g, std::string_view text)
     return 0;
 }
 
+void add_extra_values(const Grave *g, Pf *pf)
+{
+    const NothingChanges nothing_changes;
+    if (g->extra_values)
+        g->extra_values(pf);
+}
+
 // Puts the relics into the tree in the order of their names.
 int save_relics(const Grave *g, Pf *pf)
 {
@@ -461,10 +462,8 @@ void limit_burial()
 void save_and_end()
 {
     limit_end(kNotSaved);
-    if (Inside > 0) {
-        Owed = save_and_end;
+    if (put_off(save_and_end, Inside > 0))
         return;
-    }
     bury();
     end_process();
 }
@@ -533,8 +532,7 @@ int bury()
     const Burying burying(g);
     set_signalled(g, 0);
     Pf *pf = pfnew(PFFILE);
-    if (g->extra_values)
-        g->extra_values(pf);
+    add_extra_values(g, pf);
     const int saved = save_relics(g, pf);
     const Owned<char> text(pf2string(pf));
     const int written = replace_state(g, text.get());
@@ -593,10 +591,8 @@ void alarm_handler()
     if (!signalled(g))
         return limit_burial();
     limit_end(kNotSaved);
-    if (Inside > 0) {
-        Owed = alarm_again;
+    if (put_off(alarm_again, Inside > 0))
         return;
-    }
     bury();
     limit_step(kGraceOver);
     elog_die(1, kGraceOver);

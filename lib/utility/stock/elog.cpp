@@ -111,6 +111,27 @@ const Elog_msg *fold(int severity, const char *text)
     return top;
 }
 
+// The program's callback runs; it may throw.
+class InCallback {
+public:
+    InCallback() { This_thread.in_callback = true; }
+    ~InCallback() { This_thread.in_callback = false; }
+    InCallback(const InCallback &) = delete;
+    InCallback &operator=(const InCallback &) = delete;
+
+private:
+    NothingChanges nothing_changes_;
+};
+
+// A report, which may be made in the middle of another.
+class Reporting {
+public:
+    Reporting() { ++This_thread.reports; }
+    ~Reporting() { --This_thread.reports; }
+    Reporting(const Reporting &) = delete;
+    Reporting &operator=(const Reporting &) = delete;
+};
+
 // Shows the program's callback the text of the batch. True when the program has
 // dealt with it. What the callback itself reports does not call it again.
 bool callback_took(int severity, const Batch &batch, const char *function)
@@ -118,10 +139,8 @@ bool callback_took(int severity, const Batch &batch, const char *function)
     if (!Callback || This_thread.in_callback)
         return false;
     const Owned<char> text(batch_text(batch, function));
-    This_thread.in_callback = true;
-    const int result = Callback(severity, text.get(), Elog_tbl);
-    This_thread.in_callback = false;
-    return result != 0;
+    const InCallback in_callback;
+    return Callback(severity, text.get(), Elog_tbl) != 0;
 }
 
 // Delivers the message, or gives it to the callback.
@@ -141,12 +160,16 @@ void hand_out(const Elog_msg &reported, int severity, int error)
 // What a report does under the lock.
 void report_draft(Draft &draft, int severity, int flag, int error)
 {
-    const Elog_msg *counting = fold(severity, draft.text);
-    if (counting && !wants_reasons())
+    const bool noted = wants_reasons();
+    if (noted)  // first: what the tag's codes report may free the message that stands for it
+        draft_record(draft, severity, flag ? error : 0);
+    if (const Elog_msg *counting = fold(severity, draft.text)) {
+        if (noted)
+            note_reason(draft.msg, counting->msg);
         return;
-    draft_record(draft, severity, flag ? error : 0);
-    if (counting)
-        return note_reason(draft.msg, counting->msg);
+    }
+    if (!noted)
+        draft_record(draft, severity, flag ? error : 0);
     if (This_thread.reports > kDeepest)
         return print_message(stderr, draft.msg);
     const bool trace = wants_stack(draft);
@@ -165,14 +188,13 @@ STOCK_PRINTF(3, 0) void report(int severity, int flag, const char *format, va_li
     errno = error;
     draft_text(draft, format, args);
     Field command = "";
-    ++This_thread.reports;
     {
+        const Reporting reporting;
         const Holding hold(Lock);
         report_draft(draft, severity, flag, error);
         if (is_severity(severity))
             store(command, Debug[severity]);
     }
-    --This_thread.reports;
     errno = 0;
     if (!*command)
         return;

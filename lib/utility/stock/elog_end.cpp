@@ -17,6 +17,7 @@
 
 #include "internal/elog.h"
 #include "internal/elog_joins.h"
+#include "internal/guards.h"
 #include "internal/last_limit.h"
 
 namespace stock::logging {
@@ -52,6 +53,8 @@ void flush_all()
 void begin_to_end()
 {
     Lock.release();
+    This_thread.changing = 0;
+    This_thread.owed = nullptr;
     if (This_thread.ending) {
         flush_all();
         ::_exit(1);
@@ -93,6 +96,15 @@ void begin_to_end()
 }
 
 }  // namespace
+
+void end_as_owed()
+{
+    const KeepErrno keep;
+    const auto end = This_thread.owed;
+    This_thread.owed = nullptr;
+    lock_order::forget();
+    end();
+}
 
 void end_process()
 {

@@ -246,6 +246,8 @@ void begin_crash(int sig, const siginfo_t *info)
     set_limit(kPatience, time_is_up);
     This_thread.crashing = true;
     This_thread.reports = 0;  // those that the fault has cut off do not count
+    This_thread.owed = nullptr;
+    begin_change();  // from now on no other end begins in this thread
     Try_on_heap = try_on_heap;
     restore_mask(mask);
     unblock(SIGALRM);

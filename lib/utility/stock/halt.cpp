@@ -5,6 +5,7 @@
 #include <csignal>
 
 #include "deviants.h"
+#include "internal/elog_lock.h"
 #include "internal/guards.h"
 #include "internal/last_limit.h"
 #include "stock/elog.h"
@@ -19,6 +20,21 @@ volatile int Halt_In_Seconds = 0;
 void (*volatile Halt_Mortician)(Pf *pf) = nullptr;
 
 constexpr char kTimeOver[] = "quitting from die_soon alarm\n";
+
+// What the timers do.
+void end_in_time()
+{
+    limit_end(kTimeOver);
+    if (!put_off(end_in_time))
+        die_now();
+}
+
+void end_grace()
+{
+    limit_end(kGraceOver);
+    if (!put_off(end_grace))
+        halt_alarm_handler();
+}
 
 // A timer that is set to less than this would never run out.
 constexpr double kLeastTime = 2e-6;
@@ -57,7 +73,7 @@ int setup_signal_handlers(void (*handler)(int sig))
 int die_soon(double seconds)
 {
     const bool at_once = seconds >= 0 && seconds < kLeastTime;
-    if (std_set_timer([](int) { die_now(); }, at_once ? kLeastTime : seconds) == 0)
+    if (std_set_timer([](int) { end_in_time(); }, at_once ? kLeastTime : seconds) == 0)
         return 0;
     snooze(seconds);
     elog_die(0, "failed to setup timer to die");
@@ -69,7 +85,7 @@ void halt_signal_handler(int sig)
     if (volatile int *flag = Halt_flag)  // several threads may be signalled at once
         __atomic_store_n(flag, 1, __ATOMIC_RELAXED);
     if (Halt_In_Seconds >= 1 && !end_is_limited() &&
-        std_set_timer([](int) { halt_alarm_handler(); }, Halt_In_Seconds) != 0)
+        std_set_timer([](int) { end_grace(); }, Halt_In_Seconds) != 0)
         elog_die(0, "received signal #%d but failed to set alarm timer", sig);
 }
 
