@@ -244,9 +244,9 @@ TEST(ToolTime, TellsOfAZeroByteInALine)
 
 TEST(ToolTime, StopsWhenItsOutputHasFailed)
 {
-    const Ended ended =
-        run_program({"/bin/sh", "-c",
-                     "yes now | timeout 20 " + tool_path() + " time - >/dev/full; echo $? >&2"});
+    const Ended ended = run_program(
+        {"/bin/sh", "-c",
+         "yes now | timeout 20 " + shell_word(tool_path()) + " time - >/dev/full; echo $? >&2"});
     EXPECT_THAT(ended.err, testing::EndsWith("\n1\n"));
     EXPECT_THAT(ended.err, testing::HasSubstr("No space left on device"));
 }
