@@ -65,7 +65,8 @@ STOCK_API int64_t wmapfile(const char *file, void **address, Arr *cache);
  * Maps like mapfile, but when the system has no room for another mapping
  * releases those of the cache, least recently used first, until it has: room in
  * memory, and in the number of mappings that a process may have (65,530 on most
- * systems). Of that number 64 are left to the rest of the process.
+ * systems). Of that number 64 are left to the rest of the process,
+ * but for the moment in which vmapfile finds out how many are left.
  *
  * Returns the mapping record, borrowed from the cache until unmapfile or
  * unmaparr. Its address is good until the next vmapfile or vunmapfile on the

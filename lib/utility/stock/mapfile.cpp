@@ -40,7 +40,8 @@ static_assert(offsetof(Mapdata, device) == 24 && offsetof(Mapdata, inode) == 32)
 constexpr std::size_t kNameSize = 1024;
 constexpr int kSpare = 64;  // mappings that vmapfile leaves to the rest of the process
 constexpr int kGrant = 64;  // mappings that vmapfile makes before it asks the system again
-constexpr int64_t kReleasedShare = 64;  // of so many mappings vmapfile releases one at once
+constexpr int64_t kReleasedShare = 64;  // of so many mappings vmapfile releases one at once ...
+constexpr int kReleases = 8;            // ... so many times
 
 constinit stock::OrderedLock Maparr_mutex{stock::Place::mappings};
 Arr *Maparr = nullptr;  // the cache of the process, made when first needed
@@ -216,6 +217,15 @@ bool release_oldest(Arr *cache, int64_t share)
     return released > 0;
 }
 
+// Releases an eighth of the mappings of the cache, 512 of many. False when there is none.
+bool release_some(Arr *cache)
+{
+    int releases = 0;
+    while (releases < kReleases && release_oldest(cache, kReleasedShare))
+        ++releases;
+    return releases > 0;
+}
+
 // How many more mappings the system would give the process, at most `most`. Pages side by
 // side that differ in protection are mappings of their own.
 int spare_mappings(int most)
@@ -237,18 +247,22 @@ int spare_mappings(int most)
 
 // Releases mappings of the cache until a new one leaves kSpare to the rest of the process:
 // for threads, their stacks, libraries and memory. Asking the system costs as much as many
-// mappings, so that those beyond kSpare are granted at once.
+// mappings, so that those beyond kSpare are granted at once. It also takes the last ones
+// for a moment when fewer are left than are asked for: so many are released then that this
+// is seldom.
 bool make_room(Arr *cache)
 {
+    constexpr int kAsked = kSpare + kGrant;
     if (Granted.load(std::memory_order_relaxed) > 0 &&
         Granted.fetch_sub(1, std::memory_order_relaxed) > 0)
         return true;
-    int spare = 0;
-    while ((spare = spare_mappings(kSpare + kGrant)) <= kSpare)
-        if (!release_oldest(cache, kReleasedShare)) {
-            errno = ENOMEM;
-            return false;
-        }
+    int spare = spare_mappings(kAsked);
+    while (spare < kAsked && release_some(cache) && (spare = spare_mappings(kAsked)) <= kSpare) {
+    }
+    if (spare <= kSpare) {
+        errno = ENOMEM;
+        return false;
+    }
     Granted.store(spare - kSpare - 1, std::memory_order_relaxed);
     return true;
 }
