@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -274,6 +275,34 @@ TEST(PfupdateThreads, FreeWhatAnotherThreadWasGiven)
     for (std::thread &thread : threads)
         thread.join();
     EXPECT_EQ(existsPf("shared"), nullptr);
+}
+
+// The one that was ready first used to be given no tree while another was still reading.
+TEST(PfupdateThreads, ThatUpdateOneVariableTogetherAreAllGivenTheOneTree)
+{
+    const PfPath path;
+    std::string text = "north 1\n";
+    for (int i = 0; i < 500; ++i)
+        text += "limit" + std::to_string(i) + " 12 mm\n";
+    path.site("prog.pf", text);
+    constexpr int kThreads = 4;
+    for (int round = 0; round < 100; ++round) {
+        auto variable = std::make_unique<Pf *>(nullptr);
+        Pf *given[kThreads];
+        std::vector<std::thread> threads;
+        for (Pf *&own : given)
+            threads.emplace_back([&] {
+                Pf **pf = variable.get();
+                EXPECT_GE(pfupdate("prog", pf), 0);
+                own = *pf;
+            });
+        for (std::thread &thread : threads)
+            thread.join();
+        ASSERT_NE(*variable, nullptr);
+        for (const Pf *own : given)
+            ASSERT_EQ(own, *variable);
+        pffree(*variable);
+    }
 }
 
 TEST(Pfupdate, ATreeThatTheRegistryFreedIsNotFreedAgain)

@@ -7,8 +7,9 @@
 // to is the tree that was freed or one that is there to be freed, never in doubt.
 //
 // No lock is held while files are read: reading reports to the log, and a program's log
-// function may update something in turn. Of two readings for one variable at once the one
-// that began last, and so saw the later files, gives it its tree.
+// function may update something in turn. Of readings for one variable at once the one
+// that saw the later files gives it its tree; of those that saw the same files the one
+// that is ready first, so that threads which share a variable are given one tree.
 //
 // The tree that is replaced is freed last: while a file is read, the program's log
 // function may look at it.
@@ -26,11 +27,12 @@
 
 // What one variable was given last; under Trees_mutex.
 struct stock::State {
-    Tbl *times;        // owned: of Pftime
-    Pf *tree;          // the caller's; null when it was freed or grafted
-    Pf *gone;          // what it was then; of a tree that was freed the memory is owned
-    bool refused;      // the registry did not take the tree
-    int64_t readings;  // how many were begun; times is of the last
+    Tbl *times;       // owned: of Pftime
+    Pf *tree;         // the caller's; null when it was freed or grafted
+    Pf *gone;         // what it was then; of a tree that was freed the memory is owned
+    bool refused;     // the registry did not take the tree
+    int64_t reading;  // the last that was begun; times is of it
+    int64_t given;    // the one that gave the last tree
 };
 
 namespace {
@@ -108,16 +110,31 @@ bool give(State *state, Pf *tree)
 }
 
 // Begins to read files with these times, which the state has from now on. Gives the number
-// of the reading, or 0 without memory.
+// of the reading, the same while nobody is ready with these files; or 0 without memory.
 int64_t begin(State *state, Tbl *&times)
 {
     if (!state)
         return 0;
+    if (state->given < state->reading && same_files(state->times, times))
+        return state->reading;
     std::swap(state->times, times);
-    return ++state->readings;
+    return ++state->reading;
 }
 
-// Reads the files and gives the variable their tree, unless a later reading has given it one.
+// Whether another reading of the same files or of later ones has given its tree.
+bool is_late(const State *state, int64_t reading)
+{
+    return state->given > reading || (state->given == reading && state->tree);
+}
+
+// Threads that share a variable may look at it when nothing changes.
+void set_variable(Pf **pf, Pf *tree)
+{
+    if (*pf != tree)
+        *pf = tree;
+}
+
+// Reads the files and gives the variable their tree, unless another reading was before it.
 stock::Update read_again(const char *name, const char *key, Pf **pf, int64_t reading,
                          Updater updater)
 {
@@ -125,7 +142,7 @@ stock::Update read_again(const char *name, const char *key, Pf **pf, int64_t rea
     const int result = pfread(stock::lasting_name(name), &tree);
     std::unique_lock lock(Trees_mutex);
     State *state = state_of(key);
-    const bool late = state->readings != reading;
+    const bool late = is_late(state, reading);
     Pf *replaced = nullptr;
     if (late)
         replaced = tree;
@@ -133,9 +150,11 @@ stock::Update read_again(const char *name, const char *key, Pf **pf, int64_t rea
     else if (updater == Updater::variable && *pf && !is_gone(*pf))
         replaced = *pf;
     const bool given = late || give(state, tree);
-    if (given && !late)
+    if (given && !late) {
+        state->given = reading;
         state->refused = updater == Updater::registry && result != 0;
-    *pf = state->tree;
+    }
+    set_variable(pf, state->tree);
     lock.unlock();
     if (!given)
         stock::out_of_memory(sizeof(stock::Known), "state", "pfupdate");
@@ -199,7 +218,7 @@ Update update_tree(const char *name, Pf **pf, Updater updater)
     const bool read = !current && times->count > 0;
     const int64_t reading = read ? begin(make_state(key, spare), times) : 0;
     if (!read)
-        *pf = state ? state->tree : nullptr;
+        set_variable(pf, state ? state->tree : nullptr);
     lock.unlock();
     freetbl(times, pffree_time);
     if (current)
