@@ -441,6 +441,26 @@ TEST_F(Wmapfile, AMappingWhoseFileWasRemovedIsGivenForReading)
     EXPECT_EQ(take_log(), "");
 }
 
+// The same address is no sign of the same file.
+TEST_F(Wmapfile, AMappingThatAnotherFileTookMeanwhileKeepsItsBytes)
+{
+    const std::string file = dir_.file("f", "north");
+    const std::string other = dir_.file("g", "south");
+    map(file);
+    const void *const before = address_;
+    after_status = [&] {  // wmapfile has opened the file, and looks at the cache next
+        unmapfile(file.c_str(), cache_.get());
+        rename(other.c_str(), file.c_str());
+        map(file);
+    };
+    void *writable = nullptr;
+    EXPECT_EQ(wmapfile(file.c_str(), &writable, cache_.get()), 5);
+    if (address_ != before)
+        GTEST_SKIP() << "the address was not used again";
+    EXPECT_EQ(writable, before);
+    EXPECT_EQ(seen(5), "south");
+}
+
 TEST_F(Wmapfile, AWritableMappingWhoseFileWasReplacedIsGivenAgain)
 {
     const std::string file = dir_.file("f", "twelve bytes");

@@ -364,7 +364,8 @@ bool map_over(const char *file, int fd, Arr *own, View *view)
 {
     const Cache cache(own);
     Mapdata *const record = cache.find(file);
-    if (!record || record->address != view->address)
+    if (!record || record->address != view->address ||
+        Identity{record->device, record->inode} != view->file)
         return false;
     *view = {};
     if (mmap(record->address, static_cast<std::size_t>(record->size), protection(true),
