@@ -322,7 +322,7 @@ TEST(StdDlopen, APathMayBeOf1023Bytes)
     const TempDir root;
     const std::string library = root / "libmine.so";
     std::filesystem::copy(USER_LIBRARY_ONE, library);
-    for (const size_t length : {1023, 1024}) {
+    for (const size_t length : {1023U, 1024U}) {
         std::string path = root.path();
         path += std::string(length - path.size() - strlen("/libmine.so"), '/') + "/libmine.so";
         ASSERT_EQ(path.size(), length);

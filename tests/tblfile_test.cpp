@@ -1459,7 +1459,7 @@ TEST_F(Filetbl, TakesAFileThatCannotBeReadForNoOther)
 TEST_F(Filetbl, TakesAFileThatMayNotBeReadOrWrittenForNoOther)
 {
     chmod(dir.path().c_str(), 0777);
-    for (const mode_t mode : {0200, 0400, 0000}) {
+    for (const mode_t mode : {0200U, 0400U, 0000U}) {
         const std::string path = dir.file("rain", "no list");
         chmod(path.c_str(), mode);
         const Ended ended = as_nobody([&] {
