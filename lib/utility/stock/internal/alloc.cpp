@@ -33,15 +33,6 @@ void out_of_memory(std::size_t bytes, const char *item, const char *function, in
     logging::report_out_of_memory(text);
 }
 
-void *allocate(std::size_t bytes, const char *item, const char *function, int line,
-               const char *file)
-{
-    void *block = std::malloc(std::max<std::size_t>(bytes, 1));
-    if (!block)
-        out_of_memory(bytes, item, function, line, file);
-    return block;
-}
-
 void *allocate_zeroed(std::size_t bytes, const char *item, const char *function, int line,
                       const char *file)
 {

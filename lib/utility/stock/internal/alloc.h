@@ -7,6 +7,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -14,9 +15,23 @@
 
 namespace stock {
 
+// Ends the process with the out-of-memory message. Nothing is allocated for it that
+// can be done without; should the report itself need memory that is not there, the
+// finished text goes straight to standard error.
+[[noreturn]] void out_of_memory(std::size_t bytes, const char *item,
+                                const char *function = __builtin_FUNCTION(),
+                                int line = __builtin_LINE(), const char *file = __builtin_FILE());
+
 // Never null and never less than one byte. Release with free.
-void *allocate(std::size_t bytes, const char *item, const char *function = __builtin_FUNCTION(),
-               int line = __builtin_LINE(), const char *file = __builtin_FILE());
+inline void *allocate(std::size_t bytes, const char *item,
+                      const char *function = __builtin_FUNCTION(), int line = __builtin_LINE(),
+                      const char *file = __builtin_FILE())
+{
+    void *block = std::malloc(std::max<std::size_t>(bytes, 1));
+    if (!block)
+        out_of_memory(bytes, item, function, line, file);
+    return block;
+}
 
 // The same, filled with zero bytes.
 void *allocate_zeroed(std::size_t bytes, const char *item,
@@ -31,13 +46,6 @@ void *reallocate(void *block, std::size_t bytes, const char *item,
 // A copy of the text, which must not be null.
 char *copy_text(const char *text, const char *item, const char *function = __builtin_FUNCTION(),
                 int line = __builtin_LINE(), const char *file = __builtin_FILE());
-
-// Ends the process with the out-of-memory message. Nothing is allocated for it that
-// can be done without; should the report itself need memory that is not there, the
-// finished text goes straight to standard error.
-[[noreturn]] void out_of_memory(std::size_t bytes, const char *item,
-                                const char *function = __builtin_FUNCTION(),
-                                int line = __builtin_LINE(), const char *file = __builtin_FILE());
 
 // count items of size bytes; a product that overflows is more than there is.
 constexpr std::size_t bytes_for(std::int64_t count, std::int64_t size)
