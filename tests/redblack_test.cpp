@@ -389,6 +389,52 @@ TEST(Redblack, AgreesWithAMapOverRandomInsertionsAndDeletions)
     }
 }
 
+// A string key is first compared with the one that was put in last and its successor.
+
+TEST(Redblack, AgreesWithAMapWhenStringsComeInRuns)
+{
+    std::vector<std::string> names;
+    for (int n = 1000; n < 1400; ++n)
+        names.push_back("gauge_" + std::to_string(n));
+    std::mt19937 random(17);
+    const TreePtr tree(rbinit(nullptr));
+    std::map<std::string, void *> map;
+    for (int run = 0; run < 2000; ++run) {
+        const size_t step = 1 + random() % 3;
+        const size_t end = random() % names.size();
+        for (size_t n = end - std::min(end, random() % 30); n < end; n += step) {
+            std::string &name = names[n];
+            const Rbnode *node = rbinsert(name.data(), name.data(), tree.get());
+            ASSERT_EQ(node == &tree->removed, !map.emplace(name, name.data()).second);
+            // At times what was put in last goes again, or a neighbour of it.
+            const std::string &gone =
+                names[std::clamp<size_t>(n, 1, names.size() - 2) - 1 + random() % 3];
+            if (random() % 4 == 0) {
+                ASSERT_EQ(rbdelete(gone.c_str(), tree.get()) != nullptr, map.erase(gone) > 0);
+            }
+        }
+        if (run % 20 == 0)
+            expect_balanced(tree.get(), map.size());
+        // Now and then all go, so that runs find few keys too.
+        while (run % 50 == 0 && !map.empty()) {
+            ASSERT_NE(rbdelete(map.begin()->first.c_str(), tree.get()), nullptr);
+            map.erase(map.begin());
+        }
+    }
+    std::vector<void *> found;
+    rbtraverse(
+        tree.get(),
+        [](void *k, void *, void *argument) {
+            static_cast<std::vector<void *> *>(argument)->push_back(k);
+            return 0;
+        },
+        &found);
+    std::vector<void *> expected;
+    for (const auto &entry : map)
+        expected.push_back(entry.second);
+    EXPECT_EQ(found, expected);
+}
+
 TEST(Redblack, DeletingLeavesTheSentinelAlone)
 {
     const TreePtr tree = tree_of({5, 2, 8, 1, 3, 7, 9});

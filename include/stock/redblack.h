@@ -37,7 +37,8 @@ typedef struct Rbtree {
     int replace;    /* not 0: inserting an existing key replaces its key and value */
     int common;     /* the tree's own: so many bytes are the same at the start of all string
                        keys; a node's start is the number that the next four make */
-    Rbnode removed; /* key and value: what the last replacement or deletion took out */
+    Rbnode removed; /* key and value: what the last replacement or deletion took out; the
+                       rest is the tree's own */
     Rbnode *root;   /* rb_null when the tree is empty */
 } Rbtree;
 

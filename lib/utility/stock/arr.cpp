@@ -97,7 +97,10 @@ Arr *newarr(int (*compare)(const void *a, const void *b))
 
 void *setarr(Arr *arr, const char *key, void *value)
 {
-    return arr && key ? stock::set_text(arr, key, value) : nullptr;
+    if (!arr || !key)
+        return nullptr;
+    return stock::set_text(arr, key, value,
+                           [](size_t bytes, const char *) { return std::malloc(bytes); });
 }
 
 void *getarr(const Arr *arr, const char *key)

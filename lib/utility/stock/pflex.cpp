@@ -18,6 +18,7 @@
 
 #include "internal/alloc.h"
 #include "internal/pfnode.h"
+#include "internal/rbnode.h"
 #include "stock/elog.h"
 #include "stock/strings.h"
 
@@ -199,14 +200,11 @@ char *copied(std::string_view text, const char *item)
 // Stores the value under the current key. Gives the value that the key had, or null.
 Pf *set_in_table(const Scanner &s, Pf *pf)
 {
-    Arr *arr = s.Lex_pf->value.arr;
-    Rbnode *node = rbinsert(copied(s.Lex_key, "key"), pf, arr);
-    if (node == rb_null)
-        out_of_memory(sizeof(Rbnode), "node", "PF_lex");
-    if (node != &arr->removed)
-        return nullptr;
-    std::free(std::exchange(node->key, nullptr));
-    return static_cast<Pf *>(node->value);
+    const auto allocate_part = [](std::size_t bytes, const char *item) {
+        return allocate(bytes, item, "PF_lex");
+    };
+    const std::string_view key(s.Lex_key, s.key_length);
+    return static_cast<Pf *>(set_text(s.Lex_pf->value.arr, key, pf, allocate_part));
 }
 
 void store(Scanner &s, Pf *pf)
@@ -225,9 +223,8 @@ void store(Scanner &s, Pf *pf)
 
 void set_key(Scanner &s, std::string_view key)
 {
-    const std::size_t length = std::min(key.size(), kMaxKey);
-    std::memcpy(s.Lex_key, key.data(), length);
-    s.Lex_key[length] = 0;
+    s.key_length = key.copy(s.Lex_key, kMaxKey);
+    s.Lex_key[s.key_length] = 0;
     s.state = LexState::value;
 }
 
@@ -422,6 +419,7 @@ const char *escaped_key(Scanner &s, const char *p)
             s.Lex_key[written++] = static_cast<char>(c);
     }
     s.Lex_key[written] = 0;
+    s.key_length = std::strlen(s.Lex_key);  // an escape may have given a zero byte
     return p;
 }
 

@@ -6,6 +6,11 @@
 // What is done to one side is a template over the two children and does the
 // other side as well. The descent is a template over the comparison, so that
 // string keys are compared without a call through the tree's pointer.
+//
+// The keys of a file mostly come in ascending order. So a tree remembers the node that
+// was put in last, in removed.up, and in removed.colour whether that one went beside the
+// node before it. If so, a new string key is compared with it and with its successor
+// before the tree is descended.
 
 #include "stock/redblack.h"
 
@@ -30,10 +35,11 @@ constexpr Rbnode *kNil = &sentinel;
 
 using Child = Rbnode *Rbnode::*;
 
-// Where a descent ended: at the equal node, or at the last node visited.
+// Where a key is or goes: at the equal node, or below the last node visited.
 struct Place {
     Rbnode *node = kNil;
-    int order = -1;  // the last comparison: negative, 0 or positive
+    int order = -1;      // the last comparison: negative, 0 or positive
+    uint32_t start = 0;  // the start of a new node with a string key
 
     bool found() const { return node != kNil && order == 0; }
 };
@@ -60,7 +66,7 @@ const char *text_of(const Rbnode *node)
 bool begins_as_all(std::string_view text, const Rbtree *tree)
 {
     const auto common = static_cast<size_t>(tree->common);
-    return text.size() >= common && std::memcmp(text.data(), text_of(tree->root), common) == 0;
+    return common == 0 || text.starts_with({text_of(tree->root), common});
 }
 
 // Compares a string with the keys of a tree that is not empty. Most comparisons are
@@ -73,6 +79,13 @@ public:
     {
         if (begins_as_all_)
             start_ = start_of(text.substr(common_));
+    }
+
+    // Of a text that begins as all do, with its start.
+    Probe(std::string_view text, const Rbtree *tree, uint32_t start)
+        : text_(text), common_(static_cast<size_t>(tree->common)), begins_as_all_(true),
+          start_(start)
+    {
     }
 
     int operator()(const Rbnode *node) const
@@ -109,7 +122,8 @@ Place descend(const Rbtree *tree, const Order &order)
         // The next node is fetched while the keys are compared.
         __builtin_prefetch(node->left);
         __builtin_prefetch(node->right);
-        place = {node, order(node)};
+        place.node = node;
+        place.order = order(node);
         if (place.order == 0)
             break;
         node = place.order < 0 ? node->left : node->right;
@@ -122,11 +136,16 @@ Place locate_text(std::string_view text, const Rbtree *tree)
     return tree->root == kNil ? Place() : descend(tree, Probe(text, tree));
 }
 
+Place locate_untyped(const void *key, const Rbtree *tree)
+{
+    return descend(tree, [=](const Rbnode *node) { return tree->compare(key, node->key); });
+}
+
 // A null key is no string: no tree of strings holds it.
 Place locate(const void *key, const Rbtree *tree)
 {
     if (!stock::holds_text(tree))
-        return descend(tree, [=](const Rbnode *node) { return tree->compare(key, node->key); });
+        return locate_untyped(key, tree);
     return key ? locate_text(static_cast<const char *>(key), tree) : Place();
 }
 
@@ -275,6 +294,8 @@ void mend_after_delete(Rbtree *tree, Rbnode *node, Rbnode *up)
 void splice_out(Rbtree *tree, Rbnode *node)
 {
     Rbnode *child = node->left != kNil ? node->left : node->right;
+    if (node == tree->removed.up)
+        tree->removed.up = kNil;
     replace_child(tree, node, child);
     if (node->colour == kBlack)
         mend_after_delete(tree, child, node->up);
@@ -316,12 +337,11 @@ void set_starts(Rbnode *node, size_t common)
     }
 }
 
-// Sets the start of a node that is going to be linked. When its key shares less with
-// the others than they shared so far, all nodes get new ones. `common` never grows in
-// a tree that is not empty, so this happens once for a byte of the first key at most.
-void set_start(Rbtree *tree, Rbnode *node)
+// Lets `common` count only bytes that the text begins with too. When it shares less with
+// the keys than they shared so far, all nodes get new starts. `common` never grows in a
+// tree that is not empty, so this happens once for a byte of the first key at most.
+void share_start(Rbtree *tree, std::string_view text)
 {
-    const std::string_view text = text_of(node);
     if (tree->root == kNil) {
         tree->common = static_cast<int>(std::min<size_t>(text.size(), INT_MAX));
     } else if (!begins_as_all(text, tree)) {
@@ -330,41 +350,69 @@ void set_start(Rbtree *tree, Rbnode *node)
         tree->common = static_cast<int>(differ - text.begin());
         set_starts(tree->root, static_cast<size_t>(tree->common));
     }
-    node->start = start_of(text.substr(static_cast<size_t>(tree->common)));
 }
 
-// Hangs a new node below the place where the descent for its key ended.
-void link(Rbtree *tree, Rbnode *node, const Place &place)
+// The place between the node that was put in last and its successor; none when the
+// key does not go there.
+Place locate_behind_last(const Rbtree *tree, const Probe &order)
 {
-    if (stock::holds_text(tree))
-        set_start(tree, node);
-    node->up = place.node;
-    if (node->up == kNil)
+    Rbnode *last = tree->removed.up;
+    if (last == kNil || order(last) <= 0)
+        return {};
+    if (last->right == kNil) {
+        const Rbnode *next = successor(last);
+        return next == kNil || order(next) < 0 ? Place{last, 1} : Place();
+    }
+    Rbnode *next = outermost<&Rbnode::left>(last->right);
+    return order(next) < 0 ? Place{next, -1} : Place();
+}
+
+// Where a string is, or goes if it is going to be inserted.
+Place locate_new_text(std::string_view text, Rbtree *tree)
+{
+    share_start(tree, text);
+    const uint32_t start = start_of(text.substr(static_cast<size_t>(tree->common)));
+    const Probe probe(text, tree, start);
+    Place place = tree->removed.colour ? locate_behind_last(tree, probe) : Place();
+    if (place.node == kNil) {
+        place = descend(tree, probe);
+        tree->removed.colour = place.node == tree->removed.up;
+    }
+    place.start = start;
+    return place;
+}
+
+// Puts a new entry in the block where the key goes.
+Rbnode *add_entry(Rbtree *tree, void *block, void *key, void *value, const Place &place)
+{
+    auto *node = new (block) Rbnode{kNil, kNil, place.node, kRed, place.start, key, value};
+    if (place.node == kNil)
         tree->root = node;
     else if (place.order < 0)
-        node->up->left = node;
+        place.node->left = node;
     else
-        node->up->right = node;
+        place.node->right = node;
+    tree->removed.up = node;
     mend_after_insert(tree, node);
+    return node;
 }
 
-// Puts a new entry where the descent for its key ended. Null without memory.
-Rbnode *add_entry(Rbtree *tree, void *key, void *value, const Place &place)
+// A copy with a zero byte behind it, null when allocate gives none.
+char *copy_key(std::string_view key, stock::Allocate allocate)
 {
-    void *block = std::malloc(sizeof(Rbnode));
-    if (!block)
-        return nullptr;
-    auto *node = new (block) Rbnode{kNil, kNil, kNil, kRed, 0, key, value};
-    link(tree, node, place);
-    return node;
+    auto *copy = static_cast<char *>(allocate(key.size() + 1, "key"));
+    if (copy)
+        copy[key.copy(copy, key.size())] = 0;
+    return copy;
 }
 
 // Replaces an entry of a tree that owns its keys. Gives the old value; null, with the
 // entry as it was, without memory.
-void *replace_text(Rbtree *tree, Rbnode *node, const char *key, void *value)
+void *replace_text(Rbtree *tree, Rbnode *node, std::string_view key, void *value,
+                   stock::Allocate allocate)
 {
-    if (std::strcmp(key, text_of(node)) != 0) {
-        char *copy = strdup(key);
+    if (key != text_of(node)) {
+        char *copy = copy_key(key, allocate);
         if (!copy)
             return nullptr;
         std::free(std::exchange(node->key, copy));
@@ -416,13 +464,18 @@ int compare_text(const void *a, const void *b)
     return std::strcmp(static_cast<const char *>(a), static_cast<const char *>(b));
 }
 
-void *set_text(Rbtree *tree, const char *key, void *value)
+void *set_text(Rbtree *tree, std::string_view key, void *value, Allocate allocate)
 {
-    const Place place = locate(key, tree);
+    const Place place =
+        holds_text(tree) ? locate_new_text(key, tree) : locate_untyped(key.data(), tree);
     if (place.found())
-        return tree->replace ? replace_text(tree, place.node, key, value) : place.node->value;
-    char *copy = strdup(key);
-    if (!copy || !add_entry(tree, copy, value, place))
+        return tree->replace ? replace_text(tree, place.node, key, value, allocate)
+                             : place.node->value;
+    char *copy = copy_key(key, allocate);
+    void *block = copy ? allocate(sizeof(Rbnode), "node") : nullptr;
+    if (block)
+        add_entry(tree, block, copy, value, place);
+    else
         std::free(copy);
     return nullptr;
 }
@@ -449,7 +502,9 @@ Rbnode *rbinsert(void *key, void *value, Rbtree *tree)
 {
     if (!tree || (!key && stock::holds_text(tree)))
         return kNil;
-    const Place place = locate(key, tree);
+    const Place place = stock::holds_text(tree)
+                            ? locate_new_text(static_cast<const char *>(key), tree)
+                            : locate_untyped(key, tree);
     if (place.found()) {
         if (!tree->replace)
             return place.node;
@@ -458,8 +513,8 @@ Rbnode *rbinsert(void *key, void *value, Rbtree *tree)
         place.node->value = value;
         return &tree->removed;
     }
-    Rbnode *node = add_entry(tree, key, value, place);
-    return node ? node : kNil;
+    void *block = std::malloc(sizeof(Rbnode));
+    return block ? add_entry(tree, block, key, value, place) : kNil;
 }
 
 Rbnode *rbdelete(const void *key, Rbtree *tree)

@@ -57,6 +57,7 @@ struct Scanner {
     LexState state = LexState::key;
     const char *Pffilename;
     char Lex_key[kMaxKey + 1] = "";
+    std::size_t key_length = 0;
 
     // A value that differs from how it was written is put together here.
     char *String_buf;
