@@ -1,6 +1,7 @@
 // The messaging library: a real one, built for each test under a root of its own.
 
 #include <cstdlib>
+#include <functional>
 #include <string>
 #include <thread>
 
@@ -275,9 +276,8 @@ __attribute__((constructor)) static void begin(void) { elog_complain(0, "the lib
     EXPECT_EQ(ended.out, "{a|qelelog_test|x\n}");
 }
 
-// The log used to load the library with its lock held: the system's own lock was held by the
-// other thread, whose constructor waited for the log.
-TEST(QelelogThreads, ALibraryIsLoadedWhileAnotherThreadsConstructorLogs)
+// Runs the body while another thread is in a library's constructor, which then logs.
+Ended beside_a_constructor(const std::function<void()> &body)
 {
     const Root root(kPrinting);
     const TempDir dir;
@@ -294,8 +294,11 @@ __attribute__((constructor)) static void begin(void)
 }
 )");
     const std::string library = dir / "libother.so";
-    ASSERT_EQ(std::system(("cc -shared -fPIC -o " + library + " " + source).c_str()), 0);
-    const Ended ended = sending(root, "qel:a", [&] {
+    const std::string command =
+        "cc -shared -fPIC -o " + shell_word(library) + " " + shell_word(source);
+    if (std::system(command.c_str()) != 0)
+        abort();
+    return sending(root, "qel:a", [&] {
         alarm(20);
         int constructing[2];
         if (pipe(constructing) != 0)
@@ -308,12 +311,28 @@ __attribute__((constructor)) static void begin(void)
         char begun = 0;
         if (read(constructing[0], &begun, 1) != 1)
             abort();
-        elog_complain(0, "x");
+        body();
         loading.join();
         printf("<%s>", stack_text().c_str());
     });
+}
+
+// The log used to load the library with its lock held: the system's own lock was held by the
+// other thread, whose constructor waited for the log.
+TEST(QelelogThreads, ALibraryIsLoadedWhileAnotherThreadsConstructorLogs)
+{
+    const Ended ended = beside_a_constructor([] { elog_complain(0, "x"); });
     EXPECT_EQ(ended.out.substr(0, 20), "{a|qelelog_test|x\n}<");
     EXPECT_NE(ended.out.find("the other library begins\n"), std::string::npos);
+    EXPECT_EQ(ended.status, 0);
+}
+
+// The same held for the names of the functions in a trace.
+TEST(QelelogThreads, AStackIsTracedWhileAnotherThreadsConstructorLogs)
+{
+    const Ended ended = beside_a_constructor([] { elog_notify(0, "*stack*x"); });
+    EXPECT_NE(ended.err.find("*stack*x\n\n\nStack\n"), std::string::npos) << ended.err;
+    EXPECT_EQ(ended.out, "<the other library begins\n>");
     EXPECT_EQ(ended.status, 0);
 }
 

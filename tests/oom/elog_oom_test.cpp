@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "stock/pf.h"
 #include "support/fail_alloc.h"
 #include "support/logging.h"
 #include "support/temp_dir.h"
@@ -242,6 +243,30 @@ TEST(ElogOutOfMemory, NoNumberOfAllocationsThatWorkMakesItHangOrCrash)
             EXPECT_EQ(ended.status, 1);
             EXPECT_EQ(ended.signal, 0);
         }
+}
+
+// What "&file(" takes off the log is gone before memory is asked for again.
+TEST(ElogOutOfMemory, ReasonsThatAreTakenBackAreFreedOnce)
+{
+    const BlanklessDir dir;
+    int status = 1;
+    for (long successes = 0; status == 1 && successes < 1000; ++successes) {
+        SCOPED_TRACE(successes);
+        const Ended ended = logged({"PFPATH=" + dir.path()}, [&] {
+            Pf *pf = nullptr;
+            pfcompile("north &file(/no/such/gauge)\n", &pf);
+            elog_log(0, "south 3 mm");
+            fail_allocations_after(successes);
+            pfget_string(pf, "north");
+            fail_allocations_after(-1);
+        });
+        status = ended.status;
+        EXPECT_EQ(ended.signal, 0);
+        if (status == 1) {
+            EXPECT_EQ(ended.err.find("oom_test: south 3 mm\n"), 0U) << ended.err;
+        }
+    }
+    EXPECT_EQ(status, 0);
 }
 
 TEST(ElogOutOfMemoryThreads, TwoThreadsThatRunOutAtOnceBothSaySoAndTheProcessEndsOnce)

@@ -157,6 +157,16 @@ void hand_out(const Elog_msg &reported, int severity, int error)
         note_reason(reported, nullptr);
 }
 
+// Who loads a library has the system's lock, which looking the stack's names up needs,
+// and may wait for the log's: the library's constructor reports.
+void trace_stack()
+{
+    if (crashing())
+        return join_stack_trace();
+    const Released released;
+    join_stack_trace();
+}
+
 // What a report does under the lock.
 void report_draft(Draft &draft, int severity, int flag, int error)
 {
@@ -177,7 +187,7 @@ void report_draft(Draft &draft, int severity, int flag, int error)
     if (crashing() && severity == kFault)
         crash_was_told();
     if (trace)
-        join_stack_trace();
+        trace_stack();
 }
 
 STOCK_PRINTF(3, 0) void report(int severity, int flag, const char *format, va_list args)
@@ -371,6 +381,17 @@ void truncate_stack(std::int64_t mark)
     const auto free_entry = [](void *entry) { free_message(*static_cast<Elog_msg *>(entry)); };
     trunctbl(Elog_tbl, mark, crashing() ? nullptr : +free_entry);
     Crash_note.kept &= mark > Elog_tbl->count;
+}
+
+void cut_stack(std::int64_t begin, std::int64_t end)
+{
+    for (std::int64_t i = begin; i < end; ++i)
+        free_message(*static_cast<Elog_msg *>(gettbl(Elog_tbl, i)));
+    const std::int64_t later = Elog_tbl->count - end;
+    if (later > 0)
+        std::memmove(addrtbl(Elog_tbl, begin), addrtbl(Elog_tbl, end),
+                     static_cast<std::size_t>(later) * sizeof(Elog_msg));
+    trunctbl(Elog_tbl, begin + later, nullptr);
 }
 
 }  // namespace stock::logging

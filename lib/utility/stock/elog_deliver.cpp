@@ -172,13 +172,9 @@ bool deliver_words(std::string_view words, Batch &batch)
 // Takes the messages of the batch off the stack and frees them; later ones stay.
 void drop(const Batch &batch)
 {
-    const std::int64_t later = Elog_tbl->count - batch.end;
-    if (later <= 0 || crashing())
+    if (batch.end >= Elog_tbl->count || crashing())
         return truncate_stack(batch.begin);
-    for_each({batch.begin, batch.end, nullptr}, free_message);
-    std::memmove(addrtbl(Elog_tbl, batch.begin), addrtbl(Elog_tbl, batch.end),
-                 static_cast<std::size_t>(later) * sizeof(Elog_msg));
-    trunctbl(Elog_tbl, batch.begin + later, nullptr);
+    cut_stack(batch.begin, batch.end);
 }
 
 // Ends the process because the stack holds as many messages as it may.

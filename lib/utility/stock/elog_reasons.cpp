@@ -65,8 +65,7 @@ void take_off(const Noted &noted)
         msg->count -= noted.msg.count;
         if (msg->count > 0)
             return;
-        logging::free_message(*msg);
-        deltbl(logging::Elog_tbl, i);
+        logging::cut_stack(i, i + 1);
         return;
     }
 }

@@ -125,6 +125,10 @@ void free_message(const Elog_msg &msg);
 // Frees the messages at mark and above; in a crash they are only forgotten.
 void truncate_stack(std::int64_t mark);
 
+// Takes the messages from begin up to end off the stack and frees them; later ones stay.
+// It asks for no memory, which would have to be reported from the middle of it.
+void cut_stack(std::int64_t begin, std::int64_t end);
+
 // Calls add(piece) for each piece of a record in the order in which it is printed.
 // before_sys stands in front of the description of errno.
 template <class Add>
