@@ -176,7 +176,7 @@ TEST(PfOutOfMemory, AnUpdateNamesItsState)
     static Pf *pf = nullptr;
     char key[100];
     const int length = snprintf(key, sizeof key, "prog-%p", static_cast<void *>(&pf));
-    const std::set<std::string> items{"pfupdate: 40 for state", "pfupdate: 32 for state",
+    const std::set<std::string> items{"pfupdate: 48 for state", "pfupdate: 32 for state",
                                       "getPf: 5 for name", "pfnew: 40 for pf",
                                       "pfupdate: " + std::to_string(length + 1) + " for state"};
     EXPECT_THAT(wanted_bytes([] { return pfupdate("prog", &pf) == 1; }), IsSupersetOf(items));
@@ -187,7 +187,7 @@ TEST(PfOutOfMemory, TheRegistryNamesWhatItCannotKeep)
     const Prog prog;
     warm_up();
     EXPECT_THAT(wanted_bytes([] { return getPf("prog") && existsPf("prog"); }),
-                IsSupersetOf({"getPf: 5 for name", "putPf: 32 for name", "putPf: 5 for name",
+                IsSupersetOf({"getPf: 5 for name", "putPf: 40 for name", "putPf: 5 for name",
                               "pfnew: 40 for pf"}));
 }
 
