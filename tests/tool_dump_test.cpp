@@ -180,6 +180,16 @@ TEST(ToolUndump, RefusesADamagedDumpAndNamesTheLine)
     EXPECT_EQ(stock({"undump"}, "0 4142\n1 43\n").out, "AB") << "what was before";
 }
 
+TEST(ToolUndump, RefusesALineWhoseTextIsBlankWhereItsBytesAreNot)
+{
+    std::string dump = stock({"dump"}, std::string(40, ' ')).out;
+    dump.replace(dump.find("2020"), 4, "2060");
+    const Ended ended = stock({"undump"}, dump);
+    EXPECT_THAT(ended.err, HasSubstr("line 1 of 'standard input' is no line of a dump"));
+    EXPECT_EQ(ended.out, "");
+    EXPECT_EQ(ended.status, 1);
+}
+
 TEST(ToolUndump, FailsWhenTheInputGoesOnBehindWhatIsNoEscape)
 {
     const Ended ascii = stock({"undump", "--ascii"}, "AB\\0xyzC");

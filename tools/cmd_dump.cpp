@@ -161,7 +161,7 @@ constexpr std::string_view kGap = "  ";  // behind the address, as dump prints i
 struct DumpLine {
     unsigned long address = 0;
     std::string bytes;
-    bool has_text = false;    // behind the bytes
+    bool has_text = false;    // behind the bytes, and more than blanks
     bool lacks_text = false;  // though it would not be blank
 };
 
@@ -263,7 +263,8 @@ bool read_line(std::string_view text, DumpLine &line)
                                    : only_words ? std::string_view()
                                                 : words.substr(1);
     line.has_text = !without_blanks_behind(shown).empty();
-    line.lacks_text = !line.has_text && !is_text_of(shown, line.bytes);
+    // Blanks in the column of the text are the text of blanks.
+    line.lacks_text = !in_columns && !line.has_text && !is_text_of(shown, line.bytes);
     return line.lacks_text || is_text_of(shown, line.bytes);
 }
 
