@@ -292,6 +292,20 @@ TEST_F(ToolPfSet, RefusesWhatIsNoRegularFile)
     }
 }
 
+TEST_F(ToolPfSet, RefusesAFileThatWasRemovedWhileItIsOpen)
+{
+    const std::string path = dir_.file("x.pf", "k 1\n");
+    const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    unlink(path.c_str());
+    const std::string open_file = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(fd);
+    const Ended ended =
+        run_program({"/usr/bin/timeout", "5", tool_path(), "pf", "set", open_file, "k", "2"});
+    close(fd);
+    EXPECT_THAT(ended.err, StartsWith("stock: can't find parameter file '" + open_file + "'"));
+    EXPECT_EQ(ended.status, 1);
+}
+
 TEST_F(ToolPfSet, AFileMayHaveTheLongestNameThereIs)
 {
     const std::string path = dir_.file(std::string(252, 'n') + ".pf", "k 1\n");

@@ -573,7 +573,11 @@ std::unique_ptr<Target> open_for_edit(const char *file, Clock::time_point deadli
         // The one that waited for the lock may have been replaced meanwhile.
         struct stat now {};
         const std::unique_ptr<char, decltype(&free)> path(realpath(file, nullptr), free);
-        if (path && stat(path.get(), &now) == 0 && fstat(target->fd, &target->status) == 0 &&
+        if (!path) {  // it was removed, and is reached by a descriptor at most
+            elog_complain(1, "can't find parameter file '%s'", file);
+            return {};
+        }
+        if (stat(path.get(), &now) == 0 && fstat(target->fd, &target->status) == 0 &&
             now.st_ino == target->status.st_ino && now.st_dev == target->status.st_dev) {
             target->path = path.get();
             return target;
