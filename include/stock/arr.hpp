@@ -119,7 +119,7 @@ private:
 /*
  * Owns an Arr from strings to pointers of type V, and frees it.
  *
- *     array<Station *>               values stay whose they are
+ *     array<Gauge *>                 values stay whose they are
  *     array<char *, std::free>       each value is freed with the array
  *
  * Free is called for values that are in the array when it is destroyed or assigned
@@ -128,7 +128,7 @@ private:
  *
  * It is a bidirectional range of keys and values in the order of strcmp:
  *
- *     for (const auto [key, value] : stations)
+ *     for (const auto [key, value] : gauges)
  *         printf("%s %s\n", key, value->name);
  *
  * An iterator is two pointers and finds the next entry through the tree, which takes
