@@ -158,7 +158,7 @@ void overflowing()
 void inside_malloc()
 {
     Crash_in_malloc = true;
-    void *volatile block = malloc(10);  // volatile: a compiler may leave out what is only freed
+    void *volatile block = malloc(10);  // as above
     free(block);
 }
 
@@ -444,7 +444,8 @@ void dying_inside_malloc()
     In_a_hurry = true;
     die_soon(0.05);
     Stay_in_malloc = true;
-    free(malloc(10));
+    void *volatile block = malloc(10);  // as above
+    free(block);
 }
 
 void dying_inside_malloc_by_grace()
@@ -454,7 +455,8 @@ void dying_inside_malloc_by_grace()
     setup_signals(&flag, nullptr, 1);
     raise(SIGTERM);
     Stay_in_malloc = true;
-    free(malloc(10));
+    void *volatile block = malloc(10);  // as above
+    free(block);
 }
 
 // The alarm comes at any moment of this.
