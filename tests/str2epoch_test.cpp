@@ -9,8 +9,8 @@
 #include <cstring>
 #include <ctime>
 #include <functional>
-#include <random>
 #include <limits>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>

@@ -145,8 +145,8 @@ STOCK_API int resurrect(const char *name, void *address, int type);
 STOCK_API int bury(void);
 
 /*
- * Returns the name of the state file, which is absolute; before exhume the name that custom_gravesite was
- * given, or null. It is borrowed and stays valid.
+ * Returns the name of the state file, which is absolute; before exhume the name that
+ * custom_gravesite was given, or null. It is borrowed and stays valid.
  */
 STOCK_API const char *gravesite(void);
 

@@ -27,8 +27,8 @@
  * on a stack of its own, which elog_init prepares for the thread that calls it and any
  * first report for another: in a thread that may overflow its stack, call elog_mark
  * first. A second crash, or a report that has not come to its end after 5 seconds,
- * ends the process with what it still had to say on standard error, the stack first. While a report is
- * made the process's interval timer, SIGALRM, SIGPIPE and SIGXFSZ belong to it.
+ * ends the process with what it still had to say on standard error, the stack first. While a report
+ * is made the process's interval timer, SIGALRM, SIGPIPE and SIGXFSZ belong to it.
  *
  * Environment: ELOG_SIGNALS, see elog_setup_fault_handler; ELOG_STACK, see
  * elog_setup_show_stack; ELOG_WAIT, the seconds that a debugger is given.

@@ -158,7 +158,7 @@ void overflowing()
 void inside_malloc()
 {
     Crash_in_malloc = true;
-    void *volatile block = malloc(10);  // as above
+    void *volatile block = malloc(10);  // volatile: a compiler may leave out what is only freed
     free(block);
 }
 

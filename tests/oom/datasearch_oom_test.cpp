@@ -34,11 +34,12 @@ std::set<std::string> asked_for_by_search(const char *paths)
         char item[64] = "";
         unsigned long bytes = 0;
         EXPECT_EQ(ended.status, 1);
-        EXPECT_EQ(sscanf(ended.err.c_str(),
-                         "%*s %*s Out of memory in %63s at line %*d of %*s\n\tCan't malloc %lu bytes for "
-                         "%63s\n\tCannot allocate memory",
-                         function, &bytes, item),
-                  3)
+        EXPECT_EQ(
+            sscanf(ended.err.c_str(),
+                   "%*s %*s Out of memory in %63s at line %*d of %*s\n\tCan't malloc %lu bytes for "
+                   "%63s\n\tCannot allocate memory",
+                   function, &bytes, item),
+            3)
             << ended.err;
         items.insert(function + std::string(": ") + item + ": " + std::to_string(bytes));
     }

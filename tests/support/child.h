@@ -14,8 +14,9 @@ struct Ended {
     int signal = 0;   // the signal that ended it, else 0
 };
 
-// Runs the body in a child process. An expectation that fails there fails the test. When the body returns the child exits with
-// status 0, through exit, so that streams are flushed and handlers run.
+// Runs the body in a child process. An expectation that fails there fails the test. When the body
+// returns the child exits with status 0, through exit, so that streams are flushed and handlers
+// run.
 Ended in_child(const std::function<void()> &body);
 
 // Runs a program found by its path, with the input on its standard input. Each
