@@ -21,14 +21,15 @@
 #include "support/child.h"
 #include "support/owners.h"
 #include "support/printed.h"
+#include "support/temp_dir.h"
 
 using namespace std::string_view_literals;
 
 namespace {
 
 void *bad_memory = nullptr;  // what nomem answers
-const void *asked_for = nullptr;
-int asked_bytes = -1;
+thread_local const void *asked_for = nullptr;
+thread_local int asked_bytes = -1;
 
 std::string dumped(std::string_view bytes, unsigned long base = 0)
 {
@@ -439,18 +440,20 @@ TEST(HexdumpThreads, TwoThatDumpToOneStreamKeepTheirLinesWhole)
 {
     constexpr int kDumps = 200;
     const std::string north(64, 'n'), south(64, 's');
-    const std::string text = printed([&](FILE *stream) {
-        const auto dump = [stream](const std::string &bytes) {
-            for (int i = 0; i < kDumps; ++i)
-                Hexdump(stream, 0, bytes.data(), static_cast<int>(bytes.size()));
-        };
-        std::thread other(dump, north);
-        dump(south);
-        other.join();
-    });
+    const TempDir dir;
+    const Stream stream(std::fopen((dir / "dump").c_str(), "w"));
+    const auto dump = [&](const std::string &bytes) {
+        for (int i = 0; i < kDumps; ++i)
+            Hexdump(stream.get(), 0, bytes.data(), static_cast<int>(bytes.size()));
+    };
+    std::thread other(dump, north);
+    dump(south);
+    other.join();
+    std::fflush(stream.get());
+    const std::string text = read_file(dir / "dump");
     std::map<std::string, int> lines, expected;
-    const auto count = [](std::map<std::string, int> &into, const std::string &dump, int times) {
-        std::istringstream in(dump);
+    const auto count = [](std::map<std::string, int> &into, const std::string &all, int times) {
+        std::istringstream in(all);
         for (std::string line; std::getline(in, line);)
             into[line] += times;
     };
