@@ -106,7 +106,8 @@ TEST(CloseOnExec, HoldsForTheFilesOfTheLog)
 TEST(CloseOnExec, HoldsForCommandsAndFilesInParameters)
 {
     const TempDir dir;
-    dir.file("gauge.pf", "north &exec(echo 3)\nsouth &file(" + dir.file("south", "4\n") + ")\n");
+    dir.file("gauge.pf", "pf_revision_time 2026-11-21\nnorth &exec(echo 3)\nsouth &file(" +
+                             dir.file("south", "4\n") + ")\n");
     in_child([&] {
         setenv("PFPATH", dir.path().c_str(), 1);
         expect_kept([] {
@@ -114,6 +115,7 @@ TEST(CloseOnExec, HoldsForCommandsAndFilesInParameters)
             EXPECT_EQ(pfread("gauge", &pf), 0);
             EXPECT_EQ(pfget_int(pf, "north"), 3);
             EXPECT_EQ(pfget_int(pf, "south"), 4);
+            EXPECT_EQ(pfrequire("gauge", "2026-11-20"), 0);
             pffree(pf);
         });
     });

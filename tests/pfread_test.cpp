@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "stock.h"
+#include "support/child.h"
 #include "support/pf_files.h"
 
 TEST(Pfread, AKeyOfALaterFileReplacesTheWholeValueOfAnEarlierOne)
@@ -29,6 +30,20 @@ TEST(Pfread, AKeyOfALaterFileReplacesTheWholeValueOfAnEarlierOne)
     const Pf *table = static_cast<const Pf *>(getarr(pf->value.arr, "t"));
     EXPECT_EQ(cntarr(table->value.arr), 1);
     EXPECT_EQ(value_at(table, "c"), "3");
+}
+
+TEST(Pfread, AFileMayBeOpenedAsDescriptor0)
+{
+    const PfPath path;
+    path.site("prog.pf", "k 1\n");
+    in_child([] {
+        close(0);
+        Pf *pf = nullptr;
+        EXPECT_EQ(pfread("prog", &pf), 0);
+        EXPECT_EQ(value_at(pf, "k"), "1");
+        EXPECT_EQ(fcntl(0, F_GETFD), -1);  // and it is closed again
+        pffree(pf);
+    });
 }
 
 TEST(Pfread, UndefInALaterFileTakesTheKeyAway)
