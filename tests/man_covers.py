@@ -28,7 +28,7 @@ from exports import declared
 OTHERS = set("""
     abort(3) addr2line(1)
     atexit(3) close(2) dlerror(3) dlopen(3) environ(7) errno(3) exit(3) fcntl(2) flock(2) fnmatch(3)
-    fopen(3) fork(2) fprintf(3) free(3) gdb(1) getenv(3) glob(3) ld(1) lockf(3) malloc(3) man(1)
+    fopen(3) fork(2) fprintf(3) free(3) gdb(1) getenv(3) glob(3) ld(1) lockf(3) longjmp(3) malloc(3) man(1)
     memcmp(3) mmap(2) nanosleep(2) pkg-config(1) printf(3) pthreads(7) qsort(3) realpath(3)
     regex(3) regex(7) setitimer(2) sh(1) sigaction(2) signal(7) stat(2) statvfs(3) strcmp(3)
     strerror(3) strftime(3) strtod(3) strtol(3) tzset(3) vfprintf(3) write(2)
