@@ -123,10 +123,10 @@ bool next_line(FILE *stream, char (&line)[HEXDUMP_MAX_LINE + 1])
 
 // 0 to 15, or -1 for what is no digit.
 constexpr auto kValues = [] {
-    std::array<signed char, 256> values{};
-    for (signed char &value : values)
+    std::array<short, 256> values{};
+    for (short &value : values)
         value = -1;
-    for (signed char i = 0; i < 16; ++i) {
+    for (short i = 0; i < 16; ++i) {
         values[static_cast<Byte>("0123456789abcdef"[i])] = i;
         values[static_cast<Byte>("0123456789ABCDEF"[i])] = i;
     }

@@ -500,11 +500,13 @@ void rbdestroy(Rbtree *tree)
 
 Rbnode *rbinsert(void *key, void *value, Rbtree *tree)
 {
-    if (!tree || (!key && stock::holds_text(tree)))
+    if (!tree)
         return kNil;
-    const Place place = stock::holds_text(tree)
-                            ? locate_new_text(static_cast<const char *>(key), tree)
-                            : locate_untyped(key, tree);
+    const bool text = stock::holds_text(tree);
+    if (text && !key)
+        return kNil;
+    const Place place =
+        text ? locate_new_text(static_cast<const char *>(key), tree) : locate_untyped(key, tree);
     if (place.found()) {
         if (!tree->replace)
             return place.node;
