@@ -645,7 +645,8 @@ void take_owner_and_mode(int fd, const struct stat &old)
         fchown(fd, old.st_uid, old.st_gid) == 0 || fchown(fd, kSameUser, old.st_gid) == 0;
     const mode_t everyone = old.st_mode & 07;
     // What the old group may do is not for the members of another.
-    fchmod(fd, same_group ? old.st_mode & 07777 : (old.st_mode & 0707) | everyone << 3);
+    const auto mode = same_group ? old.st_mode & 07777 : (old.st_mode & 0707) | everyone << 3;
+    fchmod(fd, static_cast<mode_t>(mode));
 }
 
 // Makes the list in the place of the old one's file, which stays when that fails. The
