@@ -3,8 +3,7 @@
 
 set(stock_utility ${PROJECT_SOURCE_DIR}/lib/utility)
 file(GLOB stock_sources CONFIGURE_DEPENDS
-  ${stock_utility}/stock/*.cpp
-  ${stock_utility}/stock/internal/*.cpp
+  ${stock_utility}/stock/*/*.cpp
   ${stock_utility}/deviants/common/*.cpp
   ${stock_utility}/deviants/${CMAKE_SYSTEM_NAME}/*.cpp)
 
@@ -12,7 +11,7 @@ add_library(stock_objects OBJECT ${stock_sources})
 target_link_libraries(stock_objects PUBLIC stock_compile)
 target_include_directories(stock_objects
   PUBLIC ${PROJECT_SOURCE_DIR}/include
-  PRIVATE ${stock_utility}/stock ${stock_utility}/deviants)
+  PRIVATE ${stock_utility} ${stock_utility}/stock)
 set_target_properties(stock_objects PROPERTIES
   POSITION_INDEPENDENT_CODE ON
   CXX_VISIBILITY_PRESET hidden

@@ -6,8 +6,8 @@
 #include <iterator>
 #include <string_view>
 
-#include "internal/guards.h"
-#include "mount.h"
+#include "base/guards.h"
+#include "deviants/mount.h"
 
 namespace {
 

@@ -1,13 +1,13 @@
 // The mount that holds a path, as statfs tells it.
 
-#include "mount.h"
+#include "deviants/mount.h"
 
 #include <cstdio>
 
 #include <sys/mount.h>
 #include <sys/param.h>
 
-#include "internal/uninterrupted.h"
+#include "base/uninterrupted.h"
 
 bool stock::find_mount(const char *path, Mount &mount)
 {

@@ -8,7 +8,7 @@
 #include <sys/mount.h>
 #include <sys/param.h>
 
-#include "internal/uninterrupted.h"
+#include "base/uninterrupted.h"
 
 int std_statvfs(const char *path, Statvfs *out)
 {

@@ -1,6 +1,6 @@
 // What macOS says of itself.
 
-#include "system.h"
+#include "deviants/system.h"
 
 #include <csignal>
 #include <cstdint>

@@ -9,9 +9,9 @@
 
 #include <sys/vfs.h>
 
-#include "internal/guards.h"
-#include "internal/uninterrupted.h"
-#include "mount.h"
+#include "base/guards.h"
+#include "base/uninterrupted.h"
+#include "deviants/mount.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 // backslash and three octal digits. Any number of optional fields stands before
 // the "-", the type and the source behind it.
 
-#include "mount.h"
+#include "deviants/mount.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -21,9 +21,9 @@
 #include <fcntl.h>
 #include <sys/vfs.h>
 
-#include "internal/alloc.h"
-#include "internal/guards.h"
-#include "internal/uninterrupted.h"
+#include "base/alloc.h"
+#include "base/guards.h"
+#include "base/uninterrupted.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include <sys/statvfs.h>
 
-#include "internal/uninterrupted.h"
+#include "base/uninterrupted.h"
 
 int std_statvfs(const char *path, Statvfs *out)
 {

@@ -1,6 +1,6 @@
 // What Linux says of itself.
 
-#include "system.h"
+#include "deviants/system.h"
 
 #include <cerrno>
 #include <cstdint>

@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string_view>
 
-#include "internal/alloc.h"
-#include "mount.h"
+#include "base/alloc.h"
+#include "deviants/mount.h"
 #include "stock/elog.h"
 #include "stock/path.h"
 

@@ -8,8 +8,8 @@
 
 #include <sys/stat.h>
 
-#include "internal/guards.h"
-#include "internal/zone.h"
+#include "base/guards.h"
+#include "time/zone.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 
 #include <unistd.h>
 
-#include "internal/ordered_lock.h"
-#include "internal/passwd.h"
+#include "base/ordered_lock.h"
+#include "paths/passwd.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <iterator>
 
+#include "base/guards.h"
 #include "deviants.h"
-#include "fault.h"
-#include "internal/guards.h"
+#include "deviants/fault.h"
 
 namespace stock {
 

@@ -14,10 +14,10 @@
 #include <execinfo.h>
 #include <unistd.h>
 
+#include "base/guards.h"
 #include "deviants.h"
-#include "fault.h"
-#include "internal/guards.h"
-#include "system.h"
+#include "deviants/fault.h"
+#include "deviants/system.h"
 
 namespace stock {
 

@@ -6,9 +6,9 @@
 
 #include <dlfcn.h>
 
-#include "library.h"
+#include "deviants/library.h"
+#include "deviants/system.h"
 #include "stock/gettaluvine.h"
-#include "system.h"
 
 bool stock::library_path(const char *name, char *path)
 {

@@ -1,0 +1,650 @@
+// The ordered list: one block of slots with room at both ends.
+//
+// base points at entry 0; -left free slots lie in front of it and
+// nalloc - count behind the last entry. Each end grows by an increment of its
+// own that doubles, and free slots at the other end are used up first by moving
+// the entries. Everything else is arithmetic on base, left, count and nalloc,
+// which always move together.
+
+#include "stock/tbl.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include "base/alloc.h"
+#include "base/regex.h"
+#include "files/tblfile.h"
+#include "stock/elog.h"
+#include "stock/shellsort.h"
+#include "stock/ssearch.h"
+
+static_assert(sizeof(Tbl) == 96);
+static_assert(offsetof(Tbl, null_value) == 16 && offsetof(Tbl, left) == 32);
+static_assert(offsetof(Tbl, count) == 40 && offsetof(Tbl, nalloc) == 48);
+static_assert(offsetof(Tbl, size) == 56 && offsetof(Tbl, direct) == 60);
+static_assert(offsetof(Tbl, maplen) == 64 && offsetof(Tbl, fd) == 72);
+static_assert(offsetof(Tbl, prot) == 76 && offsetof(Tbl, left_grow) == 80);
+
+namespace {
+
+using stock::bytes_for;
+
+using FreeEntry = void (*)(void *entry);
+
+constexpr int64_t kDefaultGrowth = 10;
+constexpr int kPointerSize = 8;
+
+// More than any capacity when the sum is too large: the allocation refuses it.
+int64_t add(int64_t a, int64_t b)
+{
+    int64_t sum = 0;
+    return __builtin_add_overflow(a, b, &sum) ? INT64_MAX : sum;
+}
+
+int64_t increment_or_default(int64_t increment)
+{
+    return increment < 1 ? kDefaultGrowth : increment;
+}
+
+// Slots -left below 0 and from count on exist too, up to nalloc.
+char *slot(const Tbl *tbl, int64_t i)
+{
+    return static_cast<char *>(tbl->base) + i * tbl->size;
+}
+
+size_t slots_size(const Tbl *tbl, int64_t slots)
+{
+    return static_cast<size_t>(slots) * static_cast<size_t>(tbl->size);
+}
+
+char *block_start(const Tbl *tbl)
+{
+    return slot(tbl, tbl->left);
+}
+
+void *&pointer(const Tbl *tbl, int64_t i)
+{
+    return static_cast<void **>(tbl->base)[i];
+}
+
+bool has(const Tbl *tbl, int64_t i)
+{
+    return static_cast<uint64_t>(i) < static_cast<uint64_t>(tbl->count);
+}
+
+// The entry as callers see it: the stored pointer, or the record's address.
+void *entry_at(const Tbl *tbl, int64_t i)
+{
+    return tbl->direct ? slot(tbl, i) : pointer(tbl, i);
+}
+
+void move_slots(Tbl *tbl, char *to, int64_t slots)
+{
+    if (slots > 0)
+        std::memmove(to, tbl->base, slots_size(tbl, slots));
+}
+
+void fill(const Tbl *tbl, int64_t from, int64_t to)
+{
+    if (from >= to)
+        return;
+    if (!tbl->null_value) {
+        std::memset(slot(tbl, from), 0, slots_size(tbl, to - from));
+        return;
+    }
+    for (int64_t i = from; i < to; ++i)
+        std::memcpy(slot(tbl, i), tbl->null_value, static_cast<size_t>(tbl->size));
+}
+
+void store(Tbl *tbl, int64_t i, const void *entry)
+{
+    if (!tbl->direct)
+        pointer(tbl, i) = const_cast<void *>(entry);
+    else if (entry)
+        std::memmove(slot(tbl, i), entry, static_cast<size_t>(tbl->size));
+    else
+        fill(tbl, i, i + 1);
+}
+
+// An entry that is about to be stored. A record of the list's own block, such
+// as shifttbl returns, is copied first: growing and moving would overwrite it.
+class Incoming {
+public:
+    Incoming(const Tbl *tbl, const void *entry) : entry_(entry)
+    {
+        if (!tbl->direct || !lies_in_block(tbl, entry))
+            return;
+        const auto size = static_cast<size_t>(tbl->size);
+        if (size > sizeof near_)
+            far_.reset(static_cast<char *>(stock::allocate(size, "entry", "settbl")));
+        entry_ = std::memcpy(far_ ? far_.get() : near_, entry, size);
+    }
+    Incoming(const Incoming &) = delete;
+    Incoming &operator=(const Incoming &) = delete;
+
+    const void *get() const { return entry_; }
+
+private:
+    static bool lies_in_block(const Tbl *tbl, const void *entry)
+    {
+        const auto *address = static_cast<const char *>(entry);
+        return tbl->base && address >= block_start(tbl) && address < slot(tbl, tbl->nalloc);
+    }
+
+    const void *entry_;
+    char near_[256];
+    stock::Owned<char> far_;
+};
+
+void *new_block(const Tbl *tbl, int64_t slots, const char *function)
+{
+    return stock::allocate_zeroed(bytes_for(slots, tbl->size), "tbl->base.cp", function);
+}
+
+// Makes the whole block `slots` slots long, base as many slots from its start as before.
+void resize_block(Tbl *tbl, int64_t slots, const char *item, const char *function)
+{
+    void *block = stock::reallocate(block_start(tbl), bytes_for(slots, tbl->size), item, function);
+    tbl->base = static_cast<char *>(block) - tbl->left * tbl->size;
+}
+
+void use_front_slots(Tbl *tbl, int64_t increment)
+{
+    char *start = block_start(tbl);
+    move_slots(tbl, start, tbl->count);
+    tbl->base = start;
+    tbl->nalloc -= tbl->left;
+    tbl->left = 0;
+    tbl->right_grow = increment;
+}
+
+// Gives how many of the new slots are zero bytes already.
+int64_t add_back_slots(Tbl *tbl, int64_t increment)
+{
+    int64_t zeros = increment;
+    if (!tbl->base) {
+        tbl->base = new_block(tbl, increment, "right_growtbl");
+    } else if (tbl->mapaddr) {
+        stock::extend_mapped(tbl, increment);
+    } else {
+        resize_block(tbl, add(tbl->nalloc - tbl->left, increment), "prev", "right_growtbl");
+        zeros = 0;
+    }
+    // Not before: a list in a file must be whole should growing it end the process.
+    tbl->nalloc += increment;
+    tbl->right_grow = add(increment, increment);
+    return zeros;
+}
+
+// Makes room at the back. Moving the entries down may free fewer than `needed`
+// slots; callers ask again until they have what they need.
+void right_growtbl(Tbl *tbl, int64_t needed)
+{
+    stock::check_extensible(tbl);
+    const int64_t increment = std::max(tbl->right_grow, needed);
+    int64_t zeros = 0;
+    if (tbl->base && increment / 2 < -tbl->left)
+        use_front_slots(tbl, increment);
+    else
+        zeros = add_back_slots(tbl, increment);
+    fill(tbl, tbl->count, tbl->null_value ? tbl->nalloc : tbl->nalloc - zeros);
+}
+
+void need_slot(Tbl *tbl, int64_t i)
+{
+    while (i >= tbl->nalloc)
+        right_growtbl(tbl, add(i - tbl->nalloc, 1));
+}
+
+void add_front_slots(Tbl *tbl)
+{
+    const int64_t increment = tbl->left_grow;
+    if (tbl->mapaddr)
+        stock::extend_mapped(tbl, increment);
+    else
+        resize_block(tbl, add(increment, tbl->nalloc), "tbl->base.cp", "left_growtbl");
+    char *first = slot(tbl, increment);
+    move_slots(tbl, first, tbl->nalloc);
+    tbl->base = first;
+    tbl->left = -increment;
+    tbl->left_grow = add(increment, increment);
+}
+
+void use_back_slots(Tbl *tbl)
+{
+    const int64_t free_slots = tbl->nalloc - tbl->count;
+    char *first = slot(tbl, free_slots);
+    move_slots(tbl, first, tbl->count);
+    tbl->base = first;
+    tbl->left = -free_slots;
+    tbl->nalloc = tbl->count;
+}
+
+void first_front_slots(Tbl *tbl)
+{
+    const int64_t increment = tbl->left_grow;
+    tbl->base = new_block(tbl, increment, "left_growtbl");
+    tbl->base = slot(tbl, increment);
+    tbl->left = -increment;
+    tbl->left_grow = add(increment, increment);
+}
+
+// Makes at least one free slot in front of entry 0.
+void left_growtbl(Tbl *tbl)
+{
+    stock::check_extensible(tbl);
+    tbl->left_grow = std::max<int64_t>(tbl->left_grow, 1);  // a file may say 0
+    if (!tbl->base)
+        first_front_slots(tbl);
+    else if (tbl->nalloc - tbl->count <= tbl->left_grow / 2)
+        add_front_slots(tbl);
+    else
+        use_back_slots(tbl);
+}
+
+bool all_zero(const char *bytes, size_t n)
+{
+    return n == 0 || (bytes[0] == 0 && std::memcmp(bytes, bytes + 1, n - 1) == 0);
+}
+
+// Whether slot i holds no entry.
+//
+// Meant: an indirect list compares with the address of its null value, so the
+// slots that growth filled with a copy of that value count as entries.
+bool is_null_entry(const Tbl *tbl, int64_t i)
+{
+    if (!tbl->direct)
+        return pointer(tbl, i) == tbl->null_value;
+    const auto size = static_cast<size_t>(tbl->size);
+    if (tbl->null_value)
+        return std::memcmp(slot(tbl, i), tbl->null_value, size) == 0;
+    return all_zero(slot(tbl, i), size);
+}
+
+void free_entries(const Tbl *tbl, FreeEntry free_entry)
+{
+    for (int64_t i = 0; i < tbl->count; ++i)
+        if (!is_null_entry(tbl, i))
+            free_entry(entry_at(tbl, i));
+}
+
+// An entry read as a string. A direct record without a zero byte ends with the
+// record; a null entry is "".
+class EntryText {
+public:
+    EntryText(const Tbl *tbl, int64_t i)
+        : text_(static_cast<const char *>(entry_at(tbl, i))), length_(0)
+    {
+        if (!text_)
+            text_ = "";
+        else if (!tbl->direct)
+            length_ = std::strlen(text_);
+        else
+            cut(static_cast<size_t>(tbl->size));
+    }
+    EntryText(const EntryText &) = delete;
+    EntryText &operator=(const EntryText &) = delete;
+
+    const char *get() const { return text_; }
+    size_t length() const { return length_; }
+
+private:
+    void cut(size_t size)
+    {
+        length_ = strnlen(text_, size);
+        if (length_ < size)
+            return;
+        copy_.reset(static_cast<char *>(stock::allocate_zeroed(size + 1, "s")));
+        text_ = static_cast<char *>(std::memcpy(copy_.get(), text_, size));
+    }
+
+    const char *text_;
+    size_t length_;
+    stock::Owned<char> copy_;
+};
+
+// Gives the end of what was copied.
+char *append(char *to, const char *bytes, size_t n)
+{
+    std::memcpy(to, bytes, n);
+    return to + n;
+}
+
+int print_text(const char *text)
+{
+    return std::puts(text);
+}
+
+int print_entry(const Tbl *tbl, int64_t i, int (*print)(const void *entry))
+{
+    if (print)
+        return print(entry_at(tbl, i));
+    return print_text(EntryText(tbl, i).get());
+}
+
+bool same_null_value(const Tbl *a, const Tbl *b)
+{
+    if (!a->null_value || !b->null_value)
+        return a->null_value == b->null_value;
+    return std::memcmp(a->null_value, b->null_value, static_cast<size_t>(a->size)) == 0;
+}
+
+// Logs what keeps the lists apart.
+bool compatible(const Tbl *a, const Tbl *b)
+{
+    if (a->size != b->size) {
+        elog_log(0, "tbl lists have different entry sizes: %d %d\n", a->size, b->size);
+        return false;
+    }
+    if (!a->direct != !b->direct) {
+        elog_log(0, "tbl lists are not both direct or indirect.\n");
+        return false;
+    }
+    if (!same_null_value(a, b)) {
+        elog_log(0, "tbl lists have different null values.\n");
+        return false;
+    }
+    return true;
+}
+
+// Meant: pushes the index itself, not an address: greptbl of "b" over a, b gives 1.
+void push_index(Tbl *tbl, int64_t i)
+{
+    pushtbl(tbl, reinterpret_cast<const void *>(i));
+}
+
+// The header defines gettbl. Naming it here makes the library export it.
+[[gnu::used]] constexpr auto kExported = &gettbl;
+
+}  // namespace
+
+Tbl *inittbl(int64_t left_grow, int64_t right_grow, int direct, const void *null_value, int size)
+{
+    if (direct && size < 1)
+        elog_die(0, "inittbl needs an entry size of at least 1, not %d\n", size);
+    auto *tbl = static_cast<Tbl *>(stock::allocate_zeroed(sizeof(Tbl), "tbl"));
+    tbl->fd = -1;
+    tbl->left_grow = increment_or_default(left_grow);
+    tbl->right_grow = increment_or_default(right_grow);
+    tbl->direct = direct != 0;
+    tbl->size = direct ? size : kPointerSize;
+    if (null_value) {
+        const auto bytes = static_cast<size_t>(tbl->size);
+        tbl->null_value = stock::allocate_zeroed(bytes, "null_value");
+        std::memcpy(tbl->null_value, null_value, bytes);
+    }
+    return tbl;
+}
+
+Tbl *newtbl(int64_t right_grow)
+{
+    return inittbl(0, right_grow, 0, nullptr, kPointerSize);
+}
+
+int64_t settbl(Tbl *tbl, int64_t i, const void *entry)
+{
+    if (i < 0)
+        i = tbl->count;
+    if (i < tbl->nalloc) {
+        store(tbl, i, entry);
+    } else {
+        const Incoming incoming(tbl, entry);
+        need_slot(tbl, i);
+        store(tbl, i, incoming.get());
+    }
+    tbl->count = std::max(tbl->count, i + 1);
+    return i;
+}
+
+void *addrtbl(const Tbl *tbl, int64_t i)
+{
+    return has(tbl, i) ? slot(tbl, i) : nullptr;
+}
+
+int64_t pushtbl(Tbl *tbl, const void *entry)
+{
+    const int64_t i = tbl->count;
+    if (tbl->direct || i >= tbl->nalloc)
+        return settbl(tbl, i, entry);
+    pointer(tbl, i) = const_cast<void *>(entry);
+    tbl->count = i + 1;
+    return i;
+}
+
+void *poptbl(Tbl *tbl)
+{
+    if (tbl->count < 1)
+        return tbl->null_value;
+    return entry_at(tbl, --tbl->count);
+}
+
+int64_t unshifttbl(Tbl *tbl, const void *entry)
+{
+    const Incoming incoming(tbl, entry);
+    if (tbl->left == 0)
+        left_growtbl(tbl);
+    tbl->base = slot(tbl, -1);
+    ++tbl->count;
+    ++tbl->nalloc;
+    ++tbl->left;
+    store(tbl, 0, incoming.get());
+    return 0;
+}
+
+void *shifttbl(Tbl *tbl)
+{
+    if (tbl->count < 1)
+        return tbl->null_value;
+    void *entry = entry_at(tbl, 0);
+    tbl->base = slot(tbl, 1);
+    --tbl->count;
+    --tbl->nalloc;
+    --tbl->left;
+    return entry;
+}
+
+int64_t instbl(Tbl *tbl, int64_t i, const void *entry)
+{
+    if (i < 0)
+        return unshifttbl(tbl, entry);
+    if (i >= tbl->count)
+        return pushtbl(tbl, entry);
+    const Incoming incoming(tbl, entry);
+    need_slot(tbl, tbl->count);
+    std::memmove(slot(tbl, i + 1), slot(tbl, i), slots_size(tbl, tbl->count - i));
+    ++tbl->count;
+    store(tbl, i, incoming.get());
+    return i;
+}
+
+void *deltbl(Tbl *tbl, int64_t i)
+{
+    if (!has(tbl, i))
+        return tbl->null_value;
+    void *entry = entry_at(tbl, i);
+    if (tbl->direct) {
+        const auto size = static_cast<size_t>(tbl->size);
+        if (!tbl->deleted)
+            tbl->deleted = stock::allocate(size, "tbl->deleted");
+        entry = std::memcpy(tbl->deleted, entry, size);
+    }
+    --tbl->count;
+    std::memmove(slot(tbl, i), slot(tbl, i + 1), slots_size(tbl, tbl->count - i));
+    fill(tbl, tbl->count, tbl->count + 1);
+    return entry;
+}
+
+void freetbl(Tbl *tbl, void (*free_entry)(void *entry))
+{
+    if (!tbl)
+        return;
+    if (tbl->mapaddr) {
+        stock::release_mapped(tbl);
+        return;
+    }
+    if (free_entry)
+        free_entries(tbl, free_entry);
+    if (tbl->base)
+        std::free(block_start(tbl));
+    std::free(tbl->null_value);
+    std::free(tbl->deleted);
+    std::free(tbl);
+}
+
+void trunctbl(Tbl *tbl, int64_t count, void (*free_entry)(void *entry))
+{
+    count = std::max<int64_t>(count, 0);
+    const int64_t before = tbl->count;
+    if (count >= before)
+        return;
+    // A free function that looks at the list finds no freed entry: pointers, which stay in
+    // their slots, are outside it already, and records are reset one by one.
+    if (!tbl->direct)
+        tbl->count = count;
+    for (int64_t i = count; free_entry && i < before; ++i) {
+        if (is_null_entry(tbl, i))
+            continue;
+        free_entry(entry_at(tbl, i));
+        if (tbl->direct)
+            fill(tbl, i, i + 1);
+    }
+    tbl->count = count;
+}
+
+void clrtbl(Tbl *tbl, void (*free_entry)(void *entry))
+{
+    trunctbl(tbl, 0, free_entry);
+}
+
+int applytbl(Tbl *tbl, int (*function)(void *entry, void *argument), void *argument)
+{
+    unsigned sum = 0;
+    const int64_t count = tbl->count;
+    for (int64_t i = 0; i < count; ++i)
+        if (void *entry = gettbl(tbl, i))
+            sum += static_cast<unsigned>(function(entry, argument));
+    return static_cast<int>(sum);
+}
+
+int cattbl(Tbl *tbl, const Tbl *source)
+{
+    if (!compatible(tbl, source))
+        return 1;
+    const int64_t added = source->count;
+    tbl->left_grow = std::max(tbl->left_grow, source->left_grow);
+    tbl->right_grow = std::max(tbl->right_grow, source->right_grow);
+    while (tbl->nalloc - tbl->count < added)
+        right_growtbl(tbl, added);
+    if (added > 0)
+        std::memcpy(slot(tbl, tbl->count), source->base, slots_size(tbl, added));
+    tbl->count += added;
+    return 0;
+}
+
+int cmptbl(const Tbl *a, const Tbl *b)
+{
+    if (a->count != b->count || a->size != b->size)
+        return 1;
+    return a->count == 0 ? 0 : std::memcmp(a->base, b->base, slots_size(a, a->count));
+}
+
+int64_t searchtbl(const void *key, const Tbl *tbl,
+                  int (*compare)(const void *key, const void *entry, void *pvt), void *pvt,
+                  int64_t *first, int64_t *last)
+{
+    return ssearch(key, tbl->size, tbl->base, tbl->count, 0, compare, pvt, first, last);
+}
+
+void sorttbl(Tbl *tbl, int (*compare)(const void *a, const void *b, void *pvt), void *pvt)
+{
+    shellsort(tbl->base, tbl->count, tbl->size, compare, pvt);
+}
+
+Tbl *duptbl(const Tbl *tbl, void *(*copy)(void *entry))
+{
+    Tbl *dup = inittbl(tbl->left_grow, tbl->right_grow, static_cast<int>(tbl->direct),
+                       tbl->null_value, tbl->size);
+    cattbl(dup, tbl);
+    if (!copy)
+        return dup;
+    const int64_t count = tbl->count;
+    for (int64_t i = 0; i < count; ++i) {
+        // An indirect list knows a missing entry by the source's null value.
+        if (is_null_entry(tbl, i))
+            continue;
+        void *entry = copy(entry_at(dup, i));
+        if (!dup->direct)
+            settbl(dup, i, entry);
+    }
+    return dup;
+}
+
+Tbl *strtbl(const char *first, ...)
+{
+    Tbl *tbl = newtbl(0);
+    va_list args;
+    va_start(args, first);
+    pushtbl(tbl, first);
+    for (const char *text = first; text && (text = va_arg(args, const char *));)
+        pushtbl(tbl, text);
+    va_end(args);
+    return tbl;
+}
+
+char *jointbl(const Tbl *tbl, const char *separator)
+{
+    if (!separator)
+        separator = "";
+    const size_t gap = std::strlen(separator);
+    size_t bytes = gap * static_cast<size_t>(tbl->count) + 1;
+    for (int64_t i = 0; i < tbl->count; ++i)
+        bytes += EntryText(tbl, i).length();
+    auto *joined = static_cast<char *>(stock::allocate_zeroed(bytes, "s"));
+    char *end = joined;
+    for (int64_t i = 0; i < tbl->count; ++i) {
+        const EntryText text(tbl, i);
+        if (i > 0)
+            end = append(end, separator, gap);
+        end = append(end, text.get(), text.length());
+    }
+    return joined;
+}
+
+Tbl *greptbl(const char *pattern, const Tbl *tbl)
+{
+    Tbl *found = newtbl(0);
+    if (!pattern)
+        return found;
+    const stock::Regex regex(pattern);
+    for (int64_t i = 0; i < tbl->count; ++i)
+        if (regex.matches(EntryText(tbl, i).get()))
+            push_index(found, i);
+    return found;
+}
+
+Tbl *tblgrep(const Tbl *patterns, const char *text)
+{
+    Tbl *found = newtbl(0);
+    for (int64_t i = 0; text && i < patterns->count; ++i)
+        if (stock::Regex(EntryText(patterns, i).get()).matches(text))
+            push_index(found, i);
+    return found;
+}
+
+int dumptbl(const char *title, const Tbl *tbl, int (*print)(const void *entry))
+{
+    static const char kNone[] = "  ** no entries in list **\n";
+    if (title && *title)
+        std::puts(title);
+    if (tbl->count < 1)
+        return print ? print(kNone) : print_text(kNone);
+    int result = 0;
+    for (int64_t i = 0; i < tbl->count; ++i) {
+        std::printf("%3ld : ", static_cast<long>(i));
+        result = print_entry(tbl, i, print);
+    }
+    return result;
+}

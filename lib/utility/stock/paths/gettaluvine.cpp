@@ -1,0 +1,162 @@
+// The installation root: where it may come from, in order, and where it is kept.
+
+#include "stock/gettaluvine.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+
+#include <glob.h>
+#include <sys/stat.h>
+
+#include "base/alloc.h"
+#include "base/ordered_lock.h"
+#include "deviants.h"
+#include "deviants/system.h"
+#include "stock/datasearch.h"
+#include "stock/path.h"
+#include "stock/restat.h"
+#include "time/zone.h"
+
+char Taluvine_path[1024];
+const char Default_taluvinepath[] = "/opt/taluvine/5.3";
+const char Taluvine[] = "TALUVINE=";
+char *Setenv;
+
+namespace {
+
+constinit stock::OrderedLock root_mutex{stock::Place::root};
+
+bool is_dir(const char *path)
+{
+    struct stat status;
+    return restat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// Writes the path of the running program's file.
+bool program_path(char *buffer)
+{
+    const char *name = getexecname();
+    if (!name)
+        return false;
+    if (strchr(name, '/')) {
+        abspath(name, buffer);
+        return *buffer != 0;
+    }
+    // Without a PATH the search would begin at the root, which is what is asked for.
+    const char *path = getenv("PATH");
+    const bool listed = path && *path;
+    const stock::Owned<char> found(listed ? datapath("PATH", nullptr, name, nullptr) : nullptr);
+    if (!found)
+        return stock::program_file(buffer, sizeof Taluvine_path);
+    strcpy(buffer, found.get());
+    return true;
+}
+
+// The environment's entry for a root of so many characters: "TALUVINE=" and the root.
+stock::Owned<char> new_entry(const char *root, size_t length)
+{
+    const size_t size = strlen(Taluvine) + length + 1;
+    auto *entry = static_cast<char *>(stock::allocate(size, "Setenv", "puttaluvine"));
+    memcpy(stpcpy(entry, Taluvine), root, length);
+    entry[size - 1] = '\0';
+    return stock::Owned<char>(entry);
+}
+
+// Set when the root is complete, so that threads may read it without the lock.
+std::atomic<bool> Root_known{false};
+
+bool root_is_known()
+{
+    // The buffer is the program's to see and to clear: the root is then found anew.
+    if (Root_known.load(std::memory_order_acquire) && *Taluvine_path)
+        return true;
+    const std::lock_guard lock(root_mutex);
+    Root_known = *Taluvine_path != '\0';
+    return Root_known;
+}
+
+// Called with the lock held. Writes only what changes: threads may be reading the root.
+void write_root(const char *root, size_t length)
+{
+    if (strlen(Taluvine_path) != length || memcmp(Taluvine_path, root, length) != 0) {
+        memmove(Taluvine_path, root, length);
+        Taluvine_path[length] = '\0';
+    }
+    Root_known.store(length > 0, std::memory_order_release);
+}
+
+// Sets the root, or only one that is not set yet, and the first time records it in the
+// environment, which keeps pointing at the entry. All memory is asked for before the lock.
+void set_root(const char *root, bool replace)
+{
+    const size_t length = strnlen(root, sizeof Taluvine_path - 1);
+    stock::Owned<char> entry = new_entry(root, length);
+    {
+        const std::lock_guard lock(root_mutex);
+        if (replace || !*Taluvine_path)  // else another thread was quicker
+            write_root(root, length);
+        if (Setenv)
+            return;
+        Setenv = entry.release();
+    }
+    // A switch of the time zone changes the environment as well.
+    const std::lock_guard lock(stock::zone_lock());
+    putenv(Setenv);
+}
+
+}  // namespace
+
+char *gettaluvine(void)
+{
+    if (root_is_known())
+        return Taluvine_path;
+    char buffer[sizeof Taluvine_path] = "";
+    const char *root = getenv("TALUVINE");
+    if (!root && is_dir(Default_taluvinepath))
+        root = Default_taluvinepath;
+    if (!root)
+        root = from_exec(buffer);
+    if (!root)
+        root = guess_taluvine(buffer);
+    set_root(root, false);
+    return Taluvine_path;
+}
+
+void puttaluvine(const char *root)
+{
+    if (root)
+        set_root(root, true);
+}
+
+char *from_exec(char *buffer)
+{
+    static constexpr char kBin[] = "/bin";
+    *buffer = '\0';
+    if (program_path(buffer)) {
+        char *slash = strrchr(buffer, '/');
+        const size_t length = slash ? static_cast<size_t>(slash - buffer) : 0;
+        const size_t bin = strlen(kBin);
+        if (length > bin && !memcmp(slash - bin, kBin, bin)) {
+            slash[-static_cast<ptrdiff_t>(bin)] = '\0';
+            return buffer;
+        }
+    }
+    *buffer = '\0';
+    return nullptr;
+}
+
+char *guess_taluvine(char *buffer)
+{
+    glob_t matches;
+    if (glob("/opt/taluvine/[1-9].[0-9][a-z]*", 0, nullptr, &matches) == 0) {
+        size_t i = matches.gl_pathc;
+        while (i > 0 && !is_dir(matches.gl_pathv[i - 1]))
+            --i;
+        if (i > 0 && strlen(matches.gl_pathv[i - 1]) < sizeof Taluvine_path)
+            strcpy(buffer, matches.gl_pathv[i - 1]);
+    }
+    globfree(&matches);
+    return buffer;
+}

@@ -1,0 +1,97 @@
+// Deep copies of parameter trees.
+
+#include "stock/pf.h"
+
+#include <cstring>
+
+#include "base/alloc.h"
+#include "pf/node.h"
+#include "stock/elog.h"
+
+namespace {
+
+// A container and its copy, which is still to be filled.
+struct Filling {
+    const Pf *from;
+    Pf *to;
+    Tbl *waiting;  // of Filling: a tree may be deeper than the stack
+};
+
+Pf *copied(const Pf *pf, Tbl *waiting);
+
+int copy_entry(void *key, void *value, void *argument)
+{
+    const auto *filling = static_cast<const Filling *>(argument);
+    setarr(filling->to->value.arr, static_cast<const char *>(key),
+           copied(static_cast<const Pf *>(value), filling->waiting));
+    return 0;
+}
+
+// Holes in the list stay holes.
+void copy_elements(const Filling &filling)
+{
+    const Tbl *from = filling.from->value.tbl;
+    for (int64_t i = 0; from && i < from->count; ++i)
+        settbl(filling.to->value.tbl, i,
+               copied(static_cast<const Pf *>(gettbl(from, i)), filling.waiting));
+}
+
+void fill(Filling filling)
+{
+    if (filling.from->type == PFTBL)
+        copy_elements(filling);
+    else
+        applyarr(filling.from->value.arr, copy_entry, &filling);
+}
+
+char *copy_bytes(std::string_view bytes)
+{
+    char *copy =
+        static_cast<char *>(stock::allocate(bytes.size() + 1, "dup->value.pffunct->text", "pfdup"));
+    std::memcpy(copy, bytes.data(), bytes.size());
+    copy[bytes.size()] = 0;
+    return copy;
+}
+
+// A copy of one node. A container's is empty and is left waiting.
+Pf *copied(const Pf *pf, Tbl *waiting)
+{
+    if (!pf)
+        return nullptr;
+    Pf *dup = nullptr;
+    switch (pf->type) {
+    case PFFILE:
+    case PFARR:
+    case PFTBL: {
+        dup = pfnew(pf->type);
+        const Filling filling{pf, dup, waiting};
+        pushtbl(waiting, &filling);
+        break;
+    }
+    case PFSTRING:
+        dup = pf->value.s ? stock::new_text(pf->value.s, "pfdup") : pfnew(pf->type);
+        break;
+    case PFFUNCTION:
+        dup = pfnew(pf->type);
+        // Meant: the text of the copy is the record's own bytes, the first of which
+        // are the address of the text: "&env(HOME)\n" gives about six bytes.
+        if (pf->value.pffunct)
+            dup->value.pffunct->text = copy_bytes(stock::record_as_text(pf->value.pffunct));
+        break;
+    case PFINVALID: dup = pfnew(pf->type); break;
+    default: elog_die(0, "Bad type in pfdup : %d\n", pf->type);
+    }
+    return dup;
+}
+
+}  // namespace
+
+Pf *pfdup(const Pf *pf)
+{
+    Tbl *waiting = inittbl(0, 0, 1, nullptr, sizeof(Filling));
+    Pf *dup = copied(pf, waiting);
+    while (waiting->count > 0)
+        fill(*static_cast<const Filling *>(poptbl(waiting)));
+    freetbl(waiting, nullptr);
+    return dup;
+}

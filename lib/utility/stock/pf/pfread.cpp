@@ -1,0 +1,85 @@
+// Reading parameter files by name: all of a name into one tree, or the one that
+// the data path leads to.
+
+#include "stock/pf.h"
+
+#include <cerrno>
+#include <cstdlib>
+
+#include <fcntl.h>
+
+#include "base/alloc.h"
+#include "base/guards.h"
+#include "stock/datasearch.h"
+#include "stock/elog.h"
+#include "stock/restat.h"
+#include "stock/strings.h"
+
+namespace {
+
+// A tree that is still to be filled, known by the caller's name.
+Pf *new_top(const char *name, Pf **pf)
+{
+    *pf = pfnew(PFARR);
+    (*pf)->filename = name;
+    return *pf;
+}
+
+int parse_file(int fd, const char *path, Pf **pf)
+{
+    Pffilename = path;
+    return pfinfd(fd, pf);
+}
+
+// Adds the file to the tree. 1 when it could not be opened.
+int read_file(const char *path, Pf **pf)
+{
+    const stock::Fd fd(reopen(path, O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0) {
+        errno = 0;
+        return 1;
+    }
+    return parse_file(fd.get(), path, pf);
+}
+
+}  // namespace
+
+int pfread(const char *name, Pf **pf)
+{
+    if (!pf)
+        return -1;
+    Pf *top = new_top(name, pf);
+    Tbl *files = pffiles(name, 0);
+    int64_t opened = 0;
+    int sum = 0;
+    for (int64_t i = 0; i < files->count; ++i) {
+        const int result = read_file(static_cast<const char *>(gettbl(files, i)), pf);
+        if (result <= 0) {
+            ++opened;
+            sum += result;
+        }
+    }
+    freetbl(files, std::free);
+    top->type = PFFILE;
+    return opened == 0 || top->value.arr->root == rb_null ? -1 : sum;
+}
+
+int pfload(const char *dir, const char *subdir, const char *name, Pf **pf)
+{
+    if (!pf)
+        return -1;
+    new_top(name, pf)->type = PFFILE;
+    const stock::Owned<char> path(name ? datapath(dir, subdir, name, "pf") : nullptr);
+    if (!path) {
+        elog_log(1, "Can't find parameter file %s/%s\n", okstr(subdir), okstr(name));
+        return -1;
+    }
+    const stock::Fd fd(reopen(path.get(), O_RDONLY | O_CLOEXEC));
+    if (fd.get() >= 0)
+        return parse_file(fd.get(), path.get(), pf);
+    if (errno == ENOENT)
+        errno = 0;
+    else
+        elog_log(1, "can't open '%s'", path.get());
+    return -1;
+}

@@ -1,0 +1,170 @@
+// A window over text that is read while it is looked at.
+//
+// The block is halved by what is still needed: a token below half of it moves to
+// the front, a longer one moves into a block of twice the size. Either way at
+// least a quarter of the block is read before the next move, so moving costs a
+// constant per byte.
+
+#include "pf/window.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include <poll.h>
+#include <unistd.h>
+
+#include "stock/elog.h"
+
+namespace stock {
+
+namespace {
+
+constexpr std::size_t kFirstSize = std::size_t{64} * 1024;
+
+// The scanner's own message for memory that ran out takes the place of the usual
+// one, so the block does not come from allocate.
+Block grown(Block block, std::size_t size, const char *message)
+{
+    if (block.size >= size)
+        return block;
+    char *bytes = static_cast<char *>(std::realloc(block.bytes, size));
+    if (!bytes)
+        elog_fault(0, "%s", message);
+    return {bytes, size};
+}
+
+// Whether a read that failed with errno is worth another try; waits where there is
+// nothing yet.
+bool try_again(int fd)
+{
+    if (errno != EAGAIN && errno != EWOULDBLOCK)
+        return errno == EINTR;
+    pollfd wanted{fd, POLLIN, 0};
+    return poll(&wanted, 1, -1) >= 0 || errno == EINTR;
+}
+
+// The same of a stream, whose error is cleared then.
+bool try_again(FILE *stream)
+{
+    const int error = errno;
+    const int fd = fileno(stream);
+    errno = error;
+    if (fd < 0 || !try_again(fd))
+        return false;
+    clearerr(stream);
+    errno = 0;
+    return true;
+}
+
+ssize_t read_descriptor(Reader &reader, char *to, std::size_t room)
+{
+    for (;;) {
+        const ssize_t got = ::read(reader.fd, to, room);
+        if (got >= 0 || !try_again(reader.fd))
+            return got;
+    }
+}
+
+// One line, or what there is of it.
+ssize_t read_line(Reader &reader, char *to, std::size_t room)
+{
+    FILE *stream = reader.stream;
+    const int before = errno;
+    std::size_t got = 0;
+    errno = 0;  // a stream of the program's own may fail without a reason
+    flockfile(stream);
+    while (got < room) {
+        const int c = getc_unlocked(stream);
+        if (c != EOF) {
+            to[got++] = static_cast<char>(c);
+            if (c == '\n')
+                break;
+        } else if (feof(stream) || !try_again(stream)) {
+            break;
+        }
+    }
+    const bool failed = got == 0 && !feof(stream);
+    funlockfile(stream);
+    if (failed)
+        return -1;
+    errno = before;
+    return static_cast<ssize_t>(got);
+}
+
+ssize_t read_memory(Reader &reader, char *to, std::size_t room)
+{
+    // Behind a zero byte nothing is the text's.
+    const std::size_t count = strnlen(reader.text, std::min(room, reader.left));
+    std::memcpy(to, reader.text, count);
+    reader.text += count;
+    reader.left -= count;
+    return static_cast<ssize_t>(count);
+}
+
+}  // namespace
+
+Reader reader_of(int fd)
+{
+    return {.read = read_descriptor, .fd = fd};
+}
+
+Reader reader_of(FILE *stream)
+{
+    return {.read = read_line, .stream = stream};
+}
+
+Reader reader_of(const char *text, std::size_t count)
+{
+    return {.read = read_memory,
+            .text = text,
+            .left = count,
+            .no_memory = "out of dynamic memory in PF_scan_bytes()"};
+}
+
+Window::Window(const char *text) : start(text), end_(text + std::strlen(text)) {}
+
+Window::Window(const Reader &reader, Block block)
+    : reader_(reader), block_(grown(block, kFirstSize, reader.no_memory))
+{
+    block_.bytes[0] = 0;
+    start = end_ = block_.bytes;
+}
+
+// Room for a quarter of the block and the zero byte behind what is needed.
+void Window::make_room()
+{
+    const auto used = static_cast<std::size_t>(end_ - block_.bytes);
+    if (block_.size - used > block_.size / 4)
+        return;
+    const auto from = static_cast<std::size_t>(start - block_.bytes);
+    const std::size_t needed = used - from;
+    if (needed > block_.size / 2)
+        block_ = grown(block_, 2 * block_.size, "out of dynamic memory in yy_get_next_buffer()");
+    std::memmove(block_.bytes, block_.bytes + from, needed);
+    start = block_.bytes;
+    end_ = start + needed;
+}
+
+bool Window::more(const char *&p)
+{
+    if (!reader_.read)
+        return false;
+    const auto offset = p - start;
+    make_room();
+    p = start + offset;
+    char *to = block_.bytes + (end_ - block_.bytes);
+    const auto room = static_cast<std::size_t>(block_.bytes + block_.size - 1 - to);
+    const ssize_t got = reader_.read(reader_, to, room);
+    if (got < 0)
+        error_ = errno ? errno : EIO;
+    const std::size_t text = got > 0 ? strnlen(to, static_cast<std::size_t>(got)) : 0;
+    to[text] = 0;
+    end_ = to + text;
+    if (got <= 0 || text < static_cast<std::size_t>(got))
+        reader_.read = nullptr;
+    return text > 0;
+}
+
+}  // namespace stock

@@ -1,0 +1,599 @@
+// The state file: locked, read, and replaced as a whole.
+//
+// What is locked is a file, and what others look for is a name. So the file that
+// takes the name over is locked before it does, and whoever has locked a file looks
+// whether the name still leads to it.
+//
+// Signal handlers come here too. One that interrupts its own thread inside the grave
+// cannot wait for it: the end that it begins is owed until the thread leaves.
+
+#include "stock/bury.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <climits>
+#include <cmath>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <memory>
+#include <string_view>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "base/alloc.h"
+#include "base/guards.h"
+#include "base/uninterrupted.h"
+#include "deviants.h"
+#include "log/end.h"
+#include "log/last_limit.h"
+#include "log/lock.h"
+#include "pf/node.h"
+#include "pf/scan.h"
+#include "stock/elog.h"
+#include "stock/fix_strtod.h"
+#include "stock/halt.h"
+#include "stock/path.h"
+#include "stock/str2epoch.h"
+#include "stock/strdbl.h"
+#include "stock/tbl.h"
+#include "stock/time.h"
+
+namespace {
+
+using namespace stock::logging;
+using stock::Owned;
+
+std::atomic<Grave *> grave{nullptr};
+constinit stock::OrderedLock grave_mutex{stock::Place::grave};
+const char *Gravesite = nullptr;
+
+// ---- Being inside ----
+
+// The model keeps a signal handler's first access from allocating.
+constinit thread_local volatile int Inside __attribute__((tls_model("initial-exec"))) = 0;
+
+// Holds grave_mutex, which a thread that is inside does not wait for. Like a change, it
+// is counted before it has the mutex and until it has given it up.
+class Visit {
+public:
+    Visit()
+    {
+        begin_change();
+        Inside = Inside + 1;
+        if (Inside == 1)
+            enter();
+    }
+    ~Visit()
+    {
+        if (Inside == 1)
+            grave_mutex.unlock();
+        Inside = Inside - 1;
+        end_change();
+    }
+    Visit(const Visit &) = delete;
+    Visit &operator=(const Visit &) = delete;
+
+private:
+    // Who is inside may be about to report: a log function of the program's that comes
+    // here gives the log's lock up while it waits.
+    static void enter()
+    {
+        if (grave_mutex.try_lock())
+            return;
+        const stock::logging::Released released;
+        grave_mutex.lock();
+    }
+};
+
+// Handlers and other threads look at it. The C++ library of macOS has no atomic_ref.
+int signalled(const Grave *g)
+{
+    return __atomic_load_n(&g->signalled, __ATOMIC_SEQ_CST);
+}
+void set_signalled(Grave *g, int value)
+{
+    __atomic_store_n(&g->signalled, value, __ATOMIC_SEQ_CST);
+}
+
+// ---- Relics ----
+
+struct Relic {
+    void *address;
+    int type;
+};
+
+// Meant: the text of the largest double, 15 digits rounded up, would read as infinite.
+bool is_largest(const char *text)
+{
+    char largest[STRDBL_SIZE];
+    return std::strcmp(text, strdbl(largest, std::numeric_limits<double>::max())) == 0;
+}
+
+double number_of(const char *text)
+{
+    const bool negative = *text == '-';
+    if (is_largest(text + negative))
+        return std::copysign(std::numeric_limits<double>::max(), negative ? -1 : 1);
+    return fix_strtod(text, nullptr);
+}
+
+template <class T>
+T &as(void *address)
+{
+    return *static_cast<T *>(address);
+}
+
+Tbl *Restored = nullptr;  // the texts that were given out, all there ever were
+
+void restore_string(void *address, const char *text)
+{
+    if (!Restored)
+        Restored = newtbl(0);
+    char *copy = stock::copy_text(text, "relic", "resurrect");
+    pushtbl(Restored, copy);
+    as<char *>(address) = copy;
+}
+
+struct Kind {
+    int (*save)(Pf *pf, const char *name, void *address);
+    void (*restore)(void *address, const char *text);
+};
+
+int save_int(Pf *pf, const char *name, void *address)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "%d", as<int>(address));
+    return pfset(pf, name, text);
+}
+
+int save_double(Pf *pf, const char *name, void *address)
+{
+    char text[STRDBL_SIZE];
+    return pfset(pf, name, strdbl(text, as<double>(address)));
+}
+
+// Whether a text, written as it is, would be read as a list, a table, a literal or a
+// function. It would take its own meaning with it, and perhaps the rest of the file.
+bool is_taken_otherwise(const char *text)
+{
+    constexpr std::string_view kLiteral = "&Literal";
+    return *text == '&' &&
+           (std::strpbrk(text, "({") || std::strncmp(text, kLiteral.data(), kLiteral.size()) == 0);
+}
+
+// The one kind of node that is written as it stands is a function.
+int put_literally(Pf *pf, const char *name, const char *text)
+{
+    if (pfset(pf, name, "") != 0)
+        return -1;
+    Pf *node = nullptr;
+    stock::find_node(pf, name, false, &node);
+    stock::free_value(node);
+    node->type = PFFUNCTION;
+    node->value.pffunct = static_cast<Pffunction *>(
+        stock::allocate_zeroed(sizeof(Pffunction), "pf->value.pffunct", "bury"));
+    node->value.pffunct->text = pfoutput_literal(text, 2);
+    return 0;
+}
+
+int save_string(Pf *pf, const char *name, void *address)
+{
+    const char *text = as<const char *>(address);
+    return text && is_taken_otherwise(text) ? put_literally(pf, name, text) : pfset(pf, name, text);
+}
+
+int save_time(Pf *pf, const char *name, void *address)
+{
+    const Owned<char> text(
+        zepoch2str("%E (%j) %Y-%m-%d  %H:%M:%S.%u %z %A", nullptr, as<double>(address)));
+    return pfset(pf, name, text.get());
+}
+
+// clang-format off
+constexpr Kind kKinds[] = {     // in the order of the types
+    {save_int,    [](void *to, const char *text) { as<int>(to) = static_cast<int>(std::strtol(text, nullptr, 10)); }},
+    {save_double, [](void *to, const char *text) { as<double>(to) = number_of(text); }},
+    {save_string, restore_string},
+    {save_time,   [](void *to, const char *text) { as<double>(to) = str2epoch(text); }},
+};
+// clang-format on
+constexpr int kKindCount = sizeof kKinds / sizeof kKinds[0];
+static_assert(kKindCount == RELIC_TIME + 1);
+
+// Why a variable would not come back under the name; null when it would.
+const char *refusal(std::string_view name)
+{
+    if (name.find_first_of("\t\n#\\") != name.npos)
+        return "its name holds a tab, a newline, \"#\" or \"\\\"";
+    if (name.starts_with('"') || name.find("{\"") != name.npos)
+        return "its name begins with a quote";
+    if (name.substr(0, name.find_first_of("{}[]")).size() > stock::kMaxKey)
+        return "its name is longer than 1023 bytes";
+    const auto steps =
+        std::count_if(name.begin(), name.end(), [](char c) { return c == '{' || c == '['; });
+    return steps > stock::kMaxLexLevel ? "its name is nested deeper than 11 levels" : nullptr;
+}
+static_assert(stock::kMaxKey == 1023 && stock::kMaxLexLevel == 11);
+
+// ---- The file ----
+
+constexpr mode_t kMode = 0664;
+constexpr int kAttempts = 1000;  // each fails because another process replaced the file meanwhile
+
+struct CloseStream {
+    void operator()(FILE *stream) const { std::fclose(stream); }
+};
+using Stream = std::unique_ptr<FILE, CloseStream>;
+
+// Opens for reading and writing; null with errno set.
+Stream open_file(const char *name, int flags)
+{
+    stock::Fd fd(
+        stock::uninterrupted([&] { return ::open(name, O_RDWR | O_CLOEXEC | flags, kMode); }));
+    Stream stream(fd.get() < 0 ? nullptr : ::fdopen(fd.get(), "r+"));
+    if (stream)
+        fd.release();
+    return stream;
+}
+
+bool lock(FILE *stream)
+{
+    return stock::uninterrupted([&] { return ::lockf(fileno(stream), F_TLOCK, 0); }) == 0;
+}
+
+bool is_same(const struct stat &a, const struct stat &b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Opens the state file, made when there is none, and locks it. Gives 1, 0 when it was
+// made, or -1.
+int open_locked(Grave *g)
+{
+    for (int i = 0; i < kAttempts; ++i) {
+        Stream stream = open_file(g->name, 0);
+        const bool missing = !stream && errno == ENOENT;
+        if (missing)
+            stream = open_file(g->name, O_CREAT);
+        struct stat file, named;
+        if (!stream || ::fstat(fileno(stream.get()), &file) != 0 || !S_ISREG(file.st_mode))
+            return -1;
+        g->stream = stream.get();
+        lockstate(g);
+        if (::stat(g->name, &named) == 0 && is_same(named, file)) {
+            static_cast<void>(stream.release());
+            // Another process may have made it first and have come to its end.
+            return missing && named.st_size == 0 ? 0 : 1;
+        }
+        g->stream = nullptr;
+    }
+    return -1;
+}
+
+int read_saved(Grave *g)
+{
+    if (pfin(g->stream, &g->saved) == 0)
+        return 1;
+    pffree(g->saved);
+    g->saved = nullptr;
+    return 2;
+}
+
+// Makes a new name last. Not every directory can be opened or flushed, and the file
+// has its name in any case.
+void flush_directory(const char *path)
+{
+    const char *slash = std::strrchr(path, '/');
+    const auto length = static_cast<std::size_t>(slash ? slash - path + 1 : 0);
+    const Owned<char> directory(stock::copy_text(slash ? path : ".", "directory", "bury"));
+    if (slash)
+        directory.get()[length] = '\0';
+    const stock::Fd fd(::open(directory.get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (fd.get() >= 0)
+        ::fsync(fd.get());
+}
+
+// The alternate file, new and locked; null with errno set. What has its name is removed:
+// it is left from an earlier run, or a link that somebody made to have another file
+// overwritten. Where the state file cannot be locked either, on another host's file
+// system, it goes without.
+Stream open_alternate(const Grave *g)
+{
+    constexpr int kNew = O_CREAT | O_EXCL;
+    Stream stream = open_file(g->alternate, kNew);
+    if (!stream && errno == EEXIST && ::unlink(g->alternate) == 0)
+        stream = open_file(g->alternate, kNew);
+    if (!stream || (!lock(stream.get()) && is_nfs(g->alternate) != 1))
+        return nullptr;
+    return stream;
+}
+
+// Writes the text to the disk. False after complaining.
+bool write_whole(FILE *stream, const char *alternate, std::string_view text)
+{
+    errno = 0;
+    const ssize_t written =
+        stock::uninterrupted([&] { return ::write(fileno(stream), text.data(), text.size()); });
+    if (written < 0 || static_cast<std::size_t>(written) != text.size()) {
+        elog_complain(1, "Wrote %ld bytes to alternate state file %s instead of %ld",
+                      static_cast<long>(written), alternate, static_cast<long>(text.size()));
+        return false;
+    }
+    // The file stays open for its lock. What closing could find fault with, flushing does.
+    if (stock::uninterrupted([&] { return ::fsync(fileno(stream)); }) != 0 && errno != EINVAL) {
+        elog_complain(1, "Can't close alternate state file %s", alternate);
+        return false;
+    }
+    return true;
+}
+
+// Gives the file that was written the name of the state file, unless that names a
+// device: who names /dev/null wants no state, and would lose it for all programs.
+bool take_over(const char *alternate, const char *name)
+{
+    struct stat named;
+    if (::lstat(name, &named) == 0 && !S_ISREG(named.st_mode) && !S_ISLNK(named.st_mode)) {
+        errno = EEXIST;
+        return false;
+    }
+    return ::rename(alternate, name) == 0;
+}
+
+int replace_state(Grave *g, std::string_view text)
+{
+    Stream stream = open_alternate(g);
+    if (!stream) {
+        elog_complain(1, "Can't write alternate state file %s", g->alternate);
+        return -1;
+    }
+    if (!write_whole(stream.get(), g->alternate, text))
+        return -1;
+    if (!take_over(g->alternate, g->name)) {
+        elog_complain(1, "failed to rename state file %s to %s", g->alternate, g->name);
+        return -1;
+    }
+    const Stream earlier(g->stream);
+    g->stream = stream.release();
+    flush_directory(g->name);
+    return 0;
+}
+
+void add_extra_values(const Grave *g, Pf *pf)
+{
+    const NothingChanges nothing_changes;
+    if (g->extra_values)
+        g->extra_values(pf);
+}
+
+// Puts the relics into the tree in the order of their names.
+int save_relics(const Grave *g, Pf *pf)
+{
+    int result = 0;
+    Tbl *names = keysarr(g->relics);
+    for (int64_t i = 0; i < names->count; ++i) {
+        const auto *name = static_cast<const char *>(gettbl(names, i));
+        const auto *relic = static_cast<const Relic *>(getarr(g->relics, name));
+        if (kKinds[relic->type].save(pf, name, relic->address) != 0) {
+            elog_complain(0, "Can't save '%s' in state file %s", name, g->name);
+            result = -1;
+        }
+    }
+    freetbl(names, nullptr);
+    return result;
+}
+
+// The name as it holds in every working directory, unless the present one has none.
+char *absolute_name(const char *filename)
+{
+    const Owned<char> directory(*filename == '/' || !*filename ? nullptr : ::getcwd(nullptr, 0));
+    if (!directory)
+        return stock::copy_text(filename, "grave->name", "exhume");
+    const std::size_t size = std::strlen(directory.get()) + std::strlen(filename) + 2;
+    auto *name = static_cast<char *>(stock::allocate(size, "grave->name", "exhume"));
+    std::snprintf(name, size, "%s/%s", directory.get(), filename);
+    return name;
+}
+
+Grave *new_grave(const char *filename, volatile int *stop_flag, int grace_seconds,
+                 void (*extra_values)(Pf *pf))
+{
+    auto *g = static_cast<Grave *>(stock::allocate_zeroed(sizeof(Grave), "grave", "exhume"));
+    g->name = absolute_name(filename);
+    const std::size_t length = std::strlen(g->name);
+    g->alternate = static_cast<char *>(stock::allocate(length + 2, "grave->alternate", "exhume"));
+    std::memcpy(g->alternate, g->name, length);
+    std::memcpy(g->alternate + length, "+", 2);
+    g->relics = newarr(nullptr);
+    g->stop_flag = stop_flag;
+    if (stop_flag)
+        *stop_flag = 0;
+    g->grace_seconds = grace_seconds;
+    g->extra_values = extra_values;
+    return g;
+}
+
+// ---- Stop signals ----
+
+int start_grace(const Grave *g)
+{
+    return std_set_timer([](int) { alarm_handler(); }, g->grace_seconds);
+}
+
+// Whether a bury runs, and whether the grace was over meanwhile, which limits it.
+enum : int { kNone, kRunning, kLimited };
+std::atomic<int> Burial{kNone};
+
+// Tells of a bury as long as it runs. One that ends in time stops the alarm; a signal
+// that came meanwhile has its own grace.
+class Burying {
+public:
+    explicit Burying(const Grave *g) : grave_(g) { Burial = kRunning; }
+    ~Burying()
+    {
+        if (Burial.exchange(kNone) != kLimited)
+            return;
+        lift_limit();
+        if (signalled(grave_))
+            start_grace(grave_);
+    }
+    Burying(const Burying &) = delete;
+    Burying &operator=(const Burying &) = delete;
+
+private:
+    const Grave *grave_;
+};
+
+// The program buries while its grace is over: it may come to the end of that.
+void limit_burial()
+{
+    if (Burial != kRunning || !limit_end(kNotSaved))
+        return;
+    int running = kRunning;
+    if (!Burial.compare_exchange_strong(running, kLimited))
+        lift_limit();
+}
+
+void save_and_end()
+{
+    limit_end(kNotSaved);
+    if (put_off(save_and_end, Inside > 0))
+        return;
+    bury();
+    end_process();
+}
+
+// Another thread may have buried since the alarm.
+void alarm_again()
+{
+    lift_limit();
+    alarm_handler();
+}
+
+}  // namespace
+
+int exhume(const char *filename, volatile int *stop_flag, int grace_seconds,
+           void (*extra_values)(Pf *pf))
+{
+    const Visit visit;
+    if (grave)
+        return -2;
+    if (!filename)
+        return -1;
+    Grave *g = new_grave(filename, stop_flag, grace_seconds, extra_values);
+    make_pathdirs(filename);
+    int result = open_locked(g);
+    if (result == 1)
+        result = read_saved(g);
+    grave = g;
+    errno = 0;
+    if (stop_flag)
+        setup_signal_handlers(signal_handler);
+    return result;
+}
+
+int resurrect(const char *name, void *address, int type)
+{
+    const Visit visit;
+    Grave *g = grave;
+    if (!g)
+        return -1;
+    if (!name || !*name || !address || type < 0 || type >= kKindCount) {
+        elog_complain(0, "Can't resurrect '%s' of type %d", name ? name : "", type);
+        return -1;
+    }
+    if (const char *why = refusal(name)) {
+        elog_complain(0, "Can't resurrect '%s': %s", name, why);
+        return -1;
+    }
+    auto *relic = static_cast<Relic *>(stock::allocate(sizeof(Relic), "relic_record"));
+    char *text = nullptr;
+    const bool found = g->saved && pfeval(g->saved, name, &text) == 0 && text;
+    if (found)
+        kKinds[type].restore(address, text);
+    *relic = {address, type};
+    std::free(setarr(g->relics, name, relic));
+    if (getarr(g->relics, name) != relic)
+        stock::out_of_memory(std::strlen(name) + 1, "relic_record");
+    return found ? 0 : 1;
+}
+
+int bury()
+{
+    Grave *g = grave;
+    if (!g || Inside > 0)
+        return -1;
+    const Visit visit;
+    const Burying burying(g);
+    set_signalled(g, 0);
+    Pf *pf = pfnew(PFFILE);
+    add_extra_values(g, pf);
+    const int saved = save_relics(g, pf);
+    const Owned<char> text(pf2string(pf));
+    const int written = replace_state(g, text.get());
+    pffree(pf);
+    return saved == 0 ? written : -1;
+}
+
+const char *gravesite()
+{
+    const Visit visit;
+    const Grave *g = grave;
+    return g ? g->name : Gravesite;
+}
+
+void custom_gravesite(const char *filename)
+{
+    const Visit visit;
+    Gravesite = filename;
+}
+
+void lockstate(Grave *g)
+{
+    if (lock(g->stream))
+        return;
+    if (is_nfs(g->name) == 1)
+        return elog_complain(1, "Can't lock '%s' on an nfs filesystem: proceeding without lock",
+                             g->name);
+    elog_complain(1,
+                  "*fatal* Can't lock state file '%s' for exclusive use: it is already in use.\n",
+                  g->name);
+    end_process();
+}
+
+void signal_handler(int sig)
+{
+    const stock::KeepErrno keep;
+    Grave *g = grave;
+    if (!g) {
+        elog_die(0, "*stack*Unexpected failure: %s in file %s, line %d\n", "signal_handler",
+                 __FILE__, 129);
+    }
+    set_signalled(g, 1);
+    if (g->stop_flag)  // several threads may be signalled at once
+        __atomic_store_n(g->stop_flag, sig, __ATOMIC_RELAXED);
+    if (g->grace_seconds == 0)
+        save_and_end();
+    else if (g->grace_seconds > 0 && !end_is_limited() && start_grace(g) != 0)
+        elog_die(0, "failed to set timer");
+}
+
+void alarm_handler()
+{
+    Grave *g = grave;
+    if (!g)
+        return;
+    if (!signalled(g))
+        return limit_burial();
+    limit_end(kNotSaved);
+    if (put_off(alarm_again, Inside > 0))
+        return;
+    bury();
+    limit_step(kGraceOver);
+    elog_die(1, kGraceOver);
+}

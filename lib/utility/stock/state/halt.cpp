@@ -1,0 +1,110 @@
+// Stopping in order: stop signals that set a flag, and timers that end the process.
+
+#include "stock/halt.h"
+
+#include <csignal>
+
+#include "base/guards.h"
+#include "deviants.h"
+#include "log/last_limit.h"
+#include "log/lock.h"
+#include "stock/elog.h"
+#include "stock/wait_for_time.h"
+
+using namespace stock::logging;
+
+namespace {
+
+volatile int *volatile Halt_flag = nullptr;
+volatile int Halt_In_Seconds = 0;
+void (*volatile Halt_Mortician)(Pf *pf) = nullptr;
+
+constexpr char kTimeOver[] = "quitting from die_soon alarm\n";
+
+// What the timers do.
+void end_in_time()
+{
+    limit_end(kTimeOver);
+    if (!put_off(end_in_time))
+        die_now();
+}
+
+void end_grace()
+{
+    limit_end(kGraceOver);
+    if (!put_off(end_grace))
+        halt_alarm_handler();
+}
+
+// A timer that is set to less than this would never run out.
+constexpr double kLeastTime = 2e-6;
+
+}  // namespace
+
+int setup_signals(volatile int *flag, void (*mortician)(Pf *pf), int seconds)
+{
+    Halt_flag = flag;
+    Halt_Mortician = mortician;
+    Halt_In_Seconds = seconds;
+    return setup_signal_handlers(halt_signal_handler);
+}
+
+int setup_signal_handlers(void (*handler)(int sig))
+{
+    static constexpr struct {
+        int number;
+        const char *refusal;
+    } kSignals[] = {
+        {SIGHUP, "Couldn't intercept signal SIGHUP\n"},
+        {SIGINT, "Couldn't intercept signal SIGINT\n"},
+        {SIGQUIT, "Couldn't intercept signal SIGQUIT\n"},
+        {SIGTERM, "Couldn't intercept signal SIGTERM\n"},
+    };
+
+    struct sigaction action = {};
+    action.sa_handler = handler;
+    sigemptyset(&action.sa_mask);
+    for (const auto &signal : kSignals)
+        if (sigaction(signal.number, &action, nullptr) < 0)
+            elog_die(1, "%s", signal.refusal);
+    return 0;
+}
+
+int die_soon(double seconds)
+{
+    const bool at_once = seconds >= 0 && seconds < kLeastTime;
+    if (std_set_timer([](int) { end_in_time(); }, at_once ? kLeastTime : seconds) == 0)
+        return 0;
+    snooze(seconds);
+    elog_die(0, "failed to setup timer to die");
+}
+
+void halt_signal_handler(int sig)
+{
+    const stock::KeepErrno keep;
+    if (volatile int *flag = Halt_flag)  // several threads may be signalled at once
+        __atomic_store_n(flag, 1, __ATOMIC_RELAXED);
+    if (Halt_In_Seconds >= 1 && !end_is_limited() &&
+        std_set_timer([](int) { end_grace(); }, Halt_In_Seconds) != 0)
+        elog_die(0, "received signal #%d but failed to set alarm timer", sig);
+}
+
+void halt_alarm_handler()
+{
+    limit_end(kGraceOver);
+    Pf *pf = pfnew(PFFILE);
+    if (Halt_Mortician)
+        Halt_Mortician(pf);
+    {
+        const stock::KeepErrno keep;
+        pffree(pf);
+    }
+    limit_step(kGraceOver);
+    elog_die(1, kGraceOver);
+}
+
+void die_now()
+{
+    limit_end(kTimeOver);
+    elog_die(1, kTimeOver);
+}

@@ -1,0 +1,289 @@
+// Text in place: splitting, copying, trimming, and lines out of a stream.
+//
+// Every function looks at each byte once and knows ASCII only, so that what a
+// blank or a letter is never depends on the process's locale.
+
+#include "stock/strings.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+#include "base/alloc.h"
+
+namespace {
+
+constexpr bool is_white(char c)
+{
+    return c == ' ' || c == '\t' || c == '\n';
+}
+
+std::string_view text_of(const char *string)
+{
+    return string ? string : "";
+}
+
+// What is left of the text without the characters at both ends that drop says to drop.
+template <class Drop>
+std::string_view trimmed(std::string_view text, Drop drop)
+{
+    while (!text.empty() && drop(text.front()))
+        text.remove_prefix(1);
+    while (!text.empty() && drop(text.back()))
+        text.remove_suffix(1);
+    return text;
+}
+
+// Writes the text, which may overlap the destination, and a terminator.
+char *terminated(char *destination, std::string_view text)
+{
+    if (!text.empty())
+        std::memmove(destination, text.data(), text.size());
+    destination[text.size()] = 0;
+    return destination + text.size();
+}
+
+template <class Separates>
+Tbl *split_where(char *string, Separates separates)
+{
+    Tbl *fields = newtbl(5);
+    if (!string)
+        return fields;
+    for (;;) {
+        while (*string && separates(*string))
+            *string++ = 0;
+        if (!*string)
+            return fields;
+        pushtbl(fields, string);
+        while (*string && !separates(*string))
+            ++string;
+    }
+}
+
+// Turns the letters from first on, 26 of them, into those of the other case.
+int64_t swap_case(char *string, char first)
+{
+    const std::size_t length = text_of(string).size();
+    for (std::size_t i = 0; i < length; ++i) {
+        const bool letter = static_cast<unsigned char>(string[i] - first) < 26;
+        string[i] = static_cast<char>(string[i] ^ (letter ? 'a' ^ 'A' : 0));
+    }
+    return static_cast<int64_t>(length);
+}
+
+template <class Allowed>
+int holds_only(const char *string, Allowed allowed)
+{
+    const std::string_view text = text_of(string);
+    return std::all_of(text.begin(), text.end(), allowed);
+}
+
+void start_line(char **buffer, int64_t *size)
+{
+    *size = INTACTLINE_FIRST;
+    *buffer = static_cast<char *>(stock::allocate(INTACTLINE_FIRST, "*aline", "intactline"));
+}
+
+void double_line(char **buffer, int64_t *size)
+{
+    const std::size_t twice = stock::bytes_for(*size, 2);
+    *buffer = static_cast<char *>(stock::reallocate(*buffer, twice, "*aline", "intactline"));
+    *size *= 2;
+}
+
+// Reads up to and with the next newline; gives how many characters there were.
+int64_t read_line(FILE *stream, char **buffer, int64_t *size)
+{
+    int64_t length = 0;
+    for (int c = 0; c != '\n' && (c = getc_unlocked(stream)) != EOF;) {
+        if (length + 1 >= *size)
+            double_line(buffer, size);
+        (*buffer)[length++] = static_cast<char>(c);
+    }
+    return length;
+}
+
+// Holds a stream against other threads.
+class StreamLock {
+public:
+    explicit StreamLock(FILE *stream) : stream_(stream) { flockfile(stream_); }
+    ~StreamLock() { funlockfile(stream_); }
+    StreamLock(const StreamLock &) = delete;
+    StreamLock &operator=(const StreamLock &) = delete;
+
+private:
+    FILE *stream_;
+};
+
+}  // namespace
+
+Tbl *split(char *string, int character)
+{
+    const char separator = static_cast<char>(character);
+    return split_where(string, [=](char c) { return c == separator; });
+}
+
+Tbl *splitws(char *string)
+{
+    return split_where(string, is_white);
+}
+
+int sncopy(char *destination, const char *source, int n)
+{
+    if (n <= 0)
+        return 0;
+    const auto width = static_cast<std::size_t>(n);
+    const std::size_t length = source ? strnlen(source, width) : 0;
+    std::copy_n(source, length, destination);
+    std::memset(destination + length, ' ', width - length);
+    return n;
+}
+
+char *szcopy(char *destination, const char *source, int n)
+{
+    return terminated(destination, {source, source && n > 0 ? static_cast<std::size_t>(n) : 0});
+}
+
+char *copystrip(char *destination, const char *source, int n)
+{
+    const std::string_view text{source, source && n > 0 ? static_cast<std::size_t>(n) : 0};
+    return terminated(destination, trimmed(text, [](char c) { return c == ' '; }));
+}
+
+void *memdup(const void *address, size_t n)
+{
+    return address ? std::memcpy(stock::allocate(n, "b"), address, n) : nullptr;
+}
+
+int64_t str2upper(char *string)
+{
+    return swap_case(string, 'a');
+}
+
+int64_t str2lower(char *string)
+{
+    return swap_case(string, 'A');
+}
+
+void strtrim(char *string)
+{
+    if (string)
+        terminated(string, trimmed(string, is_white));
+}
+
+char *strsub(const char *source, const char *old_text, const char *new_text, char *destination)
+{
+    std::string_view rest = text_of(source);
+    const std::string_view wanted = text_of(old_text);
+    const std::string_view replacement = text_of(new_text);
+    while (!wanted.empty()) {
+        const void *found = memmem(rest.data(), rest.size(), wanted.data(), wanted.size());
+        if (!found)
+            break;
+        const auto before =
+            static_cast<std::size_t>(static_cast<const char *>(found) - rest.data());
+        destination = std::copy_n(rest.data(), before, destination);
+        destination = std::copy(replacement.begin(), replacement.end(), destination);
+        rest.remove_prefix(before + wanted.size());
+    }
+    return terminated(destination, rest);
+}
+
+void strtr(char *string, const char *from, const char *to)
+{
+    constexpr std::size_t kPairs = 256;
+    if (!string || !from || !to)
+        return;
+    const std::size_t pairs = std::min(strnlen(from, kPairs), strnlen(to, kPairs));
+    if (pairs == 0)
+        return;
+    unsigned char turns_into[kPairs];
+    for (std::size_t i = 0; i < kPairs; ++i)
+        turns_into[i] = static_cast<unsigned char>(i);
+    for (std::size_t i = 0; i < pairs; ++i)
+        turns_into[static_cast<unsigned char>(from[i])] = static_cast<unsigned char>(to[i]);
+    for (; *string; ++string)
+        *string = static_cast<char>(turns_into[static_cast<unsigned char>(*string)]);
+}
+
+void chomp(char *string)
+{
+    const std::size_t length = text_of(string).size();
+    if (length > 0 && string[length - 1] == '\n')
+        string[length - 1] = 0;
+}
+
+int nstrcmp(const char *a, const char *b)
+{
+    if (a && b)
+        return std::strcmp(a, b);
+    return a != b;
+}
+
+int blank(const char *string)
+{
+    return holds_only(string, [](char c) { return c == ' '; });
+}
+
+int whitespace(const char *string)
+{
+    return holds_only(string, is_white);
+}
+
+const char *okstr(const char *string)
+{
+    return string ? string : "<null>";
+}
+
+char *spaces(int n)
+{
+    static std::atomic<char *> ring[SPACES_RING];
+    static std::atomic<std::uint64_t> calls{0};
+
+    std::atomic<char *> &slot = ring[calls++ % SPACES_RING];
+    char *buffer = slot;
+    if (!buffer) {
+        auto *made = static_cast<char *>(stock::allocate(MAX_SPACES + 1, "buf[ibuf]"));
+        if (slot.compare_exchange_strong(buffer, made))
+            buffer = made;
+        else
+            std::free(made);  // another thread was quicker
+    }
+    const int width = std::clamp<int>(n, 0, MAX_SPACES);
+    std::memset(buffer, ' ', static_cast<std::size_t>(width));
+    buffer[width] = 0;
+    return buffer;
+}
+
+char *getaline(FILE *stream, char *buffer, int size)
+{
+    if (buffer && size > 0)
+        buffer[size - 1] = 0;
+    if (!stream || !buffer || size < 3 || !std::fgets(buffer, size - 1, stream))
+        return nullptr;
+    chomp(buffer);
+    return buffer;
+}
+
+char *intactline(FILE *stream, char **buffer, int64_t *size)
+{
+    if (!stream || !buffer || !size)
+        return nullptr;
+    if (*size <= 0 || !*buffer)
+        start_line(buffer, size);
+    const int error_before = errno;
+    const StreamLock lock(stream);
+    const int64_t length = read_line(stream, buffer, size);
+    if (length > 0 || !ferror_unlocked(stream))
+        errno = error_before;
+    if (length == 0)
+        return nullptr;
+    char *end = *buffer + length;
+    if (end[-1] == '\n')
+        --end;
+    *end = 0;
+    return *buffer;
+}
