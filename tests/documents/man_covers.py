@@ -22,6 +22,7 @@ import subprocess
 import sys
 
 sys.dont_write_bytecode = True
+sys.path.append(os.path.join(os.path.dirname(__file__), "../house"))
 from exports import declared
 
 # Pages of other people that ours refer to.
