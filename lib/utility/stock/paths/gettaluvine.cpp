@@ -6,18 +6,21 @@
 #include <cstdlib>
 #include <cstring>
 #include <mutex>
+#include <utility>
 
 #include <glob.h>
 #include <sys/stat.h>
 
 #include "base/alloc.h"
+#include "time/zone.h"
+#include "base/guards.h"
 #include "base/ordered_lock.h"
 #include "deviants.h"
 #include "deviants/system.h"
-#include "stock/datasearch.h"
+#include "paths/search.h"
+#include "stock/expand_env.h"
 #include "stock/path.h"
 #include "stock/restat.h"
-#include "time/zone.h"
 
 char Taluvine_path[1024];
 const char Default_taluvinepath[] = "/opt/taluvine/5.3";
@@ -34,6 +37,17 @@ bool is_dir(const char *path)
     return restat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+// The file that PATH gives for a program's name, or null.
+stock::Owned<char> find_in_path(const char *program)
+{
+    const char *path = getenv("PATH");
+    if (!path || !*path || strlen(program) >= sizeof Taluvine_path)
+        return nullptr;
+    const stock::KeepErrno keep;
+    stock::Owned<char> paths(expand_env(path));
+    return stock::take_first(stock::search_paths(std::move(paths), nullptr, program, false));
+}
+
 // Writes the path of the running program's file.
 bool program_path(char *buffer)
 {
@@ -44,10 +58,7 @@ bool program_path(char *buffer)
         abspath(name, buffer);
         return *buffer != 0;
     }
-    // Without a PATH the search would begin at the root, which is what is asked for.
-    const char *path = getenv("PATH");
-    const bool listed = path && *path;
-    const stock::Owned<char> found(listed ? datapath("PATH", nullptr, name, nullptr) : nullptr);
+    const stock::Owned<char> found = find_in_path(name);
     if (!found)
         return stock::program_file(buffer, sizeof Taluvine_path);
     strcpy(buffer, found.get());
