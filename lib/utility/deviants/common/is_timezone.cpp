@@ -9,7 +9,7 @@
 #include <sys/stat.h>
 
 #include "base/guards.h"
-#include "time/zone.h"
+#include "base/zone_name.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "base/ordered_lock.h"
-#include "paths/passwd.h"
+#include "base/passwd.h"
 
 namespace {
 

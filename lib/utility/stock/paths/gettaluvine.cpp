@@ -12,7 +12,7 @@
 #include <sys/stat.h>
 
 #include "base/alloc.h"
-#include "time/zone.h"
+#include "base/environment.h"
 #include "base/guards.h"
 #include "base/ordered_lock.h"
 #include "deviants.h"
@@ -113,7 +113,7 @@ void set_root(const char *root, bool replace)
         Setenv = entry.release();
     }
     // A switch of the time zone changes the environment as well.
-    const std::lock_guard lock(stock::zone_lock());
+    const std::lock_guard lock(stock::environment_lock);
     putenv(Setenv);
 }
 

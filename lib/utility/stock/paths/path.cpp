@@ -23,9 +23,9 @@
 
 #include "base/alloc.h"
 #include "base/guards.h"
+#include "base/passwd.h"
 #include "base/uninterrupted.h"
 #include "deviants.h"
-#include "paths/passwd.h"
 #include "stock/elog.h"
 #include "stock/restat.h"
 #include "stock/strings.h"

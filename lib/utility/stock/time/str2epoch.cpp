@@ -24,6 +24,7 @@
 
 #include "base/alloc.h"
 #include "base/ascii.h"
+#include "base/environment.h"
 #include "base/number.h"
 #include "deviants.h"
 #include "numbers/decimal.h"
@@ -33,7 +34,6 @@
 #include "stock/strings.h"
 #include "stock/time.h"
 #include "time/token_scanner.h"
-#include "time/zone.h"
 
 using stock::saturated;
 
@@ -648,7 +648,7 @@ void convert_to_zone(Parse &p)
 {
     double there = 0;
     {
-        const std::lock_guard lock(stock::zone_lock());
+        const std::lock_guard lock(stock::environment_lock);
         switchTZ(p.Timezone);
         there = wall_clock(p.Etime);
         restoreTZ();  // before another thread can see it
@@ -712,7 +712,7 @@ int _zstr2epoch(const char *text, double *epoch, int log)
 
 namespace {
 
-// The zone switch of the process, under zone_lock.
+// The zone switch of the process, under environment_lock.
 std::atomic<bool> ChangedTZ = false;  // read without it: no thread misses a switch of its own
 char *OldTZ = nullptr;                // the environment's entry before the first switch, or null
 char *NewTZ = nullptr;                // the entry installed last, owned
@@ -723,7 +723,7 @@ void install(char *entry)
 {
     if (putenv(entry) == 0)
         return;
-    stock::zone_lock().give_up();
+    stock::environment_lock.give_up();
     elog_die(1, "*stack*Unexpected failure: %s in file %s, line %d\n", "switchTZ", "str2epoch",
              __LINE__);
 }
@@ -737,15 +737,9 @@ void free_installed()
 
 }  // namespace
 
-stock::RecursiveLock &stock::zone_lock()
-{
-    static constinit RecursiveLock lock{Place::zone};
-    return lock;
-}
-
 void switchTZ(const char *zone)
 {
-    const std::lock_guard lock(stock::zone_lock());
+    const std::lock_guard lock(stock::environment_lock);
     if (!ChangedTZ)
         OldTZ = const_cast<char *>(mygetTZ());
     ChangedTZ = true;
@@ -755,7 +749,7 @@ void switchTZ(const char *zone)
         const std::size_t size = kName.size() + length + 1;
         auto *entry = static_cast<char *>(std::malloc(size));
         if (!entry) {
-            stock::zone_lock().give_up();
+            stock::environment_lock.give_up();
             stock::out_of_memory(size, "time zone");
         }
         kName.copy(entry, kName.size());
@@ -775,7 +769,7 @@ void restoreTZ(void)
 {
     if (!ChangedTZ)
         return;
-    const std::lock_guard lock(stock::zone_lock());
+    const std::lock_guard lock(stock::environment_lock);
     if (!ChangedTZ)
         return;
     if (OldTZ)

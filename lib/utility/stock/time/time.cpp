@@ -18,14 +18,15 @@
 #include <string_view>
 
 #include "base/alloc.h"
+#include "base/environment.h"
 #include "base/fixed_text.h"
 #include "base/number.h"
+#include "base/zone_name.h"
 #include "stock/elog.h"
 #include "stock/epoch.h"
 #include "stock/h2e.h"
 #include "stock/str2epoch.h"
 #include "time/asks.h"
-#include "time/zone.h"
 
 using stock::saturated;
 
@@ -378,7 +379,7 @@ Fields local_fields(double epoch)
 // false when the platform has no such zone.
 Fields zone_fields(const char *zone, double epoch, ZoneName &name, bool &known)
 {
-    std::unique_lock lock(stock::zone_lock());
+    std::unique_lock lock(stock::environment_lock);
     known = true;
     if (*zone && std::strcmp(zone, "LOCAL") != 0) {
         known = stock::stays_inside_zones(zone);

@@ -1,18 +1,11 @@
-// What is shared by those who work in a time zone for a moment.
+// Which names of time zones are safe to give to the system.
 
 #pragma once
 
+#include <cstddef>
 #include <cstring>
-#include <mutex>
-
-#include "base/ordered_lock.h"
 
 namespace stock {
-
-// Held from switchTZ to restoreTZ by everybody inside the library, and by who changes
-// the environment otherwise; a thread may take it again. Nothing is logged with it held:
-// what ends the process gives it up first.
-RecursiveLock &zone_lock();
 
 // Whether a zone's name stays inside the directory of the zones: no component is
 // empty, "." or "..". A colon before the name, which says that it is one, does not count.

@@ -11,26 +11,27 @@
 
 namespace stock {
 
-// Calls look as getpwnam_r and getpwuid_r are called behind their first argument, with as
-// large a buffer as the entry needs, and then use(entry) when there is one.
+// Calls look(entry, buffer, size, found), the arguments of getpwnam_r and getpwuid_r behind
+// the first one, with a larger buffer until the entry fits. Then calls use(entry) when there
+// is an entry.
 template <class Look, class Use>
 void with_passwd(Look look, Use use)
 {
-    char first[1024];
+    char first[1024];  // fits nearly every entry without an allocation
     Owned<char> larger;
-    char *text = first;
+    char *buffer = first;
     std::size_t size = sizeof first;
     for (;;) {
         struct passwd entry;
         struct passwd *found = nullptr;
-        const int result = look(&entry, text, size, &found);
+        const int result = look(&entry, buffer, size, &found);
         if (result == 0 && found)
             return use(*found);
         if (result != ERANGE)
             return;
         size *= 2;
         larger.reset(static_cast<char *>(allocate(size, "entry", "with_passwd")));
-        text = larger.get();
+        buffer = larger.get();
     }
 }
 
