@@ -13,28 +13,13 @@
 #include <string_view>
 
 #include "base/alloc.h"
+#include "base/ascii.h"
 
 namespace {
-
-constexpr bool is_white(char c)
-{
-    return c == ' ' || c == '\t' || c == '\n';
-}
 
 std::string_view text_of(const char *string)
 {
     return string ? string : "";
-}
-
-// What is left of the text without the characters at both ends that drop says to drop.
-template <class Drop>
-std::string_view trimmed(std::string_view text, Drop drop)
-{
-    while (!text.empty() && drop(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && drop(text.back()))
-        text.remove_suffix(1);
-    return text;
 }
 
 // Writes the text, which may overlap the destination, and a terminator.
@@ -128,7 +113,7 @@ Tbl *split(char *string, int character)
 
 Tbl *splitws(char *string)
 {
-    return split_where(string, is_white);
+    return split_where(string, stock::is_white);
 }
 
 int sncopy(char *destination, const char *source, int n)
@@ -150,7 +135,7 @@ char *szcopy(char *destination, const char *source, int n)
 char *copystrip(char *destination, const char *source, int n)
 {
     const std::string_view text{source, source && n > 0 ? static_cast<std::size_t>(n) : 0};
-    return terminated(destination, trimmed(text, [](char c) { return c == ' '; }));
+    return terminated(destination, stock::trimmed(text, [](char c) { return c == ' '; }));
 }
 
 void *memdup(const void *address, size_t n)
@@ -171,7 +156,7 @@ int64_t str2lower(char *string)
 void strtrim(char *string)
 {
     if (string)
-        terminated(string, trimmed(string, is_white));
+        terminated(string, stock::trimmed(string, stock::is_white));
 }
 
 char *strsub(const char *source, const char *old_text, const char *new_text, char *destination)
@@ -230,7 +215,7 @@ int blank(const char *string)
 
 int whitespace(const char *string)
 {
-    return holds_only(string, is_white);
+    return holds_only(string, stock::is_white);
 }
 
 const char *okstr(const char *string)
