@@ -1,23 +1,34 @@
-// A text of bounded length that grows at its end; what does not fit is cut.
+// A text of bounded length that is built at its end; what does not fit is cut.
 //
-// Numbers come out as printf prints them in the C locale, whatever the locale.
+// FixedText writes into memory of its user, FixedTextOf<N> brings N bytes of its own. Both
+// print numbers as printf does in the C locale, whatever the process's locale. Nothing is
+// allocated, so that the log and a signal handler may use them.
 
 #pragma once
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string_view>
 
 namespace stock {
 
-// A text in memory that a derived class brings along, its size the final NUL included.
-class BoundedText {
+class FixedText {
 public:
-    BoundedText(const BoundedText &) = delete;
-    BoundedText &operator=(const BoundedText &) = delete;
+    // Uses `size` bytes at `text`, at least one, the terminator included. The first `length`
+    // characters, fewer than `size`, are part of the text already.
+    FixedText(char *text, std::size_t size, std::size_t length = 0)
+        : text_(text), size_(size), length_(length)
+    {
+    }
+    FixedText(const FixedText &) = delete;
+    FixedText &operator=(const FixedText &) = delete;
 
+    // Ends the text with a terminator. Until then there is none.
     const char *c_str()
     {
         text_[length_] = '\0';
@@ -27,19 +38,37 @@ public:
     std::size_t size() const { return length_; }
     std::string_view view() const { return {text_, length_}; }
 
+    // Characters that can still be added.
+    std::size_t room() const { return size_ - 1 - length_; }
+
     void add(char c)
     {
-        if (length_ < size_ - 1)
+        if (room() > 0)
             text_[length_++] = c;
     }
 
-    void add(std::string_view text) { length_ += text.copy(text_ + length_, size_ - 1 - length_); }
+    void add(std::string_view text) { length_ += text.copy(text_ + length_, room()); }
 
+    // Adds what printf prints, in the process's locale.
+    [[gnu::format(printf, 2, 3)]] void addf(const char *format, ...)
+    {
+        va_list args;
+        va_start(args, format);
+        const int printed = std::vsnprintf(text_ + length_, size_ - length_, format, args);
+        va_end(args);
+        if (printed > 0)
+            length_ += std::min(static_cast<std::size_t>(printed), room());
+    }
+
+    // Adds c until the text has `to` characters.
     void fill(std::size_t to, char c)
     {
-        while (length_ < to && length_ < size_ - 1)
+        while (length_ < to && room() > 0)
             text_[length_++] = c;
     }
+
+    // %d, for whole numbers of up to 64 bits.
+    void number(std::int64_t value) { whole(value, 0, ' '); }
 
     // %0WIDTHd and %WIDTHd.
     void zeros(std::int64_t value, std::size_t width) { whole(value, width, '0'); }
@@ -73,10 +102,6 @@ public:
             std::to_chars(text, text + sizeof text, value, std::chars_format::general, digits);
         add({text, static_cast<std::size_t>(end.ptr - text)});
     }
-
-protected:
-    BoundedText(char *text, std::size_t size) : text_(text), size_(size) {}
-    ~BoundedText() = default;
 
 private:
     static constexpr double kTens[] = {1, 10, 100, 1000, 10000, 100000};
@@ -117,17 +142,22 @@ private:
 
     char *const text_;
     const std::size_t size_;
-    std::size_t length_ = 0;
+    std::size_t length_;
 };
 
-// Holds kSize - 1 characters and the NUL that ends them.
+// A FixedText with memory of its own for kSize - 1 characters and the terminator.
 template <std::size_t kSize>
-class Line : public BoundedText {
+class FixedTextOf : public FixedText {
 public:
-    Line() : BoundedText(room_, kSize) {}
+    FixedTextOf() : FixedText(memory_, kSize) {}
 
 private:
-    char room_[kSize];
+    char memory_[kSize];
 };
+
+// Former names, until every room has turned to the new ones.
+using BoundedText = FixedText;
+template <std::size_t kSize>
+using Line = FixedTextOf<kSize>;
 
 }  // namespace stock

@@ -1,4 +1,7 @@
-// A text that is built from pieces of an input and grows only for what replaces them.
+// A text in the heap that is built at its end and grows as needed.
+//
+// Running out of memory ends the process with a message that names the item, the function,
+// the line and the file given to the constructor: by default the place that constructs.
 
 #pragma once
 
@@ -11,46 +14,82 @@ namespace stock {
 
 class GrowingText {
 public:
-    GrowingText(std::size_t size, const char *item, const char *function,
+    // Asks for `size` bytes at once; with size 0 for none until something is added.
+    GrowingText(std::size_t size, const char *item, const char *function = __builtin_FUNCTION(),
                 int line = __builtin_LINE(), const char *file = __builtin_FILE())
-        : size_(size), item_(item), function_(function), line_(line), file_(file),
-          text_(static_cast<char *>(allocate(size, item, function, line, file)))
+        : size_(size), item_(item), function_(function), line_(line), file_(file)
     {
+        if (size > 0)
+            resize(size);
     }
 
-    // Text of the input, for which there is room.
+    // Adds the text. When it does not fit, the memory grows to twice what is used and more,
+    // so that many small pieces cost few reallocations.
     void add(std::string_view text)
     {
-        text.copy(text_.get() + length_, text.size());
-        length_ += text.size();
+        if (room() <= text.size())
+            resize(2 * (length_ + text.size()) + kSpare);
+        append(text);
     }
 
-    // What replaces a piece of the input, with `remaining` characters of it to come.
-    void add_value(std::string_view value, std::size_t remaining)
+    // Adds the text where `remaining` more characters are known to follow. When the memory
+    // does not hold both and a terminator, it grows to just that and one byte.
+    void add(std::string_view text, std::size_t remaining)
     {
-        if (length_ + value.size() + remaining + 1 > size_) {
-            size_ = length_ + value.size() + remaining + 2;
-            text_.reset(static_cast<char *>(
-                reallocate(text_.release(), size_, item_, function_, line_, file_)));
-        }
-        add(value);
+        if (room() <= text.size() + remaining)
+            resize(length_ + text.size() + remaining + 2);
+        append(text);
     }
 
-    // The finished text, which is the caller's.
+    // Makes room for `bytes` more, so that adding them asks for no memory.
+    void reserve(std::size_t bytes)
+    {
+        if (room() <= bytes)
+            resize(2 * (length_ + bytes) + kSpare);
+    }
+
+    // Bytes that can be added, the terminator's included, before the memory must grow.
+    std::size_t room() const { return size_ - length_; }
+
+    std::size_t size() const { return length_; }
+    std::string_view view() const { return {text_.get(), length_}; }
+
+    // Ends the text with a terminator. It stays this object's and is valid until the next add.
+    char *c_str()
+    {
+        if (room() == 0)
+            resize(length_ + 1);
+        text_.get()[length_] = '\0';
+        return text_.get();
+    }
+
+    // The finished text, which the caller frees with free. This object is empty afterwards.
     char *finish()
     {
-        text_.get()[length_] = 0;
+        c_str();
+        size_ = length_ = 0;
         return text_.release();
     }
 
 private:
+    static constexpr std::size_t kSpare = 1024;
+
+    void resize(std::size_t size)
+    {
+        size_ = size;
+        text_.reset(
+            static_cast<char *>(reallocate(text_.release(), size, item_, function_, line_, file_)));
+    }
+
+    void append(std::string_view text) { length_ += text.copy(text_.get() + length_, text.size()); }
+
+    Owned<char> text_;
     std::size_t size_;
     std::size_t length_ = 0;
     const char *item_;
     const char *function_;
     int line_;
     const char *file_;
-    Owned<char> text_;
 };
 
 }  // namespace stock

@@ -89,7 +89,7 @@ char *expanded(const Pf *node, std::string_view rest)
         const Reference reference = reference_at(rest);
         rest.remove_prefix(reference.text.size());
         if (const char *value = replacement(node, reference))
-            result.add_value(value, rest.size());
+            result.add(value, rest.size());
         else
             result.add(reference.text);
     }

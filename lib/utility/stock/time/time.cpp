@@ -166,13 +166,13 @@ std::size_t room_for_zones(const char *format, std::string_view zone)
 
 // The text of a format: cut at kTextSize - 1 characters, with the zone's name whole wherever
 // it stands.
-class Output : public stock::BoundedText {
+class Output : public stock::FixedText {
 public:
     explicit Output(std::size_t for_zones = 0) : Output(more_room(for_zones), for_zones) {}
 
 private:
     Output(char *more, std::size_t for_zones)
-        : BoundedText(more ? more : room_, kTextSize + for_zones), more_(more)
+        : FixedText(more ? more : room_, kTextSize + for_zones), more_(more)
     {
     }
     static char *more_room(std::size_t for_zones)
