@@ -7,8 +7,6 @@
 #include <cstdio>
 #include <cstring>
 
-#include "log/log.h"
-
 namespace stock {
 
 namespace {
@@ -30,7 +28,7 @@ void out_of_memory(std::size_t bytes, const char *item, const char *function, in
     std::snprintf(text, sizeof text,
                   "Out of memory in %s at line %d of '%s'\n\tCan't malloc %lu bytes for %s\n",
                   function, line, base_name(file), static_cast<unsigned long>(bytes), item);
-    logging::report_out_of_memory(text);
+    report_out_of_memory(text);
 }
 
 void *allocate_zeroed(std::size_t bytes, const char *item, const char *function, int line,

@@ -56,6 +56,10 @@ constexpr std::size_t bytes_for(std::int64_t count, std::int64_t size)
     return bytes;
 }
 
+// Dies with the finished text of the out-of-memory message. A port: the log defines it
+// (log/elog_end.cpp), and out_of_memory calls it.
+[[noreturn]] void report_out_of_memory(const char *text);
+
 struct Free {
     void operator()(void *block) const noexcept { std::free(block); }
 };

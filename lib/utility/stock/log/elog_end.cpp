@@ -15,6 +15,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include "base/alloc.h"
 #include "base/guards.h"
 #include "log/asks.h"
 #include "log/last_limit.h"
@@ -121,17 +122,19 @@ void end_with_state()
     flush_and_exit();
 }
 
-void report_out_of_memory(const char *text)
+}  // namespace stock::logging
+
+using namespace stock::logging;
+
+// Declared in base/alloc.h. A thread that runs out of memory a second time, while it reports
+// the first, prints the text without the log and ends.
+void stock::report_out_of_memory(const char *text)
 {
     if (This_thread.out_of_memory)
         say_last_words(This_thread.out_of_memory);
     This_thread.out_of_memory = text;
     elog_die(1, "%s", text);
 }
-
-}  // namespace stock::logging
-
-using namespace stock::logging;
 
 void elog_fatal(const char *format, ...)
 {

@@ -196,7 +196,4 @@ bool write_all(int fd, std::string_view text);
 void elog_fail(const char *format, ...) STOCK_PRINTF(1, 2);
 void elog_vfail(const char *format, va_list args) STOCK_PRINTF(1, 0);
 
-// Dies of a failed allocation, with the finished text of its message.
-[[noreturn]] void report_out_of_memory(const char *text);
-
 }  // namespace stock::logging
