@@ -50,4 +50,9 @@ void free_value(Pf *pf);
 // The node at an address, a function as it stands: pfresolve without the evaluation.
 int find_node(Pf *pf, const char *address, bool create, Pf **node);
 
+// Sets the text at an address as pfset does, and so that the written tree gives it back: a
+// text that would be read as a list, a table, a literal or a function is put as a literal.
+// Returns 0, or -1 where pfset does.
+int set_exact_text(Pf *pf, const char *address, const char *text);
+
 }  // namespace stock

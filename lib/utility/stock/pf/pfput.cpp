@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "base/alloc.h"
@@ -215,6 +216,35 @@ int pfset(Pf *pf, const char *address, const char *text)
     std::free(std::exchange(node->filled_out, nullptr));
     node->type = PFSTRING;
     node->value.s = copy;
+    return 0;
+}
+
+namespace {
+
+// Whether a tree that is written with this text as a value would be read with a list, a table,
+// a literal or a function in its place: str2pf quotes none of these.
+bool reads_as_other(std::string_view text)
+{
+    return text.starts_with("&Literal") ||
+           (text.starts_with('&') && text.find_first_of("({") != text.npos);
+}
+
+}  // namespace
+
+int stock::set_exact_text(Pf *pf, const char *address, const char *text)
+{
+    if (!text || !reads_as_other(text))
+        return pfset(pf, address, text);
+    if (pfset(pf, address, "") != 0)
+        return -1;
+    Pf *node = nullptr;
+    find_node(pf, address, false, &node);
+    free_value(node);
+    // Only the text of a function is written as it stands.
+    node->type = PFFUNCTION;
+    node->value.pffunct =
+        static_cast<Pffunction *>(allocate_zeroed(sizeof(Pffunction), "pf->value.pffunct", "bury"));
+    node->value.pffunct->text = pfoutput_literal(text, 2);
     return 0;
 }
 

@@ -158,34 +158,9 @@ int save_double(Pf *pf, const char *name, void *address)
     return pfset(pf, name, strdbl(text, as<double>(address)));
 }
 
-// Whether a text, written as it is, would be read as a list, a table, a literal or a
-// function. It would take its own meaning with it, and perhaps the rest of the file.
-bool is_taken_otherwise(const char *text)
-{
-    constexpr std::string_view kLiteral = "&Literal";
-    return *text == '&' &&
-           (std::strpbrk(text, "({") || std::strncmp(text, kLiteral.data(), kLiteral.size()) == 0);
-}
-
-// The one kind of node that is written as it stands is a function.
-int put_literally(Pf *pf, const char *name, const char *text)
-{
-    if (pfset(pf, name, "") != 0)
-        return -1;
-    Pf *node = nullptr;
-    stock::find_node(pf, name, false, &node);
-    stock::free_value(node);
-    node->type = PFFUNCTION;
-    node->value.pffunct = static_cast<Pffunction *>(
-        stock::allocate_zeroed(sizeof(Pffunction), "pf->value.pffunct", "bury"));
-    node->value.pffunct->text = pfoutput_literal(text, 2);
-    return 0;
-}
-
 int save_string(Pf *pf, const char *name, void *address)
 {
-    const char *text = as<const char *>(address);
-    return text && is_taken_otherwise(text) ? put_literally(pf, name, text) : pfset(pf, name, text);
+    return stock::set_exact_text(pf, name, as<const char *>(address));
 }
 
 int save_time(Pf *pf, const char *name, void *address)
