@@ -8,7 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "pf/known.h"
-#include "pf/scan.h"
+#include "pf/pf_state.h"
 #include "stock.h"
 
 TEST(PfLocks, ATreeThatNobodyKnowsIsMadeCopiedShownAndFreedWithoutALock)

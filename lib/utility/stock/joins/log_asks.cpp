@@ -10,7 +10,7 @@
 #include "deviants.h"
 #include "log/fault.h"
 #include "log/log.h"
-#include "pf/scan.h"
+#include "pf/parsing.h"
 #include "stock/bury.h"
 #include "stock/elog_fault.h"
 #include "stock/pf.h"

@@ -13,34 +13,34 @@
 #include <utility>
 
 #include "base/alloc.h"
+#include "pf/pf_state.h"
 #include "pf/scan.h"
 #include "stock/elog.h"
 #include "stock/strings.h"
 
 namespace {
 
-using stock::Block;
+using stock::Buffer;
+using stock::Kept_buffers;
 using stock::Scanner;
 using stock::Window;
 
-// What is kept from one parse for the next, guarded by Pf_lock.
-Block spare_window;
-Block spare_string;
-
-Block taken(Block &spare)
+// Takes a kept buffer away, so that no other parse uses it meanwhile.
+Buffer taken(Buffer &kept)
 {
     const std::scoped_lock lock(stock::Pf_lock);
-    return std::exchange(spare, {});
+    return std::exchange(kept, {});
 }
 
-void keep(Block &spare, Block block)
+// Keeps the larger of two buffers for the next parse and frees the other.
+void keep(Buffer &kept, Buffer buffer)
 {
     {
         const std::scoped_lock lock(stock::Pf_lock);
-        if (spare.size < block.size)
-            std::swap(spare, block);
+        if (kept.size < buffer.size)
+            std::swap(kept, buffer);
     }
-    std::free(block.bytes);
+    std::free(buffer.bytes);
 }
 
 int refuse(int error, const char *filename)
@@ -66,18 +66,18 @@ Pf *target_of(Pf **pf)
     return top;
 }
 
-// Parses the window that `open` makes over a block. When the text ends inside a
+// Parses the window that `open` makes over a buffer. When the text ends inside a
 // container, `unterminated` is told the scanner and how many containers are open.
 template <class Open, class Unterminated>
 int parse(Pf **pf, const char *filename, Open open, Unterminated unterminated)
 {
-    const stock::Busy busy;
+    const stock::CountedParse counted;
     Pf *top = pf ? target_of(pf) : nullptr;
     if (!top)
         return refuse(EINVAL, filename);
 
-    Window window = open(taken(spare_window));
-    Scanner scanner(window, top, filename, taken(spare_string));
+    Window window = open(taken(Kept_buffers.window));
+    Scanner scanner(window, top, filename, taken(Kept_buffers.value));
     int result = stock::PF_lex(scanner);
     top->type = PFFILE;
     if (window.error())
@@ -86,8 +86,8 @@ int parse(Pf **pf, const char *filename, Open open, Unterminated unterminated)
     if (depth > 0)
         unterminated(scanner, depth);
 
-    keep(spare_window, window.release());
-    keep(spare_string, {scanner.String_buf, scanner.StringSz});
+    keep(Kept_buffers.window, window.release());
+    keep(Kept_buffers.value, {scanner.String_buf, scanner.StringSz});
     return result || depth > 0 ? -2 : 0;
 }
 
@@ -108,7 +108,7 @@ int pfinfd(int fd, Pf **pf)
     if (!path)
         path = "*pf filename unknown*";
     return parse(
-        pf, path, [fd](Block block) { return Window(stock::reader_of(fd), block); },
+        pf, path, [fd](Buffer buffer) { return Window(stock::reader_of(fd), buffer); },
         [path](const Scanner &scanner, int depth) {
             elog_log(0,
                      "*stack* Unterminated arrays or tables in parameter file %s at last line #%d: "
@@ -123,7 +123,7 @@ int pfin(FILE *stream, Pf **pf)
     if (!stream)
         return refuse(EINVAL, kName);
     return parse(
-        pf, kName, [stream](Block block) { return Window(stock::reader_of(stream), block); },
+        pf, kName, [stream](Buffer buffer) { return Window(stock::reader_of(stream), buffer); },
         [](const Scanner &scanner, int depth) {
             elog_log(0,
                      "*stack* Unterminated arrays or tables in input FILE at last line #%d: "
@@ -144,8 +144,8 @@ int pfcompile(const char *text, Pf **pf)
         return refuse(EINVAL, kInternal);
     return parse(
         pf, kInternal,
-        [text](Block block) {
-            keep(spare_window, block);
+        [text](Buffer buffer) {
+            keep(Kept_buffers.window, buffer);
             return Window(text);
         },
         [text](const Scanner &scanner, int depth) { unterminated_string(scanner, depth, text); });
@@ -157,7 +157,7 @@ int pfcompile_counted(const char *text, long count, Pf **pf)
         return refuse(EINVAL, kInternal);
     const auto bytes = static_cast<std::size_t>(std::max(count, 0L));
     return parse(
-        pf, kInternal, [=](Block block) { return Window(stock::reader_of(text, bytes), block); },
+        pf, kInternal, [=](Buffer buffer) { return Window(stock::reader_of(text, bytes), buffer); },
         [=](const Scanner &scanner, int depth) {
             const std::size_t length = strnlen(text, bytes);
             const stock::Owned<char> ended(

@@ -27,9 +27,6 @@ int Pf_show_replacements = 0;
 
 namespace stock {
 
-constinit OrderedLock Pf_lock{Place::parse};
-std::atomic<int> Pf_busy{0};
-
 namespace {
 
 // ---- Characters ----
@@ -223,7 +220,7 @@ void store(Scanner &s, Pf *pf)
 
 void set_key(Scanner &s, std::string_view key)
 {
-    s.key_length = key.copy(s.Lex_key, kMaxKey);
+    s.key_length = key.copy(s.Lex_key, kMaxKeyBytes);
     s.Lex_key[s.key_length] = 0;
     s.state = LexState::value;
 }
@@ -372,7 +369,7 @@ Next close_container(Scanner &s, std::size_t length)
 template <int type>
 Next open_container(Scanner &s, std::size_t length)
 {
-    if (s.Lex_level == kMaxLexLevel) {
+    if (s.Lex_level == kMaxOpenContainers) {
         elog_log(0, "*stack* too many Lex_levels of nesting at line #%d in pf file %s",
                  s.Lex_lineno, s.Pffilename);
         return Next::failed;
@@ -410,12 +407,12 @@ Next quoted_key(Scanner &s, std::size_t length)
 // The rest of a key from its first backslash at p on; the key before it is stored.
 const char *escaped_key(Scanner &s, const char *p)
 {
-    std::size_t written = std::min(length_to(s, p), kMaxKey);
+    std::size_t written = std::min(length_to(s, p), kMaxKeyBytes);
     while (more_at(s, p) && !is(*p, kBlank | kNewline | kHash)) {
         int c = static_cast<unsigned char>(*p++);
         if (c == '\\')
             c = escaped(s, p, kBlank | kNewline);
-        if (c >= 0 && written < kMaxKey)
+        if (c >= 0 && written < kMaxKeyBytes)
             s.Lex_key[written++] = static_cast<char>(c);
     }
     s.Lex_key[written] = 0;

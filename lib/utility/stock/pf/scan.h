@@ -6,31 +6,13 @@
 #pragma once
 
 #include <array>
-#include <atomic>
 #include <cstddef>
 
-#include "base/ordered_lock.h"
+#include "pf/parsing.h"
 #include "pf/window.h"
 #include "stock/pf.h"
 
 namespace stock {
-
-// Guards the buffers that one parse leaves for the next; held for moments only.
-extern OrderedLock Pf_lock;
-
-// How many parses run. Not 0: nobody should start one on the side.
-extern std::atomic<int> Pf_busy;
-
-class Busy {
-public:
-    Busy() { ++Pf_busy; }
-    ~Busy() { --Pf_busy; }
-    Busy(const Busy &) = delete;
-    Busy &operator=(const Busy &) = delete;
-};
-
-constexpr int kMaxLexLevel = 11;       // containers open at once
-constexpr std::size_t kMaxKey = 1023;  // bytes of a key; what is longer is cut
 
 // What the text means where the scanner stands.
 enum class LexState {
@@ -39,7 +21,7 @@ enum class LexState {
 };
 
 struct Scanner {
-    Scanner(Window &input, Pf *target, const char *filename, Block string)
+    Scanner(Window &input, Pf *target, const char *filename, Buffer string)
         : window(input), Lex_pf(target), Pffilename(filename), String_buf(string.bytes),
           StringSz(string.size)
     {
@@ -49,14 +31,14 @@ struct Scanner {
 
     Window &window;
     Pf *Lex_pf;  // the container that takes what is read
-    std::array<Pf *, kMaxLexLevel> Lex_stack{};
+    std::array<Pf *, kMaxOpenContainers> Lex_stack{};
     int Lex_level = 0;        // containers of Lex_stack that are open
     int Lex_lineno = 1;       // of the line that is read next
     bool unfinished = false;  // a literal reached the end of the text
     bool at_line_start = true;
     LexState state = LexState::key;
     const char *Pffilename;
-    char Lex_key[kMaxKey + 1] = "";
+    char Lex_key[kMaxKeyBytes + 1] = "";
     std::size_t key_length = 0;
 
     // A value that differs from how it was written is put together here.

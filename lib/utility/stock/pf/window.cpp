@@ -1,8 +1,8 @@
 // A window over text that is read while it is looked at.
 //
-// The block is halved by what is still needed: a token below half of it moves to
-// the front, a longer one moves into a block of twice the size. Either way at
-// least a quarter of the block is read before the next move, so moving costs a
+// The buffer is halved by what is still needed: a token below half of it moves to
+// the front, a longer one moves into a buffer of twice the size. Either way at
+// least a quarter of the buffer is read before the next move, so moving costs a
 // constant per byte.
 
 #include "pf/window.h"
@@ -24,12 +24,12 @@ namespace {
 constexpr std::size_t kFirstSize = std::size_t{64} * 1024;
 
 // The scanner's own message for memory that ran out takes the place of the usual
-// one, so the block does not come from allocate.
-Block grown(Block block, std::size_t size, const char *message)
+// one, so the buffer does not come from allocate.
+Buffer grown(Buffer buffer, std::size_t size, const char *message)
 {
-    if (block.size >= size)
-        return block;
-    char *bytes = static_cast<char *>(std::realloc(block.bytes, size));
+    if (buffer.size >= size)
+        return buffer;
+    char *bytes = static_cast<char *>(std::realloc(buffer.bytes, size));
     if (!bytes)
         elog_fault(0, "%s", message);
     return {bytes, size};
@@ -125,25 +125,25 @@ Reader reader_of(const char *text, std::size_t count)
 
 Window::Window(const char *text) : start(text), end_(text + std::strlen(text)) {}
 
-Window::Window(const Reader &reader, Block block)
-    : reader_(reader), block_(grown(block, kFirstSize, reader.no_memory))
+Window::Window(const Reader &reader, Buffer buffer)
+    : reader_(reader), buffer_(grown(buffer, kFirstSize, reader.no_memory))
 {
-    block_.bytes[0] = 0;
-    start = end_ = block_.bytes;
+    buffer_.bytes[0] = 0;
+    start = end_ = buffer_.bytes;
 }
 
-// Room for a quarter of the block and the zero byte behind what is needed.
+// Room for a quarter of the buffer and the zero byte behind what is needed.
 void Window::make_room()
 {
-    const auto used = static_cast<std::size_t>(end_ - block_.bytes);
-    if (block_.size - used > block_.size / 4)
+    const auto used = static_cast<std::size_t>(end_ - buffer_.bytes);
+    if (buffer_.size - used > buffer_.size / 4)
         return;
-    const auto from = static_cast<std::size_t>(start - block_.bytes);
+    const auto from = static_cast<std::size_t>(start - buffer_.bytes);
     const std::size_t needed = used - from;
-    if (needed > block_.size / 2)
-        block_ = grown(block_, 2 * block_.size, "out of dynamic memory in yy_get_next_buffer()");
-    std::memmove(block_.bytes, block_.bytes + from, needed);
-    start = block_.bytes;
+    if (needed > buffer_.size / 2)
+        buffer_ = grown(buffer_, 2 * buffer_.size, "out of dynamic memory in yy_get_next_buffer()");
+    std::memmove(buffer_.bytes, buffer_.bytes + from, needed);
+    start = buffer_.bytes;
     end_ = start + needed;
 }
 
@@ -154,8 +154,8 @@ bool Window::more(const char *&p)
     const auto offset = p - start;
     make_room();
     p = start + offset;
-    char *to = block_.bytes + (end_ - block_.bytes);
-    const auto room = static_cast<std::size_t>(block_.bytes + block_.size - 1 - to);
+    char *to = buffer_.bytes + (end_ - buffer_.bytes);
+    const auto room = static_cast<std::size_t>(buffer_.bytes + buffer_.size - 1 - to);
     const ssize_t got = reader_.read(reader_, to, room);
     if (got < 0)
         error_ = errno ? errno : EIO;

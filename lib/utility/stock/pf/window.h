@@ -3,7 +3,7 @@
 // The window holds the text from the first byte that is still needed to the last
 // one that was read, followed by a zero byte. A scanner runs its pointer forward
 // without asking for the end; at the zero byte it asks for more, and the window
-// reads on, moving what is still needed to the front of its block or into a larger
+// reads on, moving what is still needed to the front of its buffer or into a larger
 // one. A text that ends with a zero byte is its own window and is never copied.
 //
 // Each byte is moved a bounded number of times, however long a token grows. The
@@ -30,7 +30,7 @@ struct Reader {
     const char *no_memory = "out of dynamic memory in PF_create_buffer()";
 };
 
-// From a descriptor of any kind: in blocks, waiting for one that would not block.
+// From a descriptor of any kind: in blocks, waiting for one that would block.
 Reader reader_of(int fd);
 
 // From a stream: line by line, so that nothing behind the last line is taken.
@@ -39,8 +39,8 @@ Reader reader_of(FILE *stream);
 // From the first count bytes of a text, which outlives the reader.
 Reader reader_of(const char *text, std::size_t count);
 
-// A block that serves one window after the other.
-struct Block {
+// Memory from malloc that one window after the other reads into.
+struct Buffer {
     char *bytes = nullptr;
     std::size_t size = 0;
 };
@@ -50,8 +50,8 @@ public:
     // A text that ends with a zero byte and outlives the window.
     explicit Window(const char *text);
 
-    // What a reader gives, read into the block.
-    Window(const Reader &reader, Block block);
+    // What a reader gives, read into the buffer.
+    Window(const Reader &reader, Buffer buffer);
 
     Window(const Window &) = delete;
     Window &operator=(const Window &) = delete;
@@ -69,14 +69,14 @@ public:
     // The zero byte behind what was read so far.
     const char *end() const { return end_; }
 
-    // The window's block, for the next window. The text is gone.
-    Block release() { return std::exchange(block_, {}); }
+    // The window's buffer, for the next window. The text is gone.
+    Buffer release() { return std::exchange(buffer_, {}); }
 
 private:
     void make_room();
 
     Reader reader_{};
-    Block block_{};
+    Buffer buffer_{};
     const char *end_;
     int error_ = 0;
 };

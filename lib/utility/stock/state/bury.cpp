@@ -34,7 +34,7 @@
 #include "log/last_limit.h"
 #include "log/lock.h"
 #include "pf/node.h"
-#include "pf/scan.h"
+#include "pf/parsing.h"
 #include "stock/elog.h"
 #include "stock/fix_strtod.h"
 #include "stock/halt.h"
@@ -188,13 +188,13 @@ const char *refusal(std::string_view name)
         return "its name holds a tab, a newline, \"#\" or \"\\\"";
     if (name.starts_with('"') || name.find("{\"") != name.npos)
         return "its name begins with a quote";
-    if (name.substr(0, name.find_first_of("{}[]")).size() > stock::kMaxKey)
+    if (name.substr(0, name.find_first_of("{}[]")).size() > stock::kMaxKeyBytes)
         return "its name is longer than 1023 bytes";
     const auto steps =
         std::count_if(name.begin(), name.end(), [](char c) { return c == '{' || c == '['; });
-    return steps > stock::kMaxLexLevel ? "its name is nested deeper than 11 levels" : nullptr;
+    return steps > stock::kMaxOpenContainers ? "its name is nested deeper than 11 levels" : nullptr;
 }
-static_assert(stock::kMaxKey == 1023 && stock::kMaxLexLevel == 11);
+static_assert(stock::kMaxKeyBytes == 1023 && stock::kMaxOpenContainers == 11);
 
 // ---- The file ----
 
