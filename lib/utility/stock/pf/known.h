@@ -1,35 +1,50 @@
-// The trees that pfupdate gave or that the registry has, each under the number in its
-// member `known`: both forget a tree that is freed, and find it without a search.
+// The trees that the process knows: those that pfupdate gave to a variable and those
+// of the registry.
 //
-// A number counts only for the tree that it was given to, so a copied record, or one
-// with any other number, is a tree that nobody knows. All of this is read and changed
-// with Trees_mutex held, but for `known` itself: pffree looks at it without the lock,
-// and whoever frees a known tree waits for the lock before the memory goes.
+// A known tree has a number, which stands in its member `known` and is its place in
+// Known_trees.all. So pffree and pfput find out without a search, and for most trees without
+// a lock, whether somebody must forget the tree. A number counts only for the tree that it
+// was given to: a copied record, or one with any other number, is an unknown tree.
+//
+// Everything here is read and changed with Trees_mutex held, but for `known` itself: pffree
+// reads it without the lock, and frees a known tree only after it had the lock.
 
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
-#include "base/ordered_lock.h"
+#include "pf/pf_state.h"
 #include "stock/pf.h"
 
 namespace stock {
 
-struct State;  // of a variable of pfupdate
-struct Entry;  // of a name of the registry
-
-struct Known {
-    Pf *tree;        // null while the number is free
-    State *state;    // the one that gave the tree, or null
-    Entry *entries;  // the names of the tree, linked; or null
-    int32_t next_free;
+// One name of the registry. A tree may have several; they are linked.
+struct RegistryEntry {
+    Pf *tree;          // null while the entry is moved from one tree to another
+    int32_t number;    // of the tree
+    const char *name;  // borrowed: the key in Known_trees.registry
+    RegistryEntry *previous;
+    RegistryEntry *next;
 };
 
-// Held for moments only, and never while memory runs out: what ends then may free trees.
-extern OrderedLock Trees_mutex;
+// What pfupdate gave last to one variable of the program.
+struct UpdatedVariable {
+    Tbl *times;       // owned: of Pftime, the files of the last reading that was begun
+    Pf *tree;         // the caller's; null once it was freed or grafted
+    Pf *gone;         // that tree then. Of one that was freed the block is owned
+    bool refused;     // updatePf did not take the tree, for its files have faults
+    int64_t reading;  // the number of the last reading that was begun
+    int64_t given;    // the reading that gave the last tree
+};
 
-// `known` of a tree that was freed and whose block pfupdate keeps.
+struct KnownTree {
+    Pf *tree;                   // null while the number is free
+    UpdatedVariable *variable;  // that the tree was given to, or null
+    RegistryEntry *entries;     // the tree's names in the registry, or null
+    int32_t next_free;          // the next number that is free, or 0
+};
+
+// `known` of a tree that was freed and whose block its UpdatedVariable keeps.
 constexpr int32_t kFreed = -1;
 
 // The C++ library of macOS has no atomic_ref.
@@ -43,17 +58,21 @@ inline void set_number(Pf *pf, int32_t number)
     __atomic_store_n(&pf->known, number, __ATOMIC_RELEASE);
 }
 
-// What is known of the tree, or null. Valid until another tree becomes known.
-Known *known_of(const Pf *pf);
+// The record of a known tree, or null. Valid until another tree becomes known.
+KnownTree *known_of(const Pf *pf);
 
-// The same by a number that was given to a tree and not given back: for who must find it
-// when the program has written another record over the tree's, with another `known`.
-Known *known_at(int32_t number);
+// The record by a number that was given to a tree and not given back. The tree's own
+// `known` may have been overwritten, as when the program copied another record over it.
+KnownTree *known_at(int32_t number);
 
-// The same, and makes the tree known. Null without memory.
-Known *make_known(Pf *pf);
+// The record of the tree, which becomes known unless it was. Null without memory.
+KnownTree *make_known(Pf *pf);
 
-// Gives the tree's number back when neither a state nor an entry is left.
-void drop_unused(Known *known);
+// Gives the number back when the tree has neither a variable nor a name.
+void drop_unused(KnownTree *known);
+
+// A copy of the name that lives as long as the process, for `filename` of a tree: the tree
+// only borrows its name and may outlive the caller's. Called without Trees_mutex.
+const char *lasting_name(const char *name);
 
 }  // namespace stock

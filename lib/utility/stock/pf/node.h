@@ -1,4 +1,4 @@
-// What the functions on parameter trees share about a node.
+// Shared: the nodes of a parameter tree: made, found by an address, changed and freed.
 
 #pragma once
 
@@ -11,11 +11,11 @@
 
 namespace stock {
 
-// How deep a tree is made by addresses: far deeper than text nests.
-constexpr int kMaxDepth = 1000;
+// Levels of a tree that is made by addresses. Text nests eleven deep at most.
+constexpr int kMaxTreeDepth = 1000;
 constexpr char kTooDeep[] = "pf tree is more than %d levels deep";
 
-// The bytes of a record up to the first zero byte, as a string function reads them.
+// The bytes of a record up to the first zero byte, as a string function would read them.
 template <class Record>
 std::string_view record_as_text(const Record *record)
 {
@@ -23,19 +23,31 @@ std::string_view record_as_text(const Record *record)
     return {bytes, strnlen(bytes, sizeof(Record))};
 }
 
-// The value of a node read as a string, whatever it is; it must not be null.
-inline std::string_view value_as_text(const Pf &pf)
+inline bool is_table(const Pf *pf)
 {
-    switch (pf.type) {
-    case PFFILE:
-    case PFARR: return record_as_text(pf.value.arr);
-    case PFTBL: return record_as_text(pf.value.tbl);
-    case PFFUNCTION: return record_as_text(pf.value.pffunct);
-    default: return pf.value.s;
-    }
+    return pf->type == PFFILE || pf->type == PFARR;
 }
 
-// A PFSTRING with a copy of the text; the function is the one that runs out of memory.
+// A table or a list; pf may be null.
+inline bool is_container(const Pf *pf)
+{
+    return pf && (is_table(pf) || pf->type == PFTBL);
+}
+
+// The index that was passed as a key by pfindex.
+inline int64_t index_of(const char *key)
+{
+    return reinterpret_cast<intptr_t>(key);
+}
+
+// The child of a container under a key or at an index, a function unevaluated; or null.
+inline Pf *child_of(const Pf *pf, const char *key)
+{
+    return static_cast<Pf *>(pf->type == PFTBL ? gettbl(pf->value.tbl, index_of(key))
+                                               : getarr(pf->value.arr, key));
+}
+
+// A PFSTRING with a copy of the text. `function` is named when memory runs out.
 inline Pf *new_text(std::string_view text, const char *function)
 {
     void *block = allocate(sizeof(Pf), "pf", "pfnew");
@@ -44,11 +56,30 @@ inline Pf *new_text(std::string_view text, const char *function)
     return new (block) Pf{PFSTRING, 0, {copy}, nullptr, nullptr, nullptr};
 }
 
-// Frees what the node owns as its value, and complains of a type that has none.
+// Frees what the node owns as its value. Complains of a type that has no value.
 void free_value(Pf *pf);
 
-// The node at an address, a function as it stands: pfresolve without the evaluation.
+// Puts the node, which may be null, into a container under a key or at an index, and frees
+// the node that it replaces. A table has no null key: the node itself is freed then.
+void put_child(Pf *pf, const char *key, Pf *node, int line = __builtin_LINE(),
+               const char *file = __builtin_FILE());
+
+// What becomes of a known tree.
+enum class Fate {
+    freed,    // the caller frees what it contains, and its block unless forget_tree keeps it
+    grafted,  // it becomes a part of another tree
+};
+
+// The hook that pffree and pfput call for a tree whose `known` is not 0: whoever knows the
+// tree, pfupdate or the registry, forgets it and never hands it out again. Returns true when
+// the block of a freed node is to stay: pfupdate frees it later. Takes Trees_mutex.
+bool forget_tree(Pf *pf, Fate fate);
+
+// pfresolve without the evaluation: a function is found as it stands.
 int find_node(Pf *pf, const char *address, bool create, Pf **node);
+
+// What pfexpand returned for the node the last time it was called.
+char *last_expanded(const Pf *node);
 
 // Sets the text at an address as pfset does, and so that the written tree gives it back: a
 // text that would be read as a list, a table, a literal or a function is put as a literal.

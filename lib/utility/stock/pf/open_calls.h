@@ -1,4 +1,9 @@
-// How deep a thread is in calls that lead back to themselves.
+// How deep a thread is in calls of a function that leads back to itself.
+//
+// A prompt function, or a function of the user library, may leave by longjmp; then no
+// destructor runs for the calls that it leaves. So each open call is known by the address of
+// its stack frame. Stacks grow downwards: an open call lies above a new one, and when a call
+// opens, those recorded at its address or below it are over.
 
 #pragma once
 
@@ -8,15 +13,10 @@
 
 namespace stock {
 
-// The calls of one kind that are open in one thread.
-//
-// A prompt function, or a function of the user library, may leave by longjmp: then
-// the calls it leaves never say that they end. So each call is known by the address of
-// its stack frame. An open call lies above a new one, as stacks grow downwards: when a
-// call opens, those at the same address or below are over.
+// The calls of one kind that are open in one thread, outermost first.
 class OpenCalls {
 public:
-    // So many calls are known by their address.
+    // Calls that are recorded. Deeper ones do not count.
     static constexpr int kMost = 11;
 
     int count() const { return count_; }
@@ -28,8 +28,8 @@ private:
     std::array<uintptr_t, kMost> frames_{};
 };
 
-// Opens a call for its scope. The function that does so is marked noinline: each call
-// of it has a frame of its own then.
+// Records a call for its scope. The function that does so is marked noinline, so that each
+// of its calls has a stack frame of its own.
 class OpenCall {
 public:
     [[gnu::always_inline]] explicit OpenCall(OpenCalls &calls) : calls_(calls)
@@ -46,7 +46,7 @@ public:
     OpenCall(const OpenCall &) = delete;
     OpenCall &operator=(const OpenCall &) = delete;
 
-    // How many were open before.
+    // How many calls were open before this one.
     int before() const { return before_; }
 
 private:

@@ -1,15 +1,21 @@
-// Nodes of a parameter tree: made, shown and freed.
+// Nodes of a parameter tree: made, put into containers, shown and freed.
+//
+// A tree may be deeper than the stack, so pffree calls itself only for texts. It links the
+// other children by `parent` (Waiting_to_be_freed) and frees them one after the other.
 
 #include "stock/pf.h"
 
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "base/alloc.h"
+#include "pf/known.h"
 #include "pf/node.h"
-#include "pf/trees.h"
+#include "pf/pf_state.h"
 #include "stock/elog.h"
 #include "stock/strings.h"
 
@@ -21,9 +27,7 @@ static_assert(offsetof(Pffunction, result) == 8 && offsetof(Pffunction, hook) ==
 
 namespace {
 
-// Containers and functions that are still to be freed, linked by their parents: a tree
-// may be deeper than the stack.
-thread_local Pf *Waiting = nullptr;
+using stock::Waiting_to_be_freed;
 
 void free_parts(Pf *pf);
 
@@ -36,15 +40,15 @@ void free_contents(Pf *pf)
 
 void free_known(Pf *pf)
 {
-    // Of a node that pfupdate keeps another thread may free the memory; and another may set
-    // `known` until the tree is forgotten.
+    // forget_tree may leave the block to another thread, which may free it at once. So what
+    // the node contains is copied first, all but `known`, which another thread may be setting.
     Pf contents{pf->type, 0, pf->value, pf->parent, pf->filename, pf->filled_out};
-    if (!stock::forget_freed(pf))
+    if (!stock::forget_tree(pf, stock::Fate::freed))
         std::free(pf);
     free_contents(&contents);
 }
 
-void free_one(Pf *pf)
+void free_node(Pf *pf)
 {
     if (stock::number_of(pf) != 0)
         return free_known(pf);
@@ -52,27 +56,28 @@ void free_one(Pf *pf)
     std::free(pf);
 }
 
+// Frees a text at once and lets any other child, which may be null, wait.
 void free_child(void *child)
 {
     auto *pf = static_cast<Pf *>(child);
     if (!pf)
         return;
     if (pf->type == PFSTRING)
-        return free_one(pf);
-    pf->parent = Waiting;
-    Waiting = pf;
+        return free_node(pf);
+    pf->parent = Waiting_to_be_freed;
+    Waiting_to_be_freed = pf;
 }
 
-// Frees with free_first what is asked for and then all that this made wait. What waits
-// already is left to an outer call, which came here through a function of a hook.
+// Calls free_first(pf), then frees every node that it put on Waiting_to_be_freed. A hook's
+// function may call pffree in turn: nodes that wait for the outer call stay out of its way.
 template <class FreeFirst>
 void free_all(Pf *pf, FreeFirst free_first)
 {
-    Pf *outer = std::exchange(Waiting, nullptr);
+    Pf *outer = std::exchange(Waiting_to_be_freed, nullptr);
     free_first(pf);
-    while (Waiting)
-        free_one(std::exchange(Waiting, Waiting->parent));
-    Waiting = outer;
+    while (Waiting_to_be_freed)
+        free_node(std::exchange(Waiting_to_be_freed, Waiting_to_be_freed->parent));
+    Waiting_to_be_freed = outer;
 }
 
 void free_function(Pffunction *function)
@@ -85,7 +90,51 @@ void free_function(Pffunction *function)
     std::free(function);
 }
 
-// As showpf says it; null where it says nothing.
+// Frees the value of a node. What it contains may be left waiting.
+void free_parts(Pf *pf)
+{
+    switch (pf->type) {
+    case PFEXEC_ERROR:
+    case PFSTRING:
+    case PFINVALID: std::free(pf->value.s); break;
+    case PFFILE:
+    case PFARR: freearr(pf->value.arr, free_child); break;
+    case PFTBL: freetbl(pf->value.tbl, free_child); break;
+    case PFFUNCTION: free_function(pf->value.pffunct); break;
+    default: elog_complain(0, "pffree: didn't free type %d", pf->type); break;
+    }
+}
+
+// Stores the node in a container. Returns the node that it replaces, or null.
+Pf *store_child(Pf *pf, const char *key, Pf *node, int line, const char *file)
+{
+    if (pf->type == PFTBL) {
+        Pf *old = stock::child_of(pf, key);
+        settbl(pf->value.tbl, stock::index_of(key), node);
+        return old;
+    }
+    if (pf->value.arr)
+        pf->value.arr->replace = 1;  // else an array keeps the old values, and none is freed
+    auto *old = static_cast<Pf *>(setarr(pf->value.arr, key, node));
+    if (!old && node && getarr(pf->value.arr, key) != node)  // no memory for the key
+        stock::out_of_memory(std::strlen(key) + 1, "key", "pfput", line, file);
+    return old;
+}
+
+// Makes a placeholder a container of the type. False for a node that is neither.
+bool become(Pf *pf, int type)
+{
+    if (pf && pf->type == PFANY) {
+        pf->type = type;
+        if (type == PFARR)
+            pf->value.arr = newarr(nullptr);
+        else
+            pf->value.tbl = newtbl(0);
+    }
+    return pf && (pf->type == type || (type == PFARR && pf->type == PFFILE));
+}
+
+// What showpf calls a type; null for one that it has no words for.
 const char *description(int type)
 {
     switch (type) {
@@ -103,18 +152,15 @@ const char *description(int type)
     }
 }
 
-// Frees the value of a node; what it contains may be left waiting.
-void free_parts(Pf *pf)
+// The value of a node read as a string, whatever it is. It must not be null.
+std::string_view value_as_text(const Pf &pf)
 {
-    switch (pf->type) {
-    case PFEXEC_ERROR:
-    case PFSTRING:
-    case PFINVALID: std::free(pf->value.s); break;
+    switch (pf.type) {
     case PFFILE:
-    case PFARR: freearr(pf->value.arr, free_child); break;
-    case PFTBL: freetbl(pf->value.tbl, free_child); break;
-    case PFFUNCTION: free_function(pf->value.pffunct); break;
-    default: elog_complain(0, "pffree: didn't free type %d", pf->type); break;
+    case PFARR: return stock::record_as_text(pf.value.arr);
+    case PFTBL: return stock::record_as_text(pf.value.tbl);
+    case PFFUNCTION: return stock::record_as_text(pf.value.pffunct);
+    default: return pf.value.s;
     }
 }
 
@@ -123,6 +169,19 @@ void free_parts(Pf *pf)
 void stock::free_value(Pf *pf)
 {
     free_all(pf, free_parts);
+}
+
+void stock::put_child(Pf *pf, const char *key, Pf *node, int line, const char *file)
+{
+    if (!is_container(pf))
+        elog_die(0, "Bad pf pointer in pfput.\n");
+    if (pf->type != PFTBL && !key)
+        return pffree(node);
+    Pf *old = store_child(pf, key, node, line, file);
+    if (old != node)
+        pffree(old);
+    if (node)
+        node->parent = pf;
 }
 
 Pf *pfnew(int type)
@@ -145,7 +204,23 @@ Pf *pfnew(int type)
 void pffree(Pf *pf)
 {
     if (pf)
-        free_all(pf, free_one);
+        free_all(pf, free_node);
+}
+
+int pfadd_arr(Pf *pf, const char *key)
+{
+    if (!key || !become(pf, PFARR))
+        return -1;
+    stock::put_child(pf, key, pfnew(PFANY));
+    return 0;
+}
+
+int pfadd_tbl(Pf *pf, int index)
+{
+    if (!become(pf, PFTBL))
+        return -1;
+    stock::put_child(pf, pfindex(index), pfnew(PFANY));
+    return 0;
 }
 
 void showpf(const char *label, const Pf *pf)
@@ -158,7 +233,7 @@ void showpf(const char *label, const Pf *pf)
     if (const char *text = description(pf->type))
         fprintf(stderr, "    %s\n", text);
     if (pf->value.s) {
-        const std::string_view text = stock::value_as_text(*pf);
+        const std::string_view text = value_as_text(*pf);
         fprintf(stderr, "    value=%p (%.*s)\n", static_cast<const void *>(pf->value.s),
                 static_cast<int>(text.size()), text.data());
     }

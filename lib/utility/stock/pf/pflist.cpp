@@ -1,55 +1,53 @@
 // The registry of loaded parameter files, by name.
+//
+// The registry maps a name to an entry, and the record of each known tree links the entries
+// that have the tree (known.h), so that freeing a tree finds its names without a search.
 
 #include "stock/pf.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <utility>
 
 #include "base/alloc.h"
-#include "pf/trees.h"
-
-// A name and its tree, one of the list of all names of the tree.
-struct stock::Entry {
-    Pf *tree;
-    int32_t number;    // of the tree, as long as it has this name
-    const char *name;  // borrowed: the key in Pflist
-    Entry *previous;
-    Entry *next;
-};
+#include "pf/known.h"
+#include "pf/pfupdate.h"
 
 namespace {
 
-using stock::Entry;
-using stock::Known;
+using stock::Known_trees;
+using stock::KnownTree;
+using stock::RegistryEntry;
 using stock::Trees_mutex;
 
-// Both are made on first use and guarded by Trees_mutex.
-Arr *Pflist = nullptr;  // of Entry *
-Arr *Names = nullptr;   // of nothing: the names that trees were read by
-
-// The entry of the name; null when there is none. A new one takes what is spare.
-Entry *entry_of(const char *name, stock::Owned<Entry> &spare)
+// The entry of the name, or null. Trees_mutex is held.
+RegistryEntry *entry_of(const char *name)
 {
-    if (!Pflist)
-        Pflist = rbinit(nullptr);
-    if (auto *entry = static_cast<Entry *>(getarr(Pflist, name)))
+    Arr *registry = Known_trees.registry;
+    return registry ? static_cast<RegistryEntry *>(getarr(registry, name)) : nullptr;
+}
+
+// The entry of the name; a new name takes `spare` as its entry. Null without memory.
+RegistryEntry *make_entry(const char *name, stock::Owned<RegistryEntry> &spare)
+{
+    if (!Known_trees.registry)
+        Known_trees.registry = rbinit(nullptr);
+    if (RegistryEntry *entry = entry_of(name))
         return entry;
-    setarr(Pflist, name, spare.get());
-    auto *entry = static_cast<Entry *>(getarr(Pflist, name));
+    setarr(Known_trees.registry, name, spare.get());
+    RegistryEntry *entry = entry_of(name);
     if (entry)
-        spare.release()->name = static_cast<const char *>(rbfind(name, Pflist));
+        spare.release()->name = static_cast<const char *>(rbfind(name, Known_trees.registry));
     return entry;
 }
 
-// Takes the entry from the list of its tree. Gives the tree.
-Pf *detach(Entry *entry)
+// Takes the entry from the list of its tree. Returns the tree.
+Pf *detach(RegistryEntry *entry)
 {
     Pf *tree = std::exchange(entry->tree, nullptr);
     if (!tree)
         return nullptr;
-    Known *known = stock::known_at(entry->number);
+    KnownTree *known = stock::known_at(entry->number);
     (entry->previous ? entry->previous->next : known->entries) = entry->next;
     if (entry->next)
         entry->next->previous = entry->previous;
@@ -57,10 +55,10 @@ Pf *detach(Entry *entry)
     return tree;
 }
 
-// False without memory.
-bool attach(Entry *entry, Pf *tree)
+// Puts the entry into the list of the tree. False without memory.
+bool attach(RegistryEntry *entry, Pf *tree)
 {
-    Known *known = stock::make_known(tree);
+    KnownTree *known = stock::make_known(tree);
     if (!known)
         return false;
     entry->tree = tree;
@@ -72,24 +70,28 @@ bool attach(Entry *entry, Pf *tree)
     return true;
 }
 
-// Takes the tree of the name out of the registry.
-Pf *taken_out(const char *name)
+// Takes the name out of the registry. Returns its tree, or null.
+Pf *take_out(const char *name)
 {
     const std::scoped_lock lock(Trees_mutex);
-    const stock::Owned<Entry> entry(Pflist ? static_cast<Entry *>(delarr(Pflist, name)) : nullptr);
+    if (!Known_trees.registry)
+        return nullptr;
+    const stock::Owned<RegistryEntry> entry(
+        static_cast<RegistryEntry *>(delarr(Known_trees.registry, name)));
     return entry ? detach(entry.get()) : nullptr;
 }
 
-// Registers the tree and gives the one that had its name. Running out of memory must
-// find the lock free: what ends then may free trees.
+// Registers the tree under the name; a null tree takes the name out. Returns the tree that
+// had the name. Running out of memory is reported without the lock: what the report runs
+// may free trees.
 Pf *exchange(const char *name, Pf *pf)
 {
     if (!name || !pf)
-        return taken_out(name);
-    stock::Owned<Entry> spare(
-        static_cast<Entry *>(stock::allocate_zeroed(sizeof(Entry), "name", "putPf")));
+        return take_out(name);
+    stock::Owned<RegistryEntry> spare(static_cast<RegistryEntry *>(
+        stock::allocate_zeroed(sizeof(RegistryEntry), "name", "putPf")));
     std::unique_lock lock(Trees_mutex);
-    Entry *entry = entry_of(name, spare);
+    RegistryEntry *entry = make_entry(name, spare);
     Pf *earlier = entry ? detach(entry) : nullptr;
     const bool registered = entry && attach(entry, pf);
     lock.unlock();
@@ -100,40 +102,17 @@ Pf *exchange(const char *name, Pf *pf)
 
 }  // namespace
 
-void stock::forget_entries(Known *known)
-{
-    while (Entry *entry = known->entries) {
-        known->entries = entry->next;
-        delarr(Pflist, entry->name);
-        std::free(entry);
-    }
-}
-
-const char *stock::lasting_name(const char *name)
-{
-    std::unique_lock lock(Trees_mutex);
-    if (!Names)
-        Names = rbinit(nullptr);
-    if (!rbfind(name, Names))
-        setarr(Names, name, nullptr);
-    const auto *lasting = static_cast<const char *>(rbfind(name, Names));
-    lock.unlock();
-    if (name && !lasting)
-        stock::out_of_memory(std::strlen(name) + 1, "name", "getPf");
-    return lasting;
-}
-
 Pf *existsPf(const char *name)
 {
     const std::scoped_lock lock(Trees_mutex);
-    const auto *entry = Pflist ? static_cast<const Entry *>(getarr(Pflist, name)) : nullptr;
+    const RegistryEntry *entry = entry_of(name);
     return entry ? entry->tree : nullptr;
 }
 
 Pf *getPf(const char *name)
 {
-    if (Pf *known = existsPf(name))
-        return known;
+    if (Pf *registered = existsPf(name))
+        return registered;
     Pf *pf = nullptr;
     if (pfread(stock::lasting_name(name), &pf) != 0) {
         pffree(pf);
@@ -163,8 +142,8 @@ int updatePf(const char *name)
     const stock::Update update = stock::update_tree(name, &pf, stock::Updater::registry);
     if (!update.read)
         return update.result;
-    // Only the registered tree is freed, not the one that was in the variable: that may
-    // have been freed or given away meanwhile.
+    // Only the registered tree is freed, by putPf, not the one that getPf gave: another
+    // thread may have freed that or given it away meanwhile.
     if (update.result == 1)
         putPf(name, pf);
     else
@@ -174,7 +153,7 @@ int updatePf(const char *name)
 
 int freePf(const char *name)
 {
-    Pf *pf = taken_out(name);
+    Pf *pf = take_out(name);
     pffree(pf);
     return pf ? 0 : -1;
 }

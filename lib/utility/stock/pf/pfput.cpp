@@ -1,26 +1,25 @@
-// Changing a tree: values put under a key or an address, taken out, and placeholders.
+// Changing a tree: values put under a key or an address and taken out.
+//
+// Each pfput_TYPE makes the node of a text, and put_child puts it (pffree.cpp).
 
 #include "stock/pf.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <utility>
 
 #include "base/alloc.h"
+#include "base/fixed_text.h"
+#include "pf/known.h"
 #include "pf/node.h"
-#include "pf/trees.h"
 #include "stock/elog.h"
 #include "stock/strdbl.h"
 #include "stock/time.h"
 
 namespace {
 
-int64_t index_of(const char *key)
-{
-    return reinterpret_cast<intptr_t>(key);
-}
+using stock::put_child;
 
 char *copy_or_null(const char *text)
 {
@@ -44,6 +43,7 @@ int adopt_entry(void *entry, void *parent)
     return adopt_value(nullptr, entry, parent);
 }
 
+// A table or list that takes the values of the caller's container over.
 Pf *table_node(Arr *arr, int type)
 {
     Pf *node = pfnew(type);
@@ -71,13 +71,13 @@ Pf *function_node(const char *text)
     return node;
 }
 
-// The tree itself, which is from now on a part of another.
+// The tree, which becomes a part of another one.
 Pf *grafted(Pf *tree)
 {
     if (!tree)
         return nullptr;
     if (stock::number_of(tree) != 0)
-        stock::forget_grafted(tree);
+        stock::forget_tree(tree, stock::Fate::grafted);
     if (tree->type == PFFILE)
         tree->type = PFARR;
     return tree;
@@ -96,78 +96,55 @@ Pf *node_of(void *value, int type)
     }
 }
 
-// Puts the node into a container. Gives the one that it takes the place of.
-Pf *replace(Pf *pf, const char *key, Pf *node)
-{
-    if (pf->type != PFTBL) {
-        if (pf->value.arr)
-            pf->value.arr->replace = 1;  // what it would keep is freed
-        auto *old = static_cast<Pf *>(setarr(pf->value.arr, key, node));
-        if (!old && node && getarr(pf->value.arr, key) != node)  // without memory for the key
-            stock::out_of_memory(std::strlen(key) + 1, "key", "pfput");
-        return old;
-    }
-    const int64_t i = index_of(key);
-    auto *old = static_cast<Pf *>(gettbl(pf->value.tbl, i));
-    settbl(pf->value.tbl, i, node);
-    return old;
-}
-
-bool is_container(const Pf *pf)
-{
-    return pf && (pf->type == PFFILE || pf->type == PFARR || pf->type == PFTBL);
-}
-
-void put(Pf *pf, const char *key, Pf *node)
-{
-    if (!is_container(pf))
-        elog_die(0, "Bad pf pointer in pfput.\n");
-    if (pf->type != PFTBL && !key)
-        return pffree(node);
-    Pf *old = replace(pf, key, node);
-    if (old != node)
-        pffree(old);
-    if (node)
-        node->parent = pf;
-}
-
 int copy_text_entry(void *key, void *value, void *table)
 {
-    put(static_cast<Pf *>(table), static_cast<const char *>(key),
-        string_node(static_cast<const char *>(value)));
+    put_child(static_cast<Pf *>(table), static_cast<const char *>(key),
+              string_node(static_cast<const char *>(value)));
     return 0;
 }
 
-// Makes a placeholder a container. False for a node that is neither.
-bool become(Pf *pf, int type)
+// The node at an address, whose missing steps are made; null when it is the tree itself or the
+// address does not fit the tree.
+Pf *node_to_set(Pf *pf, const char *address)
 {
-    if (pf && pf->type == PFANY) {
-        pf->type = type;
-        if (type == PFARR)
-            pf->value.arr = newarr(nullptr);
-        else
-            pf->value.tbl = newtbl(0);
-    }
-    return pf && (pf->type == type || (type == PFARR && pf->type == PFFILE));
+    Pf *node = nullptr;
+    stock::find_node(pf, address, true, &node);
+    return node == pf ? nullptr : node;
+}
+
+// Frees the value of a node, which is to be given another.
+void clear(Pf *node)
+{
+    if (node->type != PFANY)
+        stock::free_value(node);
+    std::free(std::exchange(node->filled_out, nullptr));
+}
+
+// Whether a tree that is written with this text as a value would be read with a list, a table,
+// a literal or a function in its place: str2pf quotes none of these.
+bool reads_as_other(std::string_view text)
+{
+    return text.starts_with("&Literal") ||
+           (text.starts_with('&') && text.find_first_of("({") != text.npos);
 }
 
 }  // namespace
 
 void pfput(Pf *pf, const char *key, void *value, int type)
 {
-    put(pf, key, node_of(value, type));
+    put_child(pf, key, node_of(value, type));
 }
 
 void pfput_string(Pf *pf, const char *key, const char *value)
 {
-    put(pf, key, string_node(value));
+    put_child(pf, key, string_node(value));
 }
 
 void pfput_int(Pf *pf, const char *key, long value)
 {
-    char text[24];
-    std::snprintf(text, sizeof text, "%ld", value);
-    pfput_string(pf, key, text);
+    stock::FixedTextOf<24> text;
+    text.number(value);
+    pfput_string(pf, key, text.c_str());
 }
 
 void pfput_double(Pf *pf, const char *key, double value)
@@ -193,67 +170,52 @@ void pfput_tbl(Pf *pf, const char *key, const Tbl *values)
 {
     Pf *list = pfnew(PFTBL);
     for (int64_t i = 0; values && i < values->count; ++i)
-        put(list, pfindex(i), string_node(static_cast<const char *>(gettbl(values, i))));
-    put(pf, key, list);
+        put_child(list, pfindex(i), string_node(static_cast<const char *>(gettbl(values, i))));
+    put_child(pf, key, list);
 }
 
 void pfput_arr(Pf *pf, const char *key, const Arr *values)
 {
     Pf *table = pfnew(PFARR);
     applyarr(values, copy_text_entry, table);
-    put(pf, key, table);
+    put_child(pf, key, table);
 }
 
 int pfset(Pf *pf, const char *address, const char *text)
 {
-    Pf *node = nullptr;
-    stock::find_node(pf, address, true, &node);
-    if (!node || node == pf)
+    Pf *node = node_to_set(pf, address);
+    if (!node)
         return -1;
-    char *copy = copy_or_null(text);  // first: the text may be what the node gave
-    if (node->type != PFANY)
-        stock::free_value(node);
-    std::free(std::exchange(node->filled_out, nullptr));
+    char *copy = copy_or_null(text);  // before clear(): the text may be the node's own
+    clear(node);
     node->type = PFSTRING;
     node->value.s = copy;
     return 0;
 }
 
-namespace {
-
-// Whether a tree that is written with this text as a value would be read with a list, a table,
-// a literal or a function in its place: str2pf quotes none of these.
-bool reads_as_other(std::string_view text)
-{
-    return text.starts_with("&Literal") ||
-           (text.starts_with('&') && text.find_first_of("({") != text.npos);
-}
-
-}  // namespace
-
 int stock::set_exact_text(Pf *pf, const char *address, const char *text)
 {
     if (!text || !reads_as_other(text))
         return pfset(pf, address, text);
-    if (pfset(pf, address, "") != 0)
+    Pf *node = node_to_set(pf, address);
+    if (!node)
         return -1;
-    Pf *node = nullptr;
-    find_node(pf, address, false, &node);
-    free_value(node);
+    auto *function =
+        static_cast<Pffunction *>(allocate_zeroed(sizeof(Pffunction), "pf->value.pffunct", "bury"));
+    function->text = pfoutput_literal(text, 2);
+    clear(node);
     // Only the text of a function is written as it stands.
     node->type = PFFUNCTION;
-    node->value.pffunct =
-        static_cast<Pffunction *>(allocate_zeroed(sizeof(Pffunction), "pf->value.pffunct", "bury"));
-    node->value.pffunct->text = pfoutput_literal(text, 2);
+    node->value.pffunct = function;
     return 0;
 }
 
 Pf *pfdel(Pf *pf, const char *key)
 {
-    if (!is_container(pf))
+    if (!stock::is_container(pf))
         return nullptr;
-    void *child =
-        pf->type == PFTBL ? deltbl(pf->value.tbl, index_of(key)) : delarr(pf->value.arr, key);
+    void *child = pf->type == PFTBL ? deltbl(pf->value.tbl, stock::index_of(key))
+                                    : delarr(pf->value.arr, key);
     if (child)
         static_cast<Pf *>(child)->parent = nullptr;
     return static_cast<Pf *>(child);
@@ -265,9 +227,8 @@ int pfvalue(Pf *pf, const char *key, Pf **node)
     if (!node)
         node = &unwanted;
     *node = nullptr;
-    if (is_container(pf)) {
-        *node = static_cast<Pf *>(pf->type == PFTBL ? gettbl(pf->value.tbl, index_of(key))
-                                                    : getarr(pf->value.arr, key));
+    if (stock::is_container(pf)) {
+        *node = stock::child_of(pf, key);
         return *node != nullptr;
     }
     if (pf && pf->type == PFSTRING)
@@ -276,20 +237,4 @@ int pfvalue(Pf *pf, const char *key, Pf **node)
         elog_die(0, "invalid pf type = %d\n", pf ? pf->type : PFINVALID);
     *node = pf;
     return PFFUNCTION;
-}
-
-int pfadd_arr(Pf *pf, const char *key)
-{
-    if (!key || !become(pf, PFARR))
-        return -1;
-    put(pf, key, pfnew(PFANY));
-    return 0;
-}
-
-int pfadd_tbl(Pf *pf, int index)
-{
-    if (!become(pf, PFTBL))
-        return -1;
-    put(pf, pfindex(index), pfnew(PFANY));
-    return 0;
 }

@@ -1,7 +1,7 @@
 // Addresses: a key, then keys in braces and indexes in brackets, one step each.
 //
-// A scanner cuts the address into tokens; each token is one step from the current
-// node to the next, which is made as a placeholder where that is asked for.
+// next_component cuts an address into components. AddressWalk takes one step for each: from
+// the current node to its child, which is made as a placeholder where that is asked for.
 
 #include "stock/pf.h"
 
@@ -15,16 +15,34 @@
 
 #include "arrays/node.h"
 #include "base/alloc.h"
+#include "base/ascii.h"
 #include "pf/node.h"
 #include "stock/elog.h"
 
 namespace {
 
-constexpr int kMissing = -31;    // a step was not found
-constexpr int kMisfit = -32;     // a step does not fit the node
-constexpr int kMaxBraced = 255;  // longer keys in braces are cut
+constexpr int kMissing = -31;                 // a step was not found
+constexpr int kMisfit = -32;                  // a step does not fit the node
+constexpr std::size_t kMaxBracedBytes = 255;  // a longer key in braces is cut
 
-// The marks and the end of the address: what a key ends at.
+// ---- The components of an address ----
+
+enum class Kind {
+    blanks,      // outside of braces, which is no step
+    plain_key,   // north
+    braced_key,  // {limit}
+    index,       // [2]
+    stray,       // one of { } [ ] that belongs to no component
+};
+
+struct Component {
+    Kind kind;
+    std::size_t length;    // of its text
+    std::string_view key;  // of a key
+    int index = 0;         // of an index
+};
+
+// The characters that end a key, the terminator among them.
 constexpr auto kEndsKey = [] {
     std::array<bool, 256> ends{};
     for (const char c : {'{', '}', '[', ']', '\0'})
@@ -32,12 +50,6 @@ constexpr auto kEndsKey = [] {
     return ends;
 }();
 
-constexpr bool is_blank(char c)
-{
-    return c == ' ' || c == '\t';
-}
-
-// What stands before the next mark or the end.
 std::string_view key_at(const char *text)
 {
     const char *end = text;
@@ -46,195 +58,197 @@ std::string_view key_at(const char *text)
     return {text, static_cast<std::size_t>(end - text)};
 }
 
-// A key as a string of its own.
-stock::Owned<char> key_of(std::string_view text)
+// "{key}" or a stray brace.
+Component braced_key_at(const char *text)
 {
-    stock::Owned<char> key(
-        static_cast<char *>(stock::allocate(text.size() + 1, "key", "pfresolve")));
-    key.get()[text.copy(key.get(), text.size())] = 0;
-    return key;
+    const std::string_view key = key_at(text + 1);
+    if (text[1 + key.size()] != '}')
+        return {Kind::stray, 1, {}};
+    const std::string_view trimmed = stock::trimmed(key, stock::is_blank);
+    return {Kind::braced_key, key.size() + 2, trimmed.substr(0, kMaxBracedBytes)};
 }
 
-Pf *child_of(const Pf *table, std::string_view key)
+// What atoi gives, within the limits of an int.
+int index_from(const char *digits)
+{
+    return static_cast<int>(std::clamp<long>(std::strtol(digits, nullptr, 10), INT_MIN, INT_MAX));
+}
+
+// "[12]", "[-1]" or a stray bracket.
+Component index_at(const char *text)
+{
+    const std::size_t digits = text[1] == '-' ? 2 : 1;
+    const std::size_t close = digits + std::strspn(text + digits, "0123456789");
+    if (close == digits || text[close] != ']')
+        return {Kind::stray, 1, {}};
+    return {Kind::index, close + 1, {}, index_from(text + 1)};
+}
+
+// The component at the start of the text, which is not empty. Before the first key there
+// are no braced keys and indexes.
+Component next_component(const char *text, bool behind_first_key)
+{
+    const std::string_view key = key_at(text);
+    if (!key.empty())
+        return {stock::trimmed(key, stock::is_blank).empty() ? Kind::blanks : Kind::plain_key,
+                key.size(), key};
+    if (behind_first_key && text[0] == '{')
+        return braced_key_at(text);
+    if (behind_first_key && text[0] == '[')
+        return index_at(text);
+    return {Kind::stray, 1, {}};
+}
+
+// ---- The steps through a tree ----
+
+// The key with a terminator behind it.
+stock::Owned<char> terminated(std::string_view key)
+{
+    stock::Owned<char> text(
+        static_cast<char *>(stock::allocate(key.size() + 1, "key", "pfresolve")));
+    text.get()[key.copy(text.get(), key.size())] = 0;
+    return text;
+}
+
+Pf *child_under(const Pf *table, std::string_view key)
 {
     const Arr *arr = table->value.arr;
     if (!arr)
         return nullptr;
     return static_cast<Pf *>(stock::holds_text(arr) ? stock::get_text(arr, key)
-                                                    : getarr(arr, key_of(key).get()));
+                                                    : getarr(arr, terminated(key).get()));
 }
 
-std::string_view trimmed(std::string_view text)
+// Whether a step from the node would make a tree deeper than kMaxTreeDepth; if so it is logged.
+bool is_too_deep(const Pf *node)
 {
-    while (!text.empty() && is_blank(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && is_blank(text.back()))
-        text.remove_suffix(1);
-    return text;
+    int depth = 0;
+    for (const Pf *at = node; at && depth <= stock::kMaxTreeDepth; at = at->parent)
+        ++depth;
+    if (depth > stock::kMaxTreeDepth)
+        elog_log(0, stock::kTooDeep, stock::kMaxTreeDepth);
+    return depth > stock::kMaxTreeDepth;
 }
 
-// What atoi gives, within the limits of an int.
-int number(const char *digits)
-{
-    return static_cast<int>(std::clamp<long>(std::strtol(digits, nullptr, 10), INT_MIN, INT_MAX));
-}
-
-// One walk along an address.
-class Walk {
+class AddressWalk {
 public:
-    Walk(Pf *pf, bool create) : current_(pf), create_(create) {}
+    AddressWalk(Pf *pf, bool create) : node_(pf), create_(create) {}
 
-    int error() const { return error_; }
-    Pf *found() const { return current_; }
-
-    void take(const char *address)
+    // Takes all steps of the address. Returns the node there; null after an error.
+    Pf *to(const char *address)
     {
-        while (*address && !error_)
-            address += token(address);
+        while (*address && !error_) {
+            const Component component = next_component(address, behind_first_key_);
+            take(component, *address);
+            address += component.length;
+        }
+        return error_ ? nullptr : node_;
     }
+
+    // 0, kMissing or kMisfit.
+    int error() const { return error_; }
 
 private:
-    // Takes the token at the start of the text. Gives its length.
-    std::size_t token(const char *text)
+    void take(const Component &component, char first)
     {
-        const std::string_view key = key_at(text);
-        if (!key.empty()) {
-            if (!trimmed(key).empty())
-                plain_key(key);
-            return key.size();
+        switch (component.kind) {
+        case Kind::blanks: break;
+        case Kind::plain_key:
+            behind_first_key_ = true;
+            step_to_key(component.key, true);
+            break;
+        case Kind::braced_key: step_to_key(component.key, node_->type == PFARR); break;
+        case Kind::index: step_to_index(component.index); break;
+        case Kind::stray: report_stray(first); break;
         }
-        if (started_)
-            if (const std::size_t length = braced_key(text) + index(text))
-                return length;
-        mark(text[0]);
-        return 1;
     }
 
-    // "{key}"; 0 when the text does not begin with that.
-    std::size_t braced_key(const char *text)
-    {
-        if (text[0] != '{')
-            return 0;
-        const std::string_view key = key_at(text + 1);
-        const std::size_t close = 1 + key.size();
-        if (text[close] != '}')
-            return 0;
-        key_step(trimmed(key).substr(0, kMaxBraced), current_->type == PFARR);
-        return close + 1;
-    }
-
-    // "[-12]"; 0 when the text does not begin with that.
-    std::size_t index(const char *text)
-    {
-        if (text[0] != '[')
-            return 0;
-        const std::size_t digits = text[1] == '-' ? 2 : 1;
-        const std::size_t close = digits + std::strspn(text + digits, "0123456789");
-        if (close == digits || text[close] != ']')
-            return 0;
-        index_step(number(text + 1));
-        return close + 1;
-    }
-
-    // A mark that belongs to no component.
-    void mark(char c)
+    void report_stray(char c)
     {
         if (c == '[') {
             std::fprintf(stderr, "unmatched char '%c'\n", c);
-        } else if (!started_ && c == '{') {
+        } else if (!behind_first_key_ && c == '{') {
             leading_brace_ = true;
-        } else if (c == '}' && (!started_ || leading_brace_)) {
-            leading_brace_ = false;  // "{a}" is the plain key a
+        } else if (c == '}' && (!behind_first_key_ || leading_brace_)) {
+            leading_brace_ = false;  // "{north}" is the plain key north
         } else {
             std::putchar(c);
         }
     }
 
-    void plain_key(std::string_view key)
+    // `fits` says whether the node may be asked for this key as it is. A placeholder may when
+    // steps are made, for then it becomes a table. A function is never left.
+    void step_to_key(std::string_view key, bool fits)
     {
-        started_ = true;
-        key_step(key, true);
-    }
-
-    // A key in a node that fits, or would fit once it is a table.
-    void key_step(std::string_view text, bool fits)
-    {
-        if (current_->type == PFFUNCTION)
+        if (node_->type == PFFUNCTION)
             return;
-        if (!fits && !(create_ && current_->type == PFANY))
+        if (!fits && !becomes_container())
             return fail(kMisfit);
-        const bool table = current_->type == PFFILE || current_->type == PFARR;
-        Pf *child = table ? child_of(current_, text) : nullptr;
-        if (!child && !create_)
-            return fail(kMissing);
-        if (!child && too_deep())
-            return fail(kMisfit);
-        if (!child && pfadd_arr(current_, key_of(text).get()) != 0)
-            return fail(kMisfit);
-        current_ = child ? child : child_of(current_, text);
+        Pf *child = stock::is_table(node_) ? child_under(node_, key) : nullptr;
+        if (!child) {
+            if (!may_make_step())
+                return;
+            if (pfadd_arr(node_, terminated(key).get()) != 0)
+                return fail(kMisfit);
+            child = child_under(node_, key);
+        }
+        node_ = child;
     }
 
-    void index_step(int i)
+    void step_to_index(int i)
     {
-        if (current_->type == PFFUNCTION)
+        if (node_->type == PFFUNCTION)
             return;
-        if (current_->type != PFTBL && !(create_ && current_->type == PFANY))
+        if (node_->type != PFTBL && !becomes_container())
             return fail(kMisfit);
-        Pf *child =
-            current_->type == PFTBL ? static_cast<Pf *>(gettbl(current_->value.tbl, i)) : nullptr;
-        if (!child && !create_)
-            return fail(kMissing);
-        if (!child && too_deep())
-            return fail(kMisfit);
-        if (!child)
-            pfadd_tbl(current_, i);
-        const Tbl *list = current_->value.tbl;
-        // Meant: a placeholder at index -1 is appended, as settbl does.
-        current_ = child ? child : static_cast<Pf *>(gettbl(list, i < 0 ? list->count - 1 : i));
+        Pf *child = node_->type == PFTBL ? stock::child_of(node_, pfindex(i)) : nullptr;
+        if (!child) {
+            if (!may_make_step())
+                return;
+            pfadd_tbl(node_, i);
+            // Meant: a placeholder at index -1 is appended, as settbl does.
+            const Tbl *list = node_->value.tbl;
+            child = static_cast<Pf *>(gettbl(list, i < 0 ? list->count - 1 : i));
+        }
+        node_ = child;
     }
 
-    // Whether a new step would go deeper than the walks through a tree do.
-    bool too_deep() const
+    bool becomes_container() const { return create_ && node_->type == PFANY; }
+
+    // Whether the child that the node lacks may be made; else the walk ends with an error.
+    bool may_make_step()
     {
-        int depth = 0;
-        for (const Pf *at = current_; at && depth <= stock::kMaxDepth; at = at->parent)
-            ++depth;
-        if (depth > stock::kMaxDepth)
-            elog_log(0, stock::kTooDeep, stock::kMaxDepth);
-        return depth > stock::kMaxDepth;
+        if (!create_)
+            fail(kMissing);
+        else if (is_too_deep(node_))
+            fail(kMisfit);
+        return !error_;
     }
 
     void fail(int error) { error_ = error; }
 
-    Pf *current_;
+    Pf *node_;
     bool create_;
-    bool started_ = false;        // behind the first component
-    bool leading_brace_ = false;  // an address that began with "{" has one "}" to spare
+    bool behind_first_key_ = false;
+    bool leading_brace_ = false;  // the address began with "{": the next "}" is no stray one
     int error_ = 0;
 };
 
 }  // namespace
 
-namespace stock {
-
-int find_node(Pf *pf, const char *address, bool create, Pf **node)
+int stock::find_node(Pf *pf, const char *address, bool create, Pf **node)
 {
     *node = nullptr;
     if (!pf)
         return kMissing;
     if (pf->type == PFTBL) {
-        *node = static_cast<Pf *>(gettbl(pf->value.tbl, reinterpret_cast<intptr_t>(address)));
+        *node = child_of(pf, address);
         return *node ? (*node)->type : kMisfit;
     }
-    Walk walk(pf, create);
-    walk.take(address ? address : "");
-    if (walk.error())
-        return walk.error();
-    *node = walk.found();
-    return (*node)->type;
+    AddressWalk walk(pf, create);
+    *node = walk.to(address ? address : "");
+    return *node ? (*node)->type : walk.error();
 }
-
-}  // namespace stock
 
 int pfresolve(Pf *pf, const char *address, int create, Pf **node)
 {
