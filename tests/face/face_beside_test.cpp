@@ -15,7 +15,6 @@
 #include "numbers/decimal.h"
 #include "pf/node.h"
 #include "pf/scan.h"
-#include "pf/value.h"
 #include "time/token_scanner.h"
 #include "time/zone.h"
 

@@ -1,16 +1,20 @@
-// Reading values out of a tree, and what happens when one is missing or of the wrong type.
+// Reading values out of a tree, and the die function, which hears of a value that is missing
+// or of the wrong type.
+//
+// node_at finds the node at an address and evaluates it; expect adds the type that the caller
+// needs. A list is addressed by an index, which a pointer carries (pfindex).
 
 #include "stock/pf.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 
+#include "base/ascii.h"
+#include "base/fixed_text.h"
 #include "pf/node.h"
-#include "pf/value.h"
+#include "pf/pf_state.h"
 #include "stock/elog.h"
 #include "stock/fix_strtod.h"
 #include "stock/str2epoch.h"
@@ -18,12 +22,6 @@
 #include "stock/yesno.h"
 
 namespace {
-
-using Die = void (*)(Pf *pf, const char *address, int expected, int got, Pf **result);
-using Prompt = char *(*)(const char *prompt);
-
-Die Pfdie = _pfdie;
-Prompt Pfprompt = nullptr;
 
 // As messages name a type.
 const char *type_name(int type)
@@ -36,43 +34,22 @@ const char *type_name(int type)
     return kNames[std::clamp(type, 0, 6)];
 }
 
-bool is_table(const Pf *pf)
+// Complains of a text that is no value of its type; the message takes the text and the
+// address, or the index of an element.
+void complain_of(const char *message, const char *text, const Pf *pf, const char *address)
 {
-    return pf->type == PFFILE || pf->type == PFARR;
-}
-
-int64_t index_of(const char *key)
-{
-    return reinterpret_cast<intptr_t>(key);
-}
-
-// An address as messages name it: in a list it is an index.
-class Shown {
-public:
-    Shown(const Pf *pf, const char *address) : text_(address)
-    {
-        if (pf->type != PFTBL)
-            return;
-        std::snprintf(index_, sizeof index_, "#%ld", static_cast<long>(index_of(address)));
-        text_ = index_;
+    stock::FixedTextOf<24> index;
+    if (pf->type == PFTBL) {
+        index.add('#');
+        index.number(stock::index_of(address));
+        address = index.c_str();
     }
-    Shown(const Shown &) = delete;
-    Shown &operator=(const Shown &) = delete;
-
-    const char *text() const { return okstr(text_); }
-
-private:
-    const char *text_;
-    char index_[24] = "";
-};
-
-// A placeholder that never got a value is no value.
-Pf *valued(Pf *pf)
-{
-    return pf && pf->type != PFANY ? pf : nullptr;
+    // NOLINTNEXTLINE(clang-diagnostic-format-nonliteral): all are literals of this file
+    elog_complain(0, message, text, okstr(address));
 }
 
-// The node that an address leads to, its functions evaluated; null when there is none.
+// The node at an address, or what it evaluates to when it is a function. Null when there is
+// none, or only a placeholder.
 Pf *node_at(Pf *pf, const char *address)
 {
     if (!pf)
@@ -82,62 +59,61 @@ Pf *node_at(Pf *pf, const char *address)
     Pf *node = nullptr;
     if (stock::find_node(pf, address, false, &node) == PFFUNCTION)
         node = pfinterpret(node);
-    return valued(node);
+    return node && node->type != PFANY ? node : nullptr;
 }
 
-// Tells the die function of a node that is not of the expected type. Gives the node,
-// or what the die function stored in its place.
-Pf *node_or_die(Pf *pf, const char *address, Pf *node, int expected)
+// Calls the die function when the node is not of the expected type. Returns the node, or what
+// the die function stored in its place.
+Pf *checked(Pf *pf, const char *address, Pf *node, int expected)
 {
-    if (pf && (!node || node->type != expected))
-        Pfdie(pf, address, expected, node ? node->type : PFINVALID, &node);
+    if (pf && (!node || node->type != expected)) {
+        const auto die = stock::Program_functions.die;
+        (die ? die : _pfdie)(pf, address, expected, node ? node->type : PFINVALID, &node);
+    }
     return node;
 }
 
-// The same, and null when even that is of another type.
-Pf *expect(Pf *pf, const char *address, Pf *node, int expected)
+enum class Missing { allowed, fatal };
+
+// The node of the expected type at an address, else null. The die function hears of a node of
+// another type, and of a missing one unless that is allowed.
+Pf *expect(Pf *pf, const char *address, int expected, Missing missing)
 {
-    node = node_or_die(pf, address, node, expected);
+    Pf *node = node_at(pf, address);
+    if (!node && missing == Missing::allowed)
+        return nullptr;
+    if (node && node->type == PFFILE && expected == PFARR)
+        return node;
+    node = checked(pf, address, node, expected);
     return node && node->type == expected ? node : nullptr;
 }
 
-// The text's node at an address. A missing one is the die function's business only
-// when the value is required.
-Pf *text_node_at(Pf *pf, const char *address, bool required)
+const char *text_at(Pf *pf, const char *address, Missing missing)
 {
-    Pf *node = node_at(pf, address);
-    return node || required ? expect(pf, address, node, PFSTRING) : nullptr;
+    return pfexpand(expect(pf, address, PFSTRING, missing));
 }
 
-const char *text_at(Pf *pf, const char *address, bool required)
-{
-    return pfexpand(text_node_at(pf, address, required));
-}
-
-// Converts the text at an address with convert(text, &end); the message complains of
-// what is no number and is followed by text and address.
+// Converts the text at an address with convert(text, &end). Complains with the message when
+// more than a number and blanks behind it stands there.
 template <class Convert>
 auto number_at(Pf *pf, const char *address, const char *message, Convert convert)
 {
-    const char *text = text_at(pf, address, true);
+    const char *text = text_at(pf, address, Missing::fatal);
     char *end = nullptr;
     const auto number = text ? convert(text, &end) : 0;
-    if (text && (end == text || (*end && !whitespace(end)))) {
-        // NOLINTNEXTLINE(clang-diagnostic-format-nonliteral): two literals of this file
-        elog_complain(0, message, text, Shown(pf, address).text());
-    }
+    if (text && (end == text || (*end && !whitespace(end))))
+        complain_of(message, text, pf, address);
     return number;
 }
 
-// strtol in any base that the text names. Nearly all are plain decimal numbers, which
-// need none of its care.
+// strtol with base 0. Nearly all texts are plain decimal numbers, which are read here at once.
 long integer(const char *text, char **end)
 {
     constexpr std::size_t kDigits = std::numeric_limits<long>::digits10;
     long number = 0;
     const char *at = text;
     if (*text != '0')
-        for (; *at >= '0' && *at <= '9' && at < text + kDigits; ++at)
+        for (; stock::is_digit(*at) && at < text + kDigits; ++at)
             number = 10 * number + (*at - '0');
     if (at == text || *at)
         return std::strtol(text, end, 0);
@@ -145,41 +121,7 @@ long integer(const char *text, char **end)
     return number;
 }
 
-// The node itself, or what a function gave when it was evaluated last.
-const Pf *last_result(const Pf *node)
-{
-    return node && node->type == PFFUNCTION ? node->value.pffunct->result : node;
-}
-
-// The container of the expected type at an address; null for a missing one.
-Pf *container_at(Pf *pf, const char *address, int expected)
-{
-    Pf *node = node_at(pf, address);
-    if (node && node->type == PFFILE && expected == PFARR)
-        return node;
-    return node ? expect(pf, address, node, expected) : nullptr;
-}
-
 }  // namespace
-
-namespace stock {
-
-Pf *direct_child(Pf *pf, const char *key)
-{
-    switch (pf->type) {
-    case PFFILE:
-    case PFARR: return static_cast<Pf *>(getarr(pf->value.arr, key));
-    case PFTBL: return static_cast<Pf *>(gettbl(pf->value.tbl, index_of(key)));
-    default: return pf;
-    }
-}
-
-Prompt prompt_function()
-{
-    return Pfprompt;
-}
-
-}  // namespace stock
 
 int pfget(Pf *pf, const char *key, void **value)
 {
@@ -189,13 +131,17 @@ int pfget(Pf *pf, const char *key, void **value)
     *value = nullptr;
     if (!pf)
         return PFINVALID;
-    if (!is_table(pf) && pf->type != PFTBL && pf->type != PFSTRING && pf->type != PFFUNCTION) {
+    Pf *node = pf;
+    if (stock::is_container(pf)) {
+        node = stock::child_of(pf, key);
+    } else if (pf->type != PFSTRING && pf->type != PFFUNCTION) {
         elog_complain(0, "*stack* unrecognized pf type %d in pfget", pf->type);
         return PFINVALID;
     }
-    Pf *node = valued(stock::direct_child(pf, key));
     if (node && node->type == PFFUNCTION)
         node = pfinterpret(node);
+    else if (node && node->type == PFANY)
+        return PFINVALID;
     if (!node)
         return PFINVALID;
     *value = node->type == PFSTRING ? static_cast<void *>(pfexpand(node)) : node;
@@ -222,12 +168,12 @@ void _pfeval(Pf *pf, const char *address, Pf **node, int expected)
         node = &unwanted;
     *node = node_at(pf, address);
     if (expected != PFANY)
-        *node = node_or_die(pf, address, *node, expected);
+        *node = checked(pf, address, *node, expected);
 }
 
 char *pfget_string(Pf *pf, const char *address)
 {
-    return const_cast<char *>(text_at(pf, address, false));
+    return const_cast<char *>(text_at(pf, address, Missing::allowed));
 }
 
 double pfget_double(Pf *pf, const char *address)
@@ -242,37 +188,37 @@ long pfget_int(Pf *pf, const char *address)
 
 double pfget_time(Pf *pf, const char *address)
 {
-    const char *text = text_at(pf, address, true);
+    const char *text = text_at(pf, address, Missing::fatal);
     double time = 0;
     if (text && !is_epoch_string(text, &time))
-        elog_complain(0, "Bad time value '%s' for %s", text, Shown(pf, address).text());
+        complain_of("Bad time value '%s' for %s", text, pf, address);
     return time;
 }
 
 int pfget_boolean(Pf *pf, const char *address)
 {
-    Pf *node = text_node_at(pf, address, false);
+    Pf *node = expect(pf, address, PFSTRING, Missing::allowed);
     if (!node || !node->value.s)
         return 0;
-    // Most say yes or no as they stand, and then refer to nothing.
+    // Most texts are such a word as they stand and need no expansion.
     if (const int answer = yesno(node->value.s); answer != 1)
         return answer;
     const char *text = pfexpand(node);
     if (const int answer = yesno(text); answer != 1)
         return answer;
-    elog_complain(0, "Bad boolean value '%s' for %s", text, Shown(pf, address).text());
+    complain_of("Bad boolean value '%s' for %s", text, pf, address);
     return 0;
 }
 
 double pfget_size(Pf *pf, const char *address)
 {
-    const char *text = text_at(pf, address, true);
+    const char *text = text_at(pf, address, Missing::fatal);
     return text ? sz2dbl(text) : 0;
 }
 
 Tbl *pfget_tbl(Pf *pf, const char *address)
 {
-    Pf *list = container_at(pf, address, PFTBL);
+    Pf *list = expect(pf, address, PFTBL, Missing::allowed);
     if (!list)
         return nullptr;
     Tbl *values = newtbl(0);
@@ -286,18 +232,20 @@ Tbl *pfget_tbl(Pf *pf, const char *address)
 
 Arr *pfget_arr(Pf *pf, const char *address)
 {
-    Pf *table = container_at(pf, address, PFARR);
+    Pf *table = expect(pf, address, PFARR, Missing::allowed);
     if (!table)
         return nullptr;
     Arr *values = newarr(nullptr);
     Tbl *keys = keysarr(table->value.arr);
-    // Reading a value that refers to others reads them again and frees what they gave
-    // before: the texts are taken when nothing more is read.
+    // Reading a value that refers to others expands these again and frees the texts that they
+    // had expanded to. So all are expanded first, and then all texts are taken.
     for (int64_t i = 0; i < keys->count; ++i)
         pfget(table, static_cast<const char *>(gettbl(keys, i)), nullptr);
     for (int64_t i = 0; i < keys->count; ++i) {
         const auto *key = static_cast<const char *>(gettbl(keys, i));
-        const Pf *node = last_result(stock::direct_child(table, key));
+        const Pf *node = stock::child_of(table, key);
+        if (node && node->type == PFFUNCTION)
+            node = node->value.pffunct->result;
         if (node && node->type == PFSTRING)
             setarr(values, key, stock::last_expanded(node));
     }
@@ -312,27 +260,16 @@ long pfmaxtbl(const Pf *pf)
 
 Tbl *pfkeys(const Pf *pf)
 {
-    return pf && is_table(pf) ? keysarr(pf->value.arr) : nullptr;
-}
-
-void pfprint(const char *name, const char *address)
-{
-    Pf *pf = nullptr;
-    if (pfread(name, &pf) != 0)
-        elog_complain(1, "Can't read parameter file %s", okstr(name));
-    else if (const char *text = pfget_string(pf, address))
-        std::puts(text);
-    else
-        elog_complain(0, "no entry '%s' in parameter file %s", okstr(address), okstr(name));
-    pffree(pf);
+    return pf && stock::is_table(pf) ? keysarr(pf->value.arr) : nullptr;
 }
 
 int pfconfig(const char *code, void *function)
 {
+    stock::ProgramFunctions &functions = stock::Program_functions;
     if (nstrcmp(code, "ask") == 0) {
-        Pfprompt = reinterpret_cast<Prompt>(function);
+        functions.ask = reinterpret_cast<decltype(functions.ask)>(function);
     } else if (nstrcmp(code, "die") == 0) {
-        Pfdie = function ? reinterpret_cast<Die>(function) : _pfdie;
+        functions.die = reinterpret_cast<decltype(functions.die)>(function);
     } else {
         elog_log(0, "pfconfig: unrecognized code '%s'", okstr(code));
         return -1;
@@ -359,8 +296,8 @@ void _pfdie(Pf *pf, const char *address, int expected, int got, Pf **)
     case PFTBL:
         if (got == PFINVALID)
             elog_die(0, "wrong parameter type for #%ld : expected %s but got %s in '%s'",
-                     static_cast<long>(index_of(address)), type_name(expected), type_name(got),
-                     file);
+                     static_cast<long>(stock::index_of(address)), type_name(expected),
+                     type_name(got), file);
         break;
     default: break;
     }

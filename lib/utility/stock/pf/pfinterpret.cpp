@@ -1,6 +1,7 @@
 // Functions of parameter files: &exec(, &glob(, &file( and the others.
 //
-// Each is a row of one table; a function takes the text and gives a new node.
+// kFunctions has a row for each. The function of a row takes a FunctionCall and returns a new
+// node, which pfinterpret keeps as the result of the function's node.
 
 #include "stock/pf.h"
 
@@ -9,6 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <mutex>
 #include <string_view>
 #include <utility>
@@ -17,11 +19,12 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
-#include "base/ordered_lock.h"
+#include "base/fixed_text.h"
+#include "base/limits.h"
 #include "base/uninterrupted.h"
 #include "log/reasons.h"
 #include "pf/open_calls.h"
-#include "pf/value.h"
+#include "pf/pf_state.h"
 #include "stock/datasearch.h"
 #include "stock/elog.h"
 #include "stock/expand_env.h"
@@ -32,23 +35,31 @@
 #include "stock/strings.h"
 #include "stock/usermethod.h"
 
+// A file that &ref( refers to, and its tree.
+struct stock::ReferredFile {
+    ReferredFile *next;  // on Idle_references
+    Pf *tree;            // pfupdate keeps it up to date; it borrows `file` as its name
+    char *file;          // owned: the name of the file
+};
+
 namespace {
 
 using stock::Owned;
+using stock::ReferredFile;
 
 constexpr int kMaxEvaluations = 4;  // the fourth in a chain is one too many
 constexpr int kMaxReferences = 10;  // files that refer to files that refer to files
 static_assert(kMaxReferences < stock::OpenCalls::kMost);
-constexpr std::size_t kMaxError = 1023;
-constexpr int kPathSize = 1024;
+constexpr std::size_t kErrorSize = 1024;  // of a text that tells why a reference has no value
 
-// A function that is being evaluated.
-struct Call {
+// A function of a parameter file that is evaluated.
+struct FunctionCall {
     Pf *node;
-    const char *text;      // with its references expanded
-    const char *argument;  // what stands between the first "(" and the last ")"
+    const char *text;      // of the node, its references expanded
+    const char *argument;  // the text between the first "(" and the last ")"
 };
 
+// A node that takes the text over.
 Pf *text_node(char *owned, int type = PFSTRING)
 {
     Pf *node = pfnew(type);
@@ -56,6 +67,7 @@ Pf *text_node(char *owned, int type = PFSTRING)
     return node;
 }
 
+// A node with a copy of the text; null is the empty text.
 Pf *copied_node(const char *text, int type = PFSTRING)
 {
     return text_node(stock::copy_text(text ? text : "", "pf->value.s"), type);
@@ -75,6 +87,7 @@ char *copy_view(std::string_view text)
     return copy;
 }
 
+// Empty when there is no pair of parentheses.
 Owned<char> argument_of(std::string_view text)
 {
     const std::size_t open = text.find('(');
@@ -85,16 +98,18 @@ Owned<char> argument_of(std::string_view text)
 
 // ---- Commands, patterns and the environment ----
 
-class Command {
+// A command that the shell runs, and a stream of what it prints. Waits for its end.
+class ShellCommand {
 public:
-    explicit Command(const char *line) : stream_(popen(line, "re")) {}
-    ~Command() { close(); }
-    Command(const Command &) = delete;
-    Command &operator=(const Command &) = delete;
+    explicit ShellCommand(const char *line) : stream_(popen(line, "re")) {}
+    ~ShellCommand() { close(); }
+    ShellCommand(const ShellCommand &) = delete;
+    ShellCommand &operator=(const ShellCommand &) = delete;
 
+    // Null when the command could not be started.
     FILE *stream() const { return stream_; }
 
-    // The status as wait gives it; 0 when the command was not started.
+    // Waits for the end. Returns the status as wait gives it; 0 of a command not started.
     int close()
     {
         FILE *stream = std::exchange(stream_, nullptr);
@@ -105,13 +120,14 @@ private:
     FILE *stream_;
 };
 
-// Reads all that the command prints, so that it is never stopped by a full pipe.
-char *output_of(const Command &command)
+// What the command prints, up to a zero byte. All of it is read, so that a full pipe never
+// stops the command.
+char *output_of(const ShellCommand &command)
 {
     const int fd = fileno(command.stream());
     void *stack = nullptr;
     char chunk[4096];
-    bool ended = false;  // by a zero byte
+    bool ended = false;  // a zero byte was read
     ssize_t got = 0;
     while ((got = stock::uninterrupted([&] { return read(fd, chunk, sizeof chunk); })) > 0) {
         if (ended)
@@ -122,9 +138,9 @@ char *output_of(const Command &command)
     return popstr(&stack, 1);
 }
 
-Pf *call_exec(const Call &call)
+Pf *call_exec(const FunctionCall &call)
 {
-    Command command(call.argument);
+    ShellCommand command(call.argument);
     if (!command.stream())
         return copied_node("");
     char *output = output_of(command);
@@ -132,7 +148,7 @@ Pf *call_exec(const Call &call)
     return text_node(output, command.close() == 0 ? PFSTRING : PFEXEC_ERROR);
 }
 
-Pf *call_glob(const Call &call)
+Pf *call_glob(const FunctionCall &call)
 {
     Pf *list = pfnew(PFTBL);
     glob_t found{};
@@ -147,15 +163,15 @@ Pf *call_glob(const Call &call)
     return list;
 }
 
-Pf *call_env(const Call &call)
+Pf *call_env(const FunctionCall &call)
 {
     return copied_node(std::getenv(call.argument));
 }
 
 // ---- Files ----
 
-// The contents of a file, or null after logging. The mapping is this call's own:
-// the next evaluation sees the file as it is then.
+// The contents of a file up to a zero byte; null after logging. The cache of mappings is this
+// call's own, so that each evaluation sees the file as it is then.
 char *contents_of(const char *path)
 {
     Arr *cache = newarr(nullptr);
@@ -171,20 +187,22 @@ char *contents_of(const char *path)
     return text;
 }
 
-// The path that the argument names, seen from the file that holds the function.
-Owned<char> path_of(const Call &call)
+// The path that the argument names. A relative one starts in the directory of the file that
+// the function stands in, which the scanner left in the function's hook.
+Owned<char> path_of(const FunctionCall &call)
 {
     Owned<char> name(expand_env(call.argument));
     const Hook *hook = call.node->value.pffunct->hook;
     const auto *file = hook ? static_cast<const char *>(hook->pvt) : nullptr;
-    if (*name == '/' || !file || std::strlen(file) >= kPathSize)
+    if (*name == '/' || !file || std::strlen(file) >= stock::kPathSize)
         return name;
-    char dir[kPathSize];
-    char base[kPathSize];
+    char dir[stock::kPathSize];
+    char base[stock::kPathSize];
     parsepath(file, dir, base, nullptr);
     return Owned<char>(concatpaths(dir, name.get(), nullptr));
 }
 
+// A text node with the contents of the file, or with the messages that say why there are none.
 Pf *contents_or_reasons(const char *path)
 {
     stock::Reasons reasons;
@@ -193,27 +211,27 @@ Pf *contents_or_reasons(const char *path)
     return text_node(strconcat("** ", reasons.take().get(), nullptr));
 }
 
-Pf *call_file(const Call &call)
+Pf *call_file(const FunctionCall &call)
 {
     return contents_or_reasons(path_of(call).get());
 }
 
-Pf *call_filename(const Call &call)
+Pf *call_filename(const FunctionCall &call)
 {
     return text_node(path_of(call).release());
 }
 
-Pf *call_datafile(const Call &call)
+Pf *call_datafile(const FunctionCall &call)
 {
     stock::Reasons reasons;
     const Owned<char> path(datafile("", call.argument));
     if (path)
         return contents_or_reasons(path.get());
-    reasons.take();
+    reasons.take();  // off the log: the text that follows says it all
     return text_node(strconcat("** no datafile '", call.argument, "' found", nullptr));
 }
 
-Pf *call_datafilename(const Call &call)
+Pf *call_datafilename(const FunctionCall &call)
 {
     const Owned<char> path(datafile("", call.argument));
     return copied_node(path.get());
@@ -221,83 +239,72 @@ Pf *call_datafilename(const Call &call)
 
 // ---- References to other files ----
 
-// A file that is referred to, with a tree of its own. It lives as long as the process.
-struct Referred {
-    Referred *next;  // another that is not in use
-    Pf *tree;        // what pfupdate keeps up to date
-    char *file;      // the name of the file, which the tree borrows
-};
-
-constinit stock::OrderedLock References_mutex{stock::Place::references};
-Referred *Idle = nullptr;  // the last one used is the first
-
-thread_local stock::OpenCalls References_open;
-
-// Takes a tree of the file off the list for as long as it lives, so that no lock
-// is held while the tree is read: a file may refer to itself, and threads to each
-// other's files.
-class Lease {
+// Takes a file off Idle_references, or makes it, for as long as this object lives. So each
+// thread has a tree of its own, and no lock is held while the tree is read: a file may refer
+// to itself, and two threads' files to each other.
+class ReferenceInUse {
 public:
-    explicit Lease(const char *file) : referred_(take(file)) {}
-    ~Lease()
+    explicit ReferenceInUse(const char *file) : used_(take(file)) {}
+    ~ReferenceInUse()
     {
-        const std::scoped_lock lock(References_mutex);
-        referred_->next = std::exchange(Idle, referred_);
+        const std::scoped_lock lock(stock::References_mutex);
+        used_->next = std::exchange(stock::Idle_references, used_);
     }
-    Lease(const Lease &) = delete;
-    Lease &operator=(const Lease &) = delete;
+    ReferenceInUse(const ReferenceInUse &) = delete;
+    ReferenceInUse &operator=(const ReferenceInUse &) = delete;
 
     // The tree as its files are now; null when they cannot be read.
-    Pf *tree()
-    {
-        return pfupdate(referred_->file, &referred_->tree) < 0 ? nullptr : referred_->tree;
-    }
+    Pf *tree() { return pfupdate(used_->file, &used_->tree) < 0 ? nullptr : used_->tree; }
 
 private:
-    static Referred *take(const char *file)
+    static ReferredFile *take(const char *file)
     {
-        if (Referred *idle = take_idle(file))
+        if (ReferredFile *idle = take_idle(file))
             return idle;
-        auto *made = static_cast<Referred *>(stock::allocate_zeroed(sizeof(Referred), "referred"));
+        auto *made =
+            static_cast<ReferredFile *>(stock::allocate_zeroed(sizeof(ReferredFile), "referred"));
         made->file = stock::copy_text(file, "referred->file");
         return made;
     }
 
-    static Referred *take_idle(const char *file)
+    static ReferredFile *take_idle(const char *file)
     {
-        const std::scoped_lock lock(References_mutex);
-        Referred **link = &Idle;
+        const std::scoped_lock lock(stock::References_mutex);
+        ReferredFile **link = &stock::Idle_references;
         while (*link && std::strcmp((*link)->file, file) != 0)
             link = &(*link)->next;
         return *link ? std::exchange(*link, (*link)->next) : nullptr;
     }
 
-    Referred *referred_;
+    ReferredFile *used_;
 };
 
-Pf *reference_error(const char *format, const Call &call)
+// A node of the type PFINVALID with the text "** REASON: 'FUNCTION' **", cut to its size.
+Pf *reference_error(std::string_view reason, const FunctionCall &call)
 {
-    const std::string_view text = without_tail(call.text);
-    char error[kMaxError + 1];
-    std::snprintf(error, sizeof error, format, static_cast<int>(text.size()), text.data());
-    return copied_node(error, PFINVALID);
+    stock::FixedTextOf<kErrorSize> error;
+    for (const std::string_view part : {std::string_view("** "), reason, std::string_view(": '"),
+                                        without_tail(call.text), std::string_view("' **")})
+        error.add(part);
+    return copied_node(error.c_str(), PFINVALID);
 }
 
-[[gnu::noinline]] Pf *resolved(const char *file, const char *address, const Call &call)
+// A copy of the node at an address of a file, or a node that says why there is none.
+[[gnu::noinline]] Pf *resolved(const char *file, const char *address, const FunctionCall &call)
 {
-    const stock::OpenCall open(References_open);
+    const stock::OpenCall open(stock::This_evaluation.references);
     if (open.before() >= kMaxReferences)
         return copied_node("pf recursion too deep");
-    Lease lease(file);
-    Pf *tree = lease.tree();
+    ReferenceInUse reference(file);
+    Pf *tree = reference.tree();
     if (!tree)
-        return reference_error("** referenced pf file not found: '%.*s' **", call);
+        return reference_error("referenced pf file not found", call);
     Pf *node = nullptr;
     _pfeval(tree, address, &node, PFANY);
-    return node ? pfdup(node) : reference_error("** reference not resolved: '%.*s' **", call);
+    return node ? pfdup(node) : reference_error("reference not resolved", call);
 }
 
-Pf *call_ref(const Call &call)
+Pf *call_ref(const FunctionCall &call)
 {
     const Owned<char> file(stock::copy_text(call.argument, "pf->value.s"));
     char *comma = std::strchr(file.get(), ',');
@@ -307,14 +314,17 @@ Pf *call_ref(const Call &call)
     strtrim(file.get());
     strtrim(address);
     if (!*file)
-        return reference_error("** missing pf name in reference: '%.*s' **", call);
+        return reference_error("missing pf name in reference", call);
     return resolved(file.get(), address, call);
 }
 
 // ---- Questions to the user ----
 
-// What the user is asked: a comment behind empty parentheses, what stands in them,
-// or the whole text.
+// What the user is asked:
+//
+//     &ask(rain today?)        rain today?
+//     &ask() # rain today?     " rain today?", which begins behind the "#"
+//     &asking(rain)            &asking(rain
 Owned<char> prompt_of(std::string_view text)
 {
     constexpr std::string_view kAsk = "&ask(";
@@ -331,24 +341,18 @@ Owned<char> prompt_of(std::string_view text)
     return Owned<char>(copy_view(text));
 }
 
-class Terminal {
-public:
-    explicit Terminal(const char *mode) : stream_(std::fopen("/dev/tty", mode)) {}
-    ~Terminal()
-    {
-        if (stream_)
-            std::fclose(stream_);
-    }
-    Terminal(const Terminal &) = delete;
-    Terminal &operator=(const Terminal &) = delete;
-
-    FILE *stream() const { return stream_; }
-
-private:
-    FILE *stream_;
+struct CloseStream {
+    void operator()(FILE *stream) const { std::fclose(stream); }
 };
+using Terminal = std::unique_ptr<FILE, CloseStream>;
 
-// One line without its newline; nothing at the end of the file.
+// Null without a terminal. The mode is one of fopen.
+Terminal terminal(const char *mode)
+{
+    return Terminal(std::fopen("/dev/tty", mode));
+}
+
+// One line without its newline, at most 1023 bytes; the empty text at the end of the file.
 char *line_of(FILE *stream)
 {
     char line[1024] = "";
@@ -361,41 +365,41 @@ char *line_of(FILE *stream)
 char *ask_terminal(const char *prompt)
 {
     {
-        const Terminal out("we");
-        if (!out.stream())
+        const Terminal out = terminal("we");
+        if (!out)
             elog_die(1, "Can't open /dev/tty for prompt.\n");
-        std::fprintf(out.stream(), "%s : ", prompt);
+        std::fprintf(out.get(), "%s : ", prompt);
     }
-    const Terminal in("re");
-    return in.stream() ? line_of(in.stream()) : stock::copy_text("", "pf->value.s");
+    const Terminal in = terminal("re");
+    return in ? line_of(in.get()) : stock::copy_text("", "pf->value.s");
 }
 
-Pf *call_ask(const Call &call)
+Pf *call_ask(const FunctionCall &call)
 {
     const Owned<char> prompt = prompt_of(call.text);
-    const auto ask = stock::prompt_function();
+    const auto ask = stock::Program_functions.ask;
     char *answer = ask ? ask(prompt.get()) : ask_terminal(prompt.get());
     return answer ? text_node(answer) : copied_node("");
 }
 
 // ---- The table ----
 
-Pf *call_undef(const Call &)
+Pf *call_undef(const FunctionCall &)
 {
     return nullptr;
 }
 
-Pf *call_user(const Call &call)
+Pf *call_user(const FunctionCall &call)
 {
-    using User = Pf *(*)(const char *text);
-    if (auto user = reinterpret_cast<User>(usermethod("pfuser")))
-        return user(call.text);
+    using UserFunction = Pf *(*)(const char *text);
+    if (auto function = reinterpret_cast<UserFunction>(usermethod("pfuser")))
+        return function(call.text);
     return pfnew(PFINVALID);
 }
 
 struct Function {
-    std::string_view prefix;
-    Pf *(*call)(const Call &call);
+    std::string_view prefix;  // of the text
+    Pf *(*call)(const FunctionCall &call);
 };
 
 // First row that fits wins; the last fits all.
@@ -420,7 +424,7 @@ Pf *evaluate(Pf *node)
     const char *text = pfexpand(node);
     if (!text)
         text = "";
-    // The text is the node's, and an evaluation may come back to the node.
+    // A copy, for the evaluation may come back to this node and free the node's text.
     const Owned<char> own(stock::copy_text(text, "text"));
     const Owned<char> argument = argument_of(own.get());
     const auto *function =
@@ -430,7 +434,7 @@ Pf *evaluate(Pf *node)
     return function->call({node, own.get(), argument.get()});
 }
 
-// Evaluates until there is no function any more.
+// Evaluates the node, then its result as long as that is a function.
 //
 // Meant: a fourth evaluation is thrown away, even when it gives no function.
 Pf *evaluate_chain(Pf *node)
