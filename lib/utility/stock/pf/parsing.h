@@ -10,8 +10,6 @@ namespace stock {
 constexpr int kMaxOpenContainers = 11;      // lists and tables around each other
 constexpr std::size_t kMaxKeyBytes = 1023;  // a longer key is cut
 
-constexpr int kMaxLexLevel = kMaxOpenContainers;  // its name in pfwrite.cpp
-
 // How many parses run in this process. While it is not 0, the log does not read its
 // settings file: the parse that runs may be what reports.
 extern std::atomic<int> Pf_busy;

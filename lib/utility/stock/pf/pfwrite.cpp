@@ -1,8 +1,9 @@
-// Parameter trees as text: values quoted so that they read back the same, and the
-// tree written to a stream or onto a string stack.
+// Parameter trees as text: values quoted so that they read back the same, and the tree
+// written to a stream or onto a string stack.
 //
-// One writer serves both layouts. A value that needs no quoting, which is nearly
-// every one, goes from the tree to its destination as it is.
+// TreeWriter hands the text on piece by piece: to a Gatherer in front of a stream, or to a
+// GrowingText. A value that needs no quoting, as nearly all, is one piece of the tree's own
+// memory.
 
 #include "stock/pf.h"
 
@@ -14,7 +15,12 @@
 #include <string_view>
 
 #include "base/alloc.h"
-#include "pf/scan.h"
+#include "base/ascii.h"
+#include "base/fixed_text.h"
+#include "base/gatherer.h"
+#include "base/growing_text.h"
+#include "pf/node.h"
+#include "pf/parsing.h"
 #include "stock/elog.h"
 #include "stock/pushstr.h"
 #include "stock/redblack.h"
@@ -22,7 +28,7 @@
 
 namespace {
 
-using stock::kMaxLexLevel;
+using stock::kMaxOpenContainers;
 using stock::Owned;
 
 std::string_view text_of(const char *text)
@@ -32,11 +38,10 @@ std::string_view text_of(const char *text)
 
 // ---- Quoting ----
 
-constexpr std::string_view kSpecial = "#}\\\n";
-
+// The characters that a reader takes for more than text.
 constexpr auto kIsSpecial = [] {
     std::array<bool, 256> special{};
-    for (const char c : kSpecial)
+    for (const char c : std::string_view("#}\\\n"))
         special[static_cast<unsigned char>(c)] = true;
     return special;
 }();
@@ -49,16 +54,12 @@ bool has_special(std::string_view text)
     return false;
 }
 
-bool is_blank(char c)
-{
-    return c == ' ' || c == '\t';
-}
-
 bool has_blank_end(std::string_view text)
 {
-    return !text.empty() && (is_blank(text.front()) || is_blank(text.back()));
+    return !text.empty() && (stock::is_blank(text.front()) || stock::is_blank(text.back()));
 }
 
+// With a backslash before each "\\", "#", newline and unbalanced "}".
 char *escape(std::string_view text)
 {
     auto *s =
@@ -77,9 +78,9 @@ char *escape(std::string_view text)
     return s;
 }
 
-// Whether the closing delimiter that balances an opening one before the text comes
-// nowhere in it.
-bool fits(std::string_view text, char open, char close)
+// Whether the text may stand between the two delimiters: each of its own has its counterpart
+// in it, in this order.
+bool fits_between(std::string_view text, char open, char close)
 {
     int64_t depth = 0;
     for (const char c : text) {
@@ -92,48 +93,35 @@ bool fits(std::string_view text, char open, char close)
 
 constexpr std::string_view kLiteral = "&Literal";
 
-char *bracketed(std::string_view text, char open, char close)
+// The text as a literal between two delimiters.
+char *literal(std::string_view open, std::string_view text, std::string_view close)
 {
     auto *s = static_cast<char *>(
-        stock::allocate(kLiteral.size() + text.size() + 4, "s", "pfoutput_literal"));
-    char *to = s + kLiteral.copy(s, kLiteral.size());
-    *to++ = open;
-    *to++ = '\n';
-    to += text.copy(to, text.size());
-    *to++ = close;
+        stock::allocate(kLiteral.size() + open.size() + 1 + text.size() + close.size() + 1, "s",
+                        "pfoutput_literal"));
+    char *to = s;
+    for (const std::string_view part : {kLiteral, open, std::string_view("\n"), text, close})
+        to += part.copy(to, part.size());
     *to = 0;
     return s;
 }
 
-// The first of "EndOfLiteral, "EndOfLiteral0, ... that the text does not hold.
-struct Terminator {
-    char word[40] = "\"EndOfLiteral";
-    int length = static_cast<int>(std::strlen(word));
-
-    explicit Terminator(std::string_view text)
-    {
-        for (int64_t i = 0; text.find(view()) != text.npos; ++i)
-            length = snprintf(word, sizeof word, "\"EndOfLiteral%ld", static_cast<long>(i));
-    }
-    std::string_view view() const { return {word, static_cast<std::size_t>(length)}; }
-};
-
-char *here_document(std::string_view text)
+// The first of "EndOfLiteral, "EndOfLiteral0, "EndOfLiteral1, ... that the text does not hold.
+// It is built in the memory.
+std::string_view end_word(std::string_view text, char (&memory)[40])
 {
-    const Terminator terminator(text);
-    const std::string_view end = terminator.view();
-    auto *s = static_cast<char *>(stock::allocate(
-        kLiteral.size() + text.size() + 2 * end.size() + 2, "s", "pfoutput_literal"));
-    char *to = s + kLiteral.copy(s, kLiteral.size());
-    to += end.copy(to, end.size());
-    *to++ = '\n';
-    to += text.copy(to, text.size());
-    to += end.copy(to, end.size());
-    *to = 0;
-    return s;
+    constexpr std::string_view kWord = "\"EndOfLiteral";
+    std::string_view word = kWord;
+    for (int64_t i = 0; text.find(word) != text.npos; ++i) {
+        stock::FixedText numbered(memory, sizeof memory);
+        numbered.add(kWord);
+        numbered.number(i);
+        word = numbered.view();
+    }
+    return word;
 }
 
-enum { kEscaped = 1, kLiterally = 2 };
+enum { kEscaped = 1, kLiterally = 2 };  // the modes of pfoutput_literal
 
 char *output_literal(std::string_view text, int mode)
 {
@@ -141,9 +129,11 @@ char *output_literal(std::string_view text, int mode)
         return escape(text);
     constexpr std::string_view kPairs = "{}()[]<>`'";
     for (std::size_t i = 0; i < kPairs.size(); i += 2)
-        if (fits(text, kPairs[i], kPairs[i + 1]))
-            return bracketed(text, kPairs[i], kPairs[i + 1]);
-    return here_document(text);
+        if (fits_between(text, kPairs[i], kPairs[i + 1]))
+            return literal(kPairs.substr(i, 1), text, kPairs.substr(i + 1, 1));
+    char memory[40];
+    const std::string_view word = end_word(text, memory);
+    return literal(word, text, word);
 }
 
 // The text as a value is written, when that differs from the text; else null.
@@ -156,70 +146,20 @@ Owned<char> quoted(std::string_view text)
     return nullptr;
 }
 
-// ---- Destinations ----
-
-class Stream {
-public:
-    explicit Stream(FILE *stream) : stream_(stream) { flockfile(stream); }
-    ~Stream() { funlockfile(stream_); }
-    Stream(const Stream &) = delete;
-    Stream &operator=(const Stream &) = delete;
-
-    void put(std::string_view text) { fwrite(text.data(), 1, text.size(), stream_); }
-
-private:
-    FILE *stream_;
-};
-
-// Gathers what is written in a block of its own and pushes it once: the stack grows
-// by no more than it is given.
-class Stack {
-public:
-    explicit Stack(void **stack) : stack_(stack) {}
-    ~Stack()
-    {
-        if (text_)
-            pushstr(stack_, text_.get());
-    }
-    Stack(const Stack &) = delete;
-    Stack &operator=(const Stack &) = delete;
-
-    void put(std::string_view text)
-    {
-        if (size_ - length_ <= text.size()) {
-            size_ = 2 * (length_ + text.size()) + 1024;
-            text_.reset(static_cast<char *>(
-                stock::reallocate(text_.release(), size_, "vstk->s", "pfappend")));
-        }
-        length_ += text.copy(text_.get() + length_, text.size());
-        text_.get()[length_] = 0;
-    }
-
-private:
-    void **stack_;
-    Owned<char> text_;
-    std::size_t size_ = 0;
-    std::size_t length_ = 0;
-};
-
 // ---- The tree ----
 
-enum class Layout {
-    indented,  // of a stream
-    flat,      // of a string stack
-};
-
-// A table or list that is being written.
+// A table or list of which not all children are written.
 struct Open {
     const Pf *pf;
-    const Rbnode *entry;  // of a table: the next to be written
+    const Rbnode *entry;  // of a table: the next to be written, or rb_null
     int64_t element;      // of a list: the next to be written
     int level;            // of its children
-    bool braces;          // stand around it
+    bool braces;          // "}" is to close it
 };
 
-// The containers that are open, outermost first: a tree may be deeper than the stack.
-class Containers {
+// The containers around the next child, outermost first. They do not stand on the call stack,
+// for a tree may be deeper than that.
+class OpenContainers {
 public:
     int count() const { return count_; }
     Open &innermost() { return all_.get()[count_ - 1]; }
@@ -228,7 +168,7 @@ public:
     void push(const Open &open)
     {
         if (count_ == room_) {
-            room_ = 2 * room_ + kMaxLexLevel;
+            room_ = 2 * room_ + kMaxOpenContainers;
             all_.reset(static_cast<Open *>(
                 stock::reallocate(all_.release(), static_cast<std::size_t>(room_) * sizeof(Open),
                                   "containers", "pfout")));
@@ -259,54 +199,72 @@ const Rbnode *behind(const Rbnode *node)
     return node->up;
 }
 
-template <class To, Layout layout>
-class Writer {
-public:
-    explicit Writer(To &to) : to_(to) {}
+enum class Layout {
+    indented,  // pfout: a table has braces unless it is the whole file
+    flat,      // pfappend: a table has braces at a level above 0
+};
 
-    void tree(const Pf *pf, int level)
+// Writes trees by add(piece), which takes text in the order in which it is to stand.
+template <class Add>
+class TreeWriter {
+public:
+    TreeWriter(Add &add, Layout layout) : add_(add), indented_(layout == Layout::indented) {}
+
+    // Writes the tree as a child at the level. Returns how many braces stand around each other
+    // at most, those around the tree included.
+    int write(const Pf *pf, int level)
     {
         depth_ = deepest_ = std::max(level - 1, 0);
-        node(pf, level);
+        write_node(pf, level);
         while (open_.count() > 0)
-            if (!next_child(open_.innermost()))
+            if (!write_next_child(open_.innermost()))
                 close();
+        return deepest_;
     }
 
-    // How many tables and lists stood around each other at most.
-    int deepest() const { return deepest_; }
-
 private:
-    void node(const Pf *pf, int level)
+    // Writes a node, but of a container only the beginning.
+    void write_node(const Pf *pf, int level)
     {
         switch (pf ? pf->type : PFUNDEF) {
         case PFFILE:
         case PFARR: open_table(pf, level); break;
         case PFTBL: open(pf, rb_null, level + 1, "&Tbl{\n"); break;
-        case PFSTRING: value(text_of(pf->value.s)); break;
-        case PFFUNCTION: function(pf->value.pffunct); break;
+        case PFSTRING: write_value(text_of(pf->value.s)); break;
+        case PFFUNCTION: write_function(pf->value.pffunct); break;
         default: break;
         }
     }
 
     void open_table(const Pf *pf, int level)
     {
-        const bool braces = layout == Layout::indented ? pf->type == PFARR : level > 0;
-        const bool deeper = layout == Layout::flat || braces;
+        const bool braces = indented_ ? pf->type == PFARR : level > 0;
+        const bool deeper = !indented_ || braces;
         const Arr *arr = pf->value.arr;
         open(pf, arr ? leftmost(arr->root) : rb_null, level + deeper, braces ? "&Arr{\n" : "");
     }
 
     void open(const Pf *pf, const Rbnode *first, int level, std::string_view brace)
     {
-        to_.put(brace);
+        add_(brace);
         depth_ += !brace.empty();
         deepest_ = std::max(deepest_, depth_);
         open_.push({pf, first, 0, level, !brace.empty()});
     }
 
-    // Writes the next child of a container, or opens it. False when there is none left.
-    bool next_child(Open &container)
+    void close()
+    {
+        const Open &container = open_.innermost();
+        if (container.braces) {
+            indent(container.level - 1);
+            add_("}\n");
+            --depth_;
+        }
+        open_.pop();
+    }
+
+    // False when all children of the container are written. write_node may move `container`.
+    bool write_next_child(Open &container)
     {
         const int level = container.level;
         if (container.pf->type == PFTBL) {
@@ -314,7 +272,7 @@ private:
             if (!child)
                 return false;
             indent(level);
-            node(child, level);
+            write_node(child, level);
             return true;
         }
         const Rbnode *entry = container.entry;
@@ -322,8 +280,8 @@ private:
             return false;
         container.entry = behind(entry);
         indent(level);
-        key(text_of(static_cast<const char *>(entry->key)));
-        node(static_cast<const Pf *>(entry->value), level);
+        write_key(text_of(static_cast<const char *>(entry->key)));
+        write_node(static_cast<const Pf *>(entry->value), level);
         return true;
     }
 
@@ -337,77 +295,91 @@ private:
         return child;
     }
 
-    void close()
-    {
-        const Open &container = open_.innermost();
-        if (container.braces) {
-            indent(container.level - 1);
-            to_.put("}\n");
-            --depth_;
-        }
-        open_.pop();
-    }
-
     void indent(int level)
     {
         constexpr std::string_view kBlanks = "                                            ";
-        if (layout == Layout::flat)
+        if (!indented_)
             return;
         for (int left = 4 * level; left > 0; left -= static_cast<int>(kBlanks.size()))
-            to_.put(kBlanks.substr(0, static_cast<std::size_t>(left)));
+            add_(kBlanks.substr(0, static_cast<std::size_t>(left)));
     }
 
-    void value(std::string_view text)
-    {
-        const Owned<char> other = quoted(text);
-        to_.put(other ? text_of(other.get()) : text);
-        to_.put("\n");
-    }
-
-    void function(const Pffunction *function)
-    {
-        if (function)
-            to_.put(text_of(function->text));
-        to_.put("\n");
-    }
-
-    void key(std::string_view text)
+    void write_key(std::string_view text)
     {
         Owned<char> escaped;
-        if (layout == Layout::indented && (has_blank_end(text) || has_special(text))) {
+        if (indented_ && (has_blank_end(text) || has_special(text))) {
             escaped.reset(escape(text));
             text = escaped.get();
         }
         std::string_view quote = "";
         if (text.find(' ') != text.npos)
             quote = text.find('"') == text.npos ? "\"" : "'";
-        to_.put(quote);
-        to_.put(text);
-        to_.put(quote);
-        to_.put("\t");
+        add_(quote);
+        add_(text);
+        add_(quote);
+        add_("\t");
     }
 
-    To &to_;
-    Containers open_;
-    int depth_ = 0;    // braces that are open, the caller's included
+    void write_value(std::string_view text)
+    {
+        const Owned<char> other = quoted(text);
+        add_(other ? text_of(other.get()) : text);
+        add_("\n");
+    }
+
+    void write_function(const Pffunction *function)
+    {
+        if (function)
+            add_(text_of(function->text));
+        add_("\n");
+    }
+
+    Add &add_;
+    const bool indented_;
+    OpenContainers open_;
+    int depth_ = 0;    // braces that are open, those around the tree included
     int deepest_ = 0;  // the most that were
 };
 
-// Writes the tree at a level. Gives how deep tables and lists nest in the text.
-template <Layout layout, class To>
-int write_tree(To to, const Pf *pf, int level)
+// ---- Destinations ----
+
+struct ToStream {
+    FILE *stream;
+    void operator()(std::string_view text) const { fwrite(text.data(), 1, text.size(), stream); }
+};
+
+// Writes while no other thread writes to the stream. Returns the depth.
+int write_to_stream(FILE *stream, const Pf *pf)
 {
-    Writer<To, layout> writer(to);
-    writer.tree(pf, level);
-    return writer.deepest();
+    flockfile(stream);
+    int depth = 0;
+    {
+        stock::Gatherer<4096, ToStream> gather(ToStream{stream});
+        depth = TreeWriter(gather, Layout::indented).write(pf, 0);
+    }
+    funlockfile(stream);
+    return depth;
 }
 
-// Called when the text is complete: a report may write to the same stream.
+// Builds the text in a block of its own and pushes it once, so that the stack grows by no
+// more than the text. Returns the depth.
+int push_on_stack(void **stack, const Pf *pf, int level)
+{
+    stock::GrowingText text(0, "vstk->s", "pfappend");
+    const auto add = [&text](std::string_view piece) { text.add(piece); };
+    const int depth = TreeWriter(add, Layout::flat).write(pf, level);
+    const bool added = text.room() > 0;  // if only the empty text
+    if (added)
+        pushstr(stack, text.c_str());
+    return depth;
+}
+
+// Called when the whole text is written, for a report may go to the same stream.
 void complain_if_too_deep(int depth)
 {
-    if (depth > kMaxLexLevel)
+    if (depth > kMaxOpenContainers)
         elog_complain(0, "pf tree is %d levels deep: its text does not read back, only %d are read",
-                      depth, kMaxLexLevel);
+                      depth, kMaxOpenContainers);
 }
 
 }  // namespace
@@ -436,8 +408,7 @@ int pfout(FILE *stream, const Pf *pf)
 {
     if (!stream || !pf || !pf->value.s)
         return -1;
-    const int depth = write_tree<Layout::indented>(Stream(stream), pf, 0);
-    complain_if_too_deep(depth);
+    complain_if_too_deep(write_to_stream(stream, pf));
     return 0;
 }
 
@@ -450,10 +421,8 @@ char *pf2string(const Pf *pf)
 
 void pfappend(void **stack, int level, const Pf *pf)
 {
-    if (!stack)
-        return;
-    const int depth = write_tree<Layout::flat>(Stack(stack), pf, level);
-    complain_if_too_deep(depth);
+    if (stack)
+        complain_if_too_deep(push_on_stack(stack, pf, level));
 }
 
 char *str2pf(const char *text)
