@@ -1,4 +1,7 @@
 // Deep copies of parameter trees.
+//
+// A tree may be deeper than the stack, so a container is copied empty, with the node that it
+// copies put on a list, and pfdup fills the containers of that list until none is left.
 
 #include "stock/pf.h"
 
@@ -10,38 +13,38 @@
 
 namespace {
 
-// A container and its copy, which is still to be filled.
-struct Filling {
+// A container, and its copy to be filled.
+struct EmptyCopy {
     const Pf *from;
     Pf *to;
-    Tbl *waiting;  // of Filling: a tree may be deeper than the stack
+    Tbl *waiting;  // of EmptyCopy: where copies of inner containers are put
 };
 
 Pf *copied(const Pf *pf, Tbl *waiting);
 
 int copy_entry(void *key, void *value, void *argument)
 {
-    const auto *filling = static_cast<const Filling *>(argument);
-    setarr(filling->to->value.arr, static_cast<const char *>(key),
-           copied(static_cast<const Pf *>(value), filling->waiting));
+    const auto *copy = static_cast<const EmptyCopy *>(argument);
+    setarr(copy->to->value.arr, static_cast<const char *>(key),
+           copied(static_cast<const Pf *>(value), copy->waiting));
     return 0;
 }
 
 // Holes in the list stay holes.
-void copy_elements(const Filling &filling)
+void copy_elements(const EmptyCopy &copy)
 {
-    const Tbl *from = filling.from->value.tbl;
+    const Tbl *from = copy.from->value.tbl;
     for (int64_t i = 0; from && i < from->count; ++i)
-        settbl(filling.to->value.tbl, i,
-               copied(static_cast<const Pf *>(gettbl(from, i)), filling.waiting));
+        settbl(copy.to->value.tbl, i,
+               copied(static_cast<const Pf *>(gettbl(from, i)), copy.waiting));
 }
 
-void fill(Filling filling)
+void fill(EmptyCopy copy)
 {
-    if (filling.from->type == PFTBL)
-        copy_elements(filling);
+    if (copy.from->type == PFTBL)
+        copy_elements(copy);
     else
-        applyarr(filling.from->value.arr, copy_entry, &filling);
+        applyarr(copy.from->value.arr, copy_entry, &copy);
 }
 
 char *copy_bytes(std::string_view bytes)
@@ -53,7 +56,7 @@ char *copy_bytes(std::string_view bytes)
     return copy;
 }
 
-// A copy of one node. A container's is empty and is left waiting.
+// A copy of the node. That of a container is empty and put on the list.
 Pf *copied(const Pf *pf, Tbl *waiting)
 {
     if (!pf)
@@ -64,8 +67,8 @@ Pf *copied(const Pf *pf, Tbl *waiting)
     case PFARR:
     case PFTBL: {
         dup = pfnew(pf->type);
-        const Filling filling{pf, dup, waiting};
-        pushtbl(waiting, &filling);
+        const EmptyCopy copy{pf, dup, waiting};
+        pushtbl(waiting, &copy);
         break;
     }
     case PFSTRING:
@@ -88,10 +91,10 @@ Pf *copied(const Pf *pf, Tbl *waiting)
 
 Pf *pfdup(const Pf *pf)
 {
-    Tbl *waiting = inittbl(0, 0, 1, nullptr, sizeof(Filling));
+    Tbl *waiting = inittbl(0, 0, 1, nullptr, sizeof(EmptyCopy));
     Pf *dup = copied(pf, waiting);
     while (waiting->count > 0)
-        fill(*static_cast<const Filling *>(poptbl(waiting)));
+        fill(*static_cast<const EmptyCopy *>(poptbl(waiting)));
     freetbl(waiting, nullptr);
     return dup;
 }

@@ -1,18 +1,20 @@
-// Which files make up a parameter file, and how old they are.
+// Which files make up a parameter file, and when they were changed.
 //
-// A name stands for every file of that name along the search path, and for the
-// file that it leads to itself when it names a directory of its own.
+// A name stands for every file of that name along the search path. A name with a directory of
+// its own, such as "site/rain", stands also for the file there.
 
 #include "stock/pf.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/fixed_text.h"
 #include "base/guards.h"
+#include "base/limits.h"
 #include "base/mtime.h"
 #include "stock/datasearch.h"
 #include "stock/gettaluvine.h"
@@ -22,23 +24,31 @@
 
 namespace {
 
-constexpr int kPathSize = 1024;
+using stock::kPathSize;
 
-constexpr int kExpand = 1;      // datasearch: environment variables in the path
-constexpr int kUnreadable = 2;  // datasearch: files that cannot be read, too
+// Bits of the last argument of datasearch.
+constexpr int kExpand = 1;      // expands environment variables in the path
+constexpr int kUnreadable = 2;  // lists files that cannot be read, too
 
-// Copies the name with the suffix ".pf" when it has none. A name that would not
-// fit is refused.
+// Copies the name, with the suffix ".pf" unless it has one. `base` is the name without its
+// directory. False when the copy would not fit.
 //
 // Meant: ".pf" is a name with its suffix; "pf" and "f" get one.
-bool with_suffix(const char *name, const char *base, char *out)
+bool copy_with_suffix(const char *name, const char *base, char (&out)[kPathSize])
 {
-    const size_t length = std::strlen(base);
-    const bool has_suffix = length >= 3 && std::strcmp(base + length - 3, ".pf") == 0;
-    return std::snprintf(out, kPathSize, "%s%s", name, has_suffix ? "" : ".pf") < kPathSize;
+    const std::string_view suffix = std::string_view(base).ends_with(".pf") ? "" : ".pf";
+    const std::string_view text = name;
+    if (text.size() + suffix.size() >= kPathSize)
+        return false;
+    stock::FixedText copy(out, sizeof out);
+    copy.add(text);
+    copy.add(suffix);
+    copy.c_str();
+    return true;
 }
 
-// The directories that are searched: PFPATH, or the installation's and the working one.
+// The directories that are searched: those of PFPATH, or else the installation's and the
+// working directory.
 stock::Owned<char> search_path()
 {
     if (const char *path = std::getenv("PFPATH"))
@@ -54,8 +64,8 @@ bool holds(const Tbl *paths, const char *path)
     return false;
 }
 
-// Whether the path alone finds the file: a name with no directory of its own.
-bool is_plain(const char *name, const char *dir)
+// Whether the name has no directory of its own, so that only the search finds its files.
+bool has_no_directory(const char *name, const char *dir)
 {
     return std::strncmp(name, "./", 2) != 0 && name[0] != '/' && std::strcmp(dir, ".") == 0;
 }
@@ -72,12 +82,12 @@ Tbl *pffiles(const char *name, int all)
     if (!name || !*name || std::strlen(name) >= kPathSize)
         return newtbl(0);
     dirbase(name, dir, base);
-    if (!with_suffix(base, base, file) || !with_suffix(name, base, whole))
+    if (!copy_with_suffix(base, base, file) || !copy_with_suffix(name, base, whole))
         return newtbl(0);
 
     const stock::Owned<char> path = search_path();
     Tbl *files = datasearch(path.get(), nullptr, file, all ? kExpand | kUnreadable : kExpand);
-    if (is_plain(name, dir) || holds(files, dir))
+    if (has_no_directory(name, dir) || holds(files, dir))
         return files;
     if (all || access(whole, R_OK) == 0)
         pushtbl(files, stock::copy_text(whole, "path"));

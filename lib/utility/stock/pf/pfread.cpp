@@ -1,5 +1,5 @@
-// Reading parameter files by name: all of a name into one tree, or the one that
-// the data path leads to.
+// Reading parameter files by name: pfread reads all files of a name into one tree, pfload the
+// one file that the data path leads to.
 
 #include "stock/pf.h"
 
@@ -17,7 +17,7 @@
 
 namespace {
 
-// A tree that is still to be filled, known by the caller's name.
+// An empty tree in *pf. It borrows the caller's name.
 Pf *new_top(const char *name, Pf **pf)
 {
     *pf = pfnew(PFARR);
@@ -25,6 +25,7 @@ Pf *new_top(const char *name, Pf **pf)
     return *pf;
 }
 
+// The messages of the parse name the path.
 int parse_file(int fd, const char *path, Pf **pf)
 {
     Pffilename = path;

@@ -1,4 +1,6 @@
 // Whether a parameter file is new enough for a program.
+//
+// Of several files of a name the last one counts, for its values replace those of the others.
 
 #include "stock/pf.h"
 
@@ -26,6 +28,7 @@ int read_one(const char *path, Pf **pf)
     return result;
 }
 
+// The logged reason and the result of pfrequire for a file that is too old.
 int too_old(const char *path, double revision, double required)
 {
     const Owned<char> has(strdate(revision));
@@ -37,6 +40,7 @@ int too_old(const char *path, double revision, double required)
     return -2;
 }
 
+// The same for a file without a date.
 int undated(const char *path, double required)
 {
     const Owned<char> needs(strdate(required));
