@@ -1,12 +1,13 @@
-// The 408 number converters: their names, and the way of a call through the loops.
+// The 408 number converters: their names, and which loops carry out a call.
 //
-// A member of one type in the host's order is one block move. All others are one
-// loop, or two when both the type and the order change: then values pass through a
-// block on the stack.
+// Values that keep their type and the host's byte order are copied as one block. All others
+// pass through one loop of numbers/convert.h, or through two when both the type and the byte
+// order change; between the two they lie in a small block on the stack.
 
 #include "stock/convert.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cstdint>
 #include <cstring>
@@ -14,6 +15,7 @@
 
 #include "deviants/system.h"
 #include "numbers/convert.h"
+#include "numbers/numbers_state.h"
 
 namespace {
 
@@ -23,10 +25,12 @@ using stock::Number;
 
 static_assert(sizeof(short) == 2 && sizeof(int) == 4 && sizeof(long) == 8);
 
-constexpr std::size_t kBlock = 512;      // values that pass through the stack at a time
-constexpr std::size_t kFew = 64;         // so few values are not worth lining up
-constexpr std::size_t kHuge = 32 << 20;  // bytes that are not worth keeping in a cache
+constexpr std::size_t kBlockValues = 512;  // of the block between two loops
+constexpr std::size_t kFewValues =
+    64;  // up to here aligning to a cache line costs more than it saves
+constexpr std::size_t kStreamedBytes = 32 << 20;  // from here on the caches hold too little of it
 
+// The loops of the widest vectors that this processor has.
 const Loops &choose_loops()
 {
 #if defined(__x86_64__)
@@ -42,13 +46,17 @@ const Loops &choose_loops()
     return stock::kPortableLoops;
 }
 
-// The best that this processor runs.
+// The same, chosen in the first call. Threads that make it at once choose alike.
 const Loops &loops()
 {
-    static const Loops &chosen = choose_loops();
-    return chosen;
+    std::atomic<const Loops *> &kept = stock::Numbers_state.loops;
+    const Loops *chosen = kept.load(std::memory_order_relaxed);
+    if (!chosen)
+        kept.store(chosen = &choose_loops(), std::memory_order_relaxed);
+    return *chosen;
 }
 
+// The row or column of a type in the tables of loops.
 template <class T>
 constexpr std::size_t number()
 {
@@ -59,7 +67,7 @@ constexpr std::size_t number()
                std::bit_width(sizeof(T)) - 1;
 }
 
-// How values get from one place to the other.
+// The loops that values pass through on their way from one place to the other.
 struct Route {
     Loop *first;
     Loop *second;            // null when one loop does it all
@@ -67,20 +75,23 @@ struct Route {
     std::size_t to_width;
 };
 
+// Converts n values, at most kBlockValues when the route has a second loop. True when every
+// value arrived exactly.
 bool convert_piece(const Route &route, const char *from, char *to, std::size_t n)
 {
     if (!route.second)
         return route.first(from, to, n);
-    alignas(stock::kCacheLine) char block[kBlock * sizeof(double)];
+    alignas(stock::kCacheLine) char block[kBlockValues * sizeof(double)];
     const bool exact = route.first(from, block, n);
     return route.second(block, to, n) && exact;
 }
 
-// In pieces, of which all but the first begin on a cache line if any value does.
+// Converts n values in pieces. The first piece ends where a value begins on a cache line, if
+// any value does, because vectors are written fastest from there on.
 bool convert(const Route &route, const char *from, char *to, std::size_t n)
 {
-    const std::size_t most = route.second ? kBlock : n;
-    std::size_t piece = n > kFew ? stock::before_line(to, route.to_width) : 0;
+    const std::size_t most = route.second ? kBlockValues : n;
+    std::size_t piece = n > kFewValues ? stock::before_line(to, route.to_width) : 0;
     bool exact = true;
     for (; n != 0; n -= piece, piece = 0) {
         if (piece == 0)
@@ -92,30 +103,31 @@ bool convert(const Route &route, const char *from, char *to, std::size_t n)
     return exact;
 }
 
-// Turns the bytes of an external value round; null when they need not be.
+// The loop that reverses the bytes of an external value; null when its order is the host's.
 template <std::endian order, class External>
-Loop *turn()
+Loop *reversal()
 {
     constexpr bool foreign = order != std::endian::native && sizeof(External) > 1;
     return foreign ? loops().reverse[sizeof(External)] : nullptr;
 }
 
-// Values of one type, in an order that may be foreign on the one side or the other.
+// Moves values that keep their type; on one of the two sides the byte order may be foreign.
 template <std::endian order, class T>
 bool move(const char *from, char *to, std::size_t n)
 {
-    Loop *const reverse = turn<order, T>();
+    Loop *const reverse = reversal<order, T>();
     if (!reverse) {
         std::memmove(to, from, n * sizeof(T));
         return true;
     }
     Loop *const streaming = loops().reverse_streaming[sizeof(T)];
-    const bool lines_up = reinterpret_cast<std::uintptr_t>(to) % sizeof(T) == 0;
-    const bool streams = n * sizeof(T) >= kHuge && lines_up && streaming;
+    const bool aligned = reinterpret_cast<std::uintptr_t>(to) % sizeof(T) == 0;
+    const bool streams = n * sizeof(T) >= kStreamedBytes && aligned && streaming;
     return (streams ? streaming : reverse)(from, to, n);
 }
 
-// Reads n external values E from *src into dst and moves *src past them.
+// Reads n external values E from *src into dst and moves *src past them. Gives 0 when every
+// value arrived exactly, else -1.
 template <std::endian order, class E, class H>
 int to_host(char **src, H *dst, int n)
 {
@@ -128,7 +140,7 @@ int to_host(char **src, H *dst, int n)
         exact = move<order, E>(*src, to, count);
     } else {
         Loop *const wrap = loops().wrap[number<E>()][number<H>()];
-        Loop *const reverse = turn<order, E>();
+        Loop *const reverse = reversal<order, E>();
         exact = convert({reverse ? reverse : wrap, reverse ? wrap : nullptr, sizeof(E), sizeof(H)},
                         *src, to, count);
     }
@@ -136,7 +148,8 @@ int to_host(char **src, H *dst, int n)
     return exact ? 0 : -1;
 }
 
-// Writes n values of src as external values E to *dst and moves *dst past them.
+// Writes n values of src as external values E to *dst and moves *dst past them. Gives 0 when
+// every value arrived exactly, else -1.
 template <std::endian order, class E, class H>
 int to_external(const H *src, char **dst, int n)
 {
@@ -149,7 +162,7 @@ int to_external(const H *src, char **dst, int n)
         exact = move<order, E>(from, *dst, count);
     } else {
         Loop *const clamp = loops().clamp[number<H>()][number<E>()];
-        exact = convert({clamp, turn<order, E>(), sizeof(H), sizeof(E)}, from, *dst, count);
+        exact = convert({clamp, reversal<order, E>(), sizeof(H), sizeof(E)}, from, *dst, count);
     }
     *dst += count * sizeof(E);
     return exact ? 0 : -1;

@@ -1,4 +1,4 @@
-// The loops of the number converters for x86-64 with AVX2.
+// numbers/convert_loops.h compiled for x86-64 with AVX2.
 
 #include "numbers/convert_loops.h"
 

@@ -1,15 +1,15 @@
 // The loops of the number converters, written once for every set of instructions.
 //
-// Each file convert_LEVEL.cpp compiles them with its own instructions: what is
-// here is inlined into one function that carries the target attribute. So that
-// the compiler turns a loop into vectors a value meets no branch on its way:
-// choices are made in bits, and what went wrong is gathered in a mask.
+// Each file convert_LEVEL.cpp compiles them for its own instructions: every function here is
+// inlined into one function of that file, which carries the target attribute. The compiler
+// turns a loop into vector instructions only when it has no branches. So choices between
+// values are made with bit masks, and losses are collected in a mask as well.
 //
-// A floating value that an integer cannot hold reads as what the conversion
-// instructions of x86-64 make of it, on every processor: each gives its least
-// integer for what it cannot hold. Integers of 8, 16 and 32 bits take the low part
-// of what the 32-bit instruction gives, unsigned 32 and signed 64 bits that of
-// the 64-bit one. Unsigned 64 bits hold all below 2^64 besides.
+// A floating value that an integer type cannot hold is read, on every processor, as x86-64's
+// conversion instructions read it. For a value out of range they give their least integer.
+// Integers of 8, 16 and 32 bits take the low bits of what the 32-bit instruction gives;
+// unsigned 32 and signed 64 bits take those of the 64-bit instruction. Unsigned 64 bits also
+// hold every value below 2^64.
 
 #pragma once
 
@@ -66,7 +66,7 @@ STOCK_INLINE Mask mask(bool yes)
     return static_cast<Mask>(-static_cast<Mask>(yes));
 }
 
-// yes ? a : b, which the compiler would make a branch of.
+// yes ? a : b, written with masks because the compiler would make the operator a branch.
 template <class T>
 STOCK_INLINE T choose(bool yes, T a, T b)
 {
@@ -77,15 +77,16 @@ STOCK_INLINE T choose(bool yes, T a, T b)
     return __builtin_bit_cast(T, bits);
 }
 
-// An integer that is wide enough to need the 64-bit instruction is compared as a
-// double, which holds any float and any unsigned integer of 32 bits.
+// Integers that take the 64-bit instruction. A floating value is compared with them as a
+// double, which holds every float and every unsigned integer of 32 bits.
 template <Integer I>
 constexpr bool kLong = sizeof(I) == 8 || std::is_same_v<I, std::uint32_t>;
 template <Floating F, Integer I>
 using Common = std::conditional_t<kLong<I>, double, F>;
 
-// The nearest floating value. Only the signed conversion is one instruction
-// everywhere; a halved unsigned integer keeps its last bit for the rounding.
+// The floating value nearest to the integer. Only signed integers are converted by one
+// instruction everywhere. An unsigned one of 64 bits that has its highest bit set is halved
+// and doubled afterwards; its lowest bit is kept in the half so that it rounds the same.
 template <Floating F, Integer I>
 STOCK_INLINE F nearest(I value)
 {
@@ -100,8 +101,8 @@ STOCK_INLINE F nearest(I value)
     }
 }
 
-// Whether the floating type holds the integer: from its highest bit to its lowest
-// there are no more than the type has.
+// Whether the floating type holds the integer exactly: whether there are no more bits from
+// its highest set bit to its lowest than the type has digits.
 template <Floating F, Integer I>
 STOCK_INLINE bool holds(I value)
 {
@@ -117,7 +118,7 @@ STOCK_INLINE bool holds(I value)
     }
 }
 
-// The integer of a floating value without its fraction, which the integer holds.
+// The floating value without its fraction, which the integer type must be able to hold.
 template <Integer I, Floating F>
 STOCK_INLINE I whole(F value)
 {
@@ -134,7 +135,7 @@ STOCK_INLINE I whole(F value)
     }
 }
 
-// The integer that x86-64 makes of a floating value, see above.
+// The integer that x86-64's instructions give for a floating value, see the top of the file.
 template <Integer I, Floating F>
 STOCK_INLINE I converted(F value)
 {
@@ -150,10 +151,10 @@ STOCK_INLINE I converted(F value)
         return whole<I>(inside);
 }
 
-// A rule takes one value to its new type and tells whether it is still the same.
-// (The answer is an argument: compilers make no vectors of a record that is returned.)
+// A rule converts one value and sets `exact` to whether it is still the same value. (`exact`
+// is an argument because compilers do not vectorise a record that is returned.)
 
-// Reading: what does not fit is cut as the plain conversions of the types cut it.
+// The rule for reading: a value that does not fit is cut as the language's conversion cuts it.
 struct Wrap {
     template <class To, class From>
     STOCK_INLINE static To one(From from, bool &exact)
@@ -177,8 +178,9 @@ struct Wrap {
     }
 };
 
-// Writing: what an integer cannot hold becomes the nearer of its limits; a lost
-// fraction is nothing to report. All else is as in reading.
+// The rule for writing: a value that an integer type cannot hold becomes the nearer limit of
+// that type. A lost fraction alone leaves the value exact: 3.5 is written as 3. All other
+// conversions are those of the rule for reading.
 struct Clamp {
     template <Integer To, Integer From>
     requires(sizeof(To) < sizeof(From)) STOCK_INLINE static To one(From from, bool &exact)
@@ -232,9 +234,9 @@ struct Change {
     }
 };
 
-// Turns the bytes of each value round: up to where a cache line begins, then four
-// vectors at a time, then one, then short ones, then value by value. What is
-// shuffled at a time is read before any of it is written.
+// Reverses the bytes of each value: value by value up to the start of a cache line, then four
+// vectors at a time, then one, then short vectors, then value by value again. The vectors of
+// one step are all read before any of them is written, so `from` and `to` may be the same.
 template <std::size_t width, std::size_t vector>
 struct Reverse {
     STOCK_INLINE static bool run(const char *from, char *to, std::size_t n)
@@ -252,7 +254,8 @@ struct Reverse {
     }
 
 private:
-    // Shuffles so many vectors of that size at a time, as long as all are within the bytes.
+    // Shuffles `count` vectors of `size` bytes at a time while they end within `bytes`. Gives
+    // where it stopped.
     template <std::size_t count, std::size_t size>
     STOCK_INLINE static std::size_t shuffle(const char *from, char *to, std::size_t at,
                                             std::size_t bytes)
@@ -262,7 +265,7 @@ private:
         return at;
     }
 
-    // As far as the end, where vectors no longer fit.
+    // Goes on to the end with short vectors and single values.
     STOCK_INLINE static std::size_t one_by_one(const char *from, char *to, std::size_t at,
                                                std::size_t end)
     {
@@ -299,8 +302,9 @@ private:
 };
 
 #if defined(__x86_64__)
-// The same for more than the caches hold: what is written is neither read before nor
-// kept. Walking several pages side by side keeps more of the memory at work.
+// The same for more bytes than the caches hold. The streaming store writes whole lines without
+// reading them first and without keeping them in a cache. Writing several pages in turn lets
+// the processor fetch from several of them at once.
 template <std::size_t width>
 struct ReverseStreaming {
     STOCK_INLINE static bool run(const char *from, char *to, std::size_t n)
@@ -339,18 +343,19 @@ using Numbers = std::tuple<std::int8_t, std::int16_t, std::int32_t, std::int64_t
                            std::uint16_t, std::uint32_t, std::uint64_t, float, double>;
 static_assert(std::tuple_size_v<Numbers> == kNumbers);
 
-// Whether a member goes from the one type to the other: never from signed to unsigned or back.
+// Whether a converter goes from the one type to the other: none changes between signed and
+// unsigned integers.
 template <class From, class To>
 constexpr bool kChanges =
     !std::is_same_v<From, To> &&
     (Floating<From> || Floating<To> || std::is_signed_v<From> == std::is_signed_v<To>);
 
-// Whether writing differs from reading.
+// Whether the rule for writing differs from that for reading.
 template <class From, class To>
 constexpr bool kClamps = Integer<To> && (Floating<From> || sizeof(To) < sizeof(From));
 
-// The table of all loops, each run by Level::run<LOOP>. Level::kVector is the
-// width of its vectors in bytes, 0 when it has no shuffle of bytes.
+// The table of all loops, each compiled as Level::run<LOOP>. Level::kVector is the width of
+// the level's vectors in bytes, 0 when it has no instruction that shuffles bytes.
 template <class Level>
 constexpr Loops loops_of()
 {

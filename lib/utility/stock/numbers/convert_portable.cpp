@@ -1,4 +1,4 @@
-// The loops of the number converters for any processor, in plain instructions.
+// numbers/convert_loops.h compiled for any processor, in plain instructions.
 
 #include "numbers/convert_loops.h"
 

@@ -1,4 +1,4 @@
-// The loops of the number converters for x86-64 with SSSE3 and SSE4.1.
+// numbers/convert_loops.h compiled for x86-64 with SSSE3 and SSE4.1.
 
 #include "numbers/convert_loops.h"
 

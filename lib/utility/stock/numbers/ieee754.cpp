@@ -1,4 +1,7 @@
-// The special values of a double, known by their bytes in big-endian order.
+// The special values of a double: infinities, and what is not a number.
+//
+// A value is taken apart into its eight bytes in big-endian order and compared with the
+// patterns below, so that no comparison of floating values, which NaN always fails, is needed.
 
 #include "stock/ieee754.h"
 
@@ -11,7 +14,7 @@
 
 namespace {
 
-using Pattern = std::array<unsigned char, 8>;
+using Pattern = std::array<unsigned char, 8>;  // big-endian
 
 constexpr Pattern infinity = {0x7f, 0xf0};
 constexpr Pattern negative_infinity = {0xff, 0xf0};
@@ -34,7 +37,8 @@ Pattern pattern_of(double x)
     return pattern;
 }
 
-int show(FILE *stream, const unsigned char *bytes, std::size_t n)
+// Prints a blank and the bytes as two digits each. Gives how many characters it printed.
+int show_bytes(FILE *stream, const unsigned char *bytes, std::size_t n)
 {
     int printed = std::fprintf(stream, " ");
     for (std::size_t i = 0; i < n; ++i)
@@ -77,7 +81,7 @@ int is_negative_infinity(double x)
 int is_inf(double x)
 {
     Pattern pattern = pattern_of(x);
-    pattern[0] &= 0x7f;
+    pattern[0] &= 0x7f;  // without the sign
     return pattern == infinity;
 }
 
@@ -90,7 +94,7 @@ int is_denormalized(double x)
 
 int showdouble(FILE *stream, double x)
 {
-    return show(stream, pattern_of(x).data(), sizeof x);
+    return show_bytes(stream, pattern_of(x).data(), sizeof x);
 }
 
 int showfloat(FILE *stream, float x)
@@ -98,5 +102,5 @@ int showfloat(FILE *stream, float x)
     unsigned char bytes[sizeof x];
     char *to = reinterpret_cast<char *>(bytes);
     hf2mf(&x, &to, 1);
-    return show(stream, bytes, sizeof bytes);
+    return show_bytes(stream, bytes, sizeof bytes);
 }

@@ -1,4 +1,7 @@
-// A double as short text, its exponent a multiple of three.
+// strdbl: a double as short text, its exponent a multiple of three.
+//
+// Very large and very small values are divided by a power of 1000, printed with 15 digits,
+// and the power is put behind them as an exponent.
 
 #include "stock/strdbl.h"
 
@@ -9,10 +12,10 @@
 
 namespace {
 
-constexpr double kLargest = 1e10;    // above it an exponent is split off
-constexpr double kSmallest = 0.001;  // and below
+constexpr double kLargest = 1e10;    // greater values get an exponent
+constexpr double kSmallest = 0.001;  // so do smaller ones, but for 0
 
-// A third of the exponent to split off.
+// A third of the exponent that x gets; 0 when it gets none. x is not negative.
 // Meant: below 1e-99 the division cuts towards zero and 1e-100 gives ".1e-99".
 int thousands(double x)
 {
@@ -21,7 +24,8 @@ int thousands(double x)
     return static_cast<int>(99 + std::log10(x)) / 3 - 33;
 }
 
-// "%.15g" in the C locale, without the "0" before a point.
+// Writes the mantissa as "%.15g" does in the C locale, without the "0" before a point. Gives
+// the end of what it wrote.
 char *put_mantissa(char *out, double mantissa)
 {
     char text[STRDBL_SIZE];
