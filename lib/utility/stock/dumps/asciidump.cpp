@@ -1,7 +1,8 @@
-// Bytes as text that can be read back.
+// Bytes as text that can be read back: asciidump, printable_string and their readers.
 //
-// What each byte turns into stands in one table; the writer copies entries into
-// a block and hands that on whole. Writer and reader count the same columns.
+// One table holds the text of each byte, and writing copies its entries. The writer breaks a
+// line when its column reaches ASCIIDUMP_WIDTH; the reader counts the same columns and so
+// knows which newlines the writer put in.
 
 #include "stock/asciidump.h"
 
@@ -12,6 +13,7 @@
 #include <cstring>
 
 #include "base/ascii.h"
+#include "base/gatherer.h"
 #include "dumps/dump.h"
 #include "stock/hexdump.h"
 
@@ -19,86 +21,69 @@ namespace {
 
 using Byte = unsigned char;
 
-constexpr int kEscape = 5;  // characters of a backslash, "0x" and two digits
+constexpr int kEscapeWidth = 5;  // characters of a backslash, "0x" and two digits
 
-// What stands for a byte.
-struct Shown {
-    char text[7];
-    signed char width;  // characters, at most kEscape
+// The text that stands for a byte.
+struct ByteText {
+    char text[7];       // seven, so that an entry is eight bytes and is copied at once
+    signed char width;  // characters of it, at most kEscapeWidth
 };
 
 constexpr char kDigits[] = "0123456789abcdef";
 
-constexpr Shown escaped(Byte byte)
+constexpr ByteText escaped(Byte byte)
 {
-    return {{'\\', '0', 'x', kDigits[byte >> 4], kDigits[byte & 15]}, kEscape};
+    return {{'\\', '0', 'x', kDigits[byte >> 4], kDigits[byte & 15]}, kEscapeWidth};
 }
 
-constexpr auto kShown = [] {
-    std::array<Shown, 256> shown{};
-    for (std::size_t i = 0; i < shown.size(); ++i) {
+// In a printable_string, but for a newline.
+constexpr auto kPrinted = [] {
+    std::array<ByteText, 256> texts{};
+    for (std::size_t i = 0; i < texts.size(); ++i) {
         const auto byte = static_cast<Byte>(i);
-        shown[i] = escaped(byte);
+        texts[i] = escaped(byte);
         if (stock::is_printable(byte))
-            shown[i] = {{static_cast<char>(byte)}, 1};
+            texts[i] = {{static_cast<char>(byte)}, 1};
     }
-    shown['\\'] = {{'\\', '\\'}, 2};
-    return shown;
+    texts['\\'] = {{'\\', '\\'}, 2};
+    return texts;
 }();
 
+// In a dump: there tabs and newlines are themselves.
 constexpr auto kDumped = [] {
-    auto shown = kShown;
-    shown['\t'] = {{'\t'}, 1};
-    shown['\n'] = {{'\n'}, 1};
-    return shown;
+    auto texts = kPrinted;
+    texts['\t'] = {{'\t'}, 1};
+    texts['\n'] = {{'\n'}, 1};
+    return texts;
 }();
 
-constexpr Shown kNewline{{'\\', 'n'}, 2};  // in a printable_string
+constexpr ByteText kNewline{{'\\', 'n'}, 2};  // in a printable_string
 
-// Characters collected for a stream.
-class Block {
-public:
-    explicit Block(FILE *stream) : stream_(stream) {}
+using Dump = stock::Gatherer<16384, stock::ToStream>;
 
-    // A byte, and a newline behind it when the line is full.
-    void add(Byte byte, int &column)
-    {
-        const Shown &shown = kDumped[byte];
-        std::memcpy(text_ + length_, shown.text, sizeof shown.text);
-        length_ += static_cast<std::size_t>(shown.width);
-        column = byte == '\n' ? 0 : column + shown.width;
-        if (column >= ASCIIDUMP_WIDTH) {
-            text_[length_++] = '\n';
-            column = 0;
-        }
-        if (length_ > kFull)
-            flush();
+// Adds the byte's text to the dump, and a newline when the line is full. Gives how many
+// characters these are.
+int dump_byte(Dump &dump, Byte byte, int &column)
+{
+    const ByteText &shown = kDumped[byte];
+    char *out = dump.room_for(sizeof shown.text + 1);  // the text is copied whole
+    std::memcpy(out, shown.text, sizeof shown.text);
+    int width = shown.width;
+    column = byte == '\n' ? 0 : column + width;
+    if (column >= ASCIIDUMP_WIDTH) {
+        out[width++] = '\n';
+        column = 0;
     }
-
-    // Prints what was collected; gives the characters printed so far.
-    int64_t flush()
-    {
-        std::fwrite(text_, 1, length_, stream_);
-        printed_ += static_cast<int64_t>(length_);
-        length_ = 0;
-        return printed_;
-    }
-
-private:
-    static constexpr std::size_t kFull = 16384;
-
-    FILE *stream_;
-    int64_t printed_ = 0;
-    std::size_t length_ = 0;
-    char text_[kFull + sizeof(Shown) + 1];  // an entry is copied whole
-};
+    dump.advance(static_cast<std::size_t>(width));
+    return width;
+}
 
 int as_int(int64_t count)
 {
     return static_cast<int>(std::min<int64_t>(count, INT_MAX));
 }
 
-// What stands behind a backslash in a dump: the byte, or EOF when it is none.
+// Reads what follows a backslash in a dump. Gives the byte, or EOF when it shows none.
 int read_escape(FILE *stream, int &column)
 {
     const int kind = getc_unlocked(stream);
@@ -106,14 +91,15 @@ int read_escape(FILE *stream, int &column)
         ++column;
         return '\\';
     }
-    getc_unlocked(stream);  // the "x"
+    getc_unlocked(stream);  // the "x" behind the "0"
     const int high = hex2int(getc_unlocked(stream));
     const int low = hex2int(getc_unlocked(stream));
-    column += kEscape - 1;
+    column += kEscapeWidth - 1;
     return high < 0 || low < 0 ? EOF : 16 * high + low;
 }
 
-// The next byte of a dump, EOF when there is none.
+// Reads the next byte of a dump; gives EOF when there is none. column is counted as dump_byte
+// counts it.
 int read_byte(FILE *stream, int &column)
 {
     int byte = getc_unlocked(stream);
@@ -133,13 +119,14 @@ int read_byte(FILE *stream, int &column)
     return byte;
 }
 
-// printable_string of memory that cannot be read
+// Writes the printable_string of memory that cannot be read. A buffer of fewer than three
+// bytes is left alone.
 void name_memory(char *buf, int size, const char *p)
 {
-    constexpr int kWorthIt = 26;
+    constexpr int kLeastSize = 26;  // of a buffer that gets the text
     char text[stock::kNoMemorySize];
     stock::no_memory(text, p);
-    if (size >= kWorthIt)
+    if (size >= kLeastSize)
         std::snprintf(buf, static_cast<std::size_t>(size), "%s", text);
     else if (size >= 3)
         std::memcpy(buf, "?", 2);
@@ -162,12 +149,13 @@ int asciidump(FILE *stream, const char *p, int n)
 
 int asciidump_piece(FILE *stream, const char *p, int n, int *column)
 {
-    Block block(stream);
-    int at = *column;
+    Dump dump(stock::ToStream{stream});
+    int at = *column;  // a copy, which stays in a register
+    int64_t printed = 0;
     for (int i = 0; i < n; ++i)
-        block.add(static_cast<Byte>(p[i]), at);
+        printed += dump_byte(dump, static_cast<Byte>(p[i]), at);
     *column = at;
-    return as_int(block.flush());
+    return as_int(printed);
 }
 
 int read_asciidump(FILE *stream, unsigned char *buf, int n)
@@ -199,8 +187,8 @@ char *printable_string(char *buf, int size, const char *p, int n)
     char *out = buf;
     if (n <= 0 && size > 1)
         *out++ = '\n';
-    for (int i = 0; i < n && out - buf < size - kEscape; ++i) {
-        const Shown &shown = p[i] == '\n' ? kNewline : kShown[static_cast<Byte>(p[i])];
+    for (int i = 0; i < n && out - buf < size - kEscapeWidth; ++i) {
+        const ByteText &shown = p[i] == '\n' ? kNewline : kPrinted[static_cast<Byte>(p[i])];
         out = std::copy_n(shown.text, shown.width, out);
     }
     *out = 0;
@@ -220,8 +208,8 @@ int printable(const char *s, int n)
 char *printable_char(int ch, char *buf)
 {
     const bool itself = (ch >= 32 && ch <= 126) || ch == '\n' || ch == '\t' || ch == '\r';
-    const Shown shown =
-        itself ? Shown{{static_cast<char>(ch)}, 1} : escaped(static_cast<Byte>(ch & 0xff));
+    const ByteText shown =
+        itself ? ByteText{{static_cast<char>(ch)}, 1} : escaped(static_cast<Byte>(ch & 0xff));
     *std::copy_n(shown.text, shown.width, buf) = 0;
     return buf;
 }

@@ -1,4 +1,7 @@
-// Lists, arrays and text as a person who looks for a fault wants to see them.
+// Lists, arrays and text printed for debugging.
+//
+// Text is printed as long as its characters are printable; bytes that are not are shown as a
+// hexadecimal dump.
 
 #include "stock/debugchar.h"
 
@@ -14,8 +17,8 @@
 
 namespace {
 
-constexpr int kDumped = 16;                       // bytes shown of what is not printable
-constexpr int kMostText = DEBUGCHARSTR_SIZE - 1;  // characters that debugcharstr gives at most
+constexpr int kDumpedBytes = 16;                  // of a buffer that is not printable
+constexpr int kMostText = DEBUGCHARSTR_SIZE - 1;  // characters of debugcharstr's result
 
 int print_pair(void *key, void *value, void *stream)
 {
@@ -30,7 +33,7 @@ void print_title(FILE *stream, const char *title)
         std::fprintf(stream, "%s", title);
 }
 
-// How many of the first n characters, up to a terminator, are printable.
+// How many characters from the start on are printable, n at most. A terminator is not.
 int leading_printable(const char *text, int n)
 {
     int count = 0;
@@ -63,7 +66,7 @@ void debugchar(FILE *stream, const char *title, const char *buffer, int n)
     const int wanted = n > 0 ? n : DEBUGCHAR_DEFAULT;
     const int count = buffer ? leading_printable(buffer, wanted) : 0;
     if (buffer && count < wanted && buffer[count])
-        hexdump(stream, buffer, kDumped);
+        hexdump(stream, buffer, kDumpedBytes);
     else if (count == 0)
         std::fputs("''", stream);
     else
@@ -75,6 +78,7 @@ char *debugcharstr(const char *string, int n)
     const char *text = okstr(string);
     const int wanted = n > 0 ? n : DEBUGCHAR_DEFAULT;
     const int count = leading_printable(text, wanted);
+    // Meant: a text with a character that is not printable is copied whole.
     const bool whole = !string || (count < wanted && text[count]);
     const std::size_t length =
         whole ? std::strlen(text) : static_cast<std::size_t>(std::min(count, kMostText));

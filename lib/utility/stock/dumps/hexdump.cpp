@@ -1,7 +1,7 @@
-// Memory as hexadecimal and text.
+// Memory as hexadecimal and text, and back: Hexdump, read_hexdump, prthexcmp.
 //
-// Lines are put together by table, two digits or one character a look-up, in a
-// block of many lines that is handed on whole: nothing is formatted by printf.
+// A line is built from tables, one look-up for two digits and one for a character, and a
+// gatherer hands on many lines at a time. A line is read back word by word.
 
 #include "stock/hexdump.h"
 
@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "base/ascii.h"
+#include "base/gatherer.h"
 #include "deviants.h"
 #include "dumps/dump.h"
 #include "stock/elog.h"
@@ -21,17 +22,18 @@
 
 namespace {
 
-// Writing.
+// ---- Writing ----
 
-constexpr int kGroups = 8;               // of a line
-constexpr std::size_t kWidth = 16;       // bytes of a line
-constexpr std::size_t kHexWidth = 39;    // groups of four digits with a blank between
-constexpr std::size_t kMaxAddress = 16;  // digits
-constexpr std::size_t kMaxLine = 1 + kMaxAddress + 2 + kHexWidth + 1 + kWidth + 1;
-constexpr std::size_t kLines = 256;  // handed on at a time
+constexpr int kLineWords = 8;                  // groups of four digits in a line
+constexpr std::size_t kLineBytes = 16;         // that a line shows
+constexpr std::size_t kHexWidth = 39;          // characters of the words with blanks between
+constexpr std::size_t kMaxAddressDigits = 16;  // at least eight are printed
+constexpr std::size_t kMaxLineWidth = 1 + kMaxAddressDigits + 2 + kHexWidth + 1 + kLineBytes + 1;
+constexpr std::size_t kGatheredBytes = 256 * kMaxLineWidth;
 
 using Byte = unsigned char;
 
+// The two hexadecimal digits of a byte.
 struct Digits {
     char pair[2];
 };
@@ -43,6 +45,7 @@ constexpr auto kDigits = [] {
     return digits;
 }();
 
+// The character of a byte in the text column.
 constexpr auto kText = [] {
     std::array<char, 256> text{};
     for (std::size_t i = 0; i < text.size(); ++i)
@@ -50,12 +53,14 @@ constexpr auto kText = [] {
     return text;
 }();
 
-void put_pair(char *out, Byte byte)
+void set_pair(char *out, Byte byte)
 {
     std::memcpy(out, kDigits[byte].pair, 2);
 }
 
-// "%08lx"
+// The functions put_... write at `out` and give the end of what they wrote.
+
+// Writes "%08lx".
 char *put_address(char *out, unsigned long address)
 {
     int bytes = 4;
@@ -65,17 +70,18 @@ char *put_address(char *out, unsigned long address)
     if (odd)
         *out++ = kDigits[address >> (8 * --bytes) & 0xff].pair[1];
     while (bytes-- > 0) {
-        put_pair(out, static_cast<Byte>(address >> (8 * bytes)));
+        set_pair(out, static_cast<Byte>(address >> (8 * bytes)));
         out += 2;
     }
     return out;
 }
 
-// The bytes as digits and as text; n is kWidth but for the last line.
+// Writes n bytes as digits and as text; n is kLineBytes in all lines but the last. The blanks
+// between them are there already.
 char *put_bytes(char *out, const Byte *p, std::size_t n)
 {
     for (std::size_t i = 0; i < n; ++i) {
-        put_pair(out + 2 * i + i / 2, p[i]);
+        set_pair(out + 2 * i + i / 2, p[i]);
         out[kHexWidth + 1 + i] = kText[p[i]];
     }
     return out + kHexWidth + 1 + n;
@@ -86,33 +92,41 @@ char *put_line(char *out, unsigned long address, const Byte *p, std::size_t n)
     *out++ = '\t';
     out = put_address(out, address);
     std::memset(out, ' ', 2 + kHexWidth + 1);
-    out = n == kWidth ? put_bytes(out + 2, p, kWidth) : put_bytes(out + 2, p, n);
+    out = n == kLineBytes ? put_bytes(out + 2, p, kLineBytes) : put_bytes(out + 2, p, n);
     *out++ = '\n';
     return out;
 }
 
-// Hands the dump on in blocks of whole lines.
+// Hands the dump on to the sink, many lines at a time.
 template <class Sink>
-void dump(unsigned long base, const Byte *p, std::size_t n, Sink sink)
+void dump(unsigned long base, const void *p, std::size_t n, Sink sink)
 {
-    char block[kLines * kMaxLine];
-    for (std::size_t done = 0; done < n;) {
-        char *out = block;
-        for (std::size_t line = 0; line < kLines && done < n; ++line) {
-            const std::size_t bytes = std::min(kWidth, n - done);
-            out = put_line(out, base + done, p + done, bytes);
-            done += bytes;
-        }
-        sink(block, static_cast<std::size_t>(out - block));
+    stock::Gatherer<kGatheredBytes, Sink> lines(sink);
+    const auto *bytes = static_cast<const Byte *>(p);
+    for (std::size_t done = 0; done < n; done += kLineBytes) {
+        char *line = lines.room_for(kMaxLineWidth);
+        const char *end = put_line(line, base + done, bytes + done, std::min(kLineBytes, n - done));
+        lines.advance(static_cast<std::size_t>(end - line));
     }
 }
 
-// Reading.
+// A gatherer's sink: pushes the text on a string stack.
+struct ToStack {
+    void **stack;
 
-// The next line, cut to HEXDUMP_MAX_LINE characters; the rest of it is dropped.
-bool next_line(FILE *stream, char (&line)[HEXDUMP_MAX_LINE + 1])
+    void operator()(std::string_view text) const
+    {
+        pushstrn(stack, text.data(), static_cast<int64_t>(text.size()));
+    }
+};
+
+// ---- Reading ----
+
+// Reads the next line, cut to HEXDUMP_MAX_LINE characters, and skips the rest of it. False at
+// the end of the stream.
+bool read_line(FILE *stream, char (&line)[HEXDUMP_MAX_LINE + 1])
 {
-    line[HEXDUMP_MAX_LINE] = '?';  // zero afterwards when the line reaches so far
+    line[HEXDUMP_MAX_LINE] = '?';  // fgets puts its terminator here when the line is too long
     if (!std::fgets(line, sizeof line, stream))
         return false;
     if (line[HEXDUMP_MAX_LINE] == 0 && line[HEXDUMP_MAX_LINE - 1] != '\n')
@@ -121,7 +135,7 @@ bool next_line(FILE *stream, char (&line)[HEXDUMP_MAX_LINE + 1])
     return true;
 }
 
-// 0 to 15, or -1 for what is no digit.
+// The value of a hexadecimal digit, 0 to 15; -1 for other characters.
 constexpr auto kValues = [] {
     std::array<short, 256> values{};
     for (short &value : values)
@@ -133,55 +147,50 @@ constexpr auto kValues = [] {
     return values;
 }();
 
-// The byte that two characters show; negative when they are no digits.
+// The byte that two digits show; negative when they are not both digits.
 int byte_of(const char *digits)
 {
     const int high = kValues[static_cast<Byte>(digits[0])];
     return high < 0 ? high : high * 16 | kValues[static_cast<Byte>(digits[1])];
 }
 
-bool is_blank(char c)
-{
-    return c == ' ' || c == '\t' || c == '\n';
-}
-
 bool ends_word(char c)
 {
-    return c == 0 || is_blank(c);
+    return c == 0 || stock::is_white(c);
 }
 
-const char *blanks_end(const char *at)
+const char *skip_white(const char *at)
 {
-    while (is_blank(*at))
+    while (stock::is_white(*at))
         ++at;
     return at;
 }
 
-const char *word_end(const char *at)
+const char *skip_word(const char *at)
 {
     while (!ends_word(*at))
         ++at;
     return at;
 }
 
-std::string_view without_blanks_behind(std::string_view text)
+std::string_view without_white_at_end(std::string_view text)
 {
-    while (!text.empty() && is_blank(text.back()))
+    while (!text.empty() && stock::is_white(text.back()))
         text.remove_suffix(1);
     return text;
 }
 
-// Whether the column holds just the text of the n bytes, as a dump has it.
+// Whether the rest of a line is the text of the n bytes, as a dump shows it, and nothing else.
 bool shows_text_of(const char *column, const Byte *bytes, int n)
 {
-    char text[kWidth];
+    char text[kLineBytes];
     std::transform(bytes, bytes + n, text, [](Byte byte) { return kText[byte]; });
-    return without_blanks_behind(column) ==
-           without_blanks_behind({text, static_cast<std::size_t>(n)});
+    return without_white_at_end(column) ==
+           without_white_at_end({text, static_cast<std::size_t>(n)});
 }
 
-// Puts the bytes that the word shows, one or two and at most n, into buf and counts them;
-// none when it shows none.
+// Writes the bytes that the word shows to buf, at most n. Gives how many these are: two for a
+// word of four digits, none when the word does not begin with two digits, else one.
 int bytes_of_word(const char *word, Byte *buf, int n)
 {
     const int first = byte_of(word);
@@ -195,17 +204,17 @@ int bytes_of_word(const char *word, Byte *buf, int n)
     return 2;
 }
 
-// Puts the bytes that a line shows, at most n, into buf and counts them in
-// *count. Gives whether the line has all its words.
+// Writes the bytes that a line shows to buf behind the *count that are there, and counts them:
+// at most n in all. False when the line has fewer than kLineWords words.
 bool bytes_of_line(const char *line, Byte *buf, int n, int *count)
 {
-    constexpr std::ptrdiff_t kToText = 2 + kHexWidth + 1;  // in a line as dump writes it
-    const char *address_end = word_end(blanks_end(line));
+    constexpr std::ptrdiff_t kToText = 2 + kHexWidth + 1;  // from the address, in a line of a dump
+    const char *address_end = skip_word(skip_white(line));
     const char *at = address_end;
     const int before = *count;
-    for (int i = 0; i < kGroups; ++i) {
-        const char *word = blanks_end(at);
-        // The text of a short line may look like digits.
+    for (int i = 0; i < kLineWords; ++i) {
+        const char *word = skip_white(at);
+        // In a short line the text comes before the eighth word, and may look like digits.
         if (word - address_end >= kToText &&
             shows_text_of(address_end + kToText, buf + before, *count - before))
             return false;
@@ -213,12 +222,12 @@ bool bytes_of_line(const char *line, Byte *buf, int n, int *count)
         if (got == 0)
             return false;
         *count += got;
-        at = word_end(word + 2);
+        at = skip_word(word + 2);
     }
     return true;
 }
 
-// Comparing.
+// ---- Comparing ----
 
 void print_both(FILE *stream, unsigned long offset, const Byte *a, const Byte *b, int n)
 {
@@ -229,10 +238,10 @@ void print_both(FILE *stream, unsigned long offset, const Byte *a, const Byte *b
     std::fputc('\n', stream);
 }
 
-// n in whole lines, as far as an int goes.
+// n rounded up to whole lines, cut to the largest int.
 int rounded_up(int n)
 {
-    constexpr int64_t kLine = kWidth;
+    constexpr int64_t kLine = kLineBytes;  // signed
     return static_cast<int>(
         std::min<int64_t>((std::max<int64_t>(n, 0) + kLine - 1) / kLine * kLine, INT_MAX));
 }
@@ -250,8 +259,7 @@ void Hexdump(FILE *stream, unsigned long base, const void *p, int n)
     if (n <= 0)
         std::fputc('\n', stream);
     else
-        dump(base, static_cast<const Byte *>(p), static_cast<std::size_t>(n),
-             [=](const char *block, std::size_t bytes) { std::fwrite(block, 1, bytes, stream); });
+        dump(base, p, static_cast<std::size_t>(n), stock::ToStream{stream});
 }
 
 void hexdump(FILE *stream, const void *p, int n)
@@ -267,10 +275,7 @@ char *hexdump_string(unsigned long base, const void *p, int n)
         stock::no_memory(text, p);
         pushstr(&stack, text);
     } else {
-        dump(base, static_cast<const Byte *>(p), static_cast<std::size_t>(std::max(n, 0)),
-             [&](const char *block, std::size_t bytes) {
-                 pushstrn(&stack, block, static_cast<int64_t>(bytes));
-             });
+        dump(base, p, static_cast<std::size_t>(std::max(n, 0)), ToStack{&stack});
     }
     return popstr(&stack, 1);
 }
@@ -279,7 +284,7 @@ int read_hexdump(FILE *stream, unsigned char *buf, int n)
 {
     char line[HEXDUMP_MAX_LINE + 1];
     int count = 0;
-    while (count < n && next_line(stream, line) && bytes_of_line(line, buf, n, &count)) {
+    while (count < n && read_line(stream, line) && bytes_of_line(line, buf, n, &count)) {
     }
     return count;
 }
@@ -298,8 +303,8 @@ int prthexcmp(FILE *stream, const char *title, const unsigned char *a, const uns
         print_both(stream, 0, a, b, n);
         return rounded_up(n);
     }
-    for (int64_t done = 0; done < n; done += kWidth) {
-        const int bytes = static_cast<int>(std::min<int64_t>(kWidth, n - done));
+    for (int64_t done = 0; done < n; done += kLineBytes) {
+        const int bytes = static_cast<int>(std::min<int64_t>(kLineBytes, n - done));
         if (std::memcmp(a + done, b + done, static_cast<std::size_t>(bytes)) != 0)
             print_both(stream, static_cast<unsigned long>(done), a + done, b + done, bytes);
     }
