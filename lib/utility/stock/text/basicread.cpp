@@ -1,4 +1,6 @@
-// Reading a file without the message log: errors go straight to standard error.
+// basicreadfile and basicgetline: reading a file without the message log.
+//
+// Errors are printed on standard error, so that these functions work where the log cannot.
 
 #include "stock/basicread.h"
 
@@ -17,7 +19,7 @@
 
 namespace {
 
-// Says why the file could not be read: the path and what errno means fill the format.
+// Prints why the file could not be read: the format takes the path and the text of errno.
 int failed(const char *format, const char *path)
 {
     char reason[128];
@@ -25,6 +27,7 @@ int failed(const char *format, const char *path)
     return -1;
 }
 
+// Reads all the bytes; false with errno when that fails.
 bool read_fully(int fd, char *buffer, std::size_t bytes)
 {
     while (bytes > 0) {
@@ -32,7 +35,7 @@ bool read_fully(int fd, char *buffer, std::size_t bytes)
         if (got < 0 && errno == EINTR)
             continue;
         if (got == 0)
-            errno = EIO;  // the file shrank under us
+            errno = EIO;  // the file became shorter meanwhile
         if (got <= 0)
             return false;
         buffer += got;
@@ -56,7 +59,7 @@ int basicreadfile(const char *path, char **buffer, int64_t *size)
     if (status.st_size == 0)
         return failed("'%s' is empty!\n", path);
     const auto bytes = static_cast<std::size_t>(status.st_size);
-    // Not allocate(), which would report through the log.
+    // malloc, because allocate() would report through the log.
     stock::Owned<char> text(static_cast<char *>(std::malloc(bytes + 1)));
     if (!text)
         return failed("failed to allocate buffer to hold %s : %s", path);

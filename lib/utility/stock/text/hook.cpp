@@ -1,4 +1,5 @@
-// The handle of private state.
+// The hook: a handle that holds the private data of a function between its calls, and the
+// function that frees them.
 
 #include "stock/hook.h"
 

@@ -1,9 +1,12 @@
-// The string stack: a text that grows at its end, and what is built with it.
+// The string stack: a text that grows at its end, and the texts that are built with it.
+//
+// A stack has two sizes. vstk->size is what its record tells; it grows by just the text that
+// is pushed. The block behind vstk->s is that size rounded up, so that most pushes neither
+// allocate nor move anything. Only when a rounded block is refused, blocks become exact.
 
 #include "stock/pushstr.h"
 
 #include <algorithm>
-#include <atomic>
 #include <bit>
 #include <cstdarg>
 #include <cstddef>
@@ -12,6 +15,7 @@
 #include <string_view>
 
 #include "base/alloc.h"
+#include "text/text_state.h"
 
 static_assert(offsetof(Vstk, size) == 0);
 static_assert(offsetof(Vstk, length) == 8);
@@ -19,71 +23,71 @@ static_assert(offsetof(Vstk, s) == 16);
 
 namespace {
 
-constexpr uint64_t kFirst = 1024;  // the least that a stack starts with
-
-// Set for good when a rounded block was refused: afterwards a block may be just as
-// large as its size says.
-std::atomic<bool> Blocks_are_exact = false;
+constexpr uint64_t kFirstSize = 1024;  // the least that a stack starts with
 
 std::string_view text_of(const char *string)
 {
     return string ? string : "";
 }
 
+// Five times n, or the largest number when that is less.
 uint64_t times_five(uint64_t n)
 {
     uint64_t product = 0;
     return __builtin_mul_overflow(n, 5, &product) ? UINT64_MAX : product;
 }
 
-// What is allocated for a size while there is memory. A size grows by just the text that
-// is pushed, its block by a quarter or less at a time, so that most texts move nothing.
-constexpr uint64_t block_for(uint64_t size)
+// The bytes of the block for a stack of that size: rounded up by a quarter at most.
+uint64_t block_size(uint64_t size)
 {
-    size = std::max(size, kFirst);
-    const uint64_t mask = std::bit_floor(size) / 4 - 1;
-    return size > UINT64_MAX / 2 ? size : (size + mask) & ~mask;
+    if (stock::Text_state.exact_blocks || size > UINT64_MAX / 2)
+        return size;
+    const uint64_t least = std::max(size, kFirstSize);
+    const uint64_t mask = std::bit_floor(least) / 4 - 1;
+    return (least + mask) & ~mask;
 }
 
-// The text in a block for the size; a null text is a new one.
+// Gives the text a block for the size; a null text gets a new block.
 char *resized(char *text, uint64_t size, const char *function)
 {
-    if (!Blocks_are_exact) {
-        if (auto *block = static_cast<char *>(std::realloc(text, block_for(size))))
-            return block;
-        Blocks_are_exact = true;
+    void *block = std::realloc(text, block_size(size));
+    if (!block) {
+        stock::Text_state.exact_blocks = true;
+        block = std::realloc(text, size);
     }
-    auto *block = static_cast<char *>(std::realloc(text, size));
     if (!block)
         stock::out_of_memory(size, "vstk->s", function);
-    return block;
+    return static_cast<char *>(block);
 }
 
-// The stack's record, made with that many bytes for the text when there is none yet.
-Vstk *opened(void **stack, uint64_t first, const char *function)
+Vstk *new_stack(uint64_t size, const char *function)
 {
-    if (*stack)
-        return static_cast<Vstk *>(*stack);
     auto *vstk = static_cast<Vstk *>(stock::allocate(sizeof(Vstk), "vstk", function));
-    vstk->size = std::max(kFirst, first);
+    vstk->size = size;
     vstk->length = 0;
-    vstk->s = resized(nullptr, vstk->size, function);
+    vstk->s = resized(nullptr, size, function);
     vstk->s[0] = 0;
-    *stack = vstk;
     return vstk;
 }
 
-// Gives the text `bytes` behind it when it lacks room for n characters and a terminator.
-void make_room(Vstk *vstk, uint64_t n, uint64_t bytes, const char *function)
+// The stack with room for n more characters and a terminator. A new stack starts with five
+// times n; one without that room grows to just n and `extra` bytes behind its text.
+Vstk *with_room(void **stack, uint64_t n, uint64_t extra, const char *function)
 {
-    if (n < vstk->size - vstk->length)
-        return;
-    const uint64_t size = vstk->length + bytes;
-    if (Blocks_are_exact || block_for(size) > block_for(vstk->size))
-        vstk->s = resized(vstk->s, size, function);
-    vstk->size = size;
+    auto *vstk = static_cast<Vstk *>(*stack);
+    if (!vstk) {
+        vstk = new_stack(std::max(kFirstSize, times_five(n)), function);
+        *stack = vstk;
+    } else if (n >= vstk->size - vstk->length) {
+        const uint64_t size = vstk->length + n + extra;
+        if (block_size(size) != block_size(vstk->size))
+            vstk->s = resized(vstk->s, size, function);
+        vstk->size = size;
+    }
+    return vstk;
 }
 
+// Appends a text for which there is room. Gives the new length.
 int64_t append(Vstk *vstk, std::string_view text)
 {
     text.copy(vstk->s + vstk->length, text.size());
@@ -92,18 +96,20 @@ int64_t append(Vstk *vstk, std::string_view text)
     return static_cast<int64_t>(vstk->length);
 }
 
+// Writes the text and gives where it ends.
 char *put(char *out, std::string_view text)
 {
     return out + text.copy(out, text.size());
 }
 
-// The first n lines of a text, or those of them that end in a newline.
+// The first lines of a text, of which only those count that end in a newline.
 struct Head {
     std::size_t lines = 0;
-    std::size_t bytes = 0;  // up to and with the last newline
-    bool complete = false;  // all n of them
+    std::size_t bytes = 0;  // of all these lines, newlines included
+    bool complete = false;  // there are as many lines as were wanted
 };
 
+// The first n lines.
 Head head_of(const char *text, int n)
 {
     Head head;
@@ -122,24 +128,20 @@ Head head_of(const char *text, int n)
 int64_t pushstr(void **stack, const char *string)
 {
     const std::string_view text = text_of(string);
-    Vstk *vstk = opened(stack, times_five(text.size()), "pushstr");
-    make_room(vstk, text.size(), text.size() + 1, "pushstr");
-    return append(vstk, text);
+    return append(with_room(stack, text.size(), 1, "pushstr"), text);
 }
 
 int64_t pushstrc(void **stack, int character)
 {
     const char c = static_cast<char>(character);
-    Vstk *vstk = opened(stack, kFirst, "pushstrc");
-    make_room(vstk, 1, 2, "pushstrc");
-    return append(vstk, {&c, 1});
+    return append(with_room(stack, 1, 1, "pushstrc"), {&c, 1});
 }
 
 int64_t pushstrn(void **stack, const char *string, int64_t n)
 {
     const auto most = static_cast<uint64_t>(std::max<int64_t>(n, 0));
-    Vstk *vstk = opened(stack, times_five(most), "pushstrn");
-    make_room(vstk, most, most + 2, "pushstrn");
+    // Meant: room is made for n characters even when the string is shorter.
+    Vstk *vstk = with_room(stack, most, 2, "pushstrn");
     return append(vstk, {string, string ? strnlen(string, most) : 0});
 }
 

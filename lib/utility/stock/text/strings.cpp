@@ -1,7 +1,7 @@
-// Text in place: splitting, copying, trimming, and lines out of a stream.
+// Text in place: splitting, copying, trimming, and lines read from a stream.
 //
-// Every function looks at each byte once and knows ASCII only, so that what a
-// blank or a letter is never depends on the process's locale.
+// Every function looks at each byte once. Blanks and letters are those of ASCII, whatever the
+// process's locale.
 
 #include "stock/strings.h"
 
@@ -14,6 +14,7 @@
 
 #include "base/alloc.h"
 #include "base/ascii.h"
+#include "text/text_state.h"
 
 namespace {
 
@@ -22,7 +23,8 @@ std::string_view text_of(const char *string)
     return string ? string : "";
 }
 
-// Writes the text, which may overlap the destination, and a terminator.
+// Writes the text, which may overlap the destination, and a terminator. Gives where the
+// terminator stands.
 char *terminated(char *destination, std::string_view text)
 {
     if (!text.empty())
@@ -31,6 +33,8 @@ char *terminated(char *destination, std::string_view text)
     return destination + text.size();
 }
 
+// Cuts the string where separates(c) holds: puts terminators there and lists the fields that
+// are not empty.
 template <class Separates>
 Tbl *split_where(char *string, Separates separates)
 {
@@ -48,17 +52,19 @@ Tbl *split_where(char *string, Separates separates)
     }
 }
 
-// Turns the letters from first on, 26 of them, into those of the other case.
+// Changes the case of the 26 letters from `first` on. Gives the string's length.
 int64_t swap_case(char *string, char first)
 {
     const std::size_t length = text_of(string).size();
     for (std::size_t i = 0; i < length; ++i) {
+        // Without a branch, so that the loop becomes vector instructions.
         const bool letter = static_cast<unsigned char>(string[i] - first) < 26;
         string[i] = static_cast<char>(string[i] ^ (letter ? 'a' ^ 'A' : 0));
     }
     return static_cast<int64_t>(length);
 }
 
+// Whether allowed(c) holds for all characters.
 template <class Allowed>
 int holds_only(const char *string, Allowed allowed)
 {
@@ -66,6 +72,7 @@ int holds_only(const char *string, Allowed allowed)
     return std::all_of(text.begin(), text.end(), allowed);
 }
 
+// Gives a line its first buffer, which the caller of intactline frees.
 void start_line(char **buffer, int64_t *size)
 {
     *size = INTACTLINE_FIRST;
@@ -79,7 +86,8 @@ void double_line(char **buffer, int64_t *size)
     *size *= 2;
 }
 
-// Reads up to and with the next newline; gives how many characters there were.
+// Reads up to the next newline and puts it into the buffer, too. Gives how many characters it
+// read. There is room for a terminator behind them.
 int64_t read_line(FILE *stream, char **buffer, int64_t *size)
 {
     int64_t length = 0;
@@ -91,7 +99,7 @@ int64_t read_line(FILE *stream, char **buffer, int64_t *size)
     return length;
 }
 
-// Holds a stream against other threads.
+// Keeps other threads from the stream as long as it lives.
 class StreamLock {
 public:
     explicit StreamLock(FILE *stream) : stream_(stream) { flockfile(stream_); }
@@ -225,17 +233,15 @@ const char *okstr(const char *string)
 
 char *spaces(int n)
 {
-    static std::atomic<char *> ring[SPACES_RING];
-    static std::atomic<std::uint64_t> calls{0};
-
-    std::atomic<char *> &slot = ring[calls++ % SPACES_RING];
+    stock::TextState &state = stock::Text_state;
+    std::atomic<char *> &slot = state.spaces_ring[state.spaces_calls++ % SPACES_RING];
     char *buffer = slot;
     if (!buffer) {
         auto *made = static_cast<char *>(stock::allocate(MAX_SPACES + 1, "buf[ibuf]"));
         if (slot.compare_exchange_strong(buffer, made))
             buffer = made;
         else
-            std::free(made);  // another thread was quicker
+            std::free(made);  // another thread filled the slot first
     }
     const int width = std::clamp<int>(n, 0, MAX_SPACES);
     std::memset(buffer, ' ', static_cast<std::size_t>(width));

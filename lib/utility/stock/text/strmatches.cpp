@@ -1,7 +1,7 @@
-// Regular expressions compiled once: the pattern lives in a hook.
+// strmatches and strcontains: regular expressions that are compiled once and kept in a hook.
 //
-// Both functions ask for the first match and look at it differently. A call
-// without a hook makes one of its own, so that there is a single way through.
+// Both functions find the first match and tell different things of it. A call without a hook
+// makes one for itself and frees it again.
 
 #include "stock/strmatches.h"
 
@@ -16,20 +16,18 @@
 
 namespace {
 
-enum Status : int { kFailed = -1, kCompiled = 0, kNew = 1 };
-
-// What a hook of these functions holds.
+// The private data of a hook of these functions.
 struct Match_cache {
-    char *pattern;  // owned
+    char *pattern;  // owned; null when the first call had none
     regex_t compiled;
-    int status;  // a Status
+    bool usable;  // the pattern did compile
 };
 
 void free_cache(void *pvt)
 {
     auto *cache = static_cast<Match_cache *>(pvt);
     std::free(cache->pattern);
-    if (cache->status == kCompiled)
+    if (cache->usable)
         regfree(&cache->compiled);
     std::free(cache);
 }
@@ -39,10 +37,10 @@ Match_cache *new_cache(const char *pattern, const char *function)
     auto *cache =
         static_cast<Match_cache *>(stock::allocate_zeroed(sizeof(Match_cache), "pvt", function));
     cache->pattern = pattern ? stock::copy_text(pattern, "pvt", function) : nullptr;
-    cache->status = kNew;
     return cache;
 }
 
+// Compiles the pattern, or logs why that fails.
 void compile(Match_cache *cache)
 {
     char reason[128] = "there is no pattern";
@@ -54,9 +52,10 @@ void compile(Match_cache *cache)
     }
     if (error)
         elog_log(0, "'%s' did not compile: %s", okstr(cache->pattern), reason);
-    cache->status = error ? kFailed : kCompiled;
+    cache->usable = error == 0;
 }
 
+// 1 with the first match, else 0.
 int first_match(const char *string, const Match_cache *cache, regmatch_t &first)
 {
     regmatch_t match[10];
@@ -66,7 +65,8 @@ int first_match(const char *string, const Match_cache *cache, regmatch_t &first)
     return 1;
 }
 
-// 1 with the first match, else the 0, -1 or -2 of both functions.
+// What both functions give: 1 with the first match, 0 without one, -2 in the call whose
+// pattern does not compile, -1 in later calls with its hook.
 int find(const char *string, const char *pattern, Hook **hook, regmatch_t &first,
          const char *function)
 {
@@ -83,7 +83,7 @@ int find(const char *string, const char *pattern, Hook **hook, regmatch_t &first
         compile(static_cast<Match_cache *>((*hook)->pvt));
     }
     const auto *cache = static_cast<const Match_cache *>((*hook)->pvt);
-    if (!cache || cache->status != kCompiled)
+    if (!cache || !cache->usable)
         return fresh ? -2 : -1;
     return first_match(string, cache, first);
 }

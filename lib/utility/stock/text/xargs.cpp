@@ -1,4 +1,4 @@
-// Running a command over a list of arguments, as many at a time as fit a line.
+// xargs: runs a command over a list of arguments, as many at a time as fit in a line.
 
 #include "stock/xargs.h"
 
@@ -22,7 +22,7 @@ void run(void **line, const char *trailer, int verbose)
     char *command = popstr(line, 1);
     if (verbose)
         elog_notify(0, "%s", command);
-    // The exit status is nobody's business here.
+    // xargs has no result that could tell the exit status.
     [[maybe_unused]] const int status = std::system(command);
     std::free(command);
 }
@@ -32,7 +32,7 @@ void run(void **line, const char *trailer, int verbose)
 void xargs(const char *command, const Tbl *arguments, const char *trailer, int verbose)
 {
     void *line = nullptr;
-    int64_t length = 0;
+    int64_t length = 0;  // of the line
     const int64_t count = arguments ? arguments->count : 0;
     for (int64_t i = 0; i < count; ++i) {
         const auto *argument = static_cast<const char *>(gettbl(arguments, i));
