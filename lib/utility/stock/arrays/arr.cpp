@@ -1,4 +1,5 @@
-// The associative array: a red-black tree that owns copies of its string keys.
+// The associative array: a red-black tree whose keys are strings, each a copy that the array
+// owns. What goes over all entries is a small function that applyarr calls for each.
 
 #include "stock/arr.h"
 
@@ -29,9 +30,10 @@ int push_value(void *, void *value, void *argument)
     return 0;
 }
 
+// The argument of copy_entry.
 struct Copying {
     Arr *arr;
-    void *(*copy)(void *value);
+    void *(*copy)(void *value);  // null: the new array has the same values
 };
 
 int copy_entry(void *key, void *value, void *argument)
@@ -42,9 +44,10 @@ int copy_entry(void *key, void *value, void *argument)
     return 0;
 }
 
+// The argument of match_key.
 struct KeyMatching {
     const stock::Regex *regex;
-    Tbl *found;
+    Tbl *found;  // gets the keys that match
 };
 
 int match_key(void *key, void *, void *argument)
@@ -55,11 +58,13 @@ int match_key(void *key, void *, void *argument)
     return 0;
 }
 
+// The argument of match_text.
 struct TextMatching {
     const char *text;
     Tbl *found;
 };
 
+// Here the keys are the patterns.
 int match_text(void *key, void *, void *argument)
 {
     const auto *matching = static_cast<const TextMatching *>(argument);
@@ -68,11 +73,12 @@ int match_text(void *key, void *, void *argument)
     return 0;
 }
 
+// Frees both subtrees, then the node's value, its key and the node itself.
 void free_nodes(Rbnode *node, void (*free_value)(void *value))
 {
     if (node == rb_null)
         return;
-    // What is freed after the left side is fetched meanwhile.
+    // These are freed after the left subtree; the processor fetches them meanwhile.
     __builtin_prefetch(node->right);
     __builtin_prefetch(node->key);
     __builtin_prefetch(node->value);

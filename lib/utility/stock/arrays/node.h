@@ -1,4 +1,5 @@
-// What the associative array and the parameter trees use of the tree.
+// Shared: what associative arrays and parameter trees ask of the red-black tree beyond its
+// public functions. They look up and store string keys without a call through the comparison.
 
 #pragma once
 
@@ -9,27 +10,30 @@
 
 namespace stock {
 
-// The order of a tree that was made without one: that of strcmp.
+// The comparison of a tree that was made without one: strcmp.
 int compare_text(const void *a, const void *b);
 
-// Whether the keys are strings in that order.
+// Whether the tree's keys are strings in the order of strcmp.
 inline bool holds_text(const Rbtree *tree)
 {
     return tree->compare == compare_text;
 }
 
-// The value under a key of such a tree, or null. The key need not end with a zero byte.
+// The value under a key of a tree for which holds_text is true, or null. The key need not end
+// with a zero byte.
 void *get_text(const Rbtree *tree, std::string_view key);
 
-// Gives a block for the item, which free takes; null, or the end of the process, without
-// memory.
+// Allocates a block that free takes. Without memory it gives null or ends the process with a
+// message that names the item.
 using Allocate = void *(*)(std::size_t bytes, const char *item);
 
-// Stores the value under a copy of the key, a block of its own. A key that is there
-// keeps its node, and its copy is freed for the new one, unless both are the same text.
-// A zero byte stands behind the key, none in it.
-// Returns the value that the key had; null of a new key, and without memory, when
-// nothing is stored.
+// Stores the value under a copy of the key; the tree owns the copy, a block of its own. When
+// the tree has an equal key, its node gets the new value, and the new copy too if the two texts
+// differ (an own comparison may call different texts equal). The key has no zero byte in it,
+// and one behind it.
+//
+// Returns the value that the key had. Returns null when the key is new, or when allocate gave
+// null and nothing is stored.
 void *set_text(Rbtree *tree, std::string_view key, void *value, Allocate allocate);
 
 }  // namespace stock

@@ -1,16 +1,18 @@
 // The red-black tree after T. H. Cormen, C. E. Leiserson and R. L. Rivest,
 // Introduction to Algorithms, chapter 14.
 //
-// One sentinel stands for every missing child; nothing ever writes to it. The
-// mending after a deletion is told the parent of what may be the sentinel.
-// What is done to one side is a template over the two children and does the
-// other side as well. The descent is a template over the comparison, so that
-// string keys are compared without a call through the tree's pointer.
+// One constant node, the sentinel, stands for every missing child in every tree. The book's
+// deletion writes the sentinel's parent; here mend_after_delete takes the parent as an
+// argument instead, so that threads may use different trees at the same time.
 //
-// The keys of a file mostly come in ascending order. So a tree remembers the node that
-// was put in last, in removed.up, and in removed.colour whether that one went beside the
-// node before it. If so, a new string key is compared with it and with its successor
-// before the tree is descended.
+// The mirrored halves of each algorithm are one template over the two sides. The descent is a
+// template over the comparison, so that string keys are compared without a call through the
+// tree's pointer.
+//
+// The keys of a file mostly come in ascending order. A tree therefore keeps the node that was
+// inserted last in removed.up, and in removed.colour whether that node became a neighbour of
+// the one inserted before it. If so, a new string key is first compared with that node and its
+// successor, and the tree is descended only when the key does not go between the two.
 
 #include "stock/redblack.h"
 
@@ -29,17 +31,27 @@ namespace {
 
 enum { kBlack = 0, kRed = 1 };
 
-Rbnode sentinel = {&sentinel, &sentinel, &sentinel, kBlack, 0, nullptr, nullptr};
+constinit const Rbnode sentinel = {
+    const_cast<Rbnode *>(&sentinel),
+    const_cast<Rbnode *>(&sentinel),
+    const_cast<Rbnode *>(&sentinel),
+    kBlack,
+    0,
+    nullptr,
+    nullptr,
+};
 
-constexpr Rbnode *kNil = &sentinel;
+// Nodes point to the sentinel without const, as to other nodes; nothing writes to it.
+constexpr Rbnode *kNil = const_cast<Rbnode *>(&sentinel);
 
-using Child = Rbnode *Rbnode::*;
+using Child = Rbnode *Rbnode::*;  // &Rbnode::left or &Rbnode::right
 
-// Where a key is or goes: at the equal node, or below the last node visited.
+// Where a key is: at the node with order 0. Or where it goes: below the node, on the left when
+// order is negative, else on the right.
 struct Place {
     Rbnode *node = kNil;
     int order = -1;      // the last comparison: negative, 0 or positive
-    uint32_t start = 0;  // the start of a new node with a string key
+    uint32_t start = 0;  // what Rbnode::start of a new node with a string key will be
 
     bool found() const { return node != kNil && order == 0; }
 };
@@ -47,8 +59,8 @@ struct Place {
 constexpr size_t kStart = sizeof(Rbnode::start);
 static_assert(kStart == 4 && sizeof(Rbnode) == 48);
 
-// Text orders as its first bytes do when they are read as a big-endian number, with
-// zeros behind its end.
+// The first four bytes of a text as a big-endian number, with zeros behind its end. Texts
+// whose numbers differ are ordered as these numbers.
 uint32_t start_of(std::string_view text)
 {
     uint32_t start = 0;
@@ -69,11 +81,11 @@ bool begins_as_all(std::string_view text, const Rbtree *tree)
     return common == 0 || text.starts_with({text_of(tree->root), common});
 }
 
-// Compares a string with the keys of a tree that is not empty. Most comparisons are
-// decided by `start` and do not read the node's key.
-class Probe {
+// Compares one string with the keys of a tree that is not empty. Most comparisons are decided
+// by the nodes' `start` and do not read their keys.
+class TextOrder {
 public:
-    Probe(std::string_view text, const Rbtree *tree)
+    TextOrder(std::string_view text, const Rbtree *tree)
         : text_(text), common_(static_cast<size_t>(tree->common)),
           begins_as_all_(begins_as_all(text, tree))
     {
@@ -81,8 +93,8 @@ public:
             start_ = start_of(text.substr(common_));
     }
 
-    // Of a text that begins as all do, with its start.
-    Probe(std::string_view text, const Rbtree *tree, uint32_t start)
+    // For a text that begins as all keys do; start is that of the text behind the common bytes.
+    TextOrder(std::string_view text, const Rbtree *tree, uint32_t start)
         : text_(text), common_(static_cast<size_t>(tree->common)), begins_as_all_(true),
           start_(start)
     {
@@ -100,6 +112,7 @@ public:
     }
 
 private:
+    // Compares from the byte `at` on; the texts are equal up to there.
     int order_from(size_t at, const Rbnode *node) const
     {
         const char *other = text_of(node) + at;
@@ -114,12 +127,13 @@ private:
     uint32_t start_ = 0;
 };
 
+// Goes down from the root; order(node) compares the key with that of a node.
 template <class Order>
 Place descend(const Rbtree *tree, const Order &order)
 {
     Place place;
     for (Rbnode *node = tree->root; node != kNil;) {
-        // The next node is fetched while the keys are compared.
+        // The processor fetches both children while the keys are compared.
         __builtin_prefetch(node->left);
         __builtin_prefetch(node->right);
         place.node = node;
@@ -133,7 +147,7 @@ Place descend(const Rbtree *tree, const Order &order)
 
 Place locate_text(std::string_view text, const Rbtree *tree)
 {
-    return tree->root == kNil ? Place() : descend(tree, Probe(text, tree));
+    return tree->root == kNil ? Place() : descend(tree, TextOrder(text, tree));
 }
 
 Place locate_untyped(const void *key, const Rbtree *tree)
@@ -141,7 +155,7 @@ Place locate_untyped(const void *key, const Rbtree *tree)
     return descend(tree, [=](const Rbnode *node) { return tree->compare(key, node->key); });
 }
 
-// A null key is no string: no tree of strings holds it.
+// Null is no string, so a tree of strings does not hold it.
 Place locate(const void *key, const Rbtree *tree)
 {
     if (!stock::holds_text(tree))
@@ -157,7 +171,7 @@ Rbnode *find(const void *key, const Rbtree *tree)
     return place.found() ? place.node : kNil;
 }
 
-// The end of the subtree in one direction; kNil when it is empty.
+// The last node of a subtree in the direction of that side; kNil when the subtree is empty.
 template <Child side>
 Rbnode *outermost(Rbnode *node)
 {
@@ -166,8 +180,8 @@ Rbnode *outermost(Rbnode *node)
     return node;
 }
 
-// The neighbour in order: on the far side of `toward`, or the first ancestor
-// that has the node on its other side.
+// The next node in the order of keys, in the direction of `toward`: the nearest one below the
+// node, or the first ancestor that has the node on its `away` side. kNil when there is none.
 template <Child toward, Child away>
 Rbnode *neighbour(Rbnode *node)
 {
@@ -191,8 +205,8 @@ Rbnode *predecessor(Rbnode *node)
     return neighbour<&Rbnode::left, &Rbnode::right>(node);
 }
 
-// Puts `with` where `node` hangs. The sentinel's own parent is left alone: it is
-// shared by all trees.
+// Makes `with` the child of node's parent in place of `node`. `with` may be the sentinel, whose
+// parent is never set.
 void replace_child(Rbtree *tree, const Rbnode *node, Rbnode *with)
 {
     Rbnode *up = node->up;
@@ -206,7 +220,7 @@ void replace_child(Rbtree *tree, const Rbnode *node, Rbnode *with)
         with->up = up;
 }
 
-// Turns the node down to `side`; its child on the other side takes its place.
+// Rotates the node down to `side`; its child on the other side takes its place.
 template <Child side, Child other>
 void rotate(Rbtree *tree, Rbnode *node)
 {
@@ -219,8 +233,8 @@ void rotate(Rbtree *tree, Rbnode *node)
     node->up = child;
 }
 
-// One step up from a red node with a red parent that is its grandparent's
-// `side` child. Gives the node to go on from.
+// One step of the insertion's repair: the node and its parent are red, and the parent is its
+// own parent's `side` child. Gives the node to continue with.
 template <Child side, Child other>
 Rbnode *mend_red(Rbtree *tree, Rbnode *node)
 {
@@ -250,8 +264,9 @@ void mend_after_insert(Rbtree *tree, Rbnode *node)
     tree->root->colour = kBlack;
 }
 
-// One step up from a node (perhaps the sentinel) that lacks a black and is its
-// parent's `side` child. Gives the node to go on from: the root when done.
+// One step of the deletion's repair: the paths through the `side` child of `up`, which may be
+// the sentinel, have one black node too few. Gives the node to continue with, the root when the
+// tree is right again.
 template <Child side, Child other>
 Rbnode *mend_black(Rbtree *tree, Rbnode *up)
 {
@@ -290,7 +305,7 @@ void mend_after_delete(Rbtree *tree, Rbnode *node, Rbnode *up)
         node->colour = kBlack;
 }
 
-// Takes the node out of its place, which its only child takes, and frees it.
+// Removes the node, which has one child at most, from the tree and frees it.
 void splice_out(Rbtree *tree, Rbnode *node)
 {
     Rbnode *child = node->left != kNil ? node->left : node->right;
@@ -309,8 +324,8 @@ void move_entry(const Rbnode *from, Rbnode *to)
     to->value = from->value;
 }
 
-// Removes the node's entry. With two children it takes over its successor's, whose
-// node goes instead.
+// Removes the node's entry. A node with two children takes over the entry of its successor,
+// and that node is removed instead.
 void remove_entry(Rbtree *tree, Rbnode *node)
 {
     if (node->left != kNil && node->right != kNil) {
@@ -321,13 +336,14 @@ void remove_entry(Rbtree *tree, Rbnode *node)
     splice_out(tree, node);
 }
 
-// Keeps an entry for the caller before it is replaced or removed.
+// Copies an entry to tree->removed, where the caller finds it when it is replaced or removed.
 void remember(Rbtree *tree, const Rbnode *node)
 {
     tree->removed.key = node->key;
     tree->removed.value = node->value;
 }
 
+// Sets the start of every node of a subtree, for keys that have so many bytes in common.
 void set_starts(Rbnode *node, size_t common)
 {
     for (; node != kNil; node = node->right) {
@@ -337,9 +353,9 @@ void set_starts(Rbnode *node, size_t common)
     }
 }
 
-// Lets `common` count only bytes that the text begins with too. When it shares less with
-// the keys than they shared so far, all nodes get new starts. `common` never grows in a
-// tree that is not empty, so this happens once for a byte of the first key at most.
+// Lowers tree->common to the number of bytes that the text has in common with all keys; then
+// all nodes get new starts. It never rises in a tree that is not empty, so this happens at
+// most once for each byte of the first key.
 void share_start(Rbtree *tree, std::string_view text)
 {
     if (tree->root == kNil) {
@@ -352,9 +368,9 @@ void share_start(Rbtree *tree, std::string_view text)
     }
 }
 
-// The place between the node that was put in last and its successor; none when the
+// The place between the node that was inserted last and its successor; an empty Place when the
 // key does not go there.
-Place locate_behind_last(const Rbtree *tree, const Probe &order)
+Place locate_behind_last(const Rbtree *tree, const TextOrder &order)
 {
     Rbnode *last = tree->removed.up;
     if (last == kNil || order(last) <= 0)
@@ -367,22 +383,23 @@ Place locate_behind_last(const Rbtree *tree, const Probe &order)
     return order(next) < 0 ? Place{next, -1} : Place();
 }
 
-// Where a string is, or goes if it is going to be inserted.
+// Where a string is or goes. It counts as inserted: tree->common and the starts of all nodes
+// are made to fit it, and whether it follows the last one is noted in removed.colour.
 Place locate_new_text(std::string_view text, Rbtree *tree)
 {
     share_start(tree, text);
     const uint32_t start = start_of(text.substr(static_cast<size_t>(tree->common)));
-    const Probe probe(text, tree, start);
-    Place place = tree->removed.colour ? locate_behind_last(tree, probe) : Place();
+    const TextOrder order(text, tree, start);
+    Place place = tree->removed.colour ? locate_behind_last(tree, order) : Place();
     if (place.node == kNil) {
-        place = descend(tree, probe);
+        place = descend(tree, order);
         tree->removed.colour = place.node == tree->removed.up;
     }
     place.start = start;
     return place;
 }
 
-// Puts a new entry in the block where the key goes.
+// Makes a node of the block and inserts it at the place.
 Rbnode *add_entry(Rbtree *tree, void *block, void *key, void *value, const Place &place)
 {
     auto *node = new (block) Rbnode{kNil, kNil, place.node, kRed, place.start, key, value};
@@ -397,7 +414,7 @@ Rbnode *add_entry(Rbtree *tree, void *block, void *key, void *value, const Place
     return node;
 }
 
-// A copy with a zero byte behind it, null when allocate gives none.
+// A copy of the key with a zero byte behind it; null when allocate gives null.
 char *copy_key(std::string_view key, stock::Allocate allocate)
 {
     auto *copy = static_cast<char *>(allocate(key.size() + 1, "key"));
@@ -406,8 +423,8 @@ char *copy_key(std::string_view key, stock::Allocate allocate)
     return copy;
 }
 
-// Replaces an entry of a tree that owns its keys. Gives the old value; null, with the
-// entry as it was, without memory.
+// Replaces the value, and the key when the two texts differ, of a node in a tree that owns its
+// keys. Gives the old value; null, with nothing changed, when there is no memory.
 void *replace_text(Rbtree *tree, Rbnode *node, std::string_view key, void *value,
                    stock::Allocate allocate)
 {
@@ -432,6 +449,7 @@ void free_nodes(Rbnode *node)
     }
 }
 
+// The node that a mode of rblookup asks for, by the place of its key; kNil when there is none.
 Rbnode *lookup(int mode, const Place &place)
 {
     const bool match = place.order == 0;
@@ -449,7 +467,7 @@ Rbnode *lookup(int mode, const Place &place)
 
 }  // namespace
 
-Rbnode *const rb_null = &sentinel;
+Rbnode *const rb_null = kNil;
 
 namespace stock {
 
