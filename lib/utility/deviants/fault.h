@@ -1,4 +1,5 @@
-// What the report of a fault shares with the platform layer.
+// What the log's report of a fault asks of the platform layer: the texts that show_fault and
+// show_stack_trace print, made without the heap.
 
 #pragma once
 
@@ -7,22 +8,25 @@
 
 namespace stock {
 
-// Writes what show_fault prints into a buffer, cut where it does not fit. Allocates
-// nothing and touches nothing but its arguments.
+// Writes what show_fault prints into a buffer of size bytes, at least one, and cuts what does
+// not fit. Allocates nothing and changes nothing but the buffer.
 void fault_text(int sig, const siginfo_t *info, char *buffer, std::size_t size);
 
-// Where the traces of this thread begin: behind this return address, if it is among
-// those of the stack. Null: with the caller of the trace.
-// As many handlers as Trace_handlers run on top of that one, each with this address.
+// The return address of the handler that reports this thread's fault. A trace begins behind
+// it, where the fault is; null, or an address that is not on the stack: with the caller of the
+// trace. When a handler is interrupted by a further fault, the address stands on the stack once
+// more: Trace_handlers counts these further handlers, and the trace begins behind the last.
 extern constinit thread_local void *Trace_after __attribute__((tls_model("initial-exec")));
 extern constinit thread_local int Trace_handlers __attribute__((tls_model("initial-exec")));
 
-// Runs the function, whose heap may be broken; set by who knows a way out when it
-// faults or blocks. False when it did not come to its end.
+// Runs a function that uses the heap, which a fault may have broken. The log sets Try_on_heap
+// while it reports a crash: then a second fault or a timeout in the function ends that function
+// alone, and the result is false. Null at other times.
 using Attempt = bool (*)(void (*function)(void *argument), void *argument);
 extern constinit thread_local Attempt Try_on_heap __attribute__((tls_model("initial-exec")));
 
-// Lets the system load now what a trace needs, which must not wait for a fault.
+// Has the system load what its stack tracer needs now, because the loader must not run in a
+// signal handler.
 void prepare_stack_trace();
 
 }  // namespace stock

@@ -1,4 +1,4 @@
-// The mount that holds a path, as the system's own list of mounts tells it.
+// The mounted file system that holds a path.
 
 #pragma once
 
@@ -9,7 +9,8 @@ struct Mount {
     char type[128];     // of the file system
 };
 
-// False with errno set when the path cannot be examined or its mount not found.
+// Finds the mount of a path. False, with errno set, when the path cannot be examined or its
+// mount is not found.
 bool find_mount(const char *path, Mount &mount);
 
 }  // namespace stock

@@ -1,5 +1,4 @@
-// What each system says of itself, for the code that all systems share; each has
-// its own system.cpp.
+// Small questions that each system answers in its own way: SYSTEM/system.cpp defines them.
 
 #pragma once
 
@@ -11,39 +10,39 @@ namespace stock {
 // How the file name of a shared library ends, dot included.
 extern const char *const kLibraryEnding;
 
-// Writes the path of the running program's file into a buffer of size bytes. False
-// when the system does not say or the path does not fit.
+// Writes the path of the running program's file into a buffer of size bytes. False when the
+// system does not tell it or it does not fit.
 bool program_file(char *buffer, unsigned size);
 
-// What was added to the addresses of the image that holds this one when it was loaded.
+// The load address of the program or library that holds the address: what was added to the
+// addresses in its file. Null when none holds it.
 const void *loaded_at(const void *address);
 
-// What a stack says of one address. Without a symbol the name is null and the offset
-// counts from loaded_at.
+// One line of a stack trace.
 struct Frame {
-    int index;
+    int index;  // from 0
     const void *address;
-    const char *image;  // null when the address is in none
-    const char *name;
-    std::size_t offset;
+    const char *image;   // the program or library that holds it, or null
+    const char *name;    // of the function; null when it has no symbol
+    std::size_t offset;  // from the function's start, without a symbol from loaded_at
 };
 
-// Lays the frame out as the system's backtrace_symbols does. Returns what snprintf does.
+// Prints the frame as the system's backtrace_symbols does. Returns what snprintf returns.
 int frame_text(const Frame &frame, char *buffer, std::size_t size);
 
-// Takes disk space for so many bytes of a file from its end on, so that they can
-// be written to through a mapping. False, with errno set, when there is none; the
-// file may then have grown or not.
+// Reserves disk space for so many bytes behind the end of a file, so that writing them through
+// a mapping cannot fail. False, with errno set, when the disk has not that much; the file may
+// then have grown or not.
 bool take_disk_space(int fd, std::int64_t end, std::int64_t bytes);
 
-// Renames a file unless there is one of the new name. False, with errno set, when it
-// keeps its name.
+// Renames a file unless a file of the new name exists. False, with errno set, when the file
+// keeps its old name.
 bool rename_new(const char *from, const char *to);
 
 // Sets of vector instructions; each has all of those before it.
 enum class Vectors { none, sse41, avx2, avx512 };
 
-// The widest that this processor runs. May be asked before main.
+// The widest set that this processor has. May be called before main.
 Vectors widest_vectors();
 
 }  // namespace stock

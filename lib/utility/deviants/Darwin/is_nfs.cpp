@@ -1,4 +1,4 @@
-// Whether a file system comes from another host, told by its type.
+// is_nfs: whether a file system comes from another host, told by the name of its type.
 
 #include "deviants.h"
 

@@ -1,4 +1,4 @@
-// The mount that holds a path, as statfs tells it.
+// find_mount: the mount of a path, as statfs tells it.
 
 #include "deviants/mount.h"
 

@@ -1,4 +1,5 @@
-// The numbers of a file system, from statfs: statvfs counts in 32 bits here.
+// std_statvfs: the numbers of a file system. They come from statfs, because this system's
+// statvfs counts in 32 bits.
 
 #include "deviants.h"
 
@@ -13,7 +14,7 @@
 int std_statvfs(const char *path, Statvfs *out)
 {
     struct statfs status;
-    errno = EFAULT;  // what a null path leaves
+    errno = EFAULT;  // for a null path
     const int result = path ? stock::uninterrupted([&] { return statfs(path, &status); }) : -1;
     if (result != 0)
         return result;

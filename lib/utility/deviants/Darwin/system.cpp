@@ -1,4 +1,4 @@
-// What macOS says of itself.
+// The answers of macOS to deviants/system.h.
 
 #include "deviants/system.h"
 
@@ -12,7 +12,7 @@
 #include <mach-o/dyld.h>
 #include <sys/sysctl.h>
 
-// The numbers that programs of this system have been told, where others have others.
+// Programs know these signals by the numbers that they have on this system.
 static_assert(SIGEMT == 7 && SIGBUS == 10 && SIGSYS == 12 && SIGURG == 16 && SIGSTOP == 17 &&
               SIGTSTP == 18 && SIGCONT == 19 && SIGCHLD == 20 && SIGIO == 23 && SIGINFO == 29 &&
               SIGUSR1 == 30 && SIGUSR2 == 31);
@@ -21,7 +21,7 @@ namespace stock {
 
 namespace {
 
-// Whether the processor has what the system calls by that name.
+// Whether the processor has a feature, by the system's name for it.
 bool runs(const char *feature)
 {
     char name[64];

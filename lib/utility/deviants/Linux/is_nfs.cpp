@@ -1,4 +1,4 @@
-// Whether a file system comes from another host, told by its type.
+// is_nfs: whether a file system comes from another host, told by the number of its type.
 
 #include "deviants.h"
 
@@ -33,8 +33,8 @@ constexpr std::uint32_t kRemote[] = {
     0xaad7aaea,  // PanFS
 };
 
-// File systems that a program of a user serves all have one number; the list of
-// mounts tells which program.
+// File systems that a user's program serves (FUSE) all have one number. Their names, in the
+// list of mounts, tell which program that is.
 constexpr std::uint32_t kFuse = 0x65735546;
 constexpr std::string_view kRemoteFuse[] = {
     "fuse.sshfs", "fuse.glusterfs", "fuse.ceph", "fuse.ceph-fuse", "fuse.curlftpfs", "fuse.davfs",

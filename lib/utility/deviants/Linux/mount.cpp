@@ -1,13 +1,12 @@
-// The mount that holds a path, looked up in /proc/self/mountinfo.
+// find_mount: the mount of a path, looked up by its number in /proc/self/mountinfo.
 //
-// An open descriptor's entry under /proc/self/fdinfo gives the number of its
-// mount, and the list of mounts has one line for each number:
+// The entry of an open descriptor under /proc/self/fdinfo gives the number of its mount. The
+// list of mounts has one line for each number, fields separated by one blank:
 //
 //     36 35 98:0 /root /mnt rw,noatime master:1 - nfs server:/export rw
 //
-// Fields are parted by one blank each; a blank inside a field is written as a
-// backslash and three octal digits. Any number of optional fields stands before
-// the "-", the type and the source behind it.
+// Any number of optional fields precede the "-"; the type and the source follow it. A blank in a
+// field is written as a backslash and three octal digits.
 
 #include "deviants/mount.h"
 
@@ -22,6 +21,8 @@
 #include <sys/vfs.h>
 
 #include "base/alloc.h"
+#include "base/ascii.h"
+#include "base/fixed_text.h"
 #include "base/guards.h"
 #include "base/uninterrupted.h"
 
@@ -35,14 +36,15 @@ struct Close {
     }
 };
 
-// The lines of a file, one after the other.
-class Lines {
+// Reads a file line by line.
+class LineReader {
 public:
-    explicit Lines(const char *path) : file_(std::fopen(path, "re")) {}
+    explicit LineReader(const char *path) : file_(std::fopen(path, "re")) {}
 
     explicit operator bool() const { return file_ != nullptr; }
 
-    // The next line without its end.
+    // Sets `line` to the next line without its newline, valid until the next call. False at the
+    // end.
     bool next(std::string_view &line)
     {
         char *text = text_.release();
@@ -62,7 +64,7 @@ private:
     std::size_t size_ = 0;
 };
 
-// Takes the first field off the line.
+// Removes the first field from the line and gives it.
 std::string_view take_field(std::string_view &line)
 {
     const std::string_view field = line.substr(0, line.find(' '));
@@ -70,26 +72,26 @@ std::string_view take_field(std::string_view &line)
     return field;
 }
 
-bool is_octal(char c)
+// Whether the field begins with a backslash and three octal digits.
+bool is_escaped(std::string_view field)
 {
-    return c >= '0' && c <= '7';
+    return field.size() > 3 && field[0] == '\\' && stock::is_octal_digit(field[1]) &&
+           stock::is_octal_digit(field[2]) && stock::is_octal_digit(field[3]);
 }
 
-// Copies a field with its escapes undone; what does not fit is cut.
+// Copies a field with its escapes replaced; what does not fit is cut.
 template <std::size_t size>
 void copy_field(std::string_view field, char (&out)[size])
 {
-    std::size_t length = 0;
-    while (!field.empty() && length < size - 1) {
-        const bool escaped = field.size() > 3 && field[0] == '\\' && is_octal(field[1]) &&
-                             is_octal(field[2]) && is_octal(field[3]);
-        out[length++] =
-            escaped
-                ? static_cast<char>((field[1] - '0') * 64 + (field[2] - '0') * 8 + (field[3] - '0'))
-                : field[0];
+    stock::FixedText text(out, size);
+    while (!field.empty()) {
+        const bool escaped = is_escaped(field);
+        text.add(escaped ? static_cast<char>((field[1] - '0') * 64 + (field[2] - '0') * 8 +
+                                             (field[3] - '0'))
+                         : field[0]);
         field.remove_prefix(escaped ? 4 : 1);
     }
-    out[length] = 0;
+    text.c_str();
 }
 
 // The number of the mount that the descriptor's file is on, or -1.
@@ -98,7 +100,7 @@ long mount_number(int fd)
     constexpr std::string_view kName = "mnt_id:";
     char path[64];
     std::snprintf(path, sizeof path, "/proc/self/fdinfo/%d", fd);
-    Lines lines(path);
+    LineReader lines(path);
     std::string_view line;
     while (lines && lines.next(line))
         if (line.starts_with(kName))
@@ -106,8 +108,8 @@ long mount_number(int fd)
     return -1;
 }
 
-// Fills the mount from a line of the list when it has the number.
-bool is_mount(std::string_view line, long number, stock::Mount &mount)
+// Fills the mount from a line of the list when the line has the number.
+bool read_mount(std::string_view line, long number, stock::Mount &mount)
 {
     if (std::strtol(line.data(), nullptr, 10) != number)
         return false;
@@ -123,7 +125,8 @@ bool is_mount(std::string_view line, long number, stock::Mount &mount)
 
 bool stock::find_mount(const char *path, Mount &mount)
 {
-    // Asking for the numbers brings what is mounted on demand into place.
+    // An automounter mounts what the path needs when it is asked for the numbers; opening with
+    // O_PATH alone does not.
     struct statfs status;
     if (uninterrupted([&] { return statfs(path, &status); }) != 0)
         return false;
@@ -131,12 +134,12 @@ bool stock::find_mount(const char *path, Mount &mount)
     if (fd.get() < 0)
         return false;
     const long number = mount_number(fd.get());
-    Lines lines("/proc/self/mountinfo");
+    LineReader lines("/proc/self/mountinfo");
     if (!lines)
         return false;
     std::string_view line;
     while (lines.next(line))
-        if (is_mount(line, number, mount))
+        if (read_mount(line, number, mount))
             return true;
     errno = ENODEV;
     return false;

@@ -1,4 +1,4 @@
-// The numbers of a file system.
+// std_statvfs: the numbers of a file system, as statvfs gives them.
 
 #include "deviants.h"
 
@@ -11,7 +11,7 @@
 int std_statvfs(const char *path, Statvfs *out)
 {
     struct statvfs status;
-    errno = EFAULT;  // what a null path leaves
+    errno = EFAULT;  // for a null path
     const int result = path ? stock::uninterrupted([&] { return statvfs(path, &status); }) : -1;
     if (result != 0)
         return result;

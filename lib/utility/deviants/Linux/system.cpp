@@ -1,4 +1,4 @@
-// What Linux says of itself.
+// The answers of Linux to deviants/system.h.
 
 #include "deviants/system.h"
 
@@ -55,7 +55,8 @@ bool rename_new(const char *from, const char *to)
 {
     if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
         return true;
-    // Not every file system knows that flag.
+    // Some file systems do not know the flag. There a hard link, which fails when the new name
+    // exists, takes its place.
     if ((errno != EINVAL && errno != ENOSYS) || link(from, to) != 0)
         return false;
     if (unlink(from) == 0)

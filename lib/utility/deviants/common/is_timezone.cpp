@@ -1,35 +1,37 @@
-// Which time zones the system knows.
+// is_timezone: whether the system has a file for a time zone.
 
 #include "deviants.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 
 #include <sys/stat.h>
 
 #include "base/guards.h"
+#include "base/limits.h"
 #include "base/zone_name.h"
 
 namespace {
 
-constexpr std::size_t kPathSize = 1024;
+// The directory of the zones' files: found by the first call, kept for the whole process. Empty
+// when its path is too long; then there are no zones.
+constinit struct {
+    std::once_flag found;
+    char path[stock::kPathSize] = "";
+} Zone_directory;
 
-// The directory of the zones' files, found once. An overlong one holds no zones.
 const char *zone_directory()
 {
-    static const struct Directory {
-        char path[kPathSize] = "";
-        Directory()
-        {
-            const char *setting = getenv("ZONEINFO");
-            if (!setting)
-                setting = "/usr/share/zoneinfo";
-            if (strlen(setting) < sizeof path)
-                strcpy(path, setting);
-        }
-    } directory;
-    return directory.path;
+    std::call_once(Zone_directory.found, [] {
+        const char *setting = getenv("ZONEINFO");
+        if (!setting)
+            setting = "/usr/share/zoneinfo";
+        if (strlen(setting) < sizeof Zone_directory.path)
+            strcpy(Zone_directory.path, setting);
+    });
+    return Zone_directory.path;
 }
 
 }  // namespace
@@ -39,7 +41,7 @@ int is_timezone(const char *name)
     const char *directory = zone_directory();
     if (!name || !stock::stays_inside_zones(name) || !*directory)
         return 0;
-    char path[kPathSize];
+    char path[stock::kPathSize];
     const int length = snprintf(path, sizeof path, "%s/%s", directory, name);
     if (length < 0 || static_cast<size_t>(length) >= sizeof path)
         return 0;

@@ -1,4 +1,4 @@
-// The name of this host.
+// my_hostname: the name of this host up to its first point.
 
 #include "deviants.h"
 

@@ -1,4 +1,4 @@
-// The login name of who runs the program, looked up once and kept.
+// my_username: the login name of the user who runs the program, looked up once and kept.
 
 #include "deviants.h"
 
@@ -12,11 +12,13 @@
 
 namespace {
 
-constexpr size_t kNameSize = 1024;  // as the caller's buffer holds it
+constexpr size_t kNameSize = 1024;  // of the caller's buffer
 
 constinit stock::OrderedLock name_mutex{stock::Place::username};
-char kept_name[kNameSize];  // empty until it was found
+char kept_name[kNameSize];  // guarded by name_mutex; empty until the name is found
 
+// Sets `name` to the name in the password list; leaves it alone when there is none, or one that
+// does not fit.
 void look_up(char (&name)[kNameSize])
 {
     stock::with_passwd([](auto... rest) { return getpwuid_r(getuid(), rest...); },
@@ -26,6 +28,7 @@ void look_up(char (&name)[kNameSize])
                        });
 }
 
+// Copies the kept name. False when there is none yet.
 bool copy_kept(char *buffer)
 {
     const std::lock_guard lock(name_mutex);
@@ -40,7 +43,7 @@ int my_username(char *buffer)
     if (copy_kept(buffer))
         return 0;
     char name[kNameSize] = "";
-    look_up(name);  // asks for memory, and so without the lock
+    look_up(name);  // without the lock, because it asks for memory
     {
         const std::lock_guard lock(name_mutex);
         if (!*kept_name)

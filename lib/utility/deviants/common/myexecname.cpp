@@ -1,4 +1,4 @@
-// The program's name, as the start-up code of the C library recorded it.
+// getexecname: the program's name, as the C library's start-up code recorded it.
 
 #include "deviants.h"
 

@@ -1,4 +1,5 @@
-// Whether memory can be read: a system that cannot tell says nothing against it.
+// nomem: whether memory can be read. This one does not know and refuses no memory. A program
+// that knows more defines a nomem of its own, which takes the place of this weak symbol.
 
 #include "deviants.h"
 

@@ -1,13 +1,12 @@
-// What the information of a signal says about a fault.
+// show_fault: the cause of a fault, from the information that came with its signal.
 //
-// The rows go by the system's names of the codes; systems number them differently.
+// Tables give the text for each code. Their rows name the codes by the system's constants,
+// because systems number them differently.
 
 #include <csignal>
-#include <cstdarg>
-#include <cstdint>
 #include <cstdio>
-#include <iterator>
 
+#include "base/fixed_text.h"
 #include "base/guards.h"
 #include "deviants.h"
 #include "deviants/fault.h"
@@ -16,42 +15,15 @@ namespace stock {
 
 namespace {
 
-// A text that grows in a buffer and is cut at its end.
-class Text {
-public:
-    Text(char *buffer, std::size_t size) : at_(buffer), room_(size)
-    {
-        if (room_ > 0)
-            *at_ = '\0';
-    }
-
-    [[gnu::format(printf, 2, 3)]] void add(const char *format, ...)
-    {
-        va_list args;
-        va_start(args, format);
-        const int length = std::vsnprintf(at_, room_, format, args);
-        va_end(args);
-        if (length < 0 || room_ == 0)
-            return;
-        const std::size_t moved =
-            static_cast<std::size_t>(length) < room_ ? static_cast<std::size_t>(length) : room_ - 1;
-        at_ += moved;
-        room_ -= moved;
-    }
-
-private:
-    char *at_;
-    std::size_t room_;
-};
-
+// What a code of a signal means.
 struct Reason {
     int code;
     const char *text;
 };
 
 // clang-format off
-// The spelling is meant.
-constexpr Reason kIll[] = {
+// Meant: "priviledged opcom" is spelt so.
+constexpr Reason kIllReasons[] = {
     {ILL_ILLOPC, "illegal opcode"},
     {ILL_PRVOPC, "priviledged opcom"},
     {ILL_ILLOPN, "illegal operand"},
@@ -61,7 +33,7 @@ constexpr Reason kIll[] = {
     {ILL_BADSTK, "internal stack error"},
 };
 
-constexpr Reason kFpe[] = {
+constexpr Reason kFpeReasons[] = {
     {FPE_FLTDIV, "floating point divide by zero"},
     {FPE_FLTOVF, "floating point overflow"},
     {FPE_FLTUND, "floating point underflow"},
@@ -72,22 +44,19 @@ constexpr Reason kFpe[] = {
     {FPE_INTOVF, "integer overflow"},
 };
 
-constexpr Reason kBus[] = {
+constexpr Reason kBusReasons[] = {
     {BUS_ADRALN, "invalid address alignment"},
     {BUS_ADRERR, "non-existent physical address"},
     {BUS_OBJERR, "object specific hardware error"},
 };
 
-constexpr Reason kSegv[] = {
+constexpr Reason kSegvReasons[] = {
     {SEGV_MAPERR, "address not mapped to object"},
     {SEGV_ACCERR, "invalid permissions for mapped object"},
 };
 // clang-format on
 
-// How a signal was sent, by its code less kFirstType.
-constexpr const char *kTypes[] = {"SI_USER", "SI_QUEUE", "SI_TIMER", "SI_ASYNCIO", "SI_MESGQ"};
-constexpr std::int64_t kFirstType = 0x10001;
-
+// The text of a code, or null when the table does not have it.
 template <std::size_t size>
 const char *reason(const Reason (&reasons)[size], int code)
 {
@@ -97,67 +66,71 @@ const char *reason(const Reason (&reasons)[size], int code)
     return nullptr;
 }
 
-void address(Text &text, const siginfo_t &info)
+void add_address(FixedText &text, const siginfo_t &info)
 {
-    text.add("  Attempt to reference address: %p\n", info.si_addr);
+    text.addf("  Attempt to reference address: %p\n", info.si_addr);
 }
 
-void ill(Text &text, const siginfo_t &info)
+void add_ill(FixedText &text, const siginfo_t &info)
 {
-    const char *why = reason(kIll, info.si_code);
-    text.add("  Reason:%s si_code=%d\n", why ? why : "unrecognized SIGILL", info.si_code);
+    const char *why = reason(kIllReasons, info.si_code);
+    text.addf("  Reason:%s si_code=%d\n", why ? why : "unrecognized SIGILL", info.si_code);
 }
 
-void fpe(Text &text, const siginfo_t &info)
+void add_fpe(FixedText &text, const siginfo_t &info)
 {
-    const char *why = reason(kFpe, info.si_code);
-    text.add("  %s si_code=%d\n", why ? why : "unrecognized SIGFPE", info.si_code);
+    const char *why = reason(kFpeReasons, info.si_code);
+    text.addf("  %s si_code=%d\n", why ? why : "unrecognized SIGFPE", info.si_code);
 }
 
-void bus(Text &text, const siginfo_t &info)
+void add_bus(FixedText &text, const siginfo_t &info)
 {
-    const char *why = reason(kBus, info.si_code);
+    const char *why = reason(kBusReasons, info.si_code);
     if (!why)
         return;
-    text.add("  %s\n", why);
+    text.addf("  %s\n", why);
     if (info.si_code != BUS_ADRALN)
-        address(text, info);
+        add_address(text, info);
 }
 
-void segv(Text &text, const siginfo_t &info)
+void add_segv(FixedText &text, const siginfo_t &info)
 {
-    if (const char *why = reason(kSegv, info.si_code))
-        text.add("  %s\n", why);
+    if (const char *why = reason(kSegvReasons, info.si_code))
+        text.addf("  %s\n", why);
     else
-        text.add("  unrecognized SIGSEGV si->si_code = %d\n", info.si_code);
-    address(text, info);
+        text.addf("  unrecognized SIGSEGV si->si_code = %d\n", info.si_code);
+    add_address(text, info);
 }
 
-// Meant: only a negative code counts as sent by a process, and its name is looked for
-// from 0x10001 on, also where those codes are positive.
-void sent(Text &text, const siginfo_t &info)
+// Meant: the type is always "unrecognized". Types are numbered from 0x10001 on, and only a
+// negative code comes here.
+void add_sender(FixedText &text, const siginfo_t &info)
 {
-    const std::int64_t type = info.si_code - kFirstType;
-    const bool known = type >= 0 && type < std::ssize(kTypes);
-    text.add("  signal sent by pid %d, user %d\n", static_cast<int>(info.si_pid),
-             static_cast<int>(info.si_uid));
-    text.add("  Type: %s si->si_code = %d\n", known ? kTypes[type] : "unrecognized", info.si_code);
+    text.addf("  signal sent by pid %d, user %d\n", static_cast<int>(info.si_pid),
+              static_cast<int>(info.si_uid));
+    text.addf("  Type: unrecognized si->si_code = %d\n", info.si_code);
+}
+
+void add_fault(FixedText &text, int sig, const siginfo_t *info)
+{
+    if (info && info->si_code < 0)
+        return add_sender(text, *info);
+    switch (info ? sig : 0) {
+    case SIGILL: return add_ill(text, *info);
+    case SIGFPE: return add_fpe(text, *info);
+    case SIGBUS: return add_bus(text, *info);
+    case SIGSEGV: return add_segv(text, *info);
+    default: text.addf("  no additional information available about signal\n");
+    }
 }
 
 }  // namespace
 
 void fault_text(int sig, const siginfo_t *info, char *buffer, std::size_t size)
 {
-    Text text(buffer, size);
-    if (info && info->si_code < 0)
-        return sent(text, *info);
-    switch (info ? sig : 0) {
-    case SIGILL: return ill(text, *info);
-    case SIGFPE: return fpe(text, *info);
-    case SIGBUS: return bus(text, *info);
-    case SIGSEGV: return segv(text, *info);
-    default: text.add("  no additional information available about signal\n");
-    }
+    FixedText text(buffer, size);
+    add_fault(text, sig, info);
+    text.c_str();
 }
 
 }  // namespace stock

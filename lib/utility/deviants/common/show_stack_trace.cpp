@@ -1,7 +1,7 @@
-// The calling thread's stack as text.
+// show_stack_trace: the calling thread's stack as text.
 //
-// The lines are laid out here as backtrace_symbols lays them out, one at a time in a
-// buffer on the stack: that function allocates, and the heap may be what is broken.
+// The lines look as backtrace_symbols prints them. That function allocates, which a process
+// whose heap is broken cannot do; here each line is built in a buffer on the stack.
 
 #include <algorithm>
 #include <cstdio>
@@ -14,6 +14,7 @@
 #include <execinfo.h>
 #include <unistd.h>
 
+#include "base/fixed_text.h"
 #include "base/guards.h"
 #include "deviants.h"
 #include "deviants/fault.h"
@@ -27,51 +28,55 @@ constinit thread_local Attempt Try_on_heap = nullptr;
 
 namespace {
 
-constexpr int kFrames = 128;
+constexpr int kMaxFrames = 128;
 constexpr std::size_t kLineSize = 2048;
 constexpr std::size_t kNameSize = 1024;
 constexpr std::string_view kHeading = "\n\nStack\n";
 
+// The return addresses of the stack, innermost call first.
 struct Stack {
-    void *addresses[kFrames];
+    void *addresses[kMaxFrames];
     int count;
-    int first;  // those before are the tracer's own
+    int first;  // where the trace begins; the functions before are the tracer's own
 };
 
-// The position of an address among those of the stack from start on, or -1.
-int position(const Stack &stack, const void *address, int start = 0)
+// The index of an address in the stack, searched from `start` on, or -1.
+int index_of(const Stack &stack, const void *address, int start = 0)
 {
     void *const *end = stack.addresses + stack.count;
     void *const *found = std::find(stack.addresses + start, end, address);
     return found == end ? -1 : static_cast<int>(found - stack.addresses);
 }
 
-// The position behind the handler of the fault, or 0.
-int position_of_fault(const Stack &stack)
+// The index behind the handler of the fault, see deviants/fault.h; 0 when there is none.
+int index_of_fault(const Stack &stack)
 {
     int fault = 0;
     for (int handler = 0; handler <= Trace_handlers; ++handler)
-        if (const int found = position(stack, Trace_after, fault); found >= 0)
+        if (const int found = index_of(stack, Trace_after, fault); found >= 0)
             fault = found + 1;
     return fault;
 }
 
-// Takes the stack, which begins with the function that called the tracer.
-[[gnu::noinline]] void take(Stack &stack, const void *caller)
+// Reads the stack. The trace begins with `caller`, which called the tracer, or with the fault.
+// Not inlined, so that its own frame does not depend on the optimiser.
+[[gnu::noinline]] void read_stack(Stack &stack, const void *caller)
 {
-    stack.count = backtrace(stack.addresses, kFrames);
-    stack.first = std::max(position(stack, caller), 0);
+    stack.count = backtrace(stack.addresses, kMaxFrames);
+    stack.first = std::max(index_of(stack, caller), 0);
     if (Trace_after)
-        stack.first = std::max(stack.first, position_of_fault(stack));
+        stack.first = std::max(stack.first, index_of_fault(stack));
     if (stack.first >= stack.count)
         stack.first = 0;
 }
 
+// The argument of demangle.
 struct Demangling {
     const char *name;
     char *text;  // kNameSize bytes
 };
 
+// Writes the demangled name; leaves the text alone when there is none. It uses the heap.
 void demangle(void *argument)
 {
     const auto *job = static_cast<const Demangling *>(argument);
@@ -83,7 +88,8 @@ void demangle(void *argument)
     std::free(plain);
 }
 
-// The name as it is written in C++, in a buffer of kNameSize bytes; other names as they are.
+// A name of C++ as sources write it, in `text`, a buffer of kNameSize bytes. Other names, and
+// those that cannot be demangled, as they are.
 const char *plain_name(const char *name, char *text)
 {
     *text = '\0';
@@ -120,26 +126,15 @@ void print(std::string_view text)
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
-// What is left of a buffer that is filled from its start.
-struct Room {
-    char *at;
-    std::size_t size;
-
-    void add(std::string_view text)
-    {
-        at += text.copy(at, text.size());
-        size -= text.size();
-    }
-};
-
-// Adds a line while it fits, else as much of it as does. False when the text is at its end.
-bool add_line(Room &room, std::string_view text)
+// Adds a line, cut so that its newline fits. False when the text is full, so that no further
+// line is added.
+bool add_line(FixedText &text, std::string_view line)
 {
-    const bool whole = room.size >= text.size() + 2;
-    if (!whole && room.size < 2)
+    const bool whole = text.room() > line.size();
+    if (text.room() == 0)
         return false;
-    room.add(whole ? text : text.substr(0, room.size - 2));
-    room.add("\n");
+    text.add(line.substr(0, text.room() - 1));
+    text.add('\n');
     return whole;
 }
 
@@ -159,7 +154,7 @@ void show_stack_trace(void)
 {
     const KeepErrno keep;
     Stack stack;
-    take(stack, __builtin_return_address(0));
+    read_stack(stack, __builtin_return_address(0));
     std::fflush(stderr);
     // A single write: the heading stands together whatever other threads print.
     (void)!::write(STDERR_FILENO, kHeading.data(), kHeading.size());
@@ -177,13 +172,13 @@ void show_stack_trace_string(int size, char *buffer)
         return;
     const KeepErrno keep;
     Stack stack;
-    take(stack, __builtin_return_address(0));
+    read_stack(stack, __builtin_return_address(0));
     std::memset(buffer, 0, static_cast<std::size_t>(size));
-    Room room{buffer, static_cast<std::size_t>(size)};
-    const bool heading = room.size > kHeading.size();
-    room.add(kHeading.substr(0, room.size - 1));
-    char text[kLineSize];
+    FixedText text(buffer, static_cast<std::size_t>(size));
+    text.add(kHeading);
+    const bool heading = text.size() == kHeading.size();
+    char one[kLineSize];
     for (int i = stack.first; heading && i < stack.count; ++i)
-        if (!add_line(room, line(stack, i, text)))
+        if (!add_line(text, line(stack, i, one)))
             break;
 }

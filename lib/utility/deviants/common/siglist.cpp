@@ -1,5 +1,5 @@
-// The signals that have a name, with the numbers that the system gives them. Two of them
-// are not on every system.
+// Siglist: the names of the signals, with the numbers that the system gives them. INFO and EMT
+// are not on every system. The first row with a number names it.
 
 #include "deviants.h"
 
@@ -22,7 +22,7 @@ const Signame Siglist[] = {
     {"QUIT", SIGQUIT},
     {"ILL", SIGILL},
     {"TRAP", SIGTRAP},
-    {"IOT", SIGIOT},    // before ABRT: names signal 6
+    {"IOT", SIGIOT},    // before ABRT: signal 6 is IOT
     {"ABRT", SIGABRT},
     {"FPE", SIGFPE},
     {"BUS", SIGBUS},

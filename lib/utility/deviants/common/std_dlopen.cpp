@@ -1,4 +1,4 @@
-// The suite's shared libraries, from the installation root.
+// std_dlopen: loads a shared library of the installation.
 
 #include "deviants.h"
 
@@ -12,14 +12,14 @@
 
 bool stock::library_path(const char *name, char *path)
 {
-    const int length = *name == '/' ? snprintf(path, kLibraryPathSize, "%s", name)
-                                    : snprintf(path, kLibraryPathSize, "%s/lib/lib%s%s",
-                                               gettaluvine(), name, stock::kLibraryEnding);
-    return length >= 0 && length < kLibraryPathSize;
+    const int length = *name == '/' ? snprintf(path, kPathSize, "%s", name)
+                                    : snprintf(path, kPathSize, "%s/lib/lib%s%s", gettaluvine(),
+                                               name, kLibraryEnding);
+    return length >= 0 && static_cast<std::size_t>(length) < kPathSize;
 }
 
 void *std_dlopen(const char *name)
 {
-    char path[stock::kLibraryPathSize];
+    char path[stock::kPathSize];
     return name && stock::library_path(name, path) ? dlopen(path, RTLD_LAZY) : nullptr;
 }

@@ -1,4 +1,4 @@
-// The current time.
+// std_now: the current time in seconds since 1970.
 
 #include "deviants.h"
 

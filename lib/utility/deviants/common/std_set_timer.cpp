@@ -1,4 +1,4 @@
-// The one interval timer of the process.
+// std_set_timer: sets the process's one interval timer and its handler.
 
 #include "deviants.h"
 
@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr double kMaxSeconds = 1e18;  // far beyond any system's, and within time_t
+constexpr double kMaxSeconds = 1e18;  // more than any system takes, and within time_t
 
 int arm(double seconds)
 {
@@ -22,7 +22,7 @@ int arm(double seconds)
         return -1;
     }
     const double whole = std::floor(seconds);
-    const bool countable = std::fabs(whole) < kMaxSeconds;  // no number is not
+    const bool countable = std::fabs(whole) < kMaxSeconds;  // false for NaN
     timer.it_value.tv_sec = countable ? static_cast<time_t>(whole) : -1;
     timer.it_value.tv_usec =
         countable ? static_cast<suseconds_t>((seconds - whole) * 1'000'000) : 0;

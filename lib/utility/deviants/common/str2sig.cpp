@@ -1,4 +1,4 @@
-// Signals by name and by number.
+// str2sig and sig2str: signals by name and by number.
 
 #include "deviants.h"
 
