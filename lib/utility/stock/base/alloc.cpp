@@ -1,4 +1,4 @@
-// Allocation that does not fail: it succeeds or ends the process.
+// The allocation helpers that are not inline, and the text of the out-of-memory message.
 
 #include "base/alloc.h"
 
@@ -24,7 +24,7 @@ void out_of_memory(std::size_t bytes, const char *item, const char *function, in
 {
     if (errno == 0)
         errno = ENOMEM;
-    char text[1024];
+    char text[1024];  // a longer message is cut
     std::snprintf(text, sizeof text,
                   "Out of memory in %s at line %d of '%s'\n\tCan't malloc %lu bytes for %s\n",
                   function, line, base_name(file), static_cast<unsigned long>(bytes), item);

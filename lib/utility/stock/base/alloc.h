@@ -1,9 +1,8 @@
-// The one way to allocate what lives past a call.
+// The one way to allocate memory that outlives a call: it succeeds or ends the process.
 //
-// A failure ends the process through elog_die with the out-of-memory message,
-// which names the item, the calling function, its line and its file. The last
-// three are the caller's own, filled in by the default arguments; a function
-// whose message carries a fixed name or line passes them.
+// A failure ends the process with a message that names the item, the calling function, its
+// line and its file. The default arguments fill in the last three; a function whose message
+// has a fixed name or line passes them.
 
 #pragma once
 
@@ -15,14 +14,13 @@
 
 namespace stock {
 
-// Ends the process with the out-of-memory message. Nothing is allocated for it that
-// can be done without; should the report itself need memory that is not there, the
-// finished text goes straight to standard error.
+// Ends the process with the out-of-memory message. When reporting it runs out of memory as
+// well, the message is printed on standard error without the log.
 [[noreturn]] void out_of_memory(std::size_t bytes, const char *item,
                                 const char *function = __builtin_FUNCTION(),
                                 int line = __builtin_LINE(), const char *file = __builtin_FILE());
 
-// Never null and never less than one byte. Release with free.
+// A new block of at least one byte, never null. The caller frees it with free.
 inline void *allocate(std::size_t bytes, const char *item,
                       const char *function = __builtin_FUNCTION(), int line = __builtin_LINE(),
                       const char *file = __builtin_FILE())
@@ -38,16 +36,18 @@ void *allocate_zeroed(std::size_t bytes, const char *item,
                       const char *function = __builtin_FUNCTION(), int line = __builtin_LINE(),
                       const char *file = __builtin_FILE());
 
-// The block grown or shrunk to bytes; the old address is no longer valid.
+// The block with a new size, moved if need be: the old address is no longer valid. A null
+// block gives a new one.
 void *reallocate(void *block, std::size_t bytes, const char *item,
                  const char *function = __builtin_FUNCTION(), int line = __builtin_LINE(),
                  const char *file = __builtin_FILE());
 
-// A copy of the text, which must not be null.
+// A copy of the text, which must not be null. The caller frees it with free.
 char *copy_text(const char *text, const char *item, const char *function = __builtin_FUNCTION(),
                 int line = __builtin_LINE(), const char *file = __builtin_FILE());
 
-// count items of size bytes; a product that overflows is more than there is.
+// The bytes of `count` items of `size` bytes. When the product overflows, the largest number,
+// which no allocation grants.
 constexpr std::size_t bytes_for(std::int64_t count, std::int64_t size)
 {
     std::size_t bytes = 0;

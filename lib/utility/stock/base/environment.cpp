@@ -1,4 +1,4 @@
-// The lock of the process's environment: who takes it stands in environment.h.
+// The lock of the process's environment; environment.h says which functions hold it.
 
 #include "base/environment.h"
 

@@ -1,7 +1,7 @@
 // The lock of the process's environment.
 //
-// setenv, putenv and tzset are not safe against each other in different threads, so
-// every function of the library that changes the environment holds this lock.
+// setenv, putenv and tzset in different threads disturb each other, so every function of the
+// library that changes the environment holds this lock.
 
 #pragma once
 
@@ -9,9 +9,9 @@
 
 namespace stock {
 
-// Held from switchTZ to restoreTZ and while the installation root is entered; a thread may
-// take it again. Messages are not reported with it held: who must end the process calls
-// give_up first.
+// A thread holds it from switchTZ to restoreTZ, and while it enters the installation root. It
+// may take it again. It reports no messages meanwhile; a function that must end the process
+// calls give_up first.
 extern RecursiveLock environment_lock;
 
 }  // namespace stock

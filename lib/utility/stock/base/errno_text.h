@@ -1,4 +1,4 @@
-// What an error number means, into the caller's buffer.
+// The text of an error number, safe in every thread.
 
 #pragma once
 
@@ -6,21 +6,22 @@
 
 namespace stock {
 
-// strerror_r gives the text, or a status and leaves the text in the buffer.
-inline char *what_it_gave(char *text, char *)
+// Systems declare strerror_r in two ways: one returns the text, the other a status and writes
+// the text to the buffer. The overloads pick the text for either.
+inline char *strerror_text(char *text, char *)
 {
     return text;
 }
-inline char *what_it_gave(int, char *buffer)
+inline char *strerror_text(int, char *buffer)
 {
     return buffer;
 }
 
-// The text, in the buffer or a constant; null or empty when there is none.
+// The text of the error, in the buffer or in a constant. Null or empty when there is none.
 inline char *errno_text(int error, char *buffer, std::size_t size)
 {
     *buffer = '\0';
-    return what_it_gave(strerror_r(error, buffer, size), buffer);
+    return strerror_text(strerror_r(error, buffer, size), buffer);
 }
 
 }  // namespace stock

@@ -49,7 +49,7 @@ public:
 
     void add(std::string_view text) { length_ += text.copy(text_ + length_, room()); }
 
-    // Adds what printf prints, in the process's locale.
+    // Adds what printf prints. Unlike the functions below it follows the process's locale.
     [[gnu::format(printf, 2, 3)]] void addf(const char *format, ...)
     {
         va_list args;
@@ -67,21 +67,24 @@ public:
             text_[length_++] = c;
     }
 
-    // %d, for whole numbers of up to 64 bits.
+    // The next functions add what printf prints for the format in their comment.
+
+    // %d
     void number(std::int64_t value) { whole(value, 0, ' '); }
 
-    // %0WIDTHd and %WIDTHd.
+    // %0WIDTHd and %WIDTHd
     void zeros(std::int64_t value, std::size_t width) { whole(value, width, '0'); }
     void blanks(std::int64_t value, std::size_t width) { whole(value, width, ' '); }
 
-    // %WIDTH.DIGITSf, with '0' as padding %0WIDTH.DIGITSf. Width at most 32, digits at most 5.
+    // %WIDTH.DIGITSf, or %0WIDTH.DIGITSf when the padding is '0'; digits at most 5
     void fixed(double value, std::size_t width, int digits, char padding = ' ')
     {
         const double scale = kTens[digits];
         const double scaled = value * scale;
         const double below = std::trunc(scaled);
         const double rest = scaled - below;
-        // Closer to a tie than the product is exact, or not a small number above 0: the long way.
+        // The product is rounded: near a half it cannot tell which way printf rounds. Negative,
+        // large and special values are left to the exact way as well.
         if (!(value >= 0 && scaled < 1e12) || std::signbit(value) || std::fabs(rest - 0.5) < 1e-3)
             return fixed_exactly(value, width, digits, padding);
         const auto units = static_cast<std::int64_t>(below) + (rest > 0.5);
@@ -108,7 +111,7 @@ private:
 
     void whole(std::int64_t value, std::size_t width, char padding)
     {
-        // Two digits, which most fields are, without a conversion.
+        // Most numbers of times have two digits; they need no conversion.
         if (width == 2 && value >= 0 && value < 100) {
             add(value < 10 ? padding : static_cast<char>('0' + value / 10));
             return add(static_cast<char>('0' + value % 10));
@@ -127,7 +130,7 @@ private:
                std::isfinite(value) ? padding : ' ');
     }
 
-    // Zeros stand behind a sign, blanks before it.
+    // Adds the number with padding in front: zeros behind its sign, blanks before it.
     void padded(std::string_view number, std::size_t width, char padding)
     {
         if (padding == '0' && number.starts_with('-')) {

@@ -1,4 +1,4 @@
-// What must be undone on every way out of a function.
+// Guards: their destructors undo something on every way out of a function.
 
 #pragma once
 
@@ -10,7 +10,7 @@
 
 namespace stock {
 
-// Leaves errno as it was found.
+// Restores errno to the value that it had.
 class KeepErrno {
 public:
     KeepErrno() noexcept : saved_(errno) {}
@@ -22,7 +22,7 @@ private:
     int saved_;
 };
 
-// Owns an open descriptor and closes it on every way out, errno untouched.
+// Owns a file descriptor and closes it, errno untouched. A negative one is none.
 class Fd {
 public:
     explicit Fd(int fd) noexcept : fd_(fd) {}

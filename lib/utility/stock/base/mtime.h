@@ -1,4 +1,4 @@
-// When a file was changed last, to the fraction of a second that the system keeps.
+// The time of a file's last change, with the fraction of a second that the system keeps.
 
 #pragma once
 
@@ -6,7 +6,8 @@
 
 namespace stock {
 
-// The name of the field is the one thing that systems do not agree on.
+// In seconds since 1970. Status is struct stat; it is a template argument because systems name
+// its field differently.
 template <class Status>
 double modification_time(const Status &status)
 {

@@ -1,4 +1,4 @@
-// Conversions between kinds of numbers that are defined for every value.
+// Conversions between types of numbers that are defined for every value.
 
 #pragma once
 
@@ -8,11 +8,11 @@
 
 namespace stock {
 
-// The value cut to the limits of I, its fraction dropped; 0 for what is not a number.
+// The value without its fraction, cut to the limits of the integer type I; 0 for NaN.
 template <class I>
 constexpr I saturated(double value)
 {
-    // The upper limit may not be a double itself; the power of two above it is.
+    // A double may not hold the upper limit, but it holds the power of two above it.
     constexpr double end = -static_cast<double>(std::numeric_limits<I>::min());
     if (value != value)
         return 0;
@@ -23,7 +23,7 @@ constexpr I saturated(double value)
     return static_cast<I>(value);
 }
 
-// The same for a whole number.
+// A whole number cut to the limits of int.
 constexpr int saturated_int(std::int64_t value)
 {
     if (value > std::numeric_limits<int>::max())
@@ -33,7 +33,7 @@ constexpr int saturated_int(std::int64_t value)
     return static_cast<int>(value);
 }
 
-// The quotient rounded down.
+// The quotient rounded down, where the language's integer division rounds towards 0.
 constexpr std::int64_t floor_div(std::int64_t value, std::int64_t by)
 {
     const std::int64_t quotient = value / by;

@@ -1,4 +1,7 @@
-// The check of the order in which locks are taken.
+// The check of the order in which locks are taken, in builds that have it.
+//
+// Each thread has a set of the places whose locks it holds. Taking a lock is refused when the
+// set has the same place or a later one.
 
 #include "base/ordered_lock.h"
 
@@ -22,7 +25,8 @@ constexpr std::string_view kNames[] = {
 };
 static_assert(std::size(kNames) == static_cast<std::size_t>(Place::username) + 1);
 
-// One bit for each place. The model keeps the access from allocating.
+// The places whose locks this thread holds, one bit each. With the initial-exec model its first
+// use does not allocate.
 constinit thread_local std::uint32_t Held __attribute__((tls_model("initial-exec"))) = 0;
 
 constexpr std::uint32_t bit_of(Place place)
@@ -30,7 +34,7 @@ constexpr std::uint32_t bit_of(Place place)
     return std::uint32_t{1} << static_cast<unsigned>(place);
 }
 
-// With nothing but write: the log has locks of its own.
+// Prints with write alone, because the log would take locks itself, and ends the process.
 [[noreturn]] void refuse(std::string_view taken, std::string_view held)
 {
     for (const std::string_view piece :

@@ -1,11 +1,11 @@
-// Mutexes that know their place in the order in which locks are taken.
+// Mutexes with a place in the order in which locks are taken.
 //
-// A thread that holds a lock takes only locks whose places come later, so that no two
-// threads ever wait for each other. Builds for debugging and for the sanitizers check
-// this: a lock that is taken against the order ends the process at once with a message
-// that names both locks. In other builds an OrderedLock is a std::mutex and nothing more.
+// A thread that holds a lock takes only locks of later places, so that no two threads ever wait
+// for each other. Builds for debugging and for the sanitizers check this: a lock taken against
+// the order ends the process at once with a message that names both locks. In other builds an
+// OrderedLock is no more than a std::mutex.
 //
-// docs/architecture.md says what each lock guards.
+// docs/architecture.md says which lock each place has and what it guards.
 
 #pragma once
 
@@ -26,23 +26,23 @@
 
 namespace stock {
 
-// From the first lock that a thread may take to the last. Messages are reported and memory
-// is asked for with nothing held that stands behind log.
+// From the first lock that a thread may take to the last. A thread that holds one of a place
+// behind `log` reports no message and asks for no memory.
 enum class Place : std::uint8_t {
-    grave,       // bury.cpp
-    methods,     // usermethod.cpp
-    log,         // elog.cpp
-    zone,        // str2epoch.cpp
-    root,        // gettaluvine.cpp
-    mappings,    // mapfile.cpp
-    view,        // mapfile.cpp
-    directory,   // is_file.cpp, one for each function
-    trees,       // known.cpp
-    references,  // pfinterpret.cpp
-    parse,       // pfin.cpp
-    tokens,      // str2epoch.cpp
-    formats,     // time.cpp, time_formats.cpp
-    username,    // my_username.cpp
+    grave,       // the state file
+    methods,     // the library of user methods
+    log,         // the messages and the log's settings
+    zone,        // the environment, TZ above all
+    root,        // the installation root
+    mappings,    // the mapped files
+    view,        // the last view of a mapped file
+    directory,   // the reading of a directory
+    trees,       // the registered parameter trees
+    references,  // parameter trees that other trees refer to
+    parse,       // the buffers of parsing
+    tokens,      // the scanner of times
+    formats,     // the default formats of times
+    username,    // the user's name
 };
 
 namespace lock_order {
@@ -53,8 +53,8 @@ void check(Place place);
 void note_taken(Place place);
 void note_given_up(Place place);
 
-// Forgets what this thread holds. A signal handler that ends the process may have
-// interrupted a thread that holds anything; its waiting is limited by a timer instead.
+// Empties this thread's set of held locks. For a signal handler that ends the process: it may
+// have interrupted its thread while that held any locks, and a timer limits its waiting.
 void forget();
 #else
 constexpr void check(Place) {}
@@ -79,7 +79,7 @@ public:
         mutex_.lock();
         lock_order::note_taken(place());
     }
-    // Never waits, so any order will do.
+    // Needs no order, because it never waits.
     bool try_lock()
     {
         const bool taken = mutex_.try_lock();
@@ -109,7 +109,7 @@ private:
     std::mutex mutex_;
 };
 
-// One that its holder may take again.
+// A lock that the thread which holds it may take again.
 class RecursiveLock {
 public:
     explicit constexpr RecursiveLock(Place place) : lock_(place) {}
@@ -131,8 +131,8 @@ public:
         lock_.unlock();
     }
 
-    // Gives the lock up however often this thread has taken it: what comes next ends the
-    // process, and reporting that may need other locks.
+    // Releases the lock however often this thread has taken it. For a thread that is about to
+    // end the process: reporting that may need earlier locks.
     void give_up()
     {
         if (holder_.load(std::memory_order_relaxed) != thread_number())
@@ -143,8 +143,8 @@ public:
 
 private:
     OrderedLock lock_;
-    std::atomic<std::uint64_t> holder_{0};  // 0: nobody
-    int times_ = 0;
+    std::atomic<std::uint64_t> holder_{0};  // the thread that holds the lock; 0: none
+    int times_ = 0;                         // that it took the lock
 };
 
 }  // namespace stock

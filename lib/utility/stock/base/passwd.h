@@ -11,9 +11,9 @@
 
 namespace stock {
 
-// Calls look(entry, buffer, size, found), the arguments of getpwnam_r and getpwuid_r behind
-// the first one, with a larger buffer until the entry fits. Then calls use(entry) when there
-// is an entry.
+// Calls look(entry, buffer, size, found), which are the arguments of getpwnam_r and getpwuid_r
+// behind the first, with larger and larger buffers until the entry fits. Then calls use(entry),
+// or nothing when there is no entry.
 template <class Look, class Use>
 void with_passwd(Look look, Use use)
 {

@@ -1,4 +1,4 @@
-// POSIX extended regular expressions, compiled for one scope.
+// A POSIX extended regular expression, compiled for one scope.
 
 #pragma once
 
@@ -25,10 +25,10 @@ public:
 
     bool ok() const noexcept { return status_ == 0; }
 
-    // Why the pattern did not compile.
+    // Writes why the pattern did not compile.
     void error(char *text, std::size_t size) const { regerror(status_, &compiled_, text, size); }
 
-    // The first match in the text; false when there is none.
+    // Finds the first match in the text. False when there is none or the pattern is not ok.
     bool find(const char *text, regoff_t &start, regoff_t &end) const
     {
         regmatch_t match[10];

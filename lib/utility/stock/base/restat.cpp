@@ -1,6 +1,6 @@
-// System calls that are repeated when a signal interrupts them.
+// System calls that are made again when a signal interrupts them.
 //
-// Each public function is one call of the loop in uninterrupted.h.
+// Each public function is one call of uninterrupted, which has the loop.
 
 #include "stock/restat.h"
 
@@ -16,14 +16,15 @@ using stock::uninterrupted;
 
 namespace {
 
-// What the system says to a null path, which its header declares impossible.
+// Fails as the system does for a null path. It is not asked itself, because its header declares
+// the path never null.
 int no_path()
 {
     errno = EFAULT;
     return -1;
 }
 
-// Whether the open makes a file, and so takes a mode.
+// Whether open with these flags makes a file and so takes a mode.
 constexpr bool makes_file(int flags)
 {
 #ifdef O_TMPFILE

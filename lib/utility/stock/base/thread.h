@@ -1,4 +1,4 @@
-// Threads by number.
+// A number for each thread.
 
 #pragma once
 
@@ -9,7 +9,7 @@
 
 namespace stock {
 
-// The calling thread's identifier, a number or an address by the system, as a number.
+// The calling thread's pthread_t, which is a number or an address, as a number.
 inline std::uint64_t thread_number()
 {
     return std::bit_cast<std::uint64_t>(pthread_self());

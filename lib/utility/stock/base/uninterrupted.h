@@ -1,4 +1,4 @@
-// A system call made again for as long as a signal interrupts it.
+// A system call that is made again as long as signals interrupt it.
 
 #pragma once
 
@@ -6,7 +6,7 @@
 
 namespace stock {
 
-// The result of the first attempt that does not fail with EINTR. -1 is failure.
+// Calls until the result is not -1 with errno EINTR, and gives that result.
 template <class Call>
 auto uninterrupted(Call call)
 {

@@ -1,4 +1,4 @@
-// Which names of time zones are safe to give to the system.
+// The check that a time zone's name does not lead out of the directory of the zones.
 
 #pragma once
 
@@ -7,8 +7,8 @@
 
 namespace stock {
 
-// Whether a zone's name stays inside the directory of the zones: no component is
-// empty, "." or "..". A colon before the name, which says that it is one, does not count.
+// Whether no component of the name is empty, "." or "..". A colon before the name, as TZ has it
+// before the name of a file, does not count.
 inline bool stays_inside_zones(const char *name)
 {
     for (name += *name == ':';; ++name) {
