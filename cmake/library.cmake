@@ -16,6 +16,11 @@ set_target_properties(stock_objects PROPERTIES
   POSITION_INDEPENDENT_CODE ON
   CXX_VISIBILITY_PRESET hidden
   VISIBILITY_INLINES_HIDDEN ON)
+# The loops of the converters need vectors, whatever the rest is built with: distributions
+# build with -O2, where GCC leaves most of them as loops over single values.
+file(GLOB stock_vector_sources CONFIGURE_DEPENDS ${stock_utility}/stock/numbers/convert*.cpp)
+set_source_files_properties(${stock_vector_sources} PROPERTIES
+  COMPILE_OPTIONS "$<$<NOT:$<CONFIG:Debug>>:-O3>")
 # Calls from one family to another need not go through the symbol table; weak
 # symbols (nomem) still do.
 target_compile_options(stock_objects PRIVATE
