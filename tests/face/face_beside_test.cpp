@@ -16,7 +16,6 @@
 #include "pf/node.h"
 #include "pf/scan.h"
 #include "time/token_scanner.h"
-#include "time/zone.h"
 
 #include <gtest/gtest.h>
 

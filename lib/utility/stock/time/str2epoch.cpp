@@ -522,7 +522,8 @@ constexpr std::array kRows = std::to_array<Row>({
 });
 // clang-format on
 
-constinit stock::TokenScanner<kRows> scanner{stock::Place::tokens};
+using Scanner = stock::TokenScanner<kRows>;
+static_assert(stock::each_row_matches_its_pattern<kRows>());
 
 // What no row matches: one character. False when reading has to stop there.
 bool strange_character(Parse &p, char c)
@@ -548,8 +549,8 @@ void take(Parse &p, const Row &row, std::string_view text)
 void scan(Parse &p, const char *text)
 {
     while (*text) {
-        const auto match = scanner.next(text);
-        if (match.row != scanner.kNoRow)
+        const auto match = Scanner::next(text);
+        if (match.row != Scanner::kNoRow)
             take(p, kRows[match.row], {text, match.length});
         else if (!strange_character(p, *text))
             return;
