@@ -1,81 +1,85 @@
-// The parameter file of the default formats.
+// Answers what times ask: reads the default formats from their parameter file.
 
 #include "time/asks.h"
 
+#include <atomic>
 #include <cstdlib>
-#include <cstring>
-#include <mutex>
 #include <string_view>
 
 #include "base/alloc.h"
 #include "base/fixed_text.h"
-#include "base/ordered_lock.h"
 #include "stock/elog.h"
 #include "stock/pf.h"
 
 namespace {
 
-const char *const kFile = "time_formats.pf";
-
-// Formats that were read once stay: a program may hold on to them.
-struct Kept {
-    Kept *before;
-    char text[1];
+// The state of the process that the joins have: all formats ever read, the newest first. They
+// are never freed, because a program may keep a pointer to one.
+struct KeptFormat {
+    KeptFormat *before;
+    char text[1];  // and more behind it
 };
-Kept *kept = nullptr;
-constinit stock::OrderedLock kept_lock{stock::Place::formats};
+constinit std::atomic<KeptFormat *> Kept_formats{nullptr};
 
+// Keeps the text followed by `more` for the life of the process.
 const char *keep(std::string_view text, std::string_view more = {})
 {
     const std::size_t length = text.size() + more.size();
-    auto *item = static_cast<Kept *>(stock::allocate(sizeof(Kept) + length, "time format"));
-    text.copy(item->text, text.size());
-    more.copy(item->text + text.size(), more.size());
-    item->text[length] = '\0';
-    const std::lock_guard lock(kept_lock);
-    item->before = kept;
-    kept = item;
-    return item->text;
+    auto *format =
+        static_cast<KeptFormat *>(stock::allocate(sizeof(KeptFormat) + length, "time format"));
+    text.copy(format->text, text.size());
+    more.copy(format->text + text.size(), more.size());
+    format->text[length] = '\0';
+    format->before = Kept_formats;
+    while (!Kept_formats.compare_exchange_weak(format->before, format)) {
+        // Another thread was quicker: format->before is now what it kept.
+    }
+    return format->text;
 }
 
-// The file's settings: its own keys, or those of the array that its location names.
-class Settings {
+// The settings in "time_formats.pf": its own keys, or when the file names a location those of
+// the array of that name.
+class FormatSettings {
 public:
-    Settings() : readable_(pfread("time_formats", &pf_) == 0)
+    FormatSettings() : readable_(pfread("time_formats", &pf_) == 0)
     {
         if (!readable_)
             return;
         const char *location =
             std::getenv("EUROPEAN_DATE") ? "european" : pfget_string(pf_, "location");
-        // A copy: a format that refers to it reads it again.
+        // A copy: a format that refers to the location evaluates it again, which frees the text.
         if (location && *location)
             location_.reset(stock::copy_text(location, "location"));
     }
-    ~Settings() { pffree(pf_); }
-    Settings(const Settings &) = delete;
-    Settings &operator=(const Settings &) = delete;
+    ~FormatSettings() { pffree(pf_); }
+    FormatSettings(const FormatSettings &) = delete;
+    FormatSettings &operator=(const FormatSettings &) = delete;
 
     bool readable() const { return readable_; }
 
     bool boolean(const char *name) const
     {
-        stock::Line<1024> address;
+        Address address;
         return pfget_boolean(pf_, address_of(name, address)) != 0;
     }
 
-    // The text of a key. Without it the process ends with a message that names the key, or
-    // without a location what it is `told` as.
+    // The text of a key. When it is missing the process ends with a message that names the
+    // address of the key; without a location it says `told` instead.
     std::string_view text(const char *name, const char *told) const
     {
-        stock::Line<1024> address;
+        Address address;
         const char *text = pfget_string(pf_, address_of(name, address));
         if (!text)
-            elog_die(0, "Could not read '%s' from %s", location_ ? address.c_str() : told, kFile);
+            elog_die(0, "Could not read '%s' from %s", location_ ? address.c_str() : told,
+                     "time_formats.pf");
         return text;
     }
 
 private:
-    const char *address_of(const char *name, stock::Line<1024> &address) const
+    using Address = stock::FixedTextOf<1024>;
+
+    // The address of a key, "location{name}" or just the name. `address` is its memory.
+    const char *address_of(const char *name, Address &address) const
     {
         if (!location_)
             return name;
@@ -95,7 +99,7 @@ private:
 
 bool stock::read_time_formats(TimeFormats &formats)
 {
-    const Settings settings;
+    const FormatSettings settings;
     if (!settings.readable())
         return false;
     const struct {
@@ -105,7 +109,7 @@ bool stock::read_time_formats(TimeFormats &formats)
     } rows[] = {
         {"time", "time", &TimeFormats::time, &TimeFormats::ztime},
         {"ydtime", "ydtime", &TimeFormats::ydtime, &TimeFormats::zydtime},
-        // Meant: a missing uydtime is told as ydtime.
+        // Meant: the message about a missing uydtime names ydtime.
         {"uydtime", "ydtime", &TimeFormats::uydtime, &TimeFormats::uzydtime},
         {"date", "date", &TimeFormats::date, &TimeFormats::zdate},
     };
