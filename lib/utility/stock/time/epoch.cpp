@@ -1,9 +1,9 @@
 // Calendar arithmetic on epoch times.
 //
-// A time is cut into whole days and the rest of one. Days become a year by an
-// estimate of 365 days a year and one correction; the day of the year becomes a
-// month by a shift and a look into a table. The days are whole numbers, so that
-// is done in integers; the seconds stay what they are, doubles.
+// A time is cut into whole days since 1970 and the seconds of its day. The year of a day is
+// estimated with 365 days a year, then corrected by one; the month of a day of the year is
+// found by a shift and one look into a table. Days are whole numbers and computed as integers;
+// seconds have fractions and stay doubles.
 
 #include "stock/epoch.h"
 
@@ -18,9 +18,8 @@
 #include "base/ascii.h"
 #include "base/fixed_text.h"
 #include "base/number.h"
-#include "numbers/decimal.h"
 #include "stock/elog.h"
-#include "stock/str2epoch.h"
+#include "time/read_number.h"
 
 using stock::floor_div;
 using stock::saturated;
@@ -32,7 +31,7 @@ const char *const month_name[12] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
 
 namespace {
 
-constexpr double kDay = 86400;
+constexpr double kDaySeconds = 86400;
 
 constexpr bool leap(std::int64_t year)
 {
@@ -61,13 +60,13 @@ constexpr auto kEnd = [] {
 
 struct YearDay {
     double year;
-    int doy;  // from 1
+    int doy;  // day of the year from 1
 };
 
 // The year that holds a day counted from 1970.
 YearDay year_of(double days)
 {
-    // So far out the estimate below is always wrong by years.
+    // So far from 1970 the estimate below is always wrong by years.
     if (!(std::fabs(days) < 1e12))
         return {1970 + std::floor(days / 365), 1};
     const auto whole = static_cast<std::int64_t>(days);
@@ -88,16 +87,18 @@ YearDay year_of(double days)
     return {static_cast<double>(year), static_cast<int>(d) + 1};
 }
 
-// The day that holds a time: floor(when / kDay) without a call.
+// The day that holds a time, from 1970: floor(when / kDaySeconds) without calling floor.
 double day_of(double when)
 {
-    const double days = when / kDay;
+    const double days = when / kDaySeconds;
     if (!(std::fabs(days) < 1e15))
         return std::floor(days);
     const auto whole = static_cast<double>(static_cast<std::int64_t>(days));
     return whole - (whole > days);
 }
 
+// The month, 1 .. 12, that holds a day of the year; `day` is set to its day of the month. A day
+// before 1 counts as one of January, a day behind the last as one of December.
 int month_of(int year, int doy, int &day)
 {
     const auto &end = kEnd[leap(year)];
@@ -109,13 +110,14 @@ int month_of(int year, int doy, int &day)
         day = doy - end[12];
         return 12;
     }
-    // No month is longer than 32 days: the shift gives the month or the one before.
+    // Months have 28 to 31 days, so dividing by 32 gives the month or the one before, from 0.
     auto month = static_cast<std::size_t>((doy - 1) >> 5);
     month += doy > end[month + 1];
     day = doy - end[month];
     return static_cast<int>(month) + 1;
 }
 
+// The epoch time of the date and the time of day.
 double seconds_of(const Caltime &time)
 {
     return dtoepoch(time.date) + time.hour * 3600.0 + time.minute * 60.0 + time.second;
@@ -131,7 +133,8 @@ double epoch(int yyyyddd)
 double dtoepoch(long yyyyddd)
 {
     const long year = yyyyddd / 1000;
-    return static_cast<double>(days_before<std::int64_t>(year) + (yyyyddd % 1000 - 1)) * kDay;
+    return static_cast<double>(days_before<std::int64_t>(year) + (yyyyddd % 1000 - 1)) *
+           kDaySeconds;
 }
 
 int yearday(double when)
@@ -163,8 +166,8 @@ double year2days(double year)
 int etoh(Caltime *time)
 {
     const double days = day_of(time->epoch);
-    double rest = time->epoch - days * kDay;
-    if (!(rest >= 0 && rest <= kDay))
+    double rest = time->epoch - days * kDaySeconds;
+    if (!(rest >= 0 && rest <= kDaySeconds))
         rest = 0;
     // Meant: -1e-20 leaves a rest of 86400, which is hour 24.
     const int whole = static_cast<int>(rest);
@@ -210,8 +213,8 @@ int mdtodate(Caltime *time)
 
 int timeprint(const Caltime *time)
 {
-    // "%15.3f %8ld %.3s %2d,%4d %2d:%02d:%02.3f\n" whatever the locale.
-    stock::Line<1024> line;
+    // As printf prints "%15.3f %8ld %.3s %2d,%4d %2d:%02d:%02.3f\n" in the C locale.
+    stock::FixedTextOf<1024> line;
     line.fixed(time->epoch, 15, 3);
     line.add(' ');
     line.blanks(time->date, 8);
@@ -234,18 +237,18 @@ int timeprint(const Caltime *time)
 
 namespace {
 
-constexpr std::size_t kDurationSize = 20;  // bytes of a duration's text and its end
+constexpr std::size_t kDurationSize = 20;  // bytes of a duration's text, its NUL included
 
-// Takes the leading run of digits, and of points where they are asked for, off
-// the text and gives its value.
+// Takes the digits that the text begins with, with `points` the points among them too, and
+// returns their value. Meant: 1.2.3 is 1.2.
 double take_number(std::string_view &text, bool points)
 {
     std::size_t length = 0;
     while (length < text.size() &&
            (stock::is_digit(text[length]) || (points && text[length] == '.')))
         ++length;
-    double value = 0;
-    stock::read_decimal(text.data(), text.data() + length, value);
+    bool out_of_range = false;  // never: there are fewer than kDurationSize digits
+    const double value = stock::read_number(text.substr(0, length), out_of_range);
     text.remove_prefix(length);
     return value;
 }
@@ -268,12 +271,6 @@ double timecon(const char *text)
     return seconds;
 }
 
-int time_string2epoch(const char *text, double *when)
-{
-    *when = str2epoch(text);
-    return 1;
-}
-
 int outside_range(char *buf, double when)
 {
     constexpr double kLastTime = 253244534400;  // the first second of the year 9995
@@ -291,7 +288,7 @@ int outside_range(char *buf, double when)
     if (std::fabs(when) <= kLastTime)
         return 0;
     // Meant: the count of a time before 1970 keeps its sign: -8031 years ago.
-    const double years = std::floor(std::floor(when / kDay) / 365);
+    const double years = std::floor(std::floor(when / kDaySeconds) / 365);
     char count[32];
     *std::to_chars(count, count + sizeof count - 1, years, std::chars_format::general, 6).ptr = 0;
     std::snprintf(buf, OUTSIDE_RANGE_SIZE, "** %6s years %s ** ", count,
@@ -301,6 +298,7 @@ int outside_range(char *buf, double when)
 
 namespace {
 
+// Seconds since the minute, hour, day or year of a time began.
 double in_minute(const Caltime &t)
 {
     return t.second;
@@ -313,13 +311,14 @@ double in_day(const Caltime &t)
 {
     return t.second + 60 * (t.minute + 60 * t.hour);
 }
-// Meant: the day of the year counts from 1, so ticks of days are aligned to the day before 1
-// January.
+// Meant: the day of the year counts from 1, so this is a day too much, and ticks of days are
+// aligned to the day before 1 January.
 double in_year(const Caltime &t)
 {
     return t.second + 60 * (t.minute + 60 * (t.hour + 24.0 * t.doy));
 }
 
+// Rounds d, which is at most 1, up to one of 1, 0.5, 0.2, 0.1, 0.05 ...
 double decimal_increment(double d)
 {
     for (double scale = 1;; scale *= 0.1, d *= 10) {
@@ -332,29 +331,31 @@ double decimal_increment(double d)
     }
 }
 
+// Rounds d, in seconds, up to 2, 5, 10, 20, 50 ... days.
 double days_increment(double d)
 {
-    d /= kDay;
+    d /= kDaySeconds;
     double scale = 1;
     while (d > 2) {
         if (d <= 5)
-            return 5 * scale * kDay;
+            return 5 * scale * kDaySeconds;
         if (d <= 10)
-            return 10 * scale * kDay;
+            return 10 * scale * kDaySeconds;
         scale *= 10;
         d *= 0.1;
     }
-    return 2 * scale * kDay;
+    return 2 * scale * kDaySeconds;
 }
 
+// A spacing of ticks that a wanted one is rounded up to, and the time that ticks are aligned to.
 struct Spacing {
-    double most;                         // the largest spacing wanted that takes this row
-    double (*increment)(double wanted);  // null: most itself
-    double (*offset)(const Caltime &t0);
-    bool keeps_start = false;  // a t0 at offset 0 is the first tick, not one later
+    double most;                          // the largest spacing wanted that takes this row
+    double (*increment)(double wanted);   // null: most itself
+    double (*offset)(const Caltime &t0);  // the seconds by which t0 is later than that time
+    bool keeps_start = false;             // a t0 at offset 0 is the first tick, not one later
 };
 
-// First row that fits wins.
+// The first row whose `most` is large enough is taken.
 // clang-format off
 constexpr Spacing kSpacings[] = {
     {1, decimal_increment, in_minute},
@@ -370,6 +371,7 @@ constexpr Spacing kSpacings[] = {
 };
 // clang-format on
 
+// The first tick after t0.
 double first_tick(double t0, double offset, double increment, bool keeps_start)
 {
     if (keeps_start)

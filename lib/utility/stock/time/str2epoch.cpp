@@ -1,23 +1,19 @@
 // Reading times that people write.
 //
-// The text is cut into tokens by the rows of one table; the action beside a row's
-// pattern fills the fields of the parse. When the text has ended, loose numbers,
-// short years and am and pm are settled, ranges are checked, and the fields
-// become a time, in UTC or in the zone that was named.
+// The rows of one table, kRows, say which forms a part of a time may have. The text is cut into
+// tokens by the patterns of these rows, and the action beside a pattern fills the fields of
+// a ParsedTime. When the text has ended, the fields are completed (numbers without a meaning of
+// their own, short years, am and pm), checked, and made a time, in UTC or in the zone named.
 
 #include "stock/str2epoch.h"
 
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <cerrno>
-#include <charconv>
 #include <climits>
 #include <cmath>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <mutex>
 #include <string_view>
@@ -27,62 +23,64 @@
 #include "base/environment.h"
 #include "base/number.h"
 #include "deviants.h"
-#include "numbers/decimal.h"
 #include "stock/elog.h"
 #include "stock/epoch.h"
 #include "stock/h2e.h"
 #include "stock/strings.h"
 #include "stock/time.h"
+#include "time/read_number.h"
 #include "time/token_scanner.h"
 
 using stock::saturated;
 
 namespace {
 
-constexpr double kUnset = 1e-9;   // the Etime that says there is none
-constexpr int kZoneLength = 256;  // characters kept of a zone's name
-constexpr double kDay = 86400;
+constexpr double kNoEpoch = 1e-9;   // in ParsedTime::epoch: no token gave a whole epoch time
+constexpr int kMaxZoneBytes = 256;  // a longer zone's name is cut
+constexpr double kDaySeconds = 86400;
 
-// One parse: its fields and the problems that were found.
-struct Parse {
-    int Year = 1970;
-    int Month = -1;
-    int Day = -1;
-    int Doy = 0;
-    int Hour = 0;
-    int Minute = 0;
-    double Second = 0;
-    double Etime = kUnset;
-    double X1 = 0;
-    double X2 = 0;
-    int Am = -1;  // 1 am, 0 pm
-    int Dow = -1;
-    bool UsingTimezone = false;
-    char Timezone[kZoneLength + 1];
+// What has been read of one text: its fields, and the problems that were found.
+struct ParsedTime {
+    // The fields begin as those of 1 January 1970 00:00, with -1 where that is told from
+    // a field that was set. Most are 0 or more.
+    int year = 1970;
+    int month = -1;
+    int day = -1;
+    int doy = 0;  // day of the year from 1; 0: not set
+    int hour = 0;
+    int minute = 0;
+    double second = 0;
+    double epoch = kNoEpoch;
+    double loose1 = 0;  // numbers that are a day, a year or an epoch time, which the other
+    double loose2 = 0;  // fields decide at the end; 0: not set
+    int am = -1;        // 1 am, 0 pm, -1 not set
+    int weekday = -1;
+    bool zone_named = false;
+    char zone[kMaxZoneBytes + 1];  // "": the system's own
 
-    int Retcode = 0;  // problems
-    bool Elog_ok;
+    int problems = 0;
+    const bool logs;             // the first problem is to be logged
     stock::Owned<char> message;  // of the first problem
 
-    explicit Parse(bool log) : Elog_ok(log) { Timezone[0] = '\0'; }
+    explicit ParsedTime(bool logs_problem) : logs(logs_problem) { zone[0] = '\0'; }
 
     bool month_or_time_set() const
     {
-        return Month != -1 || Hour != 0 || Minute != 0 || Second != 0 || Doy != 0;
+        return month != -1 || hour != 0 || minute != 0 || second != 0 || doy != 0;
     }
     bool nothing_set() const
     {
-        return Year == 1970 && Day == -1 && !month_or_time_set() && Etime == kUnset && X1 == 0 &&
-               X2 == 0 && Am == -1 && Dow == -1 && !UsingTimezone;
+        return year == 1970 && day == -1 && !month_or_time_set() && epoch == kNoEpoch &&
+               loose1 == 0 && loose2 == 0 && am == -1 && weekday == -1 && !zone_named;
     }
 
-    // Counts a problem. The first one's message is kept, to be logged at the end.
+    // Counts a problem. The first one's message is kept; _zstr2epoch logs it at the end.
     void problem(const char *format, ...) STOCK_PRINTF(2, 3);
 };
 
-void Parse::problem(const char *format, ...)
+void ParsedTime::problem(const char *format, ...)
 {
-    if (++Retcode != 1 || !Elog_ok)
+    if (++problems != 1 || !logs)
         return;
     va_list args;
     va_start(args, format);
@@ -96,362 +94,309 @@ void Parse::problem(const char *format, ...)
     va_end(again);
 }
 
-// How far the first digit that is not 0 stands before the point, from 1 on, or behind it,
-// from 0 down. The text is digits and perhaps a point.
-int64_t first_digit_place(std::string_view text)
-{
-    const std::size_t point = std::min(text.find('.'), text.size());
-    const std::size_t first = std::min(text.find_first_of("123456789"), text.size());
-    return static_cast<int64_t>(point) - static_cast<int64_t>(first) + (first > point);
-}
-
-// What a real number is that a double cannot hold: infinite or 0.
-double beyond_double(std::string_view text)
-{
-    const bool negative = text.starts_with('-');
-    text.remove_prefix(negative);
-    const std::size_t e = std::min(text.find_first_of("eE"), text.size());
-    const std::string_view exponent = text.substr(std::min(e + 1, text.size()));
-    int64_t power = 0;
-    for (const char c : exponent)
-        if (stock::is_digit(c) && power < INT_MAX)
-            power = power * 10 + (c - '0');
-    if (exponent.starts_with('-'))
-        power = -power;
-    const double value = first_digit_place(text.substr(0, e)) + power > 0 ? HUGE_VAL : 0;
-    return negative ? -value : value;
-}
-
-// A token: what the row matched, and its numbers from left to right.
-class Token {
+// The text of a token. whole() and real() read its numbers from left to right.
+class TimeToken {
 public:
-    explicit Token(std::string_view text) : text_(text) {}
+    explicit TimeToken(std::string_view text) : text_(text), rest_(text) {}
 
     std::string_view text() const { return text_; }
     int length() const { return static_cast<int>(std::min<std::size_t>(text_.size(), INT_MAX)); }
     const char *data() const { return text_.data(); }
+
+    // Whether a number was read that its field cannot hold.
     bool out_of_range() const { return out_of_range_; }
 
-    // The next run of digits, or its first `most` digits; what stands before it is skipped.
+    // The next run of digits, or its first `most` digits, cut to INT_MAX.
     int whole(std::size_t most = SIZE_MAX)
     {
-        to_digit();
-        const std::size_t end = text_.size() - at_ > most ? at_ + most : text_.size();
-        std::int64_t value = 0;
-        for (; at_ < end && stock::is_digit(text_[at_]); ++at_)
-            if (value <= INT_MAX)
-                value = value * 10 + (text_[at_] - '0');
+        skip_to_digit();
+        const std::int64_t value = stock::take_whole(rest_, most);
         out_of_range_ |= value > INT_MAX;
         return stock::saturated_int(value);
     }
 
-    // The next run of digits and all that follows it as one number.
+    // All that follows from the next digit on, as one number.
     double real()
     {
-        to_digit();
-        return number(text_.substr(at_));
+        skip_to_digit();
+        return stock::read_number(rest_, out_of_range_);
     }
 
-    // The whole token as one number; `other` when it is none.
-    double number_or(double other)
+    // The whole token as one number; `otherwise` when it holds no digit, as "-." does.
+    double number_or(double otherwise)
     {
-        const bool some = std::any_of(text_.begin(), text_.end(), stock::is_digit);
-        return some ? number(text_) : other;
+        const bool has_digit = std::any_of(text_.begin(), text_.end(), stock::is_digit);
+        return has_digit ? stock::read_number(text_, out_of_range_) : otherwise;
     }
 
 private:
-    void to_digit()
+    void skip_to_digit()
     {
-        while (at_ < text_.size() && !stock::is_digit(text_[at_]))
-            ++at_;
-    }
-
-    double number(std::string_view text)
-    {
-        double value = 0;
-        if (short_number(text, value))
-            return value;
-        const auto result = stock::read_decimal(text.data(), text.data() + text.size(), value);
-        if (result.ec != std::errc::result_out_of_range)
-            return value;
-        out_of_range_ |= text.find('.') == text.npos;
-        return beyond_double(text);
-    }
-
-    // Digits and perhaps a point, so few that a whole number and a power of ten hold them
-    // exactly: their quotient is the nearest double. Else false.
-    static bool short_number(std::string_view text, double &value)
-    {
-        static constexpr double kTens[] = {1,   1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                           1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
-        if (text.size() >= std::size(kTens))
-            return false;
-        std::int64_t digits = 0;
-        std::size_t behind = 0;  // digits behind the point, and one
-        for (const char c : text) {
-            if (c == '.' && !behind)
-                behind = 1;
-            else if (!stock::is_digit(c))
-                return false;
-            else
-                digits = digits * 10 + (c - '0'), behind += behind > 0;
-        }
-        value = static_cast<double>(digits) / kTens[behind ? behind - 1 : 0];
-        return true;
+        while (!rest_.empty() && !stock::is_digit(rest_.front()))
+            rest_.remove_prefix(1);
     }
 
     std::string_view text_;
-    std::size_t at_ = 0;
+    std::string_view rest_;  // what whole() and real() have not read yet
     bool out_of_range_ = false;
 };
 
-void bad_date(Parse &p, const Token &t)
+// ---- Actions: what the token of a row sets, and what helps them ----
+
+void bad_date(ParsedTime &p, const TimeToken &t)
 {
     p.problem("str2epoch: Bad date format:'%.*s'", t.length(), t.data());
 }
 
-void check_date(Parse &p, const Token &t)
+void check_date(ParsedTime &p, const TimeToken &t)
 {
-    if (p.Month > 12 || p.Day > 31)
+    if (p.month > 12 || p.day > 31)
         bad_date(p, t);
 }
 
-// Three numbers in the order that the first one and the formats ask for.
-void order_date(Parse &p, const Token &t, int first, int second, int third)
+// Takes three numbers as a date: year, month, day when the first can be no day; else year last,
+// month or day first as is_month_first() says.
+void order_date(ParsedTime &p, const TimeToken &t, int first, int second, int third)
 {
     if (first > 31) {
-        p.Year = first;
-        p.Month = second;
-        p.Day = third;
+        p.year = first;
+        p.month = second;
+        p.day = third;
     } else {
         const bool month_first = is_month_first();
-        p.Month = month_first ? first : second;
-        p.Day = month_first ? second : first;
-        p.Year = third;
+        p.month = month_first ? first : second;
+        p.day = month_first ? second : first;
+        p.year = third;
     }
     check_date(p, t);
 }
 
-void slashed_date(Parse &p, Token &t, int)
+void slashed_date(ParsedTime &p, TimeToken &t, int)
 {
     const int first = t.whole();
     const int second = t.whole();
     order_date(p, t, first, second, t.whole());
 }
 
-// Meant: read as if it had slashes, so only its first number counts and day and
-// year stay as they are: 2008-1-1 is refused and 1-2-3 is 1 January 1970.
-void hyphened_date(Parse &p, Token &t, int)
+// Meant: only the first number counts, taken with the day and the year as they are, as if they
+// stood between slashes: 2008-1-1 is refused and 1-2-3 is 1 January 1970.
+void hyphened_date(ParsedTime &p, TimeToken &t, int)
 {
-    order_date(p, t, t.whole(), p.Day, p.Year);
+    order_date(p, t, t.whole(), p.day, p.year);
 }
 
-void iso_date(Parse &p, Token &t, int)
+void iso_date(ParsedTime &p, TimeToken &t, int)
 {
-    p.Year = t.whole();
-    p.Month = t.whole();
-    p.Day = t.whole();
+    p.year = t.whole();
+    p.month = t.whole();
+    p.day = t.whole();
     check_date(p, t);
 }
 
-void iso_day(Parse &p, Token &t, int)
+void iso_day(ParsedTime &p, TimeToken &t, int)
 {
-    p.Year = t.whole();
-    p.Doy = t.whole();
-    if (p.Doy >= 367)
+    p.year = t.whole();
+    p.doy = t.whole();
+    if (p.doy >= 367)
         bad_date(p, t);
 }
 
-void month(Parse &p, Token &, int number)
+void month(ParsedTime &p, TimeToken &, int number)
 {
-    p.Month = number;
+    p.month = number;
 }
 
-void now(Parse &p, Token &, int)
+void now(ParsedTime &p, TimeToken &, int)
 {
-    p.Etime = std_now();
+    p.epoch = std_now();
 }
 
-void weekday(Parse &p, Token &, int number)
+void weekday(ParsedTime &p, TimeToken &, int number)
 {
-    p.Dow = number;
+    p.weekday = number;
 }
 
-void day(Parse &p, Token &t, int)
+void day(ParsedTime &p, TimeToken &t, int)
 {
-    p.Day = t.whole();
+    p.day = t.whole();
 }
 
-void jdate(Parse &p, Token &t, int)
+void jdate(ParsedTime &p, TimeToken &t, int)
 {
-    p.Year = t.whole(4);
-    p.Doy = t.whole(3);
-    if (p.Doy >= 367)
+    p.year = t.whole(4);
+    p.doy = t.whole(3);
+    if (p.doy >= 367)
         p.problem("str2epoch: Bad jdate format:'%.*s'", t.length(), t.data());
 }
 
-void day_of_year(Parse &p, Token &t, int)
+void day_of_year(ParsedTime &p, TimeToken &t, int)
 {
-    p.Doy = t.whole();
+    p.doy = t.whole();
 }
 
-void minute_second(Parse &p, Token &t, int)
+void minute_second(ParsedTime &p, TimeToken &t, int)
 {
-    p.Minute = t.whole();
-    p.Second = t.real();
+    p.minute = t.whole();
+    p.second = t.real();
 }
 
-void hour_minute_second(Parse &p, Token &t, int)
+void hour_minute_second(ParsedTime &p, TimeToken &t, int)
 {
     const int first = t.whole();
     const int second = t.whole();
     const double third = t.real();
     if (first <= 24 && second < 60 && third < 60) {
-        p.Hour = first;
-        p.Minute = second;
-        p.Second = third;
+        p.hour = first;
+        p.minute = second;
+        p.second = third;
     } else if (first > 1970000 && first < 2100000 && second < 25 && third < 60) {
-        p.Year = first / 1000;
-        p.Doy = first % 1000;
-        p.Hour = second;
-        p.Minute = static_cast<int>(third);
+        p.year = first / 1000;
+        p.doy = first % 1000;
+        p.hour = second;
+        p.minute = static_cast<int>(third);
     } else {
         p.problem("str2epoch: bad input '%.*s'", t.length(), t.data());
     }
 }
 
-void jdate_and_time(Parse &p, Token &t, int)
+void jdate_and_time(ParsedTime &p, TimeToken &t, int)
 {
     const int date = t.whole();
-    p.Year = date / 1000;
-    p.Doy = date % 1000;
-    p.Hour = t.whole();
-    p.Minute = t.whole();
-    p.Second = t.real();
+    p.year = date / 1000;
+    p.doy = date % 1000;
+    p.hour = t.whole();
+    p.minute = t.whole();
+    p.second = t.real();
 }
 
-void doy_and_time(Parse &p, Token &t, int)
+void doy_and_time(ParsedTime &p, TimeToken &t, int)
 {
-    p.Year = t.whole();
-    p.Doy = t.whole();
-    p.Hour = t.whole();
-    p.Minute = t.whole();
-    p.Second = t.real();
+    p.year = t.whole();
+    p.doy = t.whole();
+    p.hour = t.whole();
+    p.minute = t.whole();
+    p.second = t.real();
 }
 
-void doy_and_time_ms(Parse &p, Token &t, int)
+void doy_and_time_ms(ParsedTime &p, TimeToken &t, int)
 {
-    p.Year = t.whole();
-    p.Doy = t.whole();
-    p.Hour = t.whole();
-    p.Minute = t.whole();
+    p.year = t.whole();
+    p.doy = t.whole();
+    p.hour = t.whole();
+    p.minute = t.whole();
     const int seconds = t.whole();
-    p.Second = seconds + t.whole() / 1000.0;
+    p.second = seconds + t.whole() / 1000.0;
 }
 
-void month_and_time(Parse &p, Token &t, int number)
+void month_and_time(ParsedTime &p, TimeToken &t, int number)
 {
-    p.Year = t.whole();
-    p.Month = number;
-    p.Day = t.whole();
-    p.Hour = t.whole();
-    p.Minute = t.whole();
-    p.Second = t.real();
+    p.year = t.whole();
+    p.month = number;
+    p.day = t.whole();
+    p.hour = t.whole();
+    p.minute = t.whole();
+    p.second = t.real();
 }
 
-void minute(Parse &p, Token &t, int)
+void minute(ParsedTime &p, TimeToken &t, int)
 {
-    p.Minute = t.whole();
+    p.minute = t.whole();
 }
 
-void hour_minute(Parse &p, Token &t, int)
+void hour_minute(ParsedTime &p, TimeToken &t, int)
 {
-    p.Hour = t.whole();
-    p.Minute = t.whole();
+    p.hour = t.whole();
+    p.minute = t.whole();
 }
 
-void minutes_from_now(Parse &p, Token &t, int sign)
+void minutes_from_now(ParsedTime &p, TimeToken &t, int sign)
 {
-    p.Etime = std_now() + sign * (t.whole() * 60.0);
+    p.epoch = std_now() + sign * (t.whole() * 60.0);
 }
 
-void hours_from_now(Parse &p, Token &t, int sign)
+void hours_from_now(ParsedTime &p, TimeToken &t, int sign)
 {
     const double hours = t.whole();
     const double minutes = t.whole();
-    p.Etime = std_now() + sign * (hours * 3600) + sign * (minutes * 60);
+    p.epoch = std_now() + sign * (hours * 3600) + sign * (minutes * 60);
 }
 
-void seconds_from_now(Parse &p, Token &t, int sign)
+void seconds_from_now(ParsedTime &p, TimeToken &t, int sign)
 {
     hours_from_now(p, t, sign);
-    p.Etime += sign * static_cast<double>(t.whole());
+    p.epoch += sign * static_cast<double>(t.whole());
 }
 
-void date_of(Parse &p, double when)
+// Sets the date to the day that holds a time.
+void set_date(ParsedTime &p, double when)
 {
     int hour = 0;
     int minute = 0;
     double second = 0;
-    e2h(when, &p.Year, &p.Doy, &hour, &minute, &second);
+    e2h(when, &p.year, &p.doy, &hour, &minute, &second);
 }
 
-void days_ago(Parse &p, Token &t, int)
+void days_ago(ParsedTime &p, TimeToken &t, int)
 {
-    date_of(p, std::floor(std_now() / kDay) * kDay - t.whole() * kDay);
+    set_date(p, std::floor(std_now() / kDaySeconds) * kDaySeconds - t.whole() * kDaySeconds);
 }
 
 // Meant: from 1970, not from today: 2days is 1970-01-03.
-void days_from_1970(Parse &p, Token &t, int)
+void days_from_1970(ParsedTime &p, TimeToken &t, int)
 {
-    date_of(p, t.whole() * kDay);
+    set_date(p, t.whole() * kDaySeconds);
 }
 
-void epoch_time(Parse &p, Token &t, int)
+void epoch_time(ParsedTime &p, TimeToken &t, int)
 {
-    p.Etime = t.number_or(p.Etime);
+    p.epoch = t.number_or(p.epoch);
 }
 
-// Meant: 0 marks a free place, so a loose 0 is forgotten.
-void loose_number(Parse &p, Token &t, int)
+// A number that no other row takes; set_from_one_number and set_from_two_numbers decide later
+// what it is.
+// Meant: 0 is the value of a field that is not set, so a loose 0 is forgotten.
+void loose_number(ParsedTime &p, TimeToken &t, int)
 {
-    if (p.X1 == 0)
-        p.X1 = t.number_or(0);
-    else if (p.X2 == 0)
-        p.X2 = t.number_or(0);
+    if (p.loose1 == 0)
+        p.loose1 = t.number_or(0);
+    else if (p.loose2 == 0)
+        p.loose2 = t.number_or(0);
     else
         p.problem("str2epoch: extra number '%.*s'", t.length(), t.data());
 }
 
-void half_of_day(Parse &p, Token &, int am)
+void half_of_day(ParsedTime &p, TimeToken &, int am)
 {
-    p.Am = am;
+    p.am = am;
 }
 
-void nothing(Parse &, Token &, int) {}
+void nothing(ParsedTime &, TimeToken &, int) {}
 
-void zone(Parse &p, Token &t, int)
+// A name that is no zone of the system also takes back the zone named before it.
+void zone(ParsedTime &p, TimeToken &t, int)
 {
-    const std::size_t length = t.text().copy(p.Timezone, kZoneLength);
-    p.Timezone[length] = '\0';
-    p.UsingTimezone = true;
+    const std::size_t length = t.text().copy(p.zone, kMaxZoneBytes);
+    p.zone[length] = '\0';
+    p.zone_named = true;
     if (t.text() == "LOCAL") {
-        p.Timezone[0] = '\0';
-    } else if (!is_timezone(p.Timezone)) {
-        p.problem("str2epoch: no timezone '%s'\n", p.Timezone);
-        p.Timezone[0] = '\0';
-        p.UsingTimezone = false;
+        p.zone[0] = '\0';
+    } else if (!is_timezone(p.zone)) {
+        p.problem("str2epoch: no timezone '%s'\n", p.zone);
+        p.zone[0] = '\0';
+        p.zone_named = false;
     }
 }
 
+// ---- The rows ----
+
+// A form that a part of a time may have, and how its token changes the fields.
 struct Row {
-    std::string_view pattern;
-    void (*action)(Parse &, Token &, int argument);
-    int argument = 0;
+    std::string_view pattern;  // token_scanner.h says how patterns are written
+    void (*action)(ParsedTime &, TimeToken &, int argument);
+    int argument = 0;  // of the action: a month, a weekday, a sign, am
 };
 
-// How patterns are written: token_scanner.h. Of two that match the same text the
-// earlier one wins.
+// The longest match wins; of rows that match the same text, the earlier one.
 // clang-format off
 constexpr std::array kRows = std::to_array<Row>({
     {"#+/#+/#+", slashed_date},
@@ -525,8 +470,9 @@ constexpr std::array kRows = std::to_array<Row>({
 using Scanner = stock::TokenScanner<kRows>;
 static_assert(stock::each_row_matches_its_pattern<kRows>());
 
-// What no row matches: one character. False when reading has to stop there.
-bool strange_character(Parse &p, char c)
+// Counts the problem that no row matches a text that begins with this character. Returns false
+// when reading has to stop there.
+bool report_character(ParsedTime &p, char c)
 {
     const auto byte = static_cast<unsigned char>(c);
     if (byte < 32 || byte > 126) {
@@ -537,100 +483,110 @@ bool strange_character(Parse &p, char c)
     return true;
 }
 
-void take(Parse &p, const Row &row, std::string_view text)
+// Changes the fields by one token. A number out of range is a problem, unless the action found
+// another one.
+void take(ParsedTime &p, const Row &row, std::string_view text)
 {
-    Token token(text);
-    const int before = p.Retcode;
+    TimeToken token(text);
+    const int before = p.problems;
     row.action(p, token, row.argument);
-    if (token.out_of_range() && p.Retcode == before)
+    if (token.out_of_range() && p.problems == before)
         p.problem("str2epoch: bad input '%.*s'", token.length(), token.data());
 }
 
-void scan(Parse &p, const char *text)
+void scan(ParsedTime &p, const char *text)
 {
     while (*text) {
         const auto match = Scanner::next(text);
         if (match.row != Scanner::kNoRow)
             take(p, kRows[match.row], {text, match.length});
-        else if (!strange_character(p, *text))
+        else if (!report_character(p, *text))
             return;
         text += std::max<std::size_t>(match.length, 1);
     }
 }
 
-void settle_two_numbers(Parse &p)
+// ---- What the fields mean together ----
+
+// The larger of two loose numbers is the year, the smaller the day.
+void set_from_two_numbers(ParsedTime &p)
 {
-    const auto [smaller, larger] = std::minmax(p.X1, p.X2);
-    p.Year = saturated<int>(larger);
-    p.Day = saturated<int>(smaller);
+    const auto [smaller, larger] = std::minmax(p.loose1, p.loose2);
+    p.year = saturated<int>(larger);
+    p.day = saturated<int>(smaller);
     if (larger > INT_MAX)
         p.problem("str2epoch: number %f not understood", larger);
-    if (p.Day > 31)
-        p.problem("str2epoch: number %d not understood", p.Day);
+    if (p.day > 31)
+        p.problem("str2epoch: number %d not understood", p.day);
 }
 
-void settle_one_number(Parse &p)
+// One loose number is a day, a year and day of the year, or a year, by its size.
+void set_from_one_number(ParsedTime &p)
 {
-    if (p.X1 < 32) {
-        p.Day = static_cast<int>(p.X1);
-    } else if (p.X1 > 1900000 && p.X1 < 2200001) {
-        p.Year = static_cast<int>(p.X1) / 1000;
-        p.Doy = static_cast<int>(p.X1) % 1000;
-    } else if (p.X1 < 2200) {
-        p.Year = static_cast<int>(p.X1);
+    if (p.loose1 < 32) {
+        p.day = static_cast<int>(p.loose1);
+    } else if (p.loose1 > 1900000 && p.loose1 < 2200001) {
+        p.year = static_cast<int>(p.loose1) / 1000;
+        p.doy = static_cast<int>(p.loose1) % 1000;
+    } else if (p.loose1 < 2200) {
+        p.year = static_cast<int>(p.loose1);
     } else {
-        p.problem("str2epoch: number %f not understood", p.X1);
+        p.problem("str2epoch: number %f not understood", p.loose1);
     }
 }
 
-void settle_fields(Parse &p)
+// Gives every field the value that the text as a whole means.
+void complete_fields(ParsedTime &p)
 {
-    if (p.X2 != 0)
-        settle_two_numbers(p);
-    else if (p.X1 != 0)
-        settle_one_number(p);
+    if (p.loose2 != 0)
+        set_from_two_numbers(p);
+    else if (p.loose1 != 0)
+        set_from_one_number(p);
 
-    if (p.Year >= 69 && p.Year <= 99)
-        p.Year += 1900;
-    else if (p.Year < 69)
-        p.Year += 2000;
-    if (p.Month == -1)
-        p.Month = 1;
-    if (p.Day == -1)
-        p.Day = 1;
-    if (p.Am == 1 && p.Hour == 12)
-        p.Hour = 0;
-    else if (p.Am == 0 && p.Hour < 12)
-        p.Hour += 12;
+    if (p.year >= 69 && p.year <= 99)
+        p.year += 1900;
+    else if (p.year < 69)
+        p.year += 2000;
+    if (p.month == -1)
+        p.month = 1;
+    if (p.day == -1)
+        p.day = 1;
+    if (p.am == 1 && p.hour == 12)
+        p.hour = 0;
+    else if (p.am == 0 && p.hour < 12)
+        p.hour += 12;
 }
 
-void check_ranges(Parse &p)
+// Counts the first field that is too large as a problem.
+void check_ranges(ParsedTime &p)
 {
-    const bool only_time = p.Doy == 0 && p.Month == 1 && p.Day == 1 && p.Year == 1970;
-    if (p.Day >= 32)
-        p.problem("str2epoch: day = %d is too large", p.Day);
-    else if (p.Month >= 13)
-        p.problem("str2epoch: Month = %d is too large", p.Month);
-    else if (p.Minute >= 61)
-        p.problem("str2epoch: Minute = %d is too large", p.Minute);
-    else if (p.Second > 60)
-        p.problem("str2epoch: Second = %.5f is too large", p.Second);
-    else if (p.Hour >= 25 && !(only_time && p.Hour <= 168))
-        p.problem("str2epoch: Hour = %d is too large", p.Hour);
+    const bool only_time = p.doy == 0 && p.month == 1 && p.day == 1 && p.year == 1970;
+    if (p.day >= 32)
+        p.problem("str2epoch: day = %d is too large", p.day);
+    else if (p.month >= 13)
+        p.problem("str2epoch: Month = %d is too large", p.month);
+    else if (p.minute >= 61)
+        p.problem("str2epoch: Minute = %d is too large", p.minute);
+    else if (p.second > 60)
+        p.problem("str2epoch: Second = %.5f is too large", p.second);
+    else if (p.hour >= 25 && !(only_time && p.hour <= 168))
+        p.problem("str2epoch: Hour = %d is too large", p.hour);
 }
 
-double composed(Parse &p)
+// The epoch time of the fields, in UTC.
+double epoch_of_fields(ParsedTime &p)
 {
-    settle_fields(p);
+    complete_fields(p);
     check_ranges(p);
-    if (p.Doy > 366)
-        p.problem("str2epoch: Doy = %d is too large", p.Doy);
-    const int doy = p.Doy ? p.Doy : mday2doy(p.Year, p.Month, p.Day);
-    return h2e(p.Year, doy, p.Hour, p.Minute, p.Second);
+    if (p.doy > 366)
+        p.problem("str2epoch: Doy = %d is too large", p.doy);
+    const int doy = p.doy ? p.doy : mday2doy(p.year, p.month, p.day);
+    return h2e(p.year, doy, p.hour, p.minute, p.second);
 }
 
-// What the platform makes of a wall-clock time in the zone now in force.
-double wall_clock(double when)
+// The epoch time at which clocks in the process's zone show the fields that UTC shows at `when`;
+// -1 when the platform cannot tell. With environment_lock held.
+double time_on_local_clocks(double when)
 {
     int year = 0;
     int doy = 0;
@@ -645,38 +601,39 @@ double wall_clock(double when)
     return static_cast<double>(mktime(&fields));
 }
 
-void convert_to_zone(Parse &p)
+// Takes the fields of the epoch time, which were read as UTC, as those of the zone named.
+void convert_to_zone(ParsedTime &p)
 {
     double there = 0;
     {
         const std::lock_guard lock(stock::environment_lock);
-        switchTZ(p.Timezone);
-        there = wall_clock(p.Etime);
-        restoreTZ();  // before another thread can see it
+        switchTZ(p.zone);
+        there = time_on_local_clocks(p.epoch);
+        restoreTZ();  // with the lock still held, so that no other thread works in this zone
     }
     // Meant: the last second of 1969 in UTC is -1 too, and is refused like a failure.
     if (there == -1) {
         p.problem("str2epoch: Can't convert to local timezone before 1970\n");
-    } else if (std::fabs(there - p.Etime) > kDay) {
-        const stock::Owned<char> difference(strtdelta(there - p.Etime));
+    } else if (std::fabs(there - p.epoch) > kDaySeconds) {
+        const stock::Owned<char> difference(strtdelta(there - p.epoch));
         p.problem("str2epoch: invalid timezone difference = %s", difference.get());
     } else {
-        p.Etime = there + (p.Etime - std::floor(p.Etime));
+        p.epoch = there + (p.epoch - std::floor(p.epoch));
     }
 }
 
-void parse(Parse &p, const char *text)
+void parse(ParsedTime &p, const char *text)
 {
     if (whitespace(text))
-        ++p.Retcode;
+        ++p.problems;
     scan(p, text);
     if (p.nothing_set())
-        ++p.Retcode;
-    if (p.X1 != 0 && p.X2 == 0 && !p.month_or_time_set())
-        p.Etime = p.X1;
-    if (p.Etime == kUnset)
-        p.Etime = composed(p);
-    if (p.UsingTimezone)
+        ++p.problems;
+    if (p.loose1 != 0 && p.loose2 == 0 && !p.month_or_time_set())
+        p.epoch = p.loose1;
+    if (p.epoch == kNoEpoch)
+        p.epoch = epoch_of_fields(p);
+    if (p.zone_named)
         convert_to_zone(p);
 }
 
@@ -702,89 +659,17 @@ int is_epoch_string(const char *text, double *epoch)
 int _zstr2epoch(const char *text, double *epoch, int log)
 {
     text = text ? text : "";
-    Parse p(log != 0);
+    ParsedTime p(log != 0);
     parse(p, text);
     restoreTZ();
-    *epoch = p.Etime;
+    *epoch = p.epoch;
     if (p.message)
         elog_log(0, "%s", p.message.get());
-    return -p.Retcode;
+    return -p.problems;
 }
 
-namespace {
-
-// The zone switch of the process, under environment_lock.
-std::atomic<bool> ChangedTZ = false;  // read without it: no thread misses a switch of its own
-char *OldTZ = nullptr;                // the environment's entry before the first switch, or null
-char *NewTZ = nullptr;                // the entry installed last, owned
-
-constexpr std::size_t kSwitchLength = 61;  // characters of a zone that count
-
-void install(char *entry)
+int time_string2epoch(const char *text, double *when)
 {
-    if (putenv(entry) == 0)
-        return;
-    stock::environment_lock.give_up();
-    elog_die(1, "*stack*Unexpected failure: %s in file %s, line %d\n", "switchTZ", "str2epoch",
-             __LINE__);
-}
-
-// The entry must be out of the environment.
-void free_installed()
-{
-    std::free(NewTZ);
-    NewTZ = nullptr;
-}
-
-}  // namespace
-
-void switchTZ(const char *zone)
-{
-    const std::lock_guard lock(stock::environment_lock);
-    if (!ChangedTZ)
-        OldTZ = const_cast<char *>(mygetTZ());
-    ChangedTZ = true;
-    if (zone && *zone) {
-        constexpr std::string_view kName = "TZ=";
-        const std::size_t length = strnlen(zone, kSwitchLength);
-        const std::size_t size = kName.size() + length + 1;
-        auto *entry = static_cast<char *>(std::malloc(size));
-        if (!entry) {
-            stock::environment_lock.give_up();
-            stock::out_of_memory(size, "time zone");
-        }
-        kName.copy(entry, kName.size());
-        std::memcpy(entry + kName.size(), zone, length);
-        entry[kName.size() + length] = '\0';
-        install(entry);
-        free_installed();
-        NewTZ = entry;
-    } else {
-        unsetenv("TZ");
-    }
-    errno = 0;
-    tzset();
-}
-
-void restoreTZ(void)
-{
-    if (!ChangedTZ)
-        return;
-    const std::lock_guard lock(stock::environment_lock);
-    if (!ChangedTZ)
-        return;
-    if (OldTZ)
-        install(OldTZ);
-    else
-        unsetenv("TZ");
-    errno = 0;
-    tzset();
-    free_installed();
-    ChangedTZ = false;
-}
-
-const char *mygetTZ(void)
-{
-    const char *value = std::getenv("TZ");
-    return value && *value ? value - 3 : nullptr;
+    *when = str2epoch(text);
+    return 1;
 }

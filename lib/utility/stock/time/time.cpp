@@ -1,13 +1,13 @@
 // Epoch times as text.
 //
-// One table says what each code of a format prints. A time is broken down in UTC
-// or in a zone, expanded into a line on the stack, and copied out once. The
-// default formats stand in published globals, set together under one lock.
+// A time is broken down into Fields, in UTC or in a zone, and each code of a format prints
+// some of these: the table kCodes says which. The default formats are public variables; they are
+// read from a parameter file when a function first needs one of them.
 
 #include "stock/time.h"
 
+#include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cmath>
@@ -15,6 +15,7 @@
 #include <cstring>
 #include <ctime>
 #include <mutex>
+#include <span>
 #include <string_view>
 
 #include "base/alloc.h"
@@ -27,7 +28,9 @@
 #include "stock/h2e.h"
 #include "stock/str2epoch.h"
 #include "time/asks.h"
+#include "time/time_state.h"
 
+using stock::FixedText;
 using stock::saturated;
 
 const char *const Week[7] = {"Monday", "Tuesday",  "Wednesday", "Thursday",
@@ -47,45 +50,8 @@ const char *const ZYD_format = "%Y-%j %z";
 
 namespace {
 
-constexpr stock::TimeFormats kMonthFirst = {"%m/%d/%Y  %H:%M:%S.%s",
-                                            "%m/%d/%Y  (%j) %H:%M:%S.%s",
-                                            "%m/%d/%Y  (%j) %H:%M:%S.%u",
-                                            "%m/%d/%Y",
-                                            "%m/%d/%Y  %H:%M:%S.%s %z",
-                                            "%m/%d/%Y  (%j) %H:%M:%S.%s %z",
-                                            "%m/%d/%Y  (%j) %H:%M:%S.%u %z",
-                                            "%m/%d/%Y %z",
-                                            1};
-constexpr stock::TimeFormats kDayFirst = {"%d/%m/%Y  %H:%M:%S.%s",
-                                          "%d/%m/%Y  (%j) %H:%M:%S.%s",
-                                          "%d/%m/%Y  (%j) %H:%M:%S.%u",
-                                          "%d/%m/%Y",
-                                          "%d/%m/%Y  %H:%M:%S.%s %z",
-                                          "%d/%m/%Y  (%j) %H:%M:%S.%s %z",
-                                          "%d/%m/%Y  (%j) %H:%M:%S.%u %z",
-                                          "%d/%m/%Y %z",
-                                          0};
-
-}  // namespace
-
-// Until they are set, what a program without its own formats prints in.
-const char *Strtime_format = kMonthFirst.time;
-const char *Strydtime_format = kMonthFirst.ydtime;
-const char *UStrydtime_format = kMonthFirst.uydtime;
-const char *Strdate_format = kMonthFirst.date;
-const char *ZStrtime_format = kMonthFirst.ztime;
-const char *ZStrydtime_format = kMonthFirst.zydtime;
-const char *UZStrydtime_format = kMonthFirst.uzydtime;
-const char *ZStrdate_format = kMonthFirst.zdate;
-int Month_first = 1;
-int Unset_formats = 1;
-
-namespace {
-
-constinit stock::OrderedLock formats_lock{stock::Place::formats};
-
-// The globals are plain, so that programs may read and set them; here they are
-// read and written whole.
+// The default formats are plain variables, so that programs may read and set them; here
+// each is read and written whole, as other threads do so at the same time.
 template <class T>
 T read(const T &global)
 {
@@ -97,6 +63,8 @@ void write(T &global, T value)
     __atomic_store_n(&global, value, __ATOMIC_RELEASE);
 }
 
+// With Formats_lock held. Unset_formats comes last: a thread that reads 0 there sees all the
+// other variables set.
 void install(const stock::TimeFormats &formats)
 {
     write(Strtime_format, formats.time);
@@ -111,20 +79,20 @@ void install(const stock::TimeFormats &formats)
     write(Unset_formats, 0);
 }
 
-// Reads the formats and installs them; the first thread to get there does where
-// only unset ones are wanted. The file is read without the lock, for reading may
-// report something, and reporting may print a time.
+// Reads the formats and installs them. When several threads need them for the first time, those
+// of the first to have read them stay; `again` installs them in any case. The file is read
+// without the lock: reading may report a message, and the message may print a time.
 void load_formats(bool again)
 {
-    thread_local bool loading = false;
-    if (loading)
+    if (stock::Reading_formats)
         return;
-    loading = true;
+    stock::Reading_formats = true;
     stock::TimeFormats formats = {};
     if (!stock::read_time_formats(formats))
-        formats = std::getenv("EUROPEAN_DATE") ? kDayFirst : kMonthFirst;
-    loading = false;
-    const std::lock_guard lock(formats_lock);
+        formats =
+            std::getenv("EUROPEAN_DATE") ? stock::kDayFirstFormats : stock::kMonthFirstFormats;
+    stock::Reading_formats = false;
+    const std::lock_guard lock(stock::Formats_lock);
     if (again || read(Unset_formats))
         install(formats);
 }
@@ -135,54 +103,11 @@ void need_formats()
         load_formats(false);
 }
 
-// What the codes print.
+// A time broken down: what the codes of a format print.
 struct Fields {
     int year, doy, month, day, hour, minute;
     double second, epoch;
-    std::string_view zone;
-};
-
-constexpr std::size_t kTextSize = 1024;  // bytes for the text of a format, its zones not counted
-
-// How many codes of the format print the zone.
-std::size_t zone_codes(const char *format)
-{
-    std::size_t codes = 0;
-    while ((format = std::strchr(format, '%')) && *++format)
-        codes += *format++ == 'Z' || format[-1] == 'z';
-    return codes;
-}
-
-// What the zones of the format may need besides kTextSize. Nothing for short ones: a short
-// format leaves room for them.
-std::size_t room_for_zones(const char *format, std::string_view zone)
-{
-    constexpr std::size_t kShortZone = 8;
-    constexpr std::size_t kShortFormat = 64;
-    if (zone.size() <= kShortZone && strnlen(format, kShortFormat + 1) <= kShortFormat)
-        return 0;
-    return zone_codes(format) * zone.size();
-}
-
-// The text of a format: cut at kTextSize - 1 characters, with the zone's name whole wherever
-// it stands.
-class Output : public stock::FixedText {
-public:
-    explicit Output(std::size_t for_zones = 0) : Output(more_room(for_zones), for_zones) {}
-
-private:
-    Output(char *more, std::size_t for_zones)
-        : FixedText(more ? more : room_, kTextSize + for_zones), more_(more)
-    {
-    }
-    static char *more_room(std::size_t for_zones)
-    {
-        void *room = for_zones ? stock::allocate(kTextSize + for_zones, "time text") : nullptr;
-        return static_cast<char *>(room);
-    }
-
-    char room_[kTextSize];
-    stock::Owned<char> more_;
+    std::string_view zone;  // its name as it is printed; not owned
 };
 
 int hour_of_12(const Fields &f)
@@ -204,7 +129,7 @@ std::string_view month(const Fields &f)
     return f.month >= 1 && f.month <= 12 ? Month[f.month - 1] : "";
 }
 
-void add_date(Output &out, int first, int second, int year)
+void add_date(FixedText &out, int first, int second, int year)
 {
     out.blanks(first, 2);
     out.add('/');
@@ -213,79 +138,80 @@ void add_date(Output &out, int first, int second, int year)
     out.zeros(year % 100, 2);
 }
 
-void add_ordinal(Output &out, int n)
+void add_ordinal(FixedText &out, int n)
 {
     out.blanks(n, 0);
     out.add(ordinal(n));
 }
 
-double fraction(const Fields &f)
+double fraction_of_second(const Fields &f)
 {
     return f.second - std::trunc(f.second);
 }
 
+// A letter that may stand behind "%" in a format, and what it prints.
 struct Code {
     char letter;
-    void (*print)(Output &out, const Fields &f);
+    void (*print)(FixedText &out, const Fields &f);
 };
 
 // clang-format off
 constexpr Code kCodes[] = {
-    {'A', [](Output &out, const Fields &f) { out.add(weekday(f)); }},
-    {'a', [](Output &out, const Fields &f) { out.add(std::string_view(weekday(f), 3)); }},
-    {'B', [](Output &out, const Fields &f) { out.add(month(f)); }},
-    {'b', [](Output &out, const Fields &f) { out.add(month(f).substr(0, 3)); }},
-    {'D', [](Output &out, const Fields &f) {
+    {'A', [](FixedText &out, const Fields &f) { out.add(weekday(f)); }},
+    {'a', [](FixedText &out, const Fields &f) { out.add(std::string_view(weekday(f), 3)); }},
+    {'B', [](FixedText &out, const Fields &f) { out.add(month(f)); }},
+    {'b', [](FixedText &out, const Fields &f) { out.add(month(f).substr(0, 3)); }},
+    {'D', [](FixedText &out, const Fields &f) {
               is_month_first() ? add_date(out, f.month, f.day, f.year)
                                : add_date(out, f.day, f.month, f.year);
           }},
-    {'d', [](Output &out, const Fields &f) { out.zeros(f.day, 2); }},
-    {'e', [](Output &out, const Fields &f) { out.blanks(f.day, 2); }},
-    {'E', [](Output &out, const Fields &f) { out.fixed(f.epoch, 15, 3); }},
-    {'G', [](Output &out, const Fields &f) {
+    {'d', [](FixedText &out, const Fields &f) { out.zeros(f.day, 2); }},
+    {'e', [](FixedText &out, const Fields &f) { out.blanks(f.day, 2); }},
+    {'E', [](FixedText &out, const Fields &f) { out.fixed(f.epoch, 15, 3); }},
+    {'G', [](FixedText &out, const Fields &f) {
               out.zeros(f.year, 4);
               out.add('-');
               out.zeros(f.month, 2);
               out.add('-');
               out.zeros(f.day, 2);
           }},
-    {'g', [](Output &out, const Fields &f) {
+    {'g', [](FixedText &out, const Fields &f) {
               out.zeros(f.year, 4);
               out.add('-');
               out.zeros(f.doy, 3);
           }},
-    {'H', [](Output &out, const Fields &f) { out.zeros(f.hour, 2); }},
-    {'k', [](Output &out, const Fields &f) { out.blanks(f.hour, 2); }},
-    {'I', [](Output &out, const Fields &f) { out.zeros(hour_of_12(f), 2); }},
-    {'l', [](Output &out, const Fields &f) { out.blanks(hour_of_12(f), 2); }},
-    {'j', [](Output &out, const Fields &f) { out.zeros(f.doy, 3); }},
-    {'L', [](Output &out, const Fields &f) { out.blanks(f.month, 2); }},
-    {'m', [](Output &out, const Fields &f) { out.zeros(f.month, 2); }},
-    {'M', [](Output &out, const Fields &f) { out.zeros(f.minute, 2); }},
-    {'n', [](Output &out, const Fields &) { out.add('\n'); }},
-    {'t', [](Output &out, const Fields &) { out.add('\t'); }},
-    {'O', [](Output &out, const Fields &f) { add_ordinal(out, f.doy); }},
-    {'o', [](Output &out, const Fields &f) { add_ordinal(out, f.day); }},
-    {'p', [](Output &out, const Fields &f) { out.add(f.hour < 12 ? "AM" : "PM"); }},
-    {'S', [](Output &out, const Fields &f) { out.zeros(saturated<int>(f.second), 2); }},
+    {'H', [](FixedText &out, const Fields &f) { out.zeros(f.hour, 2); }},
+    {'k', [](FixedText &out, const Fields &f) { out.blanks(f.hour, 2); }},
+    {'I', [](FixedText &out, const Fields &f) { out.zeros(hour_of_12(f), 2); }},
+    {'l', [](FixedText &out, const Fields &f) { out.blanks(hour_of_12(f), 2); }},
+    {'j', [](FixedText &out, const Fields &f) { out.zeros(f.doy, 3); }},
+    {'L', [](FixedText &out, const Fields &f) { out.blanks(f.month, 2); }},
+    {'m', [](FixedText &out, const Fields &f) { out.zeros(f.month, 2); }},
+    {'M', [](FixedText &out, const Fields &f) { out.zeros(f.minute, 2); }},
+    {'n', [](FixedText &out, const Fields &) { out.add('\n'); }},
+    {'t', [](FixedText &out, const Fields &) { out.add('\t'); }},
+    {'O', [](FixedText &out, const Fields &f) { add_ordinal(out, f.doy); }},
+    {'o', [](FixedText &out, const Fields &f) { add_ordinal(out, f.day); }},
+    {'p', [](FixedText &out, const Fields &f) { out.add(f.hour < 12 ? "AM" : "PM"); }},
+    {'S', [](FixedText &out, const Fields &f) { out.zeros(saturated<int>(f.second), 2); }},
     // Meant: no upper bound, so 0.9996 s prints 1000.
-    {'s', [](Output &out, const Fields &f) {
-              out.zeros(saturated<int>(fraction(f) * 1000 + 0.5), 3);
+    {'s', [](FixedText &out, const Fields &f) {
+              out.zeros(saturated<int>(fraction_of_second(f) * 1000 + 0.5), 3);
           }},
-    {'u', [](Output &out, const Fields &f) {
-              out.zeros(std::min(saturated<int>(0.5 + 100000 * fraction(f)), 99999), 5);
+    {'u', [](FixedText &out, const Fields &f) {
+              out.zeros(std::min(saturated<int>(0.5 + 100000 * fraction_of_second(f)), 99999), 5);
           }},
-    {'T', [](Output &out, const Fields &f) {
+    {'T', [](FixedText &out, const Fields &f) {
               out.zeros(f.hour, 2);
               out.add(':');
               out.zeros(f.minute, 2);
               out.add(':');
               out.fixed(f.second, 6, 3, '0');
           }},
-    {'Y', [](Output &out, const Fields &f) { out.blanks(f.year, 4); }},
-    {'y', [](Output &out, const Fields &f) { out.zeros(f.year % 100, 2); }},
-    {'Z', [](Output &out, const Fields &f) { out.add(f.zone); }},
-    {'z', [](Output &out, const Fields &f) { out.add(f.zone); }},
+    {'Y', [](FixedText &out, const Fields &f) { out.blanks(f.year, 4); }},
+    {'y', [](FixedText &out, const Fields &f) { out.zeros(f.year % 100, 2); }},
+    {'Z', [](FixedText &out, const Fields &f) { out.add(f.zone); }},
+    {'z', [](FixedText &out, const Fields &f) { out.add(f.zone); }},
 };
 // clang-format on
 
@@ -299,7 +225,8 @@ constexpr auto kPrint = [] {
     return slots;
 }();
 
-void expand(Output &out, const char *format, const Fields &f)
+// Adds the text of a format: its codes replaced, all other characters as they are.
+void expand(FixedText &out, const char *format, const Fields &f)
 {
     for (; *format; ++format) {
         if (*format != '%') {
@@ -324,36 +251,8 @@ Fields utc_fields(double epoch)
             time.minute, time.second, epoch,      "UTC"};
 }
 
-// A zone's name as the platform abbreviates it, of any length.
-class ZoneName {
-public:
-    // Keeps a copy of the name. False when there is no room for it: then make_room, and again.
-    bool keep(std::string_view name)
-    {
-        length_ = name.size();
-        if (length_ > (longer_ ? longer_size_ : sizeof short_))
-            return false;
-        name.copy(longer_ ? longer_.get() : short_, length_);
-        return true;
-    }
-
-    void make_room()
-    {
-        longer_size_ = length_;
-        longer_.reset(static_cast<char *>(stock::allocate(length_, "zone name")));
-    }
-
-    std::string_view text() const { return {longer_ ? longer_.get() : short_, length_}; }
-
-private:
-    std::size_t length_ = 0;
-    std::size_t longer_size_ = 0;
-    stock::Owned<char> longer_;
-    char short_[64];
-};
-
-// The fields in the zone now in force but its name, which the platform keeps until the zone
-// changes. A year that the platform refuses is broken down in UTC.
+// The fields in the process's zone. The zone's name is the platform's own, which may change with
+// the zone: with environment_lock held. A year that the platform refuses is broken down in UTC.
 Fields local_fields(double epoch)
 {
     const double whole = std::trunc(epoch);
@@ -375,42 +274,94 @@ Fields local_fields(double epoch)
     return f;
 }
 
-// The fields in the named zone, the process's own for "" and "LOCAL"; known is
-// false when the platform has no such zone.
-Fields zone_fields(const char *zone, double epoch, ZoneName &name, bool &known)
+// Switches the process to a zone until restoreTZ; for "" and "LOCAL" leaves it in its own. Returns
+// false, and leaves it there too, when the platform has no such zone. With environment_lock
+// held.
+bool switch_to(const char *zone)
 {
-    std::unique_lock lock(stock::environment_lock);
-    known = true;
-    if (*zone && std::strcmp(zone, "LOCAL") != 0) {
-        known = stock::stays_inside_zones(zone);
-        if (known)
-            switchTZ(zone);
-        if (known && errno != 0) {
-            known = false;
-            errno = 0;
-            restoreTZ();
-        }
-    }
-    Fields f = local_fields(epoch);
-    const bool kept = name.keep(f.zone);
+    if (!*zone || std::strcmp(zone, "LOCAL") == 0)
+        return true;
+    if (!stock::stays_inside_zones(zone))
+        return false;
+    switchTZ(zone);
+    if (errno == 0)
+        return true;
+    errno = 0;
     restoreTZ();
-    lock.unlock();
-    if (!kept) {
-        name.make_room();
-        return zone_fields(zone, epoch, name, known);
-    }
-    f.zone = name.text();
-    return f;
+    return false;
 }
 
-Fields fields_in(const char *zone, double epoch, ZoneName &name, int &result)
+// A time broken down in a zone, and a copy of the zone's name.
+class ZonedTime {
+public:
+    // A null zone is UTC, "" and "LOCAL" are the process's own. In place of a zone that the
+    // platform does not have, which is reported, the process's own is used.
+    ZonedTime(const char *zone, double epoch);
+    ZonedTime(const ZonedTime &) = delete;
+    ZonedTime &operator=(const ZonedTime &) = delete;
+
+    const Fields &fields() const { return fields_; }
+    bool zone_known() const { return zone_known_; }
+
+private:
+    std::size_t break_down(const char *zone, double epoch, std::span<char> name);
+
+    Fields fields_{};  // its zone lies in one of the two names
+    bool zone_known_ = true;
+    char short_name_[64];
+    stock::Owned<char> long_name_;
+};
+
+ZonedTime::ZonedTime(const char *zone, double epoch)
 {
-    bool known = true;
-    const Fields f = zone ? zone_fields(zone, epoch, name, known) : utc_fields(epoch);
-    if (!known)
+    if (!zone) {
+        fields_ = utc_fields(epoch);
+        return;
+    }
+    std::span<char> name = short_name_;
+    std::size_t length = break_down(zone, epoch, name);
+    while (length > name.size()) {
+        long_name_.reset(static_cast<char *>(stock::allocate(length, "zone name")));
+        name = {long_name_.get(), length};
+        length = break_down(zone, epoch, name);
+    }
+    fields_.zone = {name.data(), length};
+    if (!zone_known_)
         elog_log(0, "Unrecognized timezone '%s'\n", zone);
-    result = known ? 0 : -1;
-    return f;
+}
+
+// Sets the fields and copies the zone's name into `name`. Returns the length of the name: when it
+// does not fit, the caller asks for memory, which it may not with the lock held, and calls again.
+std::size_t ZonedTime::break_down(const char *zone, double epoch, std::span<char> name)
+{
+    const std::lock_guard lock(stock::environment_lock);
+    zone_known_ = switch_to(zone);
+    fields_ = local_fields(epoch);
+    fields_.zone.copy(name.data(), name.size());
+    restoreTZ();
+    return fields_.zone.size();
+}
+
+constexpr std::size_t kTextBytes = 1024;  // for the text of a format, its zones not counted
+
+// How many codes of the format print the zone.
+std::size_t zone_codes(const char *format)
+{
+    std::size_t codes = 0;
+    while ((format = std::strchr(format, '%')) && *++format)
+        codes += *format++ == 'Z' || format[-1] == 'z';
+    return codes;
+}
+
+// The bytes that the zones in a format's text may need besides kTextBytes: 0 where the format is
+// so short that they fit in any case.
+std::size_t bytes_for_zones(const char *format, std::string_view zone)
+{
+    constexpr std::size_t kShortZone = 8;
+    constexpr std::size_t kShortFormat = 64;
+    if (zone.size() <= kShortZone && strnlen(format, kShortFormat + 1) <= kShortFormat)
+        return 0;
+    return zone_codes(format) * zone.size();
 }
 
 char *copied(std::string_view text)
@@ -421,14 +372,23 @@ char *copied(std::string_view text)
     return copy;
 }
 
-char *printed(const char *format, const char *zone, double epoch)
+// The text of a format, which the caller frees. It is cut at kTextBytes - 1 characters and those
+// that the zones need, so that a long zone's name stands there whole.
+char *formatted(const char *format, const Fields &f)
 {
-    ZoneName name;
-    int result = 0;
-    const Fields f = fields_in(zone, epoch, name, result);
-    Output out(room_for_zones(format, f.zone));
+    char memory[kTextBytes];
+    stock::Owned<char> more_memory;
+    const std::size_t size = kTextBytes + bytes_for_zones(format, f.zone);
+    if (size > kTextBytes)
+        more_memory.reset(static_cast<char *>(stock::allocate(size, "time text")));
+    FixedText out(more_memory ? more_memory.get() : memory, size);
     expand(out, format, f);
     return copied(out.view());
+}
+
+char *printed(const char *format, const char *zone, double epoch)
+{
+    return formatted(format, ZonedTime(zone, epoch).fields());
 }
 
 double to_millisecond(double epoch)
@@ -436,7 +396,8 @@ double to_millisecond(double epoch)
     return std::floor(epoch * 1000 + 0.5) / 1000;
 }
 
-// A default printer: the text for what is no date, else the time in the format.
+// What the default printers return: a text of its own for a time that is no date, else the time
+// in the format. `format` is one of the public variables, read after they are set.
 char *printed_by_default(const char *const &format, const char *zone, double epoch, bool rounds)
 {
     need_formats();
@@ -452,17 +413,14 @@ char *ztime2str(const char *format, int year, int doy, int month, int day, int h
                 const char *zone, double epoch, double second)
 {
     const std::string_view name = zone ? zone : std::string_view();
-    Output out(room_for_zones(format, name));
-    expand(out, format, {year, doy, month, day, hour, minute, second, epoch, name});
-    return copied(out.view());
+    return formatted(format, {year, doy, month, day, hour, minute, second, epoch, name});
 }
 
 int e2hz(const char *zone, int *year, int *doy, int *month, int *day, int *hour, int *minute,
          double *second, char **zonename, double epoch)
 {
-    ZoneName name;
-    int result = 0;
-    const Fields f = fields_in(zone, epoch, name, result);
+    const ZonedTime time(zone, epoch);
+    const Fields &f = time.fields();
     *year = f.year;
     *doy = f.doy;
     *month = f.month;
@@ -471,7 +429,7 @@ int e2hz(const char *zone, int *year, int *doy, int *month, int *day, int *hour,
     *minute = f.minute;
     *second = f.second;
     *zonename = copied(f.zone);
-    return result;
+    return time.zone_known() ? 0 : -1;
 }
 
 char *epoch2str(const char *format, double epoch)
@@ -516,13 +474,14 @@ char *strlocaldate(double epoch)
 
 namespace {
 
+// The formats of a style of fmttime, for a time in UTC and for one in a zone.
 struct Style {
     int style;
     const char *const *utc;
     const char *const *zone;
 };
 
-// The last row is that of any other style.
+// The last row is for every other style.
 // clang-format off
 constexpr Style kStyles[] = {
     {1, &MDtime_format, &ZMDtime_format},
@@ -555,30 +514,29 @@ int fmttime(char *buf, int style, const char *zone, double epoch)
         style == 8 ? std::floor(0.5 + epoch * 100000) / 100000 : to_millisecond(epoch);
     const bool utc = !zone || std::strcmp(zone, "UTC") == 0;
     const Style &row = style_of(style);
-    ZoneName name;
-    int result = 0;
-    const Fields f = fields_in(utc ? nullptr : zone, rounded, name, result);
-    static_assert(kTextSize <= FMTTIME_SIZE);
-    Output out;
-    expand(out, read(utc ? *row.utc : *row.zone), f);
-    std::memcpy(buf, out.c_str(), out.size() + 1);
+    const ZonedTime time(utc ? nullptr : zone, rounded);
+    static_assert(kTextBytes <= FMTTIME_SIZE);
+    FixedText out(buf, kTextBytes);
+    expand(out, read(utc ? *row.utc : *row.zone), time.fields());
+    out.c_str();  // ends the text in buf
     return 0;
 }
 
 namespace {
 
-// An interval's text has at most 49 characters.
-using Interval = stock::Line<50>;
+using IntervalText = stock::FixedTextOf<50>;
 
-constexpr double kYear = 31536000;
+constexpr double kHourSeconds = 3600;
+constexpr double kDaySeconds = 86400;
+constexpr double kYearSeconds = 365 * kDaySeconds;
 
-void print_years(Interval &out, double dt)
+void print_years(IntervalText &out, double dt)
 {
-    const double years = std::floor(dt / kYear);
-    double rest = dt - years * kYear;
-    if (!(rest <= kYear))
+    const double years = std::floor(dt / kYearSeconds);
+    double rest = dt - years * kYearSeconds;
+    if (!(rest <= kYearSeconds))
         rest = 0;
-    const double days = std::floor(rest / 86400);
+    const double days = std::floor(rest / kDaySeconds);
     // Meant: a million years alone is 1e+06, a million years and some days is 1000000.
     if (days == 0 ? years < 1000000 : !(years > 1000000))
         out.fixed(years, 0, 0);
@@ -592,10 +550,10 @@ void print_years(Interval &out, double dt)
     }
 }
 
-void print_days(Interval &out, double dt)
+void print_days(IntervalText &out, double dt)
 {
-    const double days = std::floor(dt / 86400);
-    const double hours = std::floor((dt - days * 86400) * 10 / 3600) / 10;
+    const double days = std::floor(dt / kDaySeconds);
+    const double hours = std::floor((dt - days * kDaySeconds) * 10 / kHourSeconds) / 10;
     out.fixed(days, 0, 0);
     out.add(" days");
     if (hours != 0) {
@@ -605,7 +563,8 @@ void print_days(Interval &out, double dt)
     }
 }
 
-void print_pair(Interval &out, double first, double second, std::string_view unit)
+// The two parts of an interval that is told as hours:minutes or minutes:seconds.
+void print_pair(IntervalText &out, double first, double second, std::string_view unit)
 {
     out.fixed(first, 2, 0);
     out.add(':');
@@ -613,42 +572,42 @@ void print_pair(Interval &out, double first, double second, std::string_view uni
     out.add(unit);
 }
 
-void print_hours(Interval &out, double dt)
+void print_hours(IntervalText &out, double dt)
 {
     const double rounded = std::floor(0.5 + dt / 60) * 60;
-    const double hours = std::floor(rounded / 3600);
-    print_pair(out, hours, std::floor((rounded - hours * 3600) / 60), " hours");
+    const double hours = std::floor(rounded / kHourSeconds);
+    print_pair(out, hours, std::floor((rounded - hours * kHourSeconds) / 60), " hours");
 }
 
-void print_minutes(Interval &out, double dt)
+void print_minutes(IntervalText &out, double dt)
 {
     const double rounded = std::floor(dt + 0.5);
     const double minutes = std::floor(rounded / 60);
     print_pair(out, minutes, rounded - minutes * 60, " minutes");
 }
 
-struct Unit {
-    double least;
-    void (*print)(Interval &out, double dt);
+struct IntervalUnit {
+    double least;  // the shortest interval in seconds that is told in this unit
+    void (*print)(IntervalText &out, double dt);
 };
 
 // First row that fits wins.
 // clang-format off
-constexpr Unit kUnits[] = {
-    {kYear, print_years},
-    {86400, print_days},
-    {3600, print_hours},
+constexpr IntervalUnit kIntervalUnits[] = {
+    {kYearSeconds, print_years},
+    {kDaySeconds, print_days},
+    {kHourSeconds, print_hours},
     {60, print_minutes},
-    {1, [](Interval &out, double dt) { out.fixed(dt, 6, 3); out.add(" seconds"); }},
-    {0.001, [](Interval &out, double dt) { out.fixed(dt * 1000, 7, 3); out.add(" milliseconds"); }},
-    {0.000001, [](Interval &out, double dt) { out.fixed(dt * 1000000, 7, 3); out.add(" microseconds"); }},
-    {0.000000001, [](Interval &out, double dt) { out.fixed(dt * 1000000000, 7, 3); out.add(" nanoseconds"); }},
+    {1, [](IntervalText &out, double dt) { out.fixed(dt, 6, 3); out.add(" seconds"); }},
+    {0.001, [](IntervalText &out, double dt) { out.fixed(dt * 1000, 7, 3); out.add(" milliseconds"); }},
+    {0.000001, [](IntervalText &out, double dt) { out.fixed(dt * 1000000, 7, 3); out.add(" microseconds"); }},
+    {0.000000001, [](IntervalText &out, double dt) { out.fixed(dt * 1000000000, 7, 3); out.add(" nanoseconds"); }},
 };
 // clang-format on
 
-void print_interval(Interval &out, double dt)
+void print_interval(IntervalText &out, double dt)
 {
-    for (const Unit &unit : kUnits)
+    for (const IntervalUnit &unit : kIntervalUnits)
         if (dt >= unit.least)
             return unit.print(out, dt);
     if (dt == 0)
@@ -662,11 +621,11 @@ void print_interval(Interval &out, double dt)
 char *strtdelta(double seconds)
 {
     constexpr std::size_t kWidth = 21;
-    Interval out;
+    IntervalText out;
     out.add(seconds < 0 ? '-' : ' ');
     print_interval(out, std::fabs(seconds));
     out.fill(kWidth, ' ');
-    // The sign moves to where the number begins.
+    // The sign stands in front, blanks behind it: swaps it with the last of these.
     char *text = out.data();
     const std::size_t blanks = out.view().find_first_not_of(' ', 1) - 1;
     std::swap(text[0], text[blanks]);
