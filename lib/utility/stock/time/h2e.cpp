@@ -1,4 +1,5 @@
-// Epoch times from and to plain numbers: epoch.h without its record.
+// Epoch times from and to plain numbers: the functions of epoch.h for callers without a
+// Caltime. Those whose names end in "_" are for Fortran, which passes every argument by address.
 
 #include "stock/h2e.h"
 

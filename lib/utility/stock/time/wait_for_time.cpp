@@ -1,4 +1,5 @@
-// Pausing a program: one call of nanosleep, and what it may answer.
+// Pausing a program for a number of seconds or until a time: one call of nanosleep, which a
+// signal ends early.
 
 #include "stock/wait_for_time.h"
 
@@ -17,23 +18,24 @@
 
 namespace {
 
-constexpr long kNanoseconds = 1000000000;  // in a second
+constexpr long kNanosecondsPerSecond = 1000000000;
 
 struct timespec span_of(double seconds)
 {
     const double whole = std::trunc(seconds);
     struct timespec span = {};
     span.tv_sec = stock::saturated<time_t>(whole);
-    span.tv_nsec = static_cast<long>(std::trunc(0.5 + kNanoseconds * (seconds - whole)));
-    // A fraction that rounds up to a second is one.
-    if (span.tv_nsec == kNanoseconds) {
+    span.tv_nsec = static_cast<long>(std::trunc(0.5 + kNanosecondsPerSecond * (seconds - whole)));
+    // nanosleep refuses a whole second here, which 0.9999999999 rounds to.
+    if (span.tv_nsec == kNanosecondsPerSecond) {
         span.tv_nsec = 0;
         ++span.tv_sec;
     }
     return span;
 }
 
-// Meant: worded for a signal, though a signal is what it is silent about.
+// Reports that nanosleep failed with some seconds left, unless a signal ended it.
+// Meant: the message speaks of a signal nevertheless.
 void report_failure(const struct timespec &left)
 {
     const double seconds =
@@ -73,7 +75,7 @@ void wait_for_time(int verbose, double when)
     if (verbose) {
         const stock::Owned<char> span(strtdelta(delay));
         const stock::Owned<char> until(strtime(when));
-        stock::Line<400> seconds;  // "%.3f" whatever the locale; a double has 309 digits
+        stock::FixedTextOf<400> seconds;  // "%.3f" whatever the locale; a double has 309 digits
         seconds.fixed(delay, 0, 3);
         std::fprintf(stderr, "waiting %s seconds (%s) until %s\n", seconds.c_str(), span.get(),
                      until.get());
