@@ -1,19 +1,23 @@
-// Where other families join the log.
+// Answers what the log asks of higher rooms (log/asks.h): its settings from elog.pf, the state
+// file, times as text, the program's path and the names of signals.
 
 #include "log/asks.h"
 
-#include <algorithm>
-#include <climits>
+#include <cstdio>
 #include <cstring>
+#include <mutex>
 
 #include "base/alloc.h"
+#include "base/number.h"
 #include "deviants.h"
-#include "log/fault.h"
-#include "log/log.h"
+#include "log/lock.h"
 #include "pf/parsing.h"
 #include "stock/bury.h"
-#include "stock/elog_fault.h"
+#include "stock/datasearch.h"
+#include "stock/elog.h"
+#include "stock/path.h"
 #include "stock/pf.h"
+#include "stock/signal_desc.h"
 #include "stock/str2epoch.h"
 #include "stock/time.h"
 
@@ -21,93 +25,121 @@ namespace stock::logging {
 
 namespace {
 
-// The text under a key of the settings file; null when there is none.
-const char *setting(Pf *pf, const char *key)
+// The text under a key of elog.pf; null when there is none.
+const char *text_in(Pf *pf, const char *key)
 {
     void *value = nullptr;
     return pfget(pf, key, &value) == PFSTRING ? static_cast<const char *>(value) : nullptr;
 }
 
-// The text is kept for as long as the process lives.
-const char *kept(Pf *pf, const char *key, const char *built_in)
+// A copy of the text under a key, which the settings keep as long as the process lives.
+const char *kept_text(Pf *pf, const char *key, const char *by_default)
 {
-    const char *text = setting(pf, key);
-    return text ? copy_text(text, key, "elog_init") : built_in;
+    const char *text = text_in(pf, key);
+    return text ? copy_text(text, key, "elog_init") : by_default;
 }
 
-// Plain keys that the file lacks leave the built-in values.
-void take_settings(Pf *pf)
+void take_settings(Pf *pf, Settings &settings)
 {
-    if (setting(pf, "ELOG_MAXMSG"))
-        Max_msg =
-            static_cast<int>(std::clamp<long>(pfget_int(pf, "ELOG_MAXMSG"), INT_MIN, INT_MAX));
-    if (setting(pf, "ELOG_WAIT"))
-        Elog_wait = pfget_double(pf, "ELOG_WAIT");
-    Elog_t_format = kept(pf, "t_format", Elog_t_format);
-    Elog_u_format = kept(pf, "u_format", Elog_u_format);
-    elog_fill_from_pf(pf, "ELOG_DELIVER", Deliver, Default_deliver);
-    elog_fill_from_pf(pf, "ELOG_TAG", Tag, Default_tag);
-    elog_fill_from_pf(pf, "ELOG_DEBUG", Debug, Default_debug);
+    if (text_in(pf, "ELOG_MAXMSG"))
+        settings.max_messages = saturated_int(pfget_int(pf, "ELOG_MAXMSG"));
+    if (text_in(pf, "ELOG_WAIT"))
+        settings.wait_seconds = pfget_double(pf, "ELOG_WAIT");
+    settings.t_format = kept_text(pf, "t_format", settings.t_format);
+    settings.u_format = kept_text(pf, "u_format", settings.u_format);
+    for (SettingTable *table : {&settings.deliver, &settings.tag, &settings.debug})
+        elog_fill_from_pf(pf, table->name, table->fields, table->defaults);
+}
+
+// The text under a key of the table `name`; by_default when there is none. A value that is
+// not text is complained about.
+const char *field_in(Pf *table, const char *name, const char *key, const char *by_default)
+{
+    void *value = nullptr;
+    const int type = pfget(table, key, &value);
+    if (type == PFSTRING)
+        return static_cast<const char *>(value);
+    if (type != PFINVALID)
+        elog_complain(0, "the setting %s{%s} is not a string and is ignored", name, key);
+    return by_default;
 }
 
 }  // namespace
 
-void join_bury()
-{
-    bury();
-}
-
-void join_stack_trace()
-{
-    show_stack_trace();
-}
-
-void join_show_stack(const char *variable)
-{
-    elog_setup_show_stack(variable);
-}
-
-bool join_shows_stack(int severity)
-{
-    return is_severity(severity) && Show_stack[severity];
-}
-
-void join_fault_handlers(const char *list)
-{
-    elog_setup_fault_handler(list);
-}
-
-void join_debugger(const char *command)
-{
-    _elog_debug(command);
-}
-
-void join_time(const char *format, const char *zone, char *out, std::size_t size)
-{
-    const Owned<char> text(zepoch2str(format, zone, std_now()));
-    const std::size_t length = strnlen(text.get(), size - 1);
-    std::memcpy(out, text.get(), length);
-    out[length] = '\0';
-}
-
-double join_reference_time(const char *text)
-{
-    return str2epoch(text);
-}
-
-char *join_settings_file()
+char *ask_settings_file(Settings &settings)
 {
     if (Pf_busy)
         return nullptr;
     Pf *pf = nullptr;
     char *signals = nullptr;
     if (pfread("elog", &pf) == 0) {
-        take_settings(pf);
-        const char *list = setting(pf, "ELOG_SIGNALS");
+        take_settings(pf, settings);
+        const char *list = text_in(pf, "ELOG_SIGNALS");
         signals = copy_text(list ? list : "", "ELOG_SIGNALS", "elog_init");
     }
     pffree(pf);
     return signals;
 }
 
+void ask_to_save_state()
+{
+    bury();
+}
+
+void ask_time(const char *format, const char *zone, char *out, std::size_t size)
+{
+    const Owned<char> text(zepoch2str(format, zone, std_now()));
+    std::snprintf(out, size, "%s", text.get());
+}
+
+double ask_reference_time(const char *text)
+{
+    return str2epoch(text);
+}
+
+void ask_base_name(const char *path, char (&name)[kPathSize])
+{
+    dirbase(path, nullptr, name);
+}
+
+char *ask_program_path(const char *name)
+{
+    return datafile("PATH", name);
+}
+
+bool ask_signal_number(const char *name, int &number)
+{
+    const Signal *signal = signal_byname(name);
+    if (signal)
+        number = signal->number;
+    return signal != nullptr;
+}
+
+SignalWords ask_signal_words(int sig)
+{
+    const Signal *signal = signal_bysig(sig);
+    return signal ? SignalWords{signal->name, signal->description} : SignalWords{};
+}
+
 }  // namespace stock::logging
+
+using namespace stock::logging;
+
+void elog_fill_from_pf(Pf *pf, const char *name, char (*table)[ELOG_FIELD_SIZE],
+                       const char *const *defaults)
+{
+    Pf *settings = nullptr;
+    if (!table || !defaults || !name || !pf)
+        return;
+    _pfeval(pf, name, &settings, PFANY);
+    if (!settings)
+        return;
+    if (settings->type != PFARR && settings->type != PFFILE)
+        return elog_complain(0, "the setting %s is not an array and is ignored", name);
+    Field fields[kSeverities] = {};  // filled first: reading a value may report
+    for (int i = 0; i < kSeverities; ++i)
+        std::snprintf(fields[i], sizeof fields[i], "%s",
+                      field_in(settings, name, elog_severity(i), defaults[i]));
+    const std::lock_guard hold(Lock);
+    std::memcpy(table, fields, sizeof fields);
+}

@@ -1,38 +1,72 @@
-// Where other families join the log: one function for each.
+// Ports: what the log asks of higher rooms. It calls these functions, and joins/log_asks.cpp
+// defines them with the public functions of those rooms.
 
 #pragma once
 
 #include <cstddef>
 
+#include "base/limits.h"
+#include "stock/elog.h"
+
 namespace stock::logging {
 
-// The state file joins here: bury() saves it before the process ends.
-void join_bury();
+inline constexpr int kSeverities = 7;
 
-// Stack traces join here: show_stack_trace() after a message that asks for one.
-void join_stack_trace();
+// The text of one setting of one severity.
+using Field = char[ELOG_FIELD_SIZE];
 
-// Whether every message of the severity asks for a stack trace: Show_stack, which
-// elog_setup_show_stack fills from the letters of the variable ELOG_STACK.
-void join_show_stack(const char *variable);
-bool join_shows_stack(int severity);
+// A setting that each severity has. `name` is its key in elog.pf and its environment variable.
+struct SettingTable {
+    const char *name;
+    const char *const *defaults;
+    Field fields[kSeverities];
+};
 
-// Fault handlers join here: elog_setup_fault_handler(list) installs them. The text
-// of the list is kept, not copied.
-void join_fault_handlers(const char *list);
+// What elog.pf sets. The log's lock guards it.
+struct Settings {
+    SettingTable deliver;  // where messages go
+    SettingTable tag;      // the template of what stands in front of them
+    SettingTable debug;    // the debugger command that follows them
+    int max_messages;      // that may wait on the stack; below 1 any number
+    double wait_seconds;   // that a debugger is given
+    const char *t_format;  // of the tag code %t; what elog.pf gives is never freed
+    const char *u_format;  // of the tag code %u; likewise
+};
 
-// The debugger joins here: _elog_debug(command) after a message was delivered.
-void join_debugger(const char *command);
+// Reads elog.pf into the settings. What the file lacks stays as it is. The caller holds the
+// log's lock. Does nothing while a parameter file is being parsed.
+//
+// Returns the file's list of signals to catch, "" when it has none, as a new string that the
+// caller frees, or null when the file was not read.
+char *ask_settings_file(Settings &settings);
 
-// The current time as zepoch2str puts it, for the codes %t and %u.
-void join_time(const char *format, const char *zone, char *out, std::size_t size);
+// Saves the variables of the state file: bury().
+void ask_to_save_state();
 
-// The time of ELOG_REFERENCE_TIME: str2epoch.
-double join_reference_time(const char *text);
+// Writes the current time as zepoch2str prints it, cut to the size.
+void ask_time(const char *format, const char *zone, char *out, std::size_t size);
 
-// Takes what "elog.pf" sets, unless a parameter file is being read at the moment.
-// Returns the signal list of the file, "" when the file has none, as a new string that
-// the caller frees, or null when there was no file.
-char *join_settings_file();
+// The time that a text stands for: str2epoch().
+double ask_reference_time(const char *text);
+
+// The part of a path behind its last slash. A path that is too long gives "" and is logged.
+void ask_base_name(const char *path, char (&name)[kPathSize]);
+
+// The path of the first file with this name along PATH, as a new string that the caller
+// frees, or null.
+char *ask_program_path(const char *name);
+
+// The number of the signal with this name, -1 for an unknown one. False when the program
+// has put a signal_byname of its own in place of the library's and that gave null.
+bool ask_signal_number(const char *name, int &number);
+
+// A signal's name, such as "SIGBUS", and its description, until the next call. Both are null
+// when the program has put a signal_bysig of its own in place of the library's and that gave
+// null.
+struct SignalWords {
+    const char *name;
+    const char *description;
+};
+SignalWords ask_signal_words(int sig);
 
 }  // namespace stock::logging

@@ -1,7 +1,7 @@
 // The message log: reporting, the stack of messages, questions and settings.
 //
-// A report is drafted in buffers on the caller's stack. Only a message that is
-// kept is copied, so that the log can still speak when memory has run out.
+// A report is drafted in buffers on the caller's stack. Only a message that stays on the
+// stack of messages is copied, so that the log also reports when memory has run out.
 
 #include "stock/elog.h"
 
@@ -14,70 +14,32 @@
 #include "base/errno_text.h"
 #include "base/guards.h"
 #include "base/thread.h"
-#include "log/asks.h"
+#include "deviants.h"
 #include "log/fault.h"
 #include "log/log.h"
-#include "log/reasons.h"
+#include "stock/elog_fault.h"
 
 namespace stock::logging {
 
-// clang-format off
-const char *const severity_name[]   = {"log", "debug", "notify", "alert", "complain", "die", "fault", nullptr};
-const char *const Default_deliver[] = {"", "stderr", "stderr", "stderr", "stderr", "stderr", "stderr"};
-const char *const Default_tag[]     = {"%P", "%P *debug*", "%P", "%P *alert*", "%P", "%P *fatal*", "%P *fault*"};
-const char *const Default_debug[]   = {"", "", "", "", "", "gdb %r %p", "gdb %r %p"};
-// clang-format on
-
-Field Deliver[kSeverities];
-Field Tag[kSeverities];
-Field Debug[kSeverities];
-
-constinit HolderLock Lock;
-std::atomic<int> Elog_init{0};
-int Max_msg = 50;
-double Elog_wait = 10.0;
-const char *Elog_t_format = "%a %b %e %H:%M:%S %Y";
-const char *Elog_u_format = "%Y-%j %H:%M:%S";
-std::atomic<double> Elog_reference_time{0.0};
-std::atomic<int> Argc{0};
-std::atomic<char **> Argv{nullptr};
-char Program_Name[kPathSize];
-char Program_Dir[kPathSize];
-const char *Faults = nullptr;
+const char *const severity_name[] = {"log",      "debug", "notify", "alert",
+                                     "complain", "die",   "fault",  nullptr};
 
 namespace {
 
-constexpr int kWritten = 10238;    // most bytes that a format may write, the end included
-constexpr int kNeeded = 10240;     // a text that would be longer carries the notice
-constexpr int kTruncated = 10239;  // characters of a text with the notice
+constexpr int kWritten = 10238;    // bytes that a format may write, the terminator included
+constexpr int kNeeded = 10240;     // characters; a message that needs more gets the notice
+constexpr int kTruncated = 10239;  // characters of a message with the notice
 constexpr std::string_view kNotice = "\n\t...  ** truncated by elog ***\n";
 static_assert(kNotice.size() == 32);
 
 constexpr std::string_view kStackPrefix = "*stack*";
 
-// Reports made inside reports go this deep before they are only printed. It ends
-// the circle of, say, a messaging library that complains to itself.
-constexpr int kDeepest = 8;
+// Reports may be made inside reports this deep. A deeper one is only printed, which ends the
+// circle when, say, a delivery complains each time that it is made.
+constexpr int kDeepestReport = 8;
 
-Elog_callback Callback = nullptr;
-
-Tbl Stack = {.base = nullptr,
-             .mapaddr = nullptr,
-             .null_value = nullptr,
-             .deleted = nullptr,
-             .left = 0,
-             .count = 0,
-             .nalloc = 0,
-             .size = sizeof(Elog_msg),
-             .direct = 1,
-             .maplen = 0,
-             .fd = -1,
-             .prot = 0,
-             .left_grow = 10,
-             .right_grow = 10};
-
-// Ends the text with the notice. A format that failed early has left less than the
-// notice follows; blanks fill the gap.
+// Puts the notice at the end of a text of kTruncated characters. Blanks fill what a format
+// that failed early has not written.
 void put_notice(char *text)
 {
     const std::size_t length = strnlen(text, kWritten - 1);
@@ -93,17 +55,18 @@ bool begins_with_stack(const char *text)
 
 bool wants_stack(const Draft &draft)
 {
-    return join_shows_stack(draft.msg.severity) || begins_with_stack(draft.text) ||
-           begins_with_stack(draft.tag + 1);
+    const int severity = draft.msg.severity;
+    return (is_severity(severity) && The_fault_handlers.shows_stack[severity]) ||
+           begins_with_stack(draft.text) || begins_with_stack(draft.tag + 1);
 }
 
-// Counts the text as a repetition of the top message when it is one. Returns that message,
-// or null.
-const Elog_msg *fold(int severity, const char *text)
+// Counts the text as a repetition of the newest message of the stack when both are the same.
+// Returns that message, or null.
+const Elog_msg *count_repetition(int severity, const char *text)
 {
-    if (severity != kLog || Elog_tbl->count == 0)
+    if (severity != ELOG_LOG || The_stack.messages->count == 0)
         return nullptr;
-    auto *top = static_cast<Elog_msg *>(gettbl(Elog_tbl, Elog_tbl->count - 1));
+    auto *top = static_cast<Elog_msg *>(gettbl(The_stack.messages, The_stack.messages->count - 1));
     if (!top->msg || std::strcmp(top->msg, text) != 0)
         return nullptr;
     if (top->count < INT32_MAX)
@@ -111,7 +74,7 @@ const Elog_msg *fold(int severity, const char *text)
     return top;
 }
 
-// The program's callback runs; it may throw.
+// Marks that the program's callback runs, for a scope that an exception may leave.
 class InCallback {
 public:
     InCallback() { This_thread.in_callback = true; }
@@ -120,30 +83,30 @@ public:
     InCallback &operator=(const InCallback &) = delete;
 
 private:
-    NothingChanges nothing_changes_;
+    ChangesPaused changes_paused_;
 };
 
-// A report, which may be made in the middle of another.
-class Reporting {
+// Counts a report, which may be made in the middle of another, for its scope.
+class CountedReport {
 public:
-    Reporting() { ++This_thread.reports; }
-    ~Reporting() { --This_thread.reports; }
-    Reporting(const Reporting &) = delete;
-    Reporting &operator=(const Reporting &) = delete;
+    CountedReport() { ++This_thread.reports; }
+    ~CountedReport() { --This_thread.reports; }
+    CountedReport(const CountedReport &) = delete;
+    CountedReport &operator=(const CountedReport &) = delete;
 };
 
-// Shows the program's callback the text of the batch. True when the program has
-// dealt with it. What the callback itself reports does not call it again.
+// Gives the program's callback the text of the batch. True when the program has dealt with
+// it. What the callback itself reports does not call it again.
 bool callback_took(int severity, const Batch &batch, const char *function)
 {
-    if (!Callback || This_thread.in_callback)
+    if (!The_stack.callback || This_thread.in_callback)
         return false;
     const Owned<char> text(batch_text(batch, function));
     const InCallback in_callback;
-    return Callback(severity, text.get(), Elog_tbl) != 0;
+    return The_stack.callback(severity, text.get(), The_stack.messages) != 0;
 }
 
-// Delivers the message, or gives it to the callback.
+// Gives the message to the callback, and delivers it unless the callback has dealt with it.
 void hand_out(const Elog_msg &reported, int severity, int error)
 {
     const Elog_msg *msg = &reported;
@@ -151,40 +114,43 @@ void hand_out(const Elog_msg &reported, int severity, int error)
         truncate_stack(0);
         msg = nullptr;
     }
-    errno = error;  // a delivery that fails tells it
+    errno = error;  // a delivery that fails prints it
     const bool delivered = deliver(delivery_of(severity).text, 0, msg);
-    if (severity == kLog && (delivered || !msg))
+    if (severity == ELOG_LOG && (delivered || !msg))
         note_reason(reported, nullptr);
 }
 
-// Who loads a library has the system's lock, which looking the stack's names up needs,
-// and may wait for the log's: the library's constructor reports.
+// Prints a stack trace with the lock released: looking up its names needs the system loader's
+// lock, and a thread that has that one may wait for ours, because a library that it loads
+// reports from its constructor. In a crash the lock is this thread's for good.
 void trace_stack()
 {
     if (crashing())
-        return join_stack_trace();
-    const Released released;
-    join_stack_trace();
+        return show_stack_trace();
+    const LockReleased released;
+    show_stack_trace();
 }
 
-// What a report does under the lock.
+// The part of a report that needs the lock.
 void report_draft(Draft &draft, int severity, int flag, int error)
 {
     const bool noted = wants_reasons();
-    if (noted)  // first: what the tag's codes report may free the message that stands for it
+    // Before count_repetition: expanding the tag may report, and so free the message that
+    // counts this one.
+    if (noted)
         draft_record(draft, severity, flag ? error : 0);
-    if (const Elog_msg *counting = fold(severity, draft.text)) {
+    if (const Elog_msg *counting = count_repetition(severity, draft.text)) {
         if (noted)
             note_reason(draft.msg, counting->msg);
         return;
     }
     if (!noted)
         draft_record(draft, severity, flag ? error : 0);
-    if (This_thread.reports > kDeepest)
+    if (This_thread.reports > kDeepestReport)
         return print_message(stderr, draft.msg);
     const bool trace = wants_stack(draft);
     hand_out(draft.msg, severity, error);
-    if (crashing() && severity == kFault)
+    if (crashing() && severity == ELOG_FAULT)
         crash_was_told();
     if (trace)
         trace_stack();
@@ -199,45 +165,42 @@ STOCK_PRINTF(3, 0) void report(int severity, int flag, const char *format, va_li
     draft_text(draft, format, args);
     Field command = "";
     {
-        const Reporting reporting;
+        const CountedReport counted;
         const Holding hold(Lock);
         report_draft(draft, severity, flag, error);
         if (is_severity(severity))
-            store(command, Debug[severity]);
+            store(command, The_settings.debug.fields[severity]);
     }
     errno = 0;
     if (!*command)
         return;
-    join_debugger(command);
+    _elog_debug(command);
     errno = 0;
 }
 
-Setting setting_of(int severity, const Field *table, const char *const *defaults)
+Setting setting_of(int severity, const SettingTable &table)
 {
-    const int row = is_severity(severity) ? severity : kComplain;
+    const int row = is_severity(severity) ? severity : ELOG_COMPLAIN;
+    const Field &field = table.fields[row];
     Setting setting;
-    store(setting.text, Elog_init || *table[row] ? table[row] : defaults[row]);
+    store(setting.text, The_startup.done || *field ? field : table.defaults[row]);
     return setting;
 }
 
 void *copy_strings(void *entry)
 {
     auto *msg = static_cast<Elog_msg *>(entry);
-    const auto copy = [](const char *text) {
-        return text ? copy_text(text, "msg", "elog_query") : nullptr;
-    };
-    msg->tag = copy(msg->tag);
-    msg->msg = copy(msg->msg);
-    msg->sys = copy(msg->sys);
+    for (char **text : {&msg->tag, &msg->msg, &msg->sys})
+        *text = copy_or_null(*text, "msg", "elog_query");
     return msg;
 }
 
 Tbl *copy_stack()
 {
-    return duptbl(Elog_tbl, copy_strings);
+    return duptbl(The_stack.messages, copy_strings);
 }
 
-// A list that can serve as the stack.
+// Whether the list can serve as the stack: a direct list of messages.
 bool holds_messages(const Tbl *tbl)
 {
     return tbl && tbl->direct && tbl->size == static_cast<std::int32_t>(sizeof(Elog_msg));
@@ -250,16 +213,16 @@ int answer(void *result, T value)
     return 0;
 }
 
-int answer_field(void *result, Field *table, int severity)
+int answer_field(void *result, SettingTable &table, int severity)
 {
-    return is_severity(severity) ? answer<char *>(result, table[severity]) : -1;
+    return is_severity(severity) ? answer<char *>(result, table.fields[severity]) : -1;
 }
 
-int set_field(Field *table, int severity, const char *value)
+int set_field(SettingTable &table, int severity, const char *value)
 {
     if (!is_severity(severity) || !value)
         return -1;
-    store(table[severity], value);
+    store(table.fields[severity], value);
     return 0;
 }
 
@@ -267,15 +230,13 @@ int set_field(Field *table, int severity, const char *value)
 int set_tag(int severity, const char *value)
 {
     if (is_severity(severity) || !value)
-        return set_field(Tag, severity, value);
-    for (Field &field : Tag)
+        return set_field(The_settings.tag, severity, value);
+    for (Field &field : The_settings.tag.fields)
         store(field, value);
     return 0;
 }
 
 }  // namespace
-
-Tbl *Elog_tbl = &Stack;
 
 void store(Field &field, std::string_view text)
 {
@@ -286,12 +247,12 @@ void store(Field &field, std::string_view text)
 
 Setting delivery_of(int severity)
 {
-    return setting_of(severity, Deliver, Default_deliver);
+    return setting_of(severity, The_settings.deliver);
 }
 
 Setting tag_of(int severity)
 {
-    return setting_of(severity, Tag, Default_tag);
+    return setting_of(severity, The_settings.tag);
 }
 
 void draft_text(Draft &draft, const char *format, va_list args)
@@ -332,22 +293,9 @@ void draft_record(Draft &draft, int severity, int error)
                  .thread = stock::thread_number()};
 }
 
-namespace {
-
-// What a crash says of its signal; no other message is ever kept here.
-struct Note {
-    bool kept;
-    char tag[kTagMax + 2];
-    char text[kErrorSize];
-    Elog_msg msg;
-};
-Note Crash_note;
-
-}  // namespace
-
 bool keep_note(const Elog_msg &msg)
 {
-    Note &note = Crash_note;
+    Note &note = The_stack.note;
     if (note.kept)
         return false;
     note.msg = msg;
@@ -359,14 +307,14 @@ bool keep_note(const Elog_msg &msg)
 
 std::int64_t stack_count()
 {
-    return Elog_tbl->count + Crash_note.kept;
+    return The_stack.messages->count + The_stack.note.kept;
 }
 
 const Elog_msg *message(std::int64_t i)
 {
-    if (Crash_note.kept && i == Elog_tbl->count)
-        return &Crash_note.msg;
-    return static_cast<const Elog_msg *>(gettbl(Elog_tbl, i));
+    if (The_stack.note.kept && i == The_stack.messages->count)
+        return &The_stack.note.msg;
+    return static_cast<const Elog_msg *>(gettbl(The_stack.messages, i));
 }
 
 void free_message(const Elog_msg &msg)
@@ -379,19 +327,19 @@ void free_message(const Elog_msg &msg)
 void truncate_stack(std::int64_t mark)
 {
     const auto free_entry = [](void *entry) { free_message(*static_cast<Elog_msg *>(entry)); };
-    trunctbl(Elog_tbl, mark, crashing() ? nullptr : +free_entry);
-    Crash_note.kept &= mark > Elog_tbl->count;
+    trunctbl(The_stack.messages, mark, crashing() ? nullptr : +free_entry);
+    The_stack.note.kept &= mark > The_stack.messages->count;
 }
 
 void cut_stack(std::int64_t begin, std::int64_t end)
 {
     for (std::int64_t i = begin; i < end; ++i)
-        free_message(*static_cast<Elog_msg *>(gettbl(Elog_tbl, i)));
-    const std::int64_t later = Elog_tbl->count - end;
+        free_message(*static_cast<Elog_msg *>(gettbl(The_stack.messages, i)));
+    const std::int64_t later = The_stack.messages->count - end;
     if (later > 0)
-        std::memmove(addrtbl(Elog_tbl, begin), addrtbl(Elog_tbl, end),
+        std::memmove(addrtbl(The_stack.messages, begin), addrtbl(The_stack.messages, end),
                      static_cast<std::size_t>(later) * sizeof(Elog_msg));
-    trunctbl(Elog_tbl, begin + later, nullptr);
+    trunctbl(The_stack.messages, begin + later, nullptr);
 }
 
 }  // namespace stock::logging
@@ -404,7 +352,7 @@ void elog(int severity, int flag, const char *format, va_list args)
     report(severity, flag, format, args);
 }
 
-// The seven differ in their severity and in what follows.
+// The seven differ in their severity and in what follows the report.
 #define REPORT(severity)                                                                           \
     va_list args;                                                                                  \
     va_start(args, format);                                                                        \
@@ -413,38 +361,38 @@ void elog(int severity, int flag, const char *format, va_list args)
 
 void elog_log(int flag, const char *format, ...)
 {
-    REPORT(0);
+    REPORT(ELOG_LOG);
 }
 
 void elog_debug(int flag, const char *format, ...)
 {
-    REPORT(1);
+    REPORT(ELOG_DEBUG);
 }
 
 void elog_notify(int flag, const char *format, ...)
 {
-    REPORT(2);
+    REPORT(ELOG_NOTIFY);
 }
 
 void elog_alert(int flag, const char *format, ...)
 {
-    REPORT(3);
+    REPORT(ELOG_ALERT);
 }
 
 void elog_complain(int flag, const char *format, ...)
 {
-    REPORT(4);
+    REPORT(ELOG_COMPLAIN);
 }
 
 void elog_die(int flag, const char *format, ...)
 {
-    REPORT(5);
+    REPORT(ELOG_DIE);
     end_with_state();
 }
 
 void elog_fault(int flag, const char *format, ...)
 {
-    REPORT(6);
+    REPORT(ELOG_FAULT);
     abort_process();
 }
 
@@ -452,7 +400,7 @@ int elog_mark(void)
 {
     need_init();
     const Holding hold(Lock);
-    return static_cast<int>(Elog_tbl->count);
+    return static_cast<int>(The_stack.messages->count);
 }
 
 void elog_truncate(int mark)
@@ -463,7 +411,7 @@ void elog_truncate(int mark)
 
 void elog_clear(void)
 {
-    if (Elog_init) {
+    if (The_startup.done) {
         const Holding hold(Lock);
         truncate_stack(0);
     }
@@ -477,9 +425,10 @@ void elog_flush(int deliver_first, int mark)
     const Holding hold(Lock);
     const std::int64_t begin = std::max(mark, 0);
     if (deliver_first) {
-        if (Elog_tbl->count > begin && callback_took(kNotify, batch_from(begin), "elog_flush"))
+        if (The_stack.messages->count > begin &&
+            callback_took(ELOG_NOTIFY, batch_from(begin), "elog_flush"))
             truncate_stack(begin);
-        if (deliver(delivery_of(kComplain).text, begin, nullptr))
+        if (deliver(delivery_of(ELOG_COMPLAIN).text, begin, nullptr))
             return;
     }
     truncate_stack(begin);
@@ -491,9 +440,9 @@ void elog_clear_register(int deliver_first)
     const Holding hold(Lock);
     bool delivered = false;
     if (deliver_first) {
-        if (callback_took(kNotify, batch_from(0), "elog_clear_register"))
+        if (callback_took(ELOG_NOTIFY, batch_from(0), "elog_clear_register"))
             truncate_stack(0);
-        delivered = deliver(delivery_of(kComplain).text, 0, nullptr);
+        delivered = deliver(delivery_of(ELOG_COMPLAIN).text, 0, nullptr);
     }
     if (!delivered)
         truncate_stack(0);
@@ -534,25 +483,25 @@ int elog_query(int code, int severity, void *result)
     need_init();
     const Holding hold(Lock);
     switch (code) {
-    case ELOG_TBL: return answer(result, Elog_tbl);
+    case ELOG_TBL: return answer(result, The_stack.messages);
     case ELOG_TBL_COPY: return answer(result, copy_stack());
     case ELOG_TBL_TAKE: {
         Tbl *copy = copy_stack();
         truncate_stack(0);
         return answer(result, copy);
     }
-    case ELOG_ARGV: return answer(result, Argv.load());
-    case ELOG_ARGC: return answer(result, Argc.load());
-    case ELOG_COUNT: return answer(result, static_cast<int>(Elog_tbl->count));
-    case ELOG_MAXMSG_VALUE: return answer(result, Max_msg);
-    case ELOG_TAG_FIELD: return answer_field(result, Tag, severity);
-    case ELOG_DELIVER_FIELD: return answer_field(result, Deliver, severity);
-    case ELOG_DEBUG_FIELD: return answer_field(result, Debug, severity);
-    case ELOG_SIGNAL_LIST: return answer(result, Faults);
-    case ELOG_CALLBACK_FN: return answer(result, Callback);
+    case ELOG_ARGV: return answer(result, The_program.argv.load());
+    case ELOG_ARGC: return answer(result, The_program.argc.load());
+    case ELOG_COUNT: return answer(result, static_cast<int>(The_stack.messages->count));
+    case ELOG_MAXMSG_VALUE: return answer(result, The_settings.max_messages);
+    case ELOG_TAG_FIELD: return answer_field(result, The_settings.tag, severity);
+    case ELOG_DELIVER_FIELD: return answer_field(result, The_settings.deliver, severity);
+    case ELOG_DEBUG_FIELD: return answer_field(result, The_settings.debug, severity);
+    case ELOG_SIGNAL_LIST: return answer(result, The_fault_handlers.list);
+    case ELOG_CALLBACK_FN: return answer(result, The_stack.callback);
     case ELOG_STRING_FROM: return answer(result, elog_string(severity));
-    case ELOG_REFERENCE: return answer(result, Elog_reference_time.load());
-    case ELOG_PROGRAM_NAME: return answer<char *>(result, Program_Name);
+    case ELOG_REFERENCE: return answer(result, The_startup.reference_time.load());
+    case ELOG_PROGRAM_NAME: return answer<char *>(result, The_program.name);
     default: return -1;
     }
 }
@@ -563,7 +512,7 @@ int set_stack(Tbl *tbl)
 {
     if (!holds_messages(tbl))
         return -1;
-    Elog_tbl = tbl;
+    The_stack.messages = tbl;
     return 0;
 }
 
@@ -572,16 +521,18 @@ int set_value(int code, int severity, va_list args)
     const Holding hold(Lock);
     switch (code) {
     case ELOG_TBL: return set_stack(va_arg(args, Tbl *));
-    case ELOG_ARGV: Argv = va_arg(args, char **); return 0;
-    case ELOG_ARGC: Argc = va_arg(args, int); return 0;
+    case ELOG_ARGV: The_program.argv = va_arg(args, char **); return 0;
+    case ELOG_ARGC: The_program.argc = va_arg(args, int); return 0;
     case ELOG_COUNT: truncate_stack(va_arg(args, int)); return 0;
-    case ELOG_MAXMSG_VALUE: Max_msg = va_arg(args, int); return 0;
+    case ELOG_MAXMSG_VALUE: The_settings.max_messages = va_arg(args, int); return 0;
     case ELOG_TAG_FIELD: return set_tag(severity, va_arg(args, const char *));
-    case ELOG_DELIVER_FIELD: return set_field(Deliver, severity, va_arg(args, const char *));
-    case ELOG_DEBUG_FIELD: return set_field(Debug, severity, va_arg(args, const char *));
-    case ELOG_SIGNAL_LIST: join_fault_handlers(va_arg(args, const char *)); return 0;
-    case ELOG_CALLBACK_FN: Callback = va_arg(args, Elog_callback); return 0;
-    case ELOG_REFERENCE: Elog_reference_time = va_arg(args, double); return 0;
+    case ELOG_DELIVER_FIELD:
+        return set_field(The_settings.deliver, severity, va_arg(args, const char *));
+    case ELOG_DEBUG_FIELD:
+        return set_field(The_settings.debug, severity, va_arg(args, const char *));
+    case ELOG_SIGNAL_LIST: elog_setup_fault_handler(va_arg(args, const char *)); return 0;
+    case ELOG_CALLBACK_FN: The_stack.callback = va_arg(args, Elog_callback); return 0;
+    case ELOG_REFERENCE: The_startup.reference_time = va_arg(args, double); return 0;
     default: return -1;
     }
 }

@@ -1,9 +1,9 @@
 // Where messages go: the words of a delivery string, files, and the limit of the stack.
 //
-// Each word hands the same batch, the stack from a mark on and one message more,
-// to one destination. The lock is held throughout, except inside the messaging
-// library: for that time the batch is off the stack, so that nobody else
-// delivers it again, and what is reported meanwhile stays for the next delivery.
+// Each word names one destination, and each gets the same batch: the stack from a mark on,
+// and one message more. The lock is held throughout, except inside the messaging library.
+// For that time the batch is off the stack, so that no other thread delivers it again; what
+// is reported meanwhile stays for the next delivery.
 
 #include "stock/elog.h"
 
@@ -16,20 +16,19 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/fixed_text.h"
 #include "base/guards.h"
-#include "log/asks.h"
+#include "base/uninterrupted.h"
 #include "log/fault.h"
 #include "log/log.h"
-#include "log/reasons.h"
 
 namespace stock::logging {
 
 namespace {
 
 constexpr std::string_view kBlanks = " \t";
-constexpr std::string_view kLibrary = "qel:";
-
-bool Limit_reached = false;  // the limit's own delivery runs
+constexpr std::string_view kLibraryPrefix = "qel:";
+constexpr std::size_t kWordSize = 4096;  // bytes of a word's path or target
 
 // "%.*s" of a word.
 #define WORD(word) static_cast<int>((word).size()), (word).data()
@@ -41,16 +40,13 @@ void unrecognized(std::string_view word)
 
 int open_to_append(const char *path)
 {
-    int fd = -1;
-    do
-        fd = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_CLOEXEC, 0664);
-    while (fd < 0 && errno == EINTR);
-    return fd;
+    constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_CLOEXEC;
+    return uninterrupted([=] { return ::open(path, kFlags, 0664); });
 }
 
 bool write_message(int fd, const Elog_msg &msg);
 
-// Returns 0, or the errno of what the file did not take.
+// Returns 0, or the errno of the last record that could not be written.
 int print_to_file(int fd, const Batch &batch)
 {
     int error = 0;
@@ -63,11 +59,11 @@ int print_to_file(int fd, const Batch &batch)
 
 void to_file(std::string_view word, const Batch &batch)
 {
-    char path[4096];
-    const std::size_t length = word.copy(path, sizeof path - 1);
-    path[length] = '\0';
-    // A longer path would be another file; the system refuses it, too.
-    const int fd = length == word.size() ? open_to_append(path) : (errno = ENAMETOOLONG, -1);
+    FixedTextOf<kWordSize> path;
+    path.add(word);
+    // A path that was cut would name another file; the system refuses the whole one too.
+    const bool whole = path.size() == word.size();
+    const int fd = whole ? open_to_append(path.c_str()) : (errno = ENAMETOOLONG, -1);
     if (fd < 0)
         return elog_fail("Can't open error file '%.*s'\n", WORD(word));
     const int error = errno;
@@ -76,7 +72,7 @@ void to_file(std::string_view word, const Batch &batch)
     if (refused)
         errno = refused;
     if (refused || !closed)
-        elog_fail("Can't close error file '%s'\n", path);
+        elog_fail("Can't close error file '%s'\n", path.c_str());
     else
         errno = error;
 }
@@ -91,24 +87,25 @@ void to_stream(std::string_view word, const Batch &batch)
         unrecognized(word);
 }
 
-// The records of a batch, off the stack for as long as the lock is given up.
-class Aside {
+// The records of a batch, taken off the stack while the lock is given up.
+class RemovedBatch {
 public:
-    explicit Aside(const Batch &batch)
+    explicit RemovedBatch(const Batch &batch)
         : begin_(batch.begin), records_(inittbl(0, batch.end - batch.begin, 1, nullptr,
                                                 static_cast<int>(sizeof(Elog_msg))))
     {
         for_each({batch.begin, batch.end, nullptr},
                  [this](const Elog_msg &msg) { pushtbl(records_, &msg); });
-        trunctbl(Elog_tbl, batch.begin, nullptr);
+        trunctbl(The_stack.messages, batch.begin, nullptr);
     }
 
-    // Puts the records back below what was reported meanwhile. Returns where they are now.
+    // Puts the records back below the messages that were reported meanwhile. Returns the batch
+    // in its new place.
     Batch put_back(const Elog_msg *last) const
     {
-        const std::int64_t begin = std::min(begin_, Elog_tbl->count);
+        const std::int64_t begin = std::min(begin_, The_stack.messages->count);
         for (std::int64_t i = 0; i < records_->count; ++i)
-            instbl(Elog_tbl, begin + i, gettbl(records_, i));
+            instbl(The_stack.messages, begin + i, gettbl(records_, i));
         const Batch batch{begin, begin + records_->count, last};
         freetbl(records_, nullptr);
         return batch;
@@ -121,12 +118,12 @@ private:
 
 void to_library(std::string_view word, Batch &batch)
 {
-    char target[4096];
-    target[word.substr(kLibrary.size()).copy(target, sizeof target - 1)] = '\0';
+    FixedTextOf<kWordSize> target;
+    target.add(word.substr(kLibraryPrefix.size()));
     const Owned<char> text(batch_text(batch, "elog_deliver"));
-    const Aside aside(batch);
-    call_qelelog(target, Program_Name, text.get());  // gives the lock up
-    batch = aside.put_back(batch.last);
+    const RemovedBatch removed(batch);
+    call_qelelog(target.c_str(), The_program.name, text.get());  // gives the lock up
+    batch = removed.put_back(batch.last);
 }
 
 // Hands the batch to one destination. True when it counts as delivered.
@@ -145,7 +142,7 @@ bool deliver_word(std::string_view word, Batch &batch)
         return true;
     case '.': to_file(word, batch); return true;
     default:
-        if (word.starts_with(kLibrary))
+        if (word.starts_with(kLibraryPrefix))
             to_library(word, batch);
         else
             unrecognized(word);
@@ -162,7 +159,7 @@ bool deliver_words(std::string_view words, Batch &batch)
             return delivered;
         const std::string_view word = words.substr(0, words.find_first_of(kBlanks));
         delivered |= deliver_word(word, batch);
-        // A destination that failed was told with the stack, which is empty then.
+        // A destination that failed was reported with the stack, which is empty then.
         batch.end = std::min(batch.end, stack_count());
         batch.begin = std::min(batch.begin, batch.end);
         words.remove_prefix(word.size());
@@ -172,7 +169,7 @@ bool deliver_words(std::string_view words, Batch &batch)
 // Takes the messages of the batch off the stack and frees them; later ones stay.
 void drop(const Batch &batch)
 {
-    if (batch.end >= Elog_tbl->count || crashing())
+    if (batch.end >= The_stack.messages->count || crashing())
         return truncate_stack(batch.begin);
     cut_stack(batch.begin, batch.end);
 }
@@ -180,13 +177,13 @@ void drop(const Batch &batch)
 // Ends the process because the stack holds as many messages as it may.
 [[noreturn]] void quit(const Elog_msg *msg)
 {
-    const int held = static_cast<int>(Elog_tbl->count);
-    if (!Limit_reached) {
-        Limit_reached = true;
-        deliver(delivery_of(kDie).text, 0, msg);
+    const int held = static_cast<int>(The_stack.messages->count);
+    if (!The_stack.limit_reached) {
+        The_stack.limit_reached = true;
+        deliver(delivery_of(ELOG_DIE).text, 0, msg);
     }
     char tag[kTagMax + 1];
-    elog_expand(tag_of(kDie).text, kDie, tag, kTagMax);
+    elog_expand(tag_of(ELOG_DIE).text, ELOG_DIE, tag, kTagMax);
     std::fprintf(stderr,
                  "%s: quitting because log has %d messages\n   eliminate this limit with\n"
                  "      setenv ELOG_MAXMSG 0\n   or by editing elog.pf.  See elog(3).\n",
@@ -194,24 +191,20 @@ void drop(const Batch &batch)
     end_with_state();
 }
 
-char *copy_or_null(const char *text, const char *item)
-{
-    return text ? copy_text(text, item, "elog") : nullptr;
-}
-
-// Puts a copy of the message on the stack. What a crash has to say knows no limit, and
-// its last message would be read by nobody.
+// Puts a copy of the message on the stack. In a crash the limit does not hold, the first
+// message becomes the note, and the fault message is dropped: nothing would read it.
 void keep(const Elog_msg &msg)
 {
-    if (crashing() && (keep_note(msg) || msg.severity == kFault))
+    if (crashing() && (keep_note(msg) || msg.severity == ELOG_FAULT))
         return;
-    if (!crashing() && Max_msg >= 1 && Elog_tbl->count >= Max_msg)
+    if (!crashing() && The_settings.max_messages >= 1 &&
+        The_stack.messages->count >= The_settings.max_messages)
         quit(&msg);
     Elog_msg copy = msg;
-    copy.tag = copy_or_null(msg.tag, "tag");
-    copy.msg = copy_or_null(msg.msg, "msg");
-    copy.sys = copy_or_null(msg.sys, "sys");
-    pushtbl(Elog_tbl, &copy);
+    copy.tag = copy_or_null(msg.tag, "tag", "elog");
+    copy.msg = copy_or_null(msg.msg, "msg", "elog");
+    copy.sys = copy_or_null(msg.sys, "sys", "elog");
+    pushtbl(The_stack.messages, &copy);
     note_reason(copy, copy.msg);
 }
 
@@ -242,25 +235,21 @@ bool write_all(int fd, std::string_view text)
 
 namespace {
 
-// One buffer for the text of a record in a file, kept between calls.
-char *File_text = nullptr;
-std::size_t File_size = 0;
-
-// The buffer, at least so large. It never has to keep what it holds.
+// A buffer of at least so many bytes for the text of one record. It is kept for later records
+// and loses its text when it grows.
 char *file_text(std::size_t needed)
 {
-    static char Crash_text[kFormatSize + 2 * kTagMax];
-    if (crashing() && needed <= sizeof Crash_text)
-        return Crash_text;
-    if (needed <= File_size)
-        return File_text;
-    std::free(File_text);
-    File_text = nullptr;
-    File_size = 0;
+    if (crashing() && needed <= sizeof The_crash.record)
+        return The_crash.record;
+    if (needed <= The_stack.file_size)
+        return The_stack.file_text;
+    std::free(The_stack.file_text);
+    The_stack.file_text = nullptr;
+    The_stack.file_size = 0;
     const std::size_t size = std::max<std::size_t>(2 * needed, 1024);
-    File_text = static_cast<char *>(allocate_zeroed(size, "buf", "elog_msg_printfd"));
-    File_size = size;
-    return File_text;
+    The_stack.file_text = static_cast<char *>(allocate_zeroed(size, "buf", "elog_msg_printfd"));
+    The_stack.file_size = size;
+    return The_stack.file_text;
 }
 
 std::size_t length_of(const char *text)
@@ -268,16 +257,13 @@ std::size_t length_of(const char *text)
     return text ? std::strlen(text) : 0;
 }
 
-// Writes one record; false, with errno, when the file does not take it.
+// Writes one record with one write. False, with errno, when it could not be written.
 bool write_message(int fd, const Elog_msg &msg)
 {
-    char *text = file_text(length_of(msg.tag) + length_of(msg.msg) + length_of(msg.sys) + 100);
-    std::size_t used = 0;
-    lay_out(msg, "\t##=> ", [&](std::string_view piece) {
-        std::memcpy(text + used, piece.data(), piece.size());
-        used += piece.size();
-    });
-    return write_all(fd, {text, used});
+    const std::size_t size = length_of(msg.tag) + length_of(msg.msg) + length_of(msg.sys) + 100;
+    FixedText text(file_text(size), size);
+    lay_out(msg, "\t##=> ", [&](std::string_view piece) { text.add(piece); });
+    return write_all(fd, text.view());
 }
 
 }  // namespace
@@ -299,7 +285,7 @@ void elog_deliver(const char *delivery, int mark, Elog_msg *msg)
 
 void elog_printfd(int fd, int mark)
 {
-    if (fd < 0 || !Elog_init)
+    if (fd < 0 || !The_startup.done)
         return;
     const KeepErrno keep_errno;
     const Holding hold(Lock);

@@ -1,35 +1,29 @@
 // How the process ends inside the log.
 //
-// One thread ends it. Another that gets here meanwhile waits for that end, and
-// the ending thread itself, back from something that runs at exit, leaves at
-// once: exit is called only once.
+// One thread ends it. Another thread that comes here meanwhile waits for that end. When a
+// function that runs at exit ends the process once more, its thread leaves at once, because
+// exit may be called only once.
 
 #include "stock/elog.h"
 
-#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 
-#include <time.h>
 #include <unistd.h>
 
 #include "base/alloc.h"
 #include "base/guards.h"
 #include "log/asks.h"
-#include "log/last_limit.h"
+#include "log/end.h"
 #include "log/log.h"
 
 namespace stock::logging {
 
-constinit thread_local Thread This_thread;
-
 namespace {
 
-std::atomic<bool> Ending{false};
-
-constexpr int kPatience = 1000;  // hundredths of a second that another thread's end may take
+constexpr int kOtherEndSeconds = 10;  // that the end by another thread may take
 
 void flush_all()
 {
@@ -43,24 +37,22 @@ void flush_all()
 
 [[noreturn]] void await_the_end()
 {
-    const timespec hundredth{0, 10'000'000};
-    for (int i = 0; i < kPatience; ++i)
-        ::nanosleep(&hundredth, nullptr);
+    wait_until(kOtherEndSeconds, [] { return false; });
     ::_exit(1);
 }
 
-// Makes this thread the one that ends the process; does not return to any other.
-// The lock is given up: what runs at exit may wait for threads that need it.
+// Makes this thread the one that ends the process. Does not return in any other thread. The
+// lock is given up, because a function that runs at exit may wait for a thread that needs it.
 void begin_to_end()
 {
     Lock.release();
-    This_thread.changing = 0;
+    This_thread.changes = 0;
     This_thread.owed = nullptr;
     if (This_thread.ending) {
         flush_all();
         ::_exit(1);
     }
-    if (Ending.exchange(true))
+    if (The_end.begun.exchange(true))
         await_the_end();
     This_thread.ending = true;
 }
@@ -72,8 +64,9 @@ void begin_to_end()
     std::exit(1);
 }
 
-// What is left when memory runs out in the middle of saying so: the text goes
-// straight to standard error. Should even its tag need memory it goes without.
+// Called when memory runs out while that is being reported: prints the text straight to
+// standard error and ends. When that needs memory too, the second attempt goes without a tag,
+// and the third ends the process.
 [[noreturn]] void say_last_words(const char *text)
 {
     const int attempt = ++This_thread.last_words;
@@ -81,12 +74,12 @@ void begin_to_end()
         ::_exit(1);
     char tag[kTagMax + 1] = "";
     if (attempt == 1)
-        elog_expand(tag_of(kDie).text, kDie, tag, kTagMax);
+        elog_expand(tag_of(ELOG_DIE).text, ELOG_DIE, tag, kTagMax);
     char error[kErrorSize];
     const Elog_msg msg = {.tag = tag,
                           .msg = const_cast<char *>(text),
                           .sys = describe(ENOMEM, error, sizeof error),
-                          .severity = kDie,
+                          .severity = ELOG_DIE,
                           .count = 1,
                           .thread = 0};
     {
@@ -118,7 +111,7 @@ void end_with_state()
     This_thread.out_of_memory = nullptr;
     begin_to_end();
     limit_step(kNotSaved);
-    join_bury();
+    ask_to_save_state();
     flush_and_exit();
 }
 
@@ -126,8 +119,8 @@ void end_with_state()
 
 using namespace stock::logging;
 
-// Declared in base/alloc.h. A thread that runs out of memory a second time, while it reports
-// the first, prints the text without the log and ends.
+// A port of base/alloc.h. A thread that runs out of memory again while it reports the first
+// time prints the first text without the log and ends.
 void stock::report_out_of_memory(const char *text)
 {
     if (This_thread.out_of_memory)

@@ -1,288 +1,296 @@
-// Faults: the handlers, the report of a crash, the debugger.
+// Faults: their handlers, the report of a crash, the debugger.
 //
-// The report goes the ordinary way of the log, in a process of which nothing is
-// certain: the heap may be broken or locked by this very thread, another thread may
-// hold the log's lock for ever, standard error may be a pipe that nobody reads. So
-// the ordinary way does without the heap while a crash is reported, and two things
-// stand ready to end it: another fault and the last limit. Both say, with nothing but
-// write, what the report still had to say.
+// The report of a crash goes the log's ordinary way, in a process of which nothing is certain:
+// the heap may be broken or locked by this very thread, another thread may hold the log's
+// lock for ever, standard error may be a pipe that nobody reads. So while a crash is reported
+// the log does not use the heap, and two things end a report that gets stuck: a second fault
+// and the timer. Both print, with nothing but write, what The_crash.phase says is missing.
 
 #include "stock/elog_fault.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
+#include <cmath>
 #include <csetjmp>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
+#include <initializer_list>
 
 #include <pthread.h>
+#include <sched.h>
 #include <sys/mman.h>
-#include <time.h>
 #include <unistd.h>
 
 #include "base/alloc.h"
 #include "base/guards.h"
+#include "base/number.h"
 #include "deviants.h"
 #include "deviants/fault.h"
+#include "log/asks.h"
 #include "log/fault.h"
-#include "log/last_limit.h"
-#include "stock/signal_desc.h"
-#include "stock/strings.h"
-#include "stock/wait_for_time.h"
+#include "log/log.h"
 
 namespace stock::logging {
 
-struct sigaction Old_handler[kOldHandlers];
-int Show_stack[kSeverities];
-std::atomic<bool> Faults_caught{false};
-
 namespace {
 
-constexpr std::size_t kAltStack = 256 * 1024;
-constexpr std::size_t kEnoughStack = 32 * 1024;  // a stack of the program's that will do
+// Seconds that each part of a report may take.
+constexpr int kReportSeconds = 5;        // all of it; begun anew after each use of the heap
+constexpr int kHeapSeconds = 1;          // one function that uses the heap
+constexpr int kLockSeconds = 1;          // waiting for another thread to give the lock up
+constexpr int kGivingUpSeconds = 1;      // each part of what is printed when giving up
+constexpr int kOtherReportSeconds = 15;  // the report of another thread, which ends the process
 
-constexpr int kPatience = 5;         // seconds that a report may take
-constexpr int kHeapPatience = 1;     // seconds that an attempt on the heap may take
-constexpr int kLockPatience = 100;   // hundredths of a second that another may hold the lock
-constexpr int kOthersPatience = 15;  // seconds that another thread's report may take
+constexpr std::size_t kAltStackSize = 256 * 1024;
+constexpr std::size_t kEnoughStack = 32 * 1024;  // bytes; the program's own stack may do
 
-// What must not end the process before the report is out.
-constexpr int kHarmless[] = {SIGPIPE, SIGXFSZ};
+// Signals by which printing would end the process before the report is out.
+constexpr int kPrintingSignals[] = {SIGPIPE, SIGXFSZ};
 
-std::atomic<int> Debugger_running{0};
-
-// The crash that is reported. It is written by the one thread that reports it.
-struct Crash {
-    pthread_t thread;
-    int sig;
-    const Signal *signal;  // null as long as it is looked for
-    siginfo_t info;
-    bool informed;  // whether there is such information
-    struct sigaction on_abort;
-    std::atomic<bool> traced;     // the stack is out, or was tried
-    volatile bool shown;          // the system's words about the fault are out
-    std::atomic<bool> told;       // the messages are out
-    std::atomic<bool> giving_up;  // somebody says what is left
-    std::atomic<bool> trying;     // on_heap may be jumped to
-    bool heap_is_broken;          // an attempt on the heap has failed
-    sigjmp_buf on_heap;
-};
-Crash The_crash;
-std::atomic<bool> Crashed{false};
-
-void restore_mask(const sigset_t &mask)
-{
-    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
-}
-
-// Ends the process by this signal's default action.
-[[noreturn]] void die_by(int sig)
-{
-    set_action(sig, SIG_DFL, 0);
-    unblock(sig);
-    ::raise(sig);
-    set_action(SIGABRT, SIG_DFL, 0);
-    unblock(SIGABRT);
-    ::raise(SIGABRT);
-    ::_exit(1);
-}
+// ---- The crash that is reported ----
 
 bool is_reporter()
 {
     return pthread_equal(pthread_self(), The_crash.thread) != 0;
 }
 
-// The stack of this thread, without standard error's own buffer and lock. A handler that
-// interrupted the report says it.
-void say_trace()
+// Enters a phase. False when the report has come to it, or to a later one, before.
+bool enter(Phase next)
 {
-    static char Trace[64 * 1024];
-    The_crash.heap_is_broken = true;  // nothing is tried on it any more
-    Trace_handlers = 1;
-    show_stack_trace_string(sizeof Trace, Trace);
-    write_all(STDERR_FILENO, Trace);
+    Phase now = The_crash.phase;
+    while (now < next)
+        if (The_crash.phase.compare_exchange_weak(now, next))
+            return true;
+    return false;
 }
 
-// Says what the report has not said yet, the stack first. Who is interrupted by a fault
-// or by the timer while he does so comes here again and goes on with what is next.
-void say_the_rest()
+// Ends the process by this signal's default action.
+[[noreturn]] void die_by(int sig)
 {
-    if (The_crash.told)
-        return;
-    if (is_reporter() && !The_crash.traced.exchange(true))
-        say_trace();
-    if (The_crash.giving_up.exchange(true))
-        return;
-    Words words;
-    if (!The_crash.shown) {
-        char text[256];
-        fault_text(The_crash.sig, The_crash.informed ? &The_crash.info : nullptr, text,
-                   sizeof text);
-        words(text);
+    for (const int last : {sig, SIGABRT}) {
+        set_action(last, SIG_DFL, 0);
+        unblock(last);
+        ::raise(last);
     }
-    static constexpr Signal kNameless = {0, "?", "a fault"};
-    const Signal *signal = The_crash.signal ? The_crash.signal : &kNameless;
-    const char *const program = Program_Name;
-    for (const char *piece : {"\n", program, ": ", signal->description, "\n", program,
-                              " *fault*: Signal ", signal->name, " : ", signal->description, "\n"})
-        words(piece);
-    words.flush();
-    say_messages(words);
+    ::_exit(1);
 }
 
-// Goes back to where an attempt on the heap was made, if this thread is in one.
+// Prints the stack of this thread without standard error's buffer and lock. A signal handler
+// that interrupted the report does this, and the heap is not used any more.
+void print_trace()
+{
+    The_crash.heap = Heap::given_up;
+    Trace_handlers = 1;
+    show_stack_trace_string(sizeof The_crash.trace, The_crash.trace);
+    write_all(STDERR_FILENO, The_crash.trace);
+}
+
+void add_fault(ErrorText &text)
+{
+    char words[256];
+    fault_text(The_crash.sig, The_crash.info, words, sizeof words);
+    text(words);
+}
+
+void add_signal(ErrorText &text)
+{
+    const SignalWords &signal = The_crash.words;
+    const char *const name = signal.name ? signal.name : "?";
+    const char *const description = signal.description ? signal.description : "a fault";
+    const char *const program = The_program.name;
+    for (const char *piece : {"\n", program, ": ", description, "\n", program, " *fault*: Signal ",
+                              name, " : ", description, "\n"})
+        text(piece);
+}
+
+// Prints what the report has not printed yet, the stack first. A fault or an alarm that
+// interrupts it comes here again and goes on with the next part: the phase is entered before
+// its part is printed.
+void print_the_rest()
+{
+    if (is_reporter() && enter(Phase::tracing))
+        print_trace();
+    const Phase reached = The_crash.phase.exchange(Phase::giving_up);
+    if (reached >= Phase::told)
+        return;
+    ErrorText text{ToStandardError()};
+    if (reached < Phase::telling)
+        add_fault(text);
+    add_signal(text);
+    text.flush();
+    add_messages(text);
+}
+
+// ---- Using the heap ----
+
+// Jumps back into try_on_heap when this thread is in the middle of a function there.
 void leave_the_heap()
 {
-    if (is_reporter() && The_crash.trying.exchange(false))
-        siglongjmp(The_crash.on_heap, 1);
+    Heap in_use = Heap::in_use;
+    if (is_reporter() && The_crash.heap.compare_exchange_strong(in_use, Heap::given_up))
+        siglongjmp(The_crash.before_heap, 1);
 }
 
-// Another thread's report ends the process; should it not, this does.
+// Runs a function that uses the heap. False when it faults or takes too long: then the heap is
+// given up, and no other function is run.
+bool try_on_heap(void (*function)(void *argument), void *argument)
+{
+    if (The_crash.heap != Heap::usable)
+        return false;
+    if (sigsetjmp(The_crash.before_heap, 1) != 0) {
+        move_limit(kReportSeconds);
+        return false;
+    }
+    The_crash.heap = Heap::in_use;
+    move_limit(kHeapSeconds);
+    function(argument);
+    move_limit(kReportSeconds);
+    The_crash.heap = Heap::usable;
+    return true;
+}
+
+// ---- A second fault, and the timer ----
+
+// Another thread's report ends the process. When it does not, this thread does.
 [[noreturn]] void await_the_end(int sig)
 {
-    const timespec second{1, 0};
-    for (int i = 0; i < kOthersPatience; ++i)
-        ::nanosleep(&second, nullptr);
+    wait_until(kOtherReportSeconds, [] { return false; });
     die_by(sig);
 }
 
-// A fault while another is reported.
+// The handler of faults while a crash is reported.
 void second_fault(int sig)
 {
     if (!is_reporter())
         await_the_end(sig);
     leave_the_heap();
-    say_the_rest();
+    print_the_rest();
     die_by(sig);
 }
 
-// The time of the report is up. The timer is the process's and its signal may come to
-// any thread; the one that reports is given a chance to go on by itself.
+// The handler of the alarm when the report takes too long. The alarm may come to any thread.
+// The first one that another thread gets is passed on to the reporting thread, which may be
+// able to go on without the heap.
 void time_is_up(int)
 {
     const KeepErrno keep;
-    static std::atomic<int> Elsewhere{0};
-    move_limit(kHeapPatience);
-    if (!is_reporter() && Elsewhere++ < 1) {
+    move_limit(kGivingUpSeconds);
+    if (!is_reporter() && !The_crash.alarm_passed_on.exchange(true)) {
         pthread_kill(The_crash.thread, SIGALRM);
         return;
     }
     leave_the_heap();
-    say_the_rest();
+    print_the_rest();
     die_by(SIGABRT);
 }
 
-// Runs a function that needs the heap; gives up when it faults or takes too long.
-bool try_on_heap(void (*function)(void *argument), void *argument)
+// ---- The words for a signal ----
+
+bool is_remembered(int sig)
 {
-    if (The_crash.heap_is_broken)
-        return false;
-    if (sigsetjmp(The_crash.on_heap, 1) != 0) {
-        The_crash.heap_is_broken = true;
-        move_limit(kPatience);
-        return false;
-    }
-    The_crash.trying = true;
-    move_limit(kHeapPatience);
-    function(argument);
-    move_limit(kPatience);
-    The_crash.trying = false;
-    return true;
+    return sig >= 0 && sig < kRememberedSignals;
 }
 
-void do_nothing(int) {}
-
-// What signal_bysig says of the signals that are caught. The system may look its words
-// up in another language, which needs the heap: it is asked before there is a fault.
-struct Description {
-    Signal signal;
-    char name[SIGNAL_NAME_SIZE];
-    char text[kErrorSize];
-};
-Description Descriptions[kOldHandlers];
-
-void prepare_description(int sig)
+// Copies the words for a signal that is caught. The system may look a description up in
+// another language, which uses the heap: it is asked before there is a fault.
+void prepare_words(int sig)
 {
-    if (sig < 0 || sig >= kOldHandlers)
+    if (!is_remembered(sig))
         return;
-    Description &kept = Descriptions[sig];
-    const Signal *signal = signal_bysig(sig);
-    std::snprintf(kept.name, sizeof kept.name, "%s", signal->name);
-    std::snprintf(kept.text, sizeof kept.text, "%s", signal->description);
-    kept.signal = {sig, kept.name, kept.text};
+    const SignalWords words = ask_signal_words(sig);
+    if (!words.name || !words.description)
+        return;
+    Description &kept = The_fault_handlers.descriptions[sig];
+    std::snprintf(kept.name, sizeof kept.name, "%s", words.name);
+    std::snprintf(kept.text, sizeof kept.text, "%s", words.description);
 }
 
-const Signal *describe_signal(int sig)
+SignalWords words_for(int sig)
 {
-    const bool prepared = sig >= 0 && sig < kOldHandlers && Descriptions[sig].signal.name;
-    return prepared ? &Descriptions[sig].signal : signal_bysig(sig);
+    if (!is_remembered(sig) || !*The_fault_handlers.descriptions[sig].name)
+        return ask_signal_words(sig);
+    const Description &kept = The_fault_handlers.descriptions[sig];
+    return {kept.name, kept.text};
 }
 
-// Makes this thread the one that reports. Does not return to a second one.
-void begin_crash(int sig, const siginfo_t *info)
+// ---- The beginning of a report ----
+
+void ignore_signal(int) {}
+
+// Fills The_crash in, and takes the signals and the timer for its report.
+void prepare_report(int sig, const siginfo_t *info)
 {
-    static std::atomic_flag Begun;
-    sigset_t all, mask;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &mask);  // nothing comes between until all is ready
-    if (Begun.test_and_set()) {
-        while (!Crashed)
-            sched_yield();
-        restore_mask(mask);
-        second_fault(sig);
-    }
     The_crash.thread = pthread_self();
     The_crash.sig = sig;
-    The_crash.informed = info != nullptr;
-    if (info)
-        The_crash.info = *info;
-    Crashed = true;
+    if (info) {
+        The_crash.info_copy = *info;
+        The_crash.info = &The_crash.info_copy;
+    }
     ::sigaction(SIGABRT, nullptr, &The_crash.on_abort);
-    for (int second : kFaultSignals)
-        set_action(second, second_fault, SA_ONSTACK | SA_NODEFER);
-    for (int harmless : kHarmless)
-        set_action(harmless, do_nothing, SA_ONSTACK | SA_RESTART);
-    set_limit(kPatience, time_is_up);
+    for (const int fault : kFaultSignals)
+        set_action(fault, second_fault, SA_ONSTACK | SA_NODEFER);
+    for (const int harmless : kPrintingSignals)
+        set_action(harmless, ignore_signal, SA_ONSTACK | SA_RESTART);
+    set_limit(kReportSeconds, time_is_up);
     This_thread.crashing = true;
-    This_thread.reports = 0;  // those that the fault has cut off do not count
+    This_thread.reports = 0;  // the fault has cut off those that were being made
     This_thread.owed = nullptr;
     begin_change();  // from now on no other end begins in this thread
     Try_on_heap = try_on_heap;
-    restore_mask(mask);
-    unblock(SIGALRM);
-    for (int second : kFaultSignals)
-        unblock(second);
-    The_crash.signal = describe_signal(sig);
 }
 
-// Takes the lock for the rest of the process's life, from another thread if need be.
+// Makes this thread the one that reports a crash, which it is for good. In every other thread
+// it does not return. Signals are blocked until handlers can rely on The_crash.
+void begin_crash(int sig, const siginfo_t *info)
+{
+    sigset_t all, before;
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &before);
+    const bool first = enter(Phase::preparing);
+    if (first) {
+        prepare_report(sig, info);
+        enter(Phase::begun);
+    }
+    while (The_crash.phase == Phase::preparing)
+        ::sched_yield();
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    if (!first)
+        second_fault(sig);
+    unblock(SIGALRM);
+    for (const int fault : kFaultSignals)
+        unblock(fault);
+    The_crash.words = words_for(sig);
+}
+
+// Goes on as the holder of the lock for the rest of the process's life, even when another
+// thread does not give it up in time.
 void seize_lock()
 {
-    const timespec hundredth{0, 10'000'000};
-    for (int i = 0; i < kLockPatience && !Lock.try_lock(); ++i)
-        ::nanosleep(&hundredth, nullptr);
+    wait_until(kLockSeconds, [] { return Lock.try_lock(); });
     Lock.assume();
 }
 
-// The alternate stack of a thread is given back when the thread ends.
-pthread_key_t Alt_stack_key;
-pthread_once_t Alt_stack_once = PTHREAD_ONCE_INIT;
-bool Alt_stack_key_is_there = false;
+// ---- A thread's stack for handlers ----
 
-void give_back(void *memory)
+// Unmaps the stack of a thread that ends, and first takes it out of use.
+void free_alt_stack(void *memory)
 {
     stack_t now = {};
     if (::sigaltstack(nullptr, &now) == 0 && now.ss_sp == memory) {
-        const stack_t none = {nullptr, SS_DISABLE, kAltStack};
+        stack_t none = {};
+        none.ss_flags = SS_DISABLE;
+        none.ss_size = kAltStackSize;
         ::sigaltstack(&none, nullptr);
     }
-    ::munmap(memory, kAltStack);
+    ::munmap(memory, kAltStackSize);
 }
 
-void make_key()
+void make_alt_stack_key()
 {
-    Alt_stack_key_is_there = pthread_key_create(&Alt_stack_key, give_back) == 0;
+    FaultHandlers &handlers = The_fault_handlers;
+    handlers.alt_stack_key_made = pthread_key_create(&handlers.alt_stack_key, free_alt_stack) == 0;
 }
 
 // Whether the thread has a stack for handlers that is large enough.
@@ -295,59 +303,75 @@ bool has_alt_stack()
 
 void set_alt_stack()
 {
-    void *memory =
-        ::mmap(nullptr, kAltStack, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    constexpr int kProtection = PROT_READ | PROT_WRITE;
+    void *memory = ::mmap(nullptr, kAltStackSize, kProtection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (memory == MAP_FAILED)
         return;
+    const pthread_key_t key = The_fault_handlers.alt_stack_key;
     stack_t stack = {};
     stack.ss_sp = memory;
-    stack.ss_size = kAltStack;
-    const bool kept = Alt_stack_key_is_there && pthread_setspecific(Alt_stack_key, memory) == 0;
+    stack.ss_size = kAltStackSize;
+    const bool kept =
+        The_fault_handlers.alt_stack_key_made && pthread_setspecific(key, memory) == 0;
     if (kept && ::sigaltstack(&stack, nullptr) == 0)
         return;
     if (kept)
-        pthread_setspecific(Alt_stack_key, nullptr);
-    ::munmap(memory, kAltStack);
+        pthread_setspecific(key, nullptr);
+    ::munmap(memory, kAltStackSize);
 }
 
-std::string_view without_sig(std::string_view name)
-{
-    return name.substr(name.starts_with("SIG") ? 3 : 0);
-}
+// ---- Setting handlers up ----
 
-// Installs the action for one signal and keeps the one that it replaces.
-void intercept(const char *full_name, const struct sigaction &action, bool (&saved)[kOldHandlers])
+// Installs the action for one signal, and saves the action that it replaces unless one was
+// saved for the signal before.
+void intercept(const char *name, const struct sigaction &action, bool (&saved)[kRememberedSignals])
 {
-    const char *name = without_sig(full_name).data();
-    const Signal *signal = signal_byname(name);
-    if (!signal)
+    if (std::strncmp(name, "SIG", 3) == 0)
+        name += 3;
+    int number = -1;
+    if (!ask_signal_number(name, number))
         return elog_fail("Unrecognized signal name '%s'\n", name);
-    const int number = signal->number;
-    const bool save = number >= 0 && number < kOldHandlers && !saved[number];
+    const bool save = is_remembered(number) && !saved[number];
     if (::sigaction(number, &action, save ? &Old_handler[number] : nullptr) != 0)
         return elog_fail("Couldn't intercept signal %s\n", name);
     if (save)
         saved[number] = true;
-    prepare_description(number);
+    prepare_words(number);
 }
 
-constexpr int kCommandMax = 1024;  // most that a debugger command is expanded to
+// ---- The debugger ----
+
+constexpr int kCommandMax = 1024;  // characters that a debugger command is expanded to
 
 void start_debugger(const char *command)
 {
     char text[kCommandMax];
-    elog_expand(command, kDebug, text, kCommandMax);
+    elog_expand(command, ELOG_DEBUG, text, kCommandMax);
     std::fprintf(stderr, "Running debugger: '%s'\n", text);
     errno = 0;
     if (std::system(text) != 0)
         elog_fatal("Can't run debugger '%s'\n", command);
 }
 
+// Sleeps so many seconds, or until a signal handler has run, and leaves errno alone. The
+// complaint is that of snooze, which does the same for programs.
+void sleep_for(double seconds)
+{
+    const KeepErrno keep;
+    if (seconds < 0)
+        elog_complain(0, "*stack* invalid argument to snooze: %.3f", seconds);
+    if (!(seconds > 0) || !std::isfinite(seconds))
+        return;
+    const double whole = std::trunc(seconds);
+    const timespec span{saturated<time_t>(whole), static_cast<long>(1e9 * (seconds - whole))};
+    ::nanosleep(&span, nullptr);
+}
+
 }  // namespace
 
-void prepare_thread_slowly()
+void make_alt_stack()
 {
-    This_thread.prepared = true;
+    This_thread.alt_stack_tried = true;
     const KeepErrno keep;
     if (!has_alt_stack())
         set_alt_stack();
@@ -355,7 +379,7 @@ void prepare_thread_slowly()
 
 void crash_was_told()
 {
-    The_crash.told = true;
+    enter(Phase::told);
 }
 
 void abort_process()
@@ -383,23 +407,23 @@ void setup_fault_handlers(Fault_handler handler, const char *list)
     action.sa_sigaction = handler;
     action.sa_flags = static_cast<int>(SA_SIGINFO | SA_RESETHAND | SA_ONSTACK);
     sigemptyset(&action.sa_mask);
-    Faults = list ? list : "";
+    The_fault_handlers.list = list ? list : "";
     if (!list)
         return;
-    bool saved[kOldHandlers] = {};
+    bool saved[kRememberedSignals] = {};
     const Owned<char> copy(copy_text(list, "list"));
-    Tbl *names = split(copy.get(), ':');
-    for (std::int64_t i = 0; i < names->count; ++i)
-        intercept(static_cast<const char *>(gettbl(names, i)), action, saved);
-    freetbl(names, nullptr);
+    char *rest = nullptr;
+    for (const char *name = strtok_r(copy.get(), ":", &rest); name;
+         name = strtok_r(nullptr, ":", &rest))
+        intercept(name, action, saved);
 }
 
 void elog_setup_fault_handler(const char *list)
 {
     if (list && *list) {
         prepare_stack_trace();
-        pthread_once(&Alt_stack_once, make_key);
-        Faults_caught = true;
+        pthread_once(&The_fault_handlers.alt_stack_once, make_alt_stack_key);
+        The_fault_handlers.installed = true;
         prepare_thread();
     }
     setup_fault_handlers(_elog_fault, list);
@@ -418,7 +442,7 @@ void elog_setup_show_stack(const char *variable)
     for (const char *at = value ? value : ""; *at; ++at)
         for (const Letter &row : kLetters)
             if (row.letter == *at)
-                Show_stack[row.severity] = 1;
+                The_fault_handlers.shows_stack[row.severity] = true;
 }
 
 void _elog_fault(int sig, siginfo_t *info, void *context)
@@ -426,17 +450,18 @@ void _elog_fault(int sig, siginfo_t *info, void *context)
     begin_crash(sig, info);
     Trace_after = __builtin_return_address(0);
     seize_lock();
-    const Signal *signal = The_crash.signal;
-    if (signal && signal->description)
-        elog_log(0, "\n%s\n", signal->description);
+    const auto [name, description] = The_crash.words;
+    if (description)
+        elog_log(0, "\n%s\n", description);
     else
         elog_log(0, "\nsignal #%d received: signal_bysig failed\n", sig);
-    if (!The_crash.traced.exchange(true))
-        show_stack_trace();
+    enter(Phase::tracing);
+    show_stack_trace();
+    enter(Phase::showing);
     show_fault(sig, info, context);
-    The_crash.shown = true;
-    if (signal && signal->description)
-        elog_fault(1, "Signal %s : %s", signal->name, signal->description);
+    enter(Phase::telling);
+    if (description)
+        elog_fault(1, "Signal %s : %s", name, description);
     elog_fault(1, "\nsignal #%d received: signal_bysig failed\n", sig);
 }
 
@@ -446,7 +471,7 @@ void elog_debugger(void)
     Field command;
     {
         const Holding hold(Lock);
-        store(command, Debug[kFault]);
+        store(command, The_settings.debug.fields[ELOG_FAULT]);
     }
     if (*command)
         _elog_debug(command);
@@ -457,12 +482,12 @@ void _elog_debug(const char *command)
     if (!command)
         return;
     need_init();
-    const LimitPaused paused;  // a debugger takes the time that it takes
-    if (Debugger_running) {
+    const LimitPaused paused;
+    if (The_fault_handlers.debugger_started) {
         ::kill(::getpid(), SIGSTOP);
     } else {
         start_debugger(command);
-        Debugger_running = 1;
+        The_fault_handlers.debugger_started = true;
     }
-    snooze(Elog_wait);
+    sleep_for(The_settings.wait_seconds);
 }

@@ -1,4 +1,8 @@
 // Setting the log up: the command line, the program's name, the settings.
+//
+// elog_init may be called at any time. Without the lock, while another thread delivers, it
+// leaves the settings alone, and what it replaces must stay valid for threads that are
+// reading it.
 
 #include "stock/elog.h"
 
@@ -13,57 +17,40 @@
 
 #include "base/alloc.h"
 #include "base/guards.h"
+#include "base/number.h"
 #include "deviants.h"
 #include "log/asks.h"
 #include "log/fault.h"
 #include "log/log.h"
-#include "stock/path.h"
-#include "stock/pf.h"
+#include "stock/elog_fault.h"
 
 namespace stock::logging {
 
 namespace {
 
-constexpr const char *kSignals = "ILL:TRAP:FPE:BUS:SEGV:SYS";
-constexpr std::string_view kLetters = "lDnacdf";  // of the severities 0 .. 6
+constexpr const char *kFaults = "ILL:TRAP:FPE:BUS:SEGV:SYS";  // caught by default
+constexpr std::string_view kLetters = "lDnacdf";              // of the severities 0 .. 6
 
-std::atomic_flag Initialising;
-
-// The one elog_init that runs; a second, in this thread or another, is not.
-class Turn {
+// Holds The_startup.running for a scope. False when elog_init runs already, in this thread or
+// in another.
+class OnlyInit {
 public:
-    Turn() : taken_(!Initialising.test_and_set()) {}
-    ~Turn()
+    OnlyInit() : is_only_(!The_startup.running.test_and_set()) {}
+    ~OnlyInit()
     {
-        if (taken_)
-            Initialising.clear();
+        if (is_only_)
+            The_startup.running.clear();
     }
-    Turn(const Turn &) = delete;
-    Turn &operator=(const Turn &) = delete;
+    OnlyInit(const OnlyInit &) = delete;
+    OnlyInit &operator=(const OnlyInit &) = delete;
 
-    explicit operator bool() const { return taken_; }
+    explicit operator bool() const { return is_only_; }
 
 private:
-    bool taken_;
+    bool is_only_;
 };
 
-// A copy of the command line that another replaced while somebody may have been
-// reading it.
-struct Retired {
-    char **argv;
-    Retired *next;
-};
-
-char **Own_argv = nullptr;  // the copy that was made last
-Retired *Retired_argvs = nullptr;
-
-void free_arguments(char **argv)
-{
-    for (char **argument = argv; argument && *argument; ++argument)
-        std::free(*argument);
-    std::free(argv);
-}
-
+// Copies the arguments up to the first null one, and counts them.
 char **copy_arguments(int argc, char **argv, int &copied)
 {
     // Meant: line 849 is part of the message.
@@ -75,133 +62,106 @@ char **copy_arguments(int argc, char **argv, int &copied)
     return copy;
 }
 
-void retire_arguments(char **argv)
+void free_command_lines(CommandLine *newest)
 {
-    auto *retired = static_cast<Retired *>(allocate(sizeof(Retired), "Argv", "elog_init"));
-    *retired = {argv, Retired_argvs};
-    Retired_argvs = retired;
-}
-
-void free_retired_arguments()
-{
-    while (Retired *retired = Retired_argvs) {
-        Retired_argvs = retired->next;
-        free_arguments(retired->argv);
-        std::free(retired);
+    while (CommandLine *line = newest) {
+        newest = line->former;
+        for (char **argument = line->argv; *argument; ++argument)
+            std::free(*argument);
+        std::free(line->argv);
+        std::free(line);
     }
 }
 
-// Keeps a copy of the command line. Without the lock somebody may still be
-// reading the earlier copy, which then waits for a call that has the lock.
+// Keeps a copy of the command line. The former copies are freed when the lock is held: without
+// it another thread may be reading them.
 void set_command_line(int argc, char **argv, bool locked)
 {
     int copied = 0;
     char **copy = copy_arguments(argc, argv, copied);
-    // Whoever reads meanwhile finds both copies at least as long as the count.
-    Argc = std::min(+Argc, copied);
-    Argv = copy;
-    Argc = copied;
-    if (!locked) {
-        retire_arguments(std::exchange(Own_argv, copy));
-        return;
-    }
-    free_arguments(std::exchange(Own_argv, copy));
-    free_retired_arguments();
+    auto *line = static_cast<CommandLine *>(allocate(sizeof(CommandLine), "Argv", "elog_init"));
+    *line = {copy, std::exchange(The_program.command_line, line)};
+    // The count never exceeds that of either copy, which other threads may be reading.
+    The_program.argc = std::min(The_program.argc.load(), copied);
+    The_program.argv = copy;
+    The_program.argc = copied;
+    if (locked)
+        free_command_lines(std::exchange(line->former, nullptr));
 }
 
-// Writes only what changes: without the lock somebody may be reading it.
-void rename(char (&name)[kPathSize], const char *text)
-{
-    if (std::strncmp(name, text, kPathSize - 1) != 0)
-        std::snprintf(name, kPathSize, "%s", text);
-}
-
+// Finds the program's name. It is written only when it changes, because another thread may be
+// reading it without the lock.
 void set_program_name(const char *first_argument)
 {
-    char dir[kPathSize] = "Unknown_Directory";
-    char name[kPathSize] = "Unknown_Program";
+    char found[kPathSize] = "Unknown_Program";
     if (const char *path = getexecname())
-        dirbase(path, dir, name);
-    rename(Program_Dir, dir);
-    rename(Program_Name, *name || !first_argument ? name : first_argument);
+        ask_base_name(path, found);
+    const char *name = *found || !first_argument ? found : first_argument;
+    if (std::strncmp(The_program.name, name, kPathSize - 1) != 0)
+        std::snprintf(The_program.name, kPathSize, "%s", name);
 }
 
 // The time of ELOG_REFERENCE_TIME, or now. Converting it may read "time_formats.pf", and
 // reading that may report something, which comes back here: the inner call takes now.
 double reference_time()
 {
-    static constinit thread_local bool converting = false;
     const char *text = std::getenv("ELOG_REFERENCE_TIME");
-    if (converting || !text || !*text)
+    if (This_thread.finding_reference_time || !text || !*text)
         return std_now();
-    converting = true;
-    const double time = join_reference_time(text);
-    converting = false;
+    This_thread.finding_reference_time = true;
+    const double time = ask_reference_time(text);
+    This_thread.finding_reference_time = false;
     return time;
 }
 
-// The variable as a whole number; false when it is not set or does not begin with one.
-bool from_environment(const char *variable, int &value)
+// Takes the value of an environment variable, unless it is not set or does not begin with a
+// number. parse is strtol or strtod.
+template <class Value, class Parse>
+void take_from_environment(const char *variable, Value &value, Parse parse)
 {
     const char *text = std::getenv(variable);
     if (!text)
-        return false;
+        return;
     char *end = nullptr;
-    const long number = std::strtol(text, &end, 10);
-    if (end != text)
-        value = static_cast<int>(std::clamp<long>(number, INT_MIN, INT_MAX));
-    return end != text;
-}
-
-bool from_environment(const char *variable, double &value)
-{
-    const char *text = std::getenv(variable);
-    if (!text)
-        return false;
-    char *end = nullptr;
-    const double number = std::strtod(text, &end);
+    const auto number = parse(text, &end);
     if (end != text)
         value = number;
-    return end != text;
 }
 
-char *First_signals = nullptr;  // what elog_init was told to catch
-
-// What is set up once in a process.
+// The part of elog_init that only its first call in a process does.
 void set_up_once()
 {
-    Owned<char> of_file(join_settings_file());
-    from_environment("ELOG_MAXMSG", Max_msg);
-    join_show_stack("ELOG_STACK");
-    // The environment may change, and the list is kept as it is given.
-    if (const char *signals = std::getenv("ELOG_SIGNALS"))
-        First_signals = copy_text(signals, "ELOG_SIGNALS", "elog_init");
+    Owned<char> of_file(ask_settings_file(The_settings));
+    take_from_environment(
+        "ELOG_MAXMSG", The_settings.max_messages,
+        [](const char *text, char **end) { return saturated_int(std::strtol(text, end, 10)); });
+    elog_setup_show_stack("ELOG_STACK");
+    // A copy: the list is kept as it is given, and the environment may change.
+    char *&signals = The_startup.first_signals;
+    if (const char *text = std::getenv("ELOG_SIGNALS"))
+        signals = copy_text(text, "ELOG_SIGNALS", "elog_init");
     else if (of_file)
-        First_signals = of_file.release();
-    join_fault_handlers(First_signals ? First_signals : kSignals);
+        signals = of_file.release();
+    elog_setup_fault_handler(signals ? signals : kFaults);
 }
 
-// What every call takes from the environment.
+// The part of elog_init that every call with the lock does.
 void follow_environment()
 {
-    const auto table = [](const char *variable, Field *fields, const char *const *defaults) {
-        elog_fill_from_env(std::getenv(variable), fields, defaults, 0);
-    };
-    table("ELOG_DELIVER", Deliver, Default_deliver);
-    table("ELOG_TAG", Tag, Default_tag);
-    table("ELOG_DEBUG", Debug, Default_debug);
-    elog_fill_from_env(nullptr, Deliver, Default_deliver, 1);
-    elog_fill_from_env(nullptr, Tag, Default_tag, 1);
-    from_environment("ELOG_WAIT", Elog_wait);
+    for (SettingTable *table : {&The_settings.deliver, &The_settings.tag, &The_settings.debug})
+        elog_fill_from_env(std::getenv(table->name), table->fields, table->defaults, 0);
+    for (SettingTable *table : {&The_settings.deliver, &The_settings.tag})
+        elog_fill_from_env(nullptr, table->fields, table->defaults, 1);
+    take_from_environment("ELOG_WAIT", The_settings.wait_seconds, std::strtod);
 }
 
-// Reads a value of groups, "text@letters text@letters ...", into a table.
+// Reads a value of groups, "text@letters text@letters ...", into a table of settings.
 //
-// The count of letters falls to 0 with each character of a text, so that a
-// blank at the very end leaves no group without letters behind.
-class Groups {
+// letters_ becomes 0 with the first character of a group's text, and not with the blank that
+// ends the group before: a blank at the end of the value begins no group.
+class GroupReader {
 public:
-    Groups(Field *table, const char *const *defaults) : table_(table), defaults_(defaults) {}
+    GroupReader(Field *table, const char *const *defaults) : table_(table), defaults_(defaults) {}
 
     void read(const char *value)
     {
@@ -217,7 +177,7 @@ public:
     }
 
 private:
-    // Reads a character of a text; returns the last position that belongs to it.
+    // Reads a character of a text, with the backslash before it. Returns its position.
     const char *text(const char *at)
     {
         letters_ = 0;
@@ -264,23 +224,11 @@ private:
     Field *table_;
     const char *const *defaults_;
     bool in_letters_ = false;
-    int letters_ = 0;         // of this group
-    int severity_ = kLog;     // the last letter read
-    std::size_t length_ = 0;  // of the text
+    int letters_ = 0;          // of the group that was begun last
+    int severity_ = ELOG_LOG;  // the last letter read
+    std::size_t length_ = 0;   // of text_, the group's text
     char text_[ELOG_FIELD_SIZE];
 };
-
-// The text of a key; the default when there is none.
-const char *text_in(Pf *settings, const char *name, const char *key, const char *by_default)
-{
-    void *value = nullptr;
-    const int type = pfget(settings, key, &value);
-    if (type == PFSTRING)
-        return static_cast<const char *>(value);
-    if (type != PFINVALID)
-        elog_complain(0, "the setting %s{%s} is not a string and is ignored", name, key);
-    return by_default;
-}
 
 void fill_empty(Field *table, const char *const *defaults)
 {
@@ -289,29 +237,29 @@ void fill_empty(Field *table, const char *const *defaults)
             store(table[i], defaults[i]);
 }
 
-// elog_init, with the time that it found the reference to be: nothing that reads a file of
-// others' is done under the lock but reading "elog.pf".
+// elog_init, with the reference time, which was found before: finding it may read a parameter
+// file, and no file but "elog.pf" is read with the lock held.
 int initialise(int argc, char **argv, double reference)
 {
     std::unique_lock hold(Lock, std::defer_lock);
-    if (Elog_init)
+    if (The_startup.done)
         (void)hold.try_lock();
     else
-        hold.lock();  // the first time what other threads report has to wait
-    const Turn turn;
-    if (!turn)
+        hold.lock();  // the first time reports of other threads wait
+    const OnlyInit only_init;
+    if (!only_init)
         return 0;
     const bool given = argc > 0 && argv;
     set_program_name(given ? argv[0] : nullptr);
     if (given)
         set_command_line(argc, argv, hold.owns_lock());
-    Elog_reference_time = reference;
+    The_startup.reference_time = reference;
     if (!hold)
         return 0;
-    if (!Elog_init)
+    if (!The_startup.done)
         set_up_once();
     follow_environment();
-    Elog_init = 1;
+    The_startup.done = 1;
     return 0;
 }
 
@@ -320,12 +268,12 @@ int initialise(int argc, char **argv, double reference)
 void need_init()
 {
     prepare_thread();
-    if (Elog_init)
+    if (The_startup.done)
         return;
     const KeepErrno keep;
     const double reference = reference_time();
     const Holding hold(Lock);
-    if (!Elog_init)  // no other thread was quicker
+    if (!The_startup.done)  // else another thread was quicker
         initialise(0, nullptr, reference);
 }
 
@@ -347,36 +295,18 @@ void elog_fill_from_env(const char *value, char (*table)[ELOG_FIELD_SIZE],
         return;
     const Holding hold(Lock);
     if (value)
-        Groups(table, defaults).read(value);
+        GroupReader(table, defaults).read(value);
     else if (fill_defaults)
         fill_empty(table, defaults);
-}
-
-void elog_fill_from_pf(Pf *pf, const char *name, char (*table)[ELOG_FIELD_SIZE],
-                       const char *const *defaults)
-{
-    Pf *settings = nullptr;
-    if (!table || !defaults || !name || !pf)
-        return;
-    _pfeval(pf, name, &settings, PFANY);
-    if (!settings)
-        return;
-    if (settings->type != PFARR && settings->type != PFFILE)
-        return elog_complain(0, "the setting %s is not an array and is ignored", name);
-    Field fields[kSeverities];
-    for (int i = 0; i < kSeverities; ++i)
-        store(fields[i], text_in(settings, name, severity_name[i], defaults[i]));
-    const Holding hold(Lock);
-    std::memcpy(table, fields, sizeof fields);
 }
 
 int elog2stderr(void)
 {
     const int status = ::setenv("ELOG_DELIVER", "stderr@ncdfDa", 1);
-    if (Elog_init) {
+    if (The_startup.done) {
         const Holding hold(Lock);
-        for (int i = kDebug; i < kSeverities; ++i)
-            store(Deliver[i], "stderr");
+        for (int i = ELOG_DEBUG; i < kSeverities; ++i)
+            store(The_settings.deliver.fields[i], "stderr");
     }
     return status;
 }

@@ -1,9 +1,8 @@
 // The text of messages: on streams and in strings, and the reports that the log
 // makes of its own failures.
 //
-// Printing goes through one buffer on the stack. Whole records are gathered in
-// it and written together, so that nothing is allocated and a message arrives
-// in one piece.
+// Printing gathers whole records in a buffer on the caller's stack and writes them together.
+// So nothing is allocated, and the message of one thread is not torn by that of another.
 
 #include "stock/elog.h"
 
@@ -12,9 +11,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
-#include <utility>
 
 #include "base/alloc.h"
+#include "base/fixed_text.h"
+#include "base/gatherer.h"
 #include "base/guards.h"
 #include "log/log.h"
 
@@ -26,49 +26,21 @@ constexpr std::string_view kTab = "\t";
 constexpr std::size_t kLongestRecord = kFormatSize + kTagMax + kErrorSize + 64;
 constexpr std::string_view kRepeated = "\t** repeated %d times\n";
 
-// Gathers pieces of text and writes them to a stream.
-class Printer {
-public:
-    explicit Printer(std::FILE *stream) : stream_(stream) {}
-    ~Printer() { flush(); }
-    Printer(const Printer &) = delete;
-    Printer &operator=(const Printer &) = delete;
+// Writes to a stream, and goes on when a signal handler interrupts that.
+struct ToStream {
+    std::FILE *stream;
 
-    void operator()(std::string_view piece)
+    void operator()(std::string_view text) const
     {
-        if (piece.size() > sizeof text_ - used_)
-            flush();
-        if (piece.size() > sizeof text_)
-            return write(piece);
-        std::memcpy(text_ + used_, piece.data(), piece.size());
-        used_ += piece.size();
-    }
-
-    // Ends a record. The next one is written together, too: there is room for all of it.
-    void end_record()
-    {
-        if (sizeof text_ - used_ < kLongestRecord)
-            flush();
-    }
-
-    void flush() { write({text_, std::exchange(used_, 0)}); }
-
-private:
-    void write(std::string_view piece)
-    {
-        while (!piece.empty()) {
+        while (!text.empty()) {
             errno = 0;
-            piece.remove_prefix(std::fwrite(piece.data(), 1, piece.size(), stream_));
-            if (!piece.empty() && errno != EINTR)
+            text.remove_prefix(std::fwrite(text.data(), 1, text.size(), stream));
+            if (!text.empty() && errno != EINTR)
                 return;
-            if (!piece.empty())
-                std::clearerr(stream_);
+            if (!text.empty())
+                std::clearerr(stream);
         }
     }
-
-    std::FILE *stream_;
-    std::size_t used_ = 0;
-    char text_[2 * kLongestRecord];
 };
 
 std::size_t size_of(const Elog_msg &msg)
@@ -78,8 +50,9 @@ std::size_t size_of(const Elog_msg &msg)
     return size;
 }
 
-// The length that is counted for a record, never less than it needs.
-std::size_t counted(const Elog_msg &msg)
+// At least as many bytes as the text of the record has. The size of what is allocated for it
+// is part of the out-of-memory message.
+std::size_t most_bytes(const Elog_msg &msg)
 {
     std::size_t length = msg.msg ? std::strlen(msg.msg) : 0;
     if (msg.tag)
@@ -91,53 +64,26 @@ std::size_t counted(const Elog_msg &msg)
     return length;
 }
 
-bool flush_or_tell(std::FILE *stream, const char *what)
+bool flush_or_complain(std::FILE *stream, const char *call)
 {
     const int result = std::fflush(stream);
     if (result == 0)
         return true;
     char buffer[kErrorSize];
-    std::fprintf(stderr, "%s failed: %ld : %s\n", what, static_cast<long>(result),
+    std::fprintf(stderr, "%s failed: %ld : %s\n", call, static_cast<long>(result),
                  describe(errno, buffer, sizeof buffer));
     return false;
 }
 
 void print_records(std::FILE *stream, const Batch &batch)
 {
-    Printer print(stream);
+    Gatherer<2 * kLongestRecord, ToStream> gather(ToStream{stream});
     for_each(batch, [&](const Elog_msg &msg) {
-        lay_out(msg, kTab, std::ref(print));
-        print.end_record();  // may write, and so call out; the record is not needed any more
+        lay_out(msg, kTab, std::ref(gather));
+        // Now, before the next record: writing may run code that frees messages.
+        gather.room_for(kLongestRecord);
     });
 }
-
-// A zeroed buffer of a counted size that is appended to.
-class Counted {
-public:
-    Counted(std::size_t size, const char *function)
-        : text_(static_cast<char *>(allocate_zeroed(size, "s", function))), size_(size),
-          function_(function)
-    {
-    }
-
-    void operator()(std::string_view piece)
-    {
-        // Only messages that somebody changes without the lock need more than was counted.
-        if (piece.size() >= size_ - used_)
-            elog_die(0, "*stack*Unexpected failure: %s in file %s, line %d\n", function_,
-                     "elog_print.cpp", __LINE__);
-        std::memcpy(text_ + used_, piece.data(), piece.size());
-        used_ += piece.size();
-    }
-
-    char *text() const { return text_; }
-
-private:
-    char *text_;
-    std::size_t size_;
-    std::size_t used_ = 0;
-    const char *function_;
-};
 
 }  // namespace
 
@@ -149,10 +95,18 @@ Batch batch_from(std::int64_t mark, const Elog_msg *msg)
 char *batch_text(const Batch &batch, const char *function)
 {
     std::size_t size = 100;
-    for_each(batch, [&](const Elog_msg &msg) { size += counted(msg); });
-    Counted text(size, function);
-    for_each(batch, [&](const Elog_msg &msg) { lay_out(msg, kTab, std::ref(text)); });
-    return text.text();
+    for_each(batch, [&](const Elog_msg &msg) { size += most_bytes(msg); });
+    auto *memory = static_cast<char *>(allocate_zeroed(size, "s", function));
+    FixedText text(memory, size);
+    const auto add = [&](std::string_view piece) {
+        // Only a message that a program changes without the lock may need more than was counted.
+        if (piece.size() > text.room())
+            elog_die(0, "*stack*Unexpected failure: %s in file %s, line %d\n", function,
+                     "elog_print.cpp", __LINE__);
+        text.add(piece);
+    };
+    for_each(batch, [&](const Elog_msg &msg) { lay_out(msg, kTab, add); });
+    return memory;
 }
 
 void print_batch(std::FILE *stream, const Batch &batch)
@@ -162,9 +116,9 @@ void print_batch(std::FILE *stream, const Batch &batch)
     const int error = errno;
     bool flushed = true;
     if (stream == stderr)
-        flushed &= flush_or_tell(stdout, "fflush(stdout)");
+        flushed &= flush_or_complain(stdout, "fflush(stdout)");
     print_records(stream, batch);
-    flushed &= flush_or_tell(stream, "fflush()");
+    flushed &= flush_or_complain(stream, "fflush()");
     errno = flushed ? error : 0;
 }
 
@@ -223,11 +177,10 @@ char *elogs(int severity, int flag, const char *format, va_list args)
         draft_record(draft, severity, error);
     }
     // Meant: line 1187 is part of the message.
-    char *result =
-        static_cast<char *>(allocate_zeroed(size_of(draft.msg) + 1, "result", "elogs", 1187));
-    std::size_t used = 0;
-    lay_out(draft.msg, kTab,
-            [&](std::string_view piece) { used += piece.copy(result + used, piece.size()); });
+    const std::size_t size = size_of(draft.msg) + 1;
+    auto *result = static_cast<char *>(allocate_zeroed(size, "result", "elogs", 1187));
+    FixedText text(result, size);
+    lay_out(draft.msg, kTab, [&](std::string_view piece) { text.add(piece); });
     return result;
 }
 

@@ -1,29 +1,28 @@
-// Noting what one thread logs.
+// Noting what one thread logs, so that a caller can take exactly that off the stack again.
 //
-// A message on the stack is known by the address of its text, which is its own for as long
-// as it is there; whoever frees one says so before. So exactly what was noted can be taken
-// back, however the stack has changed, and a repetition is taken off its count.
+// A noted message remembers the address of its text on the stack, which no other message has
+// while it is there; forget_reason() is called before a message is freed. So take() finds what
+// was noted however the stack has changed. A repetition is taken off the count of its message.
 
 #include "log/reasons.h"
 
-#include <cstdlib>
 #include <cstring>
 
+#include "base/growing_text.h"
 #include "base/thread.h"
 #include "log/fault.h"
 #include "log/log.h"
-#include "stock/pushstr.h"
 
 namespace stock {
 
 namespace {
 
-struct Noted {
-    Elog_msg msg;      // a copy; count is how often this thread logged it in a row
-    const char *kept;  // the text of the message on the stack, or null
-};
+using namespace stock::logging;
 
-Reasons *Newest = nullptr;  // under the log's lock
+struct Noted {
+    Elog_msg msg;          // a copy; count is how often this thread logged it in a row
+    const char *on_stack;  // the text of the message on the stack, or null
+};
 
 void free_noted(void *entry)
 {
@@ -35,76 +34,71 @@ Noted *noted_at(const Tbl *noted, std::int64_t i)
     return static_cast<Noted *>(gettbl(noted, i));
 }
 
-char *copy_or_null(const char *text)
-{
-    return text ? copy_text(text, "reason", "elog") : nullptr;
-}
-
-void note(Tbl *noted, const Elog_msg &msg, const char *kept)
+void note(Tbl *noted, const Elog_msg &msg, const char *on_stack)
 {
     Noted *last = noted->count ? noted_at(noted, noted->count - 1) : nullptr;
-    if (last && last->kept == kept && std::strcmp(last->msg.msg, msg.msg) == 0) {
+    if (last && last->on_stack == on_stack && std::strcmp(last->msg.msg, msg.msg) == 0) {
         ++last->msg.count;
         return;
     }
-    Noted fresh{msg, kept};
-    fresh.msg.tag = copy_or_null(msg.tag);
-    fresh.msg.msg = copy_or_null(msg.msg);
-    fresh.msg.sys = copy_or_null(msg.sys);
+    Noted fresh{msg, on_stack};
+    for (char **text : {&fresh.msg.tag, &fresh.msg.msg, &fresh.msg.sys})
+        *text = copy_or_null(*text, "reason", "elog");
     fresh.msg.count = 1;
     pushtbl(noted, &fresh);
 }
 
-// Takes the message off the stack, or off the count of the one that stands for it.
+// Takes a noted message off the count of its message on the stack, and takes that one off the
+// stack when its count is 0 then.
 void take_off(const Noted &noted)
 {
-    for (std::int64_t i = logging::Elog_tbl->count - 1; noted.kept && i >= 0; --i) {
-        auto *msg = static_cast<Elog_msg *>(gettbl(logging::Elog_tbl, i));
-        if (msg->msg != noted.kept)
+    for (std::int64_t i = The_stack.messages->count - 1; noted.on_stack && i >= 0; --i) {
+        auto *msg = static_cast<Elog_msg *>(gettbl(The_stack.messages, i));
+        if (msg->msg != noted.on_stack)
             continue;
         msg->count -= noted.msg.count;
-        if (msg->count > 0)
-            return;
-        logging::cut_stack(i, i + 1);
+        if (msg->count <= 0)
+            cut_stack(i, i + 1);
         return;
     }
 }
 
 }  // namespace
 
+// What the log calls. Its lock guards the list of all Reasons and what they noted.
 struct ReasonsOfAll {
     static Reasons *of_this_thread()
     {
-        Reasons *reasons = Newest;
+        Reasons *reasons = The_stack.reasons;
         while (reasons && reasons->thread_ != thread_number())
             reasons = reasons->next_;
         return reasons;
     }
-    static void note(Reasons *reasons, const Elog_msg &msg, const char *kept)
+    static void note(Reasons *reasons, const Elog_msg &msg, const char *on_stack)
     {
-        stock::note(reasons->noted_, msg, kept);
+        stock::note(reasons->noted_, msg, on_stack);
     }
-    static void forget(const char *kept)
+    static void forget(const char *text)
     {
-        for (Reasons *reasons = Newest; reasons; reasons = reasons->next_)
+        for (Reasons *reasons = The_stack.reasons; reasons; reasons = reasons->next_)
             for (std::int64_t i = 0; i < reasons->noted_->count; ++i)
-                if (Noted *noted = noted_at(reasons->noted_, i); noted->kept == kept)
-                    noted->kept = nullptr;
+                if (Noted *noted = noted_at(reasons->noted_, i); noted->on_stack == text)
+                    noted->on_stack = nullptr;
     }
 };
 
 Reasons::Reasons()
     : thread_(thread_number()), noted_(inittbl(0, 1, 1, nullptr, static_cast<int>(sizeof(Noted))))
 {
-    const logging::Holding hold(logging::Lock);
-    next_ = Newest;
-    Newest = this;
+    const Holding hold(Lock);
+    next_ = The_stack.reasons;
+    The_stack.reasons = this;
 }
 
 Reasons::~Reasons()
 {
-    const logging::Holding hold(logging::Lock);
-    Reasons **link = &Newest;
+    const Holding hold(Lock);
+    Reasons **link = &The_stack.reasons;
     while (*link != this)
         link = &(*link)->next_;
     *link = next_;
@@ -113,18 +107,15 @@ Reasons::~Reasons()
 
 Owned<char> Reasons::take()
 {
-    const logging::Holding hold(logging::Lock);
-    void *text = nullptr;
-    pushstr(&text, "");
+    const Holding hold(Lock);
+    GrowingText text(0, "reasons", "elog");
     for (std::int64_t i = 0; i < noted_->count; ++i) {
         const Noted &noted = *noted_at(noted_, i);
-        logging::lay_out(noted.msg, "\t", [&](std::string_view piece) {
-            pushstrn(&text, piece.data(), static_cast<std::int64_t>(piece.size()));
-        });
+        lay_out(noted.msg, "\t", [&](std::string_view piece) { text.add(piece); });
         take_off(noted);
     }
     trunctbl(noted_, 0, free_noted);
-    return Owned<char>(popstr(&text, 1));
+    return Owned<char>(text.finish());
 }
 
 }  // namespace stock
@@ -133,18 +124,18 @@ namespace stock::logging {
 
 bool wants_reasons()
 {
-    return Newest && !crashing() && ReasonsOfAll::of_this_thread();
+    return The_stack.reasons && !crashing() && ReasonsOfAll::of_this_thread();
 }
 
-void note_reason(const Elog_msg &msg, const char *kept)
+void note_reason(const Elog_msg &msg, const char *on_stack)
 {
     if (wants_reasons() && msg.msg)
-        ReasonsOfAll::note(ReasonsOfAll::of_this_thread(), msg, kept);
+        ReasonsOfAll::note(ReasonsOfAll::of_this_thread(), msg, on_stack);
 }
 
 void forget_reason(const Elog_msg &msg)
 {
-    if (Newest && msg.msg)
+    if (The_stack.reasons && msg.msg)
         ReasonsOfAll::forget(msg.msg);
 }
 

@@ -1,9 +1,11 @@
 // Tags: the codes of a template and what they stand for; the command text.
+//
+// Most codes need only the log itself. Those that ask a higher room may cause reports, whose
+// own tags then leave these codes out.
 
 #include "stock/elog.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <cstring>
 
@@ -11,139 +13,100 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/fixed_text.h"
 #include "base/guards.h"
 #include "base/thread.h"
 #include "deviants.h"
 #include "deviants/fault.h"
 #include "log/asks.h"
 #include "log/log.h"
-#include "stock/datasearch.h"
 
 namespace stock::logging {
 
 namespace {
 
-constexpr int kEnough = 100;  // expansion stops when less than this is left of max
+constexpr int kLeastRoom = 100;  // expansion stops when less than this is left of the size
 constexpr std::string_view kCut = " *...";
-constexpr std::size_t kTimeSize = 64 + 1;  // a time is cut to 64 characters
+constexpr std::size_t kNumberSize = 64 + 1;  // a time or number is cut to 64 characters
+constexpr std::size_t kAnnouncement = 1024;  // bytes of the text of elog_commandline
 
-// The expanded text as it grows. There is always room left for the mark of a cut.
-class Expansion {
-public:
-    Expansion(char *out, int max) : out_(out), max_(max) {}
-
-    void add(std::string_view text)
-    {
-        const int room = std::max(max_ - used_ - 6, 0);
-        const std::size_t length = text.copy(out_ + used_, static_cast<std::size_t>(room));
-        used_ += static_cast<int>(length);
-    }
-
-    // So much is written that expansion stops.
-    bool full() const { return used_ > max_ - kEnough; }
-
-    void mark_cut()
-    {
-        if (used_ < max_ - 5)
-            used_ += static_cast<int>(kCut.copy(out_ + used_, kCut.size()));
-    }
-    void end() { out_[used_] = '\0'; }
-
-private:
-    char *out_;
-    int max_;
-    int used_ = 0;
-};
-
-template <class... Values>
-void addf(Expansion &out, const char *format, Values... values)
-{
-    char text[kTimeSize];
-    std::snprintf(text, sizeof text, format, values...);
-    out.add(text);
-}
-
-void host(Expansion &out)
+void host(FixedText &out)
 {
     char name[MAXHOSTNAMELEN + 1];
     my_hostname(name);
     out.add(name);
 }
 
-void arguments(Expansion &out)
+void arguments(FixedText &out)
 {
-    char **argv = Argv;
-    for (int i = 1; argv && i < Argc && argv[i]; ++i) {
+    char **argv = The_program.argv;
+    for (int i = 1; argv && i < The_program.argc && argv[i]; ++i) {
         out.add(argv[i]);
         out.add(" ");
     }
 }
 
-void current_time(Expansion &out, const char *format, const char *zone)
+void current_time(FixedText &out, const char *format, const char *zone)
 {
-    char text[kTimeSize];
-    join_time(format, zone, text, sizeof text);
+    char text[kNumberSize];
+    ask_time(format, zone, text, sizeof text);
     out.add(text);
 }
 
-// What needs other families: when it reports something itself, the tag of that
-// report goes without. So does the tag in the report of a crash that broke the heap.
-template <class Function>
-void with_others(Function function)
+void seconds_since_reference(FixedText &out)
 {
-    if (This_thread.expanding)
+    FixedTextOf<kNumberSize> text;
+    text.addf("%10.6f", std_now() - The_startup.reference_time);
+    out.add(text.view());
+}
+
+// Calls a function that asks a higher room, unless such a function of this thread runs
+// already and has caused the report whose tag this is. In a crash that needs the heap.
+template <class Function>
+void asking(Function function)
+{
+    if (This_thread.asking)
         return;
-    This_thread.expanding = true;
+    This_thread.asking = true;
     if (Try_on_heap)
         Try_on_heap([](void *argument) { (*static_cast<Function *>(argument))(); }, &function);
     else
         function();
-    This_thread.expanding = false;
+    This_thread.asking = false;
 }
 
-void expand_code(Expansion &out, char code, int severity)
+void expand_code(FixedText &out, char code, int severity)
 {
     switch (code) {
-    case 'P': out.add(Program_Name); break;
-    case 'p': addf(out, "%d", static_cast<int>(::getpid())); break;
-    case 'T': addf(out, "%lu", static_cast<unsigned long>(thread_number())); break;
+    case 'P': out.add(The_program.name); break;
+    case 'p': out.addf("%d", static_cast<int>(::getpid())); break;
+    case 'T': out.addf("%lu", static_cast<unsigned long>(thread_number())); break;
     case 'h': host(out); break;
     case 's': out.add(is_severity(severity) ? severity_name[severity] : "<BAD>"); break;
     case 'a': arguments(out); break;
-    case 'r': with_others([&] { out.add(elog_cmdline()); }); break;
-    case 'e': addf(out, "%10.6f", std_now() - Elog_reference_time); break;
-    case 't': with_others([&] { current_time(out, Elog_t_format, ""); }); break;
-    case 'u': with_others([&] { current_time(out, Elog_u_format, nullptr); }); break;
-    default: out.add({&code, 1}); break;
+    case 'r': asking([&] { out.add(elog_cmdline()); }); break;
+    case 'e': seconds_since_reference(out); break;
+    case 't': asking([&] { current_time(out, The_settings.t_format, ""); }); break;
+    case 'u': asking([&] { current_time(out, The_settings.u_format, nullptr); }); break;
+    default: out.add(code); break;
     }
 }
 
 // The path of the program as a new string, or null when it is not found.
 char *find_command()
 {
-    char **argv = Argv;
+    char **argv = The_program.argv;
     const char *name = getexecname();
     if (!name && argv)
         name = argv[0];
-    if (!name && std::strcmp(Program_Name, "***") != 0)
-        name = Program_Name;
+    if (!name && std::strcmp(The_program.name, "***") != 0)
+        name = The_program.name;
     if (!name || !*name)
         return nullptr;
     if (*name != '/' && *name != '.')
-        return datafile("PATH", name);
+        return ask_program_path(name);
     return copy_text(name, "cmdline", "elog_cmdline");
 }
-
-std::atomic<char *> Command_text{nullptr};
-
-// Appends to a text in a buffer of the given size as much as fits.
-void append(char *text, std::size_t size, const char *piece)
-{
-    const std::size_t used = std::strlen(text);
-    std::snprintf(text + used, size - used, "%s", piece);
-}
-
-constexpr std::size_t kAnnouncement = 1024;
 
 }  // namespace
 
@@ -157,32 +120,35 @@ void elog_expand(const char *text, int severity, char *out, int max)
     if (!out || max < 1)
         return;
     const KeepErrno keep;
-    const Holding hold(Lock);  // elog_init frees the earlier command line
-    Expansion expansion(out, max);
-    for (const char *at = text ? text : ""; *at; ++at) {
+    const Holding hold(Lock);  // elog_init frees former command lines
+    // Leaves room for the mark of a cut.
+    const int most = std::max(max - static_cast<int>(kCut.size()), 1);
+    FixedText expanded(out, static_cast<std::size_t>(most));
+    bool cut = false;
+    for (const char *at = text ? text : ""; *at && !cut; ++at) {
         if (*at == '%' && at[1])
-            expand_code(expansion, *++at, severity);
+            expand_code(expanded, *++at, severity);
         else
-            expansion.add({at, 1});
-        if (expansion.full()) {
-            expansion.mark_cut();
-            break;
-        }
+            expanded.add(*at);
+        cut = static_cast<int>(expanded.size()) > max - kLeastRoom;
     }
-    expansion.end();
+    FixedText whole(out, static_cast<std::size_t>(max), expanded.size());
+    if (cut && whole.room() >= kCut.size())
+        whole.add(kCut);
+    whole.c_str();
 }
 
 const char *elog_cmdline(void)
 {
-    if (const char *text = Command_text)
+    if (const char *text = The_program.path)
         return text;
     char *found = find_command();
     if (!found)
         found = copy_text("*?program?*", "cmdline");
     char *expected = nullptr;
-    if (Command_text.compare_exchange_strong(expected, found))
+    if (The_program.path.compare_exchange_strong(expected, found))
         return found;
-    std::free(found);  // another thread was quicker
+    std::free(found);  // another thread has found it meanwhile
     return expected;
 }
 
@@ -193,14 +159,15 @@ char *elog_commandline_str(void)
     // Meant: line 1096 is part of the message.
     auto *dst =
         static_cast<char *>(allocate_zeroed(kAnnouncement, "dst", "elog_commandline_str", 1096));
-    append(dst, kAnnouncement, "\n--> ");
-    append(dst, kAnnouncement, Program_Name);
-    char **argv = Argv;
-    for (int i = 1; argv && i < Argc && argv[i]; ++i) {
-        append(dst, kAnnouncement, " ");
-        append(dst, kAnnouncement, argv[i]);
+    FixedText text(dst, kAnnouncement);
+    text.add("\n--> ");
+    text.add(The_program.name);
+    char **argv = The_program.argv;
+    for (int i = 1; argv && i < The_program.argc && argv[i]; ++i) {
+        text.add(' ');
+        text.add(argv[i]);
     }
-    append(dst, kAnnouncement, " <#>\n\n");
+    text.add(" <#>\n\n");
     return dst;
 }
 
@@ -210,9 +177,9 @@ void elog_commandline(void)
     const Elog_msg msg = {.tag = nullptr,
                           .msg = text.get(),
                           .sys = nullptr,
-                          .severity = kNotify,
+                          .severity = ELOG_NOTIFY,
                           .count = 1,
                           .thread = thread_number()};
     const Holding hold(Lock);
-    deliver(delivery_of(kNotify).text, 0, &msg);
+    deliver(delivery_of(ELOG_NOTIFY).text, 0, &msg);
 }

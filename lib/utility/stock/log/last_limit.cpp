@@ -1,11 +1,10 @@
-// The last limit of an end: one timer, and what is said when it runs out.
+// The limit on an end of the process: one timer, and what is printed when its time is over.
+//
+// All of it runs in signal handlers too, which may have interrupted a thread that holds any
+// lock or is inside malloc. So it takes no lock, allocates nothing and leaves errno alone.
 
-#include "log/last_limit.h"
-
-#include <atomic>
 #include <cstdint>
 #include <functional>
-#include <utility>
 
 #include <pthread.h>
 #include <sys/time.h>
@@ -13,18 +12,13 @@
 
 #include "base/guards.h"
 #include "base/ordered_lock.h"
+#include "log/end.h"
+#include "log/fault.h"
 #include "log/log.h"
 
 namespace stock::logging {
 
 namespace {
-
-using Handler = void (*)(int);
-
-std::atomic<Handler> Over{nullptr};  // of the limit that stands
-std::atomic<int> Seconds{0};         // that it was given
-std::atomic<const char *> Text{""};  // what is said when a step takes too long
-struct sigaction Before;             // for SIGALRM, before the limit was set
 
 void arm(int seconds)
 {
@@ -39,22 +33,22 @@ bool timer_runs()
            (timer.it_value.tv_sec > 0 || timer.it_value.tv_usec > 0);
 }
 
-// A step of the end has taken too long. What may block is said before what may fault,
-// and whichever does so is interrupted by the next alarm or by the fault.
+// The handler of the alarm when a step of the end has taken too long. Prints the step's text,
+// which may block, then the messages, which may fault. The next alarm interrupts the one and
+// the fault the other, and both come here again and end the process.
 void end_now(int)
 {
-    static std::atomic_flag Begun;
-    if (Begun.test_and_set())
+    if (The_end.printing.test_and_set())
         ::_exit(1);
     for (const int fault : kFaultSignals)
         set_action(fault, end_now, SA_ONSTACK | SA_NODEFER);
-    Words words;
-    const char *const program = Program_Name;
-    for (const char *piece : {program, " *fatal*: ", Text.load()})
-        words(piece);
-    words.flush();
-    say_messages(words);
-    words.flush();
+    ErrorText text{ToStandardError()};
+    const char *const program = The_program.name;
+    for (const char *piece : {program, " *fatal*: ", The_end.text.load()})
+        text(piece);
+    text.flush();
+    add_messages(text);
+    text.flush();
     ::_exit(1);
 }
 
@@ -81,10 +75,10 @@ void set_limit(int seconds, void (*over)(int sig))
 {
     const KeepErrno keep;
     lock_order::forget();
-    if (!Over)
-        ::sigaction(SIGALRM, nullptr, &Before);
-    Over = over;
-    Seconds = seconds;
+    if (!The_end.over)
+        ::sigaction(SIGALRM, nullptr, &The_end.before);
+    The_end.over = over;
+    The_end.seconds = seconds;
     set_action(SIGALRM, SIG_IGN, 0);  // discards an earlier alarm that is pending
     arm(seconds);
     set_action(SIGALRM, over, SA_ONSTACK | SA_NODEFER);
@@ -99,22 +93,22 @@ void move_limit(int seconds)
 
 LimitPaused::LimitPaused()
 {
-    if (Over)
+    if (The_end.over)
         move_limit(0);
 }
 
 LimitPaused::~LimitPaused()
 {
-    if (Over)
-        move_limit(Seconds);
+    if (The_end.over)
+        move_limit(The_end.seconds);
 }
 
 bool limit_end(const char *text)
 {
     const KeepErrno keep;
-    if (Over && timer_runs())
+    if (The_end.over && timer_runs())
         return false;
-    Text = text;
+    The_end.text = text;
     set_limit(kStepSeconds, end_now);
     return true;
 }
@@ -123,46 +117,30 @@ void limit_step(const char *text)
 {
     if (!end_is_limited())
         return;
-    Text = text;
+    The_end.text = text;
     set_limit(kStepSeconds, end_now);
 }
 
 bool end_is_limited()
 {
-    return Over == end_now;
+    return The_end.over == end_now;
 }
 
 void lift_limit()
 {
     const KeepErrno keep;
-    Handler ours = end_now;
-    if (!Over.compare_exchange_strong(ours, nullptr))
+    void (*ours)(int) = end_now;
+    if (!The_end.over.compare_exchange_strong(ours, nullptr))
         return;
     arm(0);
-    ::sigaction(SIGALRM, &Before, nullptr);
+    ::sigaction(SIGALRM, &The_end.before, nullptr);
 }
 
-void Words::operator()(std::string_view piece)
+void add_messages(ErrorText &text)
 {
-    while (!piece.empty()) {
-        if (used_ == sizeof text_)
-            flush();
-        const std::size_t length = piece.copy(text_ + used_, sizeof text_ - used_);
-        used_ += length;
-        piece.remove_prefix(length);
-    }
-}
-
-void Words::flush()
-{
-    write_all(STDERR_FILENO, {text_, std::exchange(used_, 0)});
-}
-
-void say_messages(Words &words)
-{
-    for (std::int64_t i = 0; i < Elog_tbl->count; ++i)
+    for (std::int64_t i = 0; i < The_stack.messages->count; ++i)
         if (const Elog_msg *msg = message(i))
-            lay_out(*msg, "\t", std::ref(words));
+            lay_out(*msg, "\t", std::ref(text));
 }
 
 }  // namespace stock::logging

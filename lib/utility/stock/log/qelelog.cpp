@@ -1,12 +1,11 @@
 // The messaging library: loaded when the first text is sent to it.
 //
-// No lock is held while it is loaded. The system has a lock of its own then, and runs the
-// library's constructors, which may report something; another thread's may, too. Threads
-// that send at once may all load it, which the system counts; each finds the same routine.
+// No lock is held while it is loaded, because the system holds its loader's lock meanwhile and
+// runs the library's constructors, which may report. Several threads that send their first
+// texts at once may all load it: the system counts that, and each finds the same routine.
 
 #include "stock/elog.h"
 
-#include <atomic>
 #include <cstdio>
 
 #include <dlfcn.h>
@@ -20,52 +19,48 @@ namespace {
 
 using Routine = int (*)(const char *target, const char *program, const char *text);
 
-constexpr const char *Qel_library = "qel";
-constexpr const char *Qelelog_routine = "qelelog";
-
-std::atomic<bool> Tried{false};  // the library was looked for, once
-std::atomic<bool> Told{false};   // and the user told, once
-std::atomic<Routine> Found{nullptr};
+constexpr const char *kLibrary = "qel";
+constexpr const char *kRoutine = "qelelog";
 
 Routine find_routine(void *library)
 {
-    const auto found = reinterpret_cast<Routine>(::dlsym(library, Qelelog_routine));
+    const auto found = reinterpret_cast<Routine>(::dlsym(library, kRoutine));
     if (found)
         return found;
     const char *reason = ::dlerror();
-    if (!Told.exchange(true))
+    if (!The_messaging_library.told.exchange(true))
         std::fprintf(
             stderr,
             "Can't find %s in library %s: %s,\n\terror messages will be written to stderr.\n",
-            Qelelog_routine, Qel_library, reason ? reason : "");
+            kRoutine, kLibrary, reason ? reason : "");
     return nullptr;
 }
 
 Routine load_routine()
 {
-    if (void *library = std_dlopen(Qel_library))
+    if (void *library = std_dlopen(kLibrary))
         return find_routine(library);
-    if (!Told.exchange(true))
+    if (!The_messaging_library.told.exchange(true))
         std::fprintf(
             stderr,
             "Can't dynamically load library %s, error messages will be written to stderr.\n",
-            Qel_library);
+            kLibrary);
     return nullptr;
 }
 
-// The library's routine, or null. What this thread sends while it loads the library, such
-// as a report of the library's constructor, does without.
+// The library's routine, or null. It is null too for what this thread sends while it loads the
+// library, such as a report of the library's constructor.
 Routine routine()
 {
-    static constinit thread_local bool loading = false;
-    if (Tried || loading)
-        return Found;
-    loading = true;
+    MessagingLibrary &library = The_messaging_library;
+    if (library.tried || This_thread.loading_library)
+        return library.send;
+    This_thread.loading_library = true;
     if (const Routine found = load_routine())
-        Found = found;
-    Tried = true;
-    loading = false;
-    return Found;
+        library.send = found;
+    library.tried = true;
+    This_thread.loading_library = false;
+    return library.send;
 }
 
 }  // namespace
@@ -74,7 +69,8 @@ Routine routine()
 
 int call_qelelog(const char *target, const char *program, const char *text)
 {
-    const stock::logging::Released released;  // a log function of the program's may be calling
+    // The program's log function may call this, with the lock held.
+    const stock::logging::LockReleased released;
     if (const auto send = stock::logging::routine())
         return send(target, program, text);
     std::fprintf(stderr, "%s: %s\n", program, text);

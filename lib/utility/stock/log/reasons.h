@@ -1,4 +1,4 @@
-// The reasons that a function logs, for a caller that tells them in another way.
+// Shared: the reasons that a function logs, noted for a caller that reports them differently.
 
 #pragma once
 
@@ -10,8 +10,8 @@
 
 namespace stock {
 
-// Notes what this thread logs for as long as it lives; of several the newest does. What
-// other threads log is not noted and stays on the log.
+// Notes what this thread logs while the object lives. Of several objects of a thread the
+// newest notes. What other threads log is not noted.
 class Reasons {
 public:
     Reasons();
@@ -19,8 +19,9 @@ public:
     Reasons(const Reasons &) = delete;
     Reasons &operator=(const Reasons &) = delete;
 
-    // Takes exactly what was noted off the log, where it is still there. Returns its text as
-    // the log prints it, also of a message that was counted as a repetition of an earlier one.
+    // Takes the noted messages off the log's stack, those that are still there. Returns their
+    // text as the log prints it; a message that was only counted as a repetition of an earlier
+    // one is in it too.
     Owned<char> take();
 
 private:
@@ -32,17 +33,3 @@ private:
 };
 
 }  // namespace stock
-
-namespace stock::logging {
-
-// Whether anybody notes what this thread logs. The lock is held for this and what follows.
-bool wants_reasons();
-
-// Tells who notes this thread's messages of one. kept is the text of the message on the
-// stack that holds it or counts it; null when it is not on the stack.
-void note_reason(const Elog_msg &msg, const char *kept);
-
-// Tells all who note that this message of the stack is about to be freed.
-void forget_reason(const Elog_msg &msg);
-
-}  // namespace stock::logging

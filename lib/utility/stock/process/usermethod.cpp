@@ -215,7 +215,7 @@ void *usermethod(const char *name)
 {
     if (!name || !*name)
         return nullptr;
-    const stock::logging::Released released;
+    const stock::logging::LockReleased released;
     std::unique_lock lock(library.mutex);
     if (!library.initialised)
         library.take_name();
@@ -237,7 +237,7 @@ void *usermethod(const char *name)
 
 void usermethod_init(void)
 {
-    const stock::logging::Released released;
+    const stock::logging::LockReleased released;
     const std::lock_guard lock(library.mutex);
     library.take_name();
 }

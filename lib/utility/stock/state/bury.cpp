@@ -31,7 +31,6 @@
 #include "base/uninterrupted.h"
 #include "deviants.h"
 #include "log/end.h"
-#include "log/last_limit.h"
 #include "log/lock.h"
 #include "pf/node.h"
 #include "pf/parsing.h"
@@ -86,7 +85,7 @@ private:
     {
         if (grave_mutex.try_lock())
             return;
-        const stock::logging::Released released;
+        const stock::logging::LockReleased released;
         grave_mutex.lock();
     }
 };
@@ -341,7 +340,7 @@ int replace_state(Grave *g, std::string_view text)
 
 void add_extra_values(const Grave *g, Pf *pf)
 {
-    const NothingChanges nothing_changes;
+    const ChangesPaused nothing_changes;
     if (g->extra_values)
         g->extra_values(pf);
 }

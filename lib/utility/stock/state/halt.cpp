@@ -6,7 +6,7 @@
 
 #include "base/guards.h"
 #include "deviants.h"
-#include "log/last_limit.h"
+#include "log/end.h"
 #include "log/lock.h"
 #include "stock/elog.h"
 #include "stock/wait_for_time.h"
