@@ -1,4 +1,7 @@
 // Signals with their names and descriptions.
+//
+// Names come from the table of the platform layer, descriptions from the system, which may
+// overwrite a description with its next one: so descriptions are copied.
 
 #include "stock/signal_desc.h"
 
@@ -6,47 +9,46 @@
 #include <cstring>
 
 #include "deviants.h"
+#include "process/process_state.h"
 
 namespace {
 
-// The name of a signal, or its number, into a buffer of SIGNAL_NAME_SIZE bytes.
+using stock::SignalRecord;
+
+// Writes the name of a signal, or its number when it has none, into a buffer of
+// SIGNAL_NAME_SIZE bytes.
 void name_or_number(int sig, char *name)
 {
     if (sig2str(sig, name) != 0)
         snprintf(name, SIGNAL_NAME_SIZE, "%d", sig);
 }
 
-using Description = char[256];
-
-// Copied: what strsignal gives of an unknown signal is overwritten by its next call.
-const char *describe(int sig, Description &copy)
+const char *describe(int sig, SignalRecord &record)
 {
     const char *text = strsignal(sig);
-    snprintf(copy, sizeof copy, "%s", text ? text : "no description for signal");
-    return copy;
+    snprintf(record.description, sizeof record.description, "%s",
+             text ? text : "no description for signal");
+    return record.description;
 }
 
 }  // namespace
 
 Signal *signal_bysig(int sig)
 {
-    static char name[SIGNAL_NAME_SIZE];
-    static Description description;
-    static Signal signal;
-    name_or_number(sig, name);
-    signal = {sig, name, describe(sig, description)};
-    return &signal;
+    SignalRecord &record = stock::Signal_by_number;
+    name_or_number(sig, record.name);
+    record.signal = {sig, record.name, describe(sig, record)};
+    return &record.signal;
 }
 
 Signal *signal_byname(const char *name)
 {
-    static Description description;
-    static Signal signal;
+    SignalRecord &record = stock::Signal_by_name;
     int sig = -1;
     const bool known = str2sig(name, &sig) == 0;
-    signal = {sig, name,
-              known ? describe(sig, description) : "no description for unrecognized signal"};
-    return &signal;
+    record.signal = {sig, name,
+                     known ? describe(sig, record) : "no description for unrecognized signal"};
+    return &record.signal;
 }
 
 char *signal_desc(int sig, char *buffer, int size)

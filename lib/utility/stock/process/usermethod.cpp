@@ -1,12 +1,12 @@
 // Functions from the user library, which may be replaced while the program runs.
 //
-// The system may keep a library in memory that was closed, one with unique symbols as
-// C++ makes them. It then gives the old one again when its name is loaded. So the new one
+// The system may keep a closed library in memory, for example one with the unique symbols that
+// C++ makes. When its name is loaded again, the system gives the old library. So the new file
 // is loaded from a copy, which has another name and is removed at once.
 //
-// The library is loaded and given back with the lock held: its constructors and destructors
-// may report and look for functions in turn. So the lock comes before that of the log, and
-// a log function of the program's gives the log's up while it looks for one.
+// The library is loaded and closed with its lock held, and its constructors and destructors
+// may report and call usermethod in turn. So this lock is taken before the log's, and the
+// program's log function, which runs with the log's lock held, gives that up in usermethod.
 
 #include "stock/usermethod.h"
 
@@ -29,44 +29,23 @@
 #include "deviants.h"
 #include "deviants/library.h"
 #include "log/lock.h"
+#include "process/process_state.h"
 #include "stock/arr.h"
 #include "stock/elog.h"
 #include "stock/restat.h"
-#include "stock/strings.h"
 
 namespace {
 
-char missing;  // its address marks a function that the library lacks
-char stays;    // its address marks a library that the system keeps
+using stock::UserLibrary;
 
 using Reason = char[256];
-
-// The user library. All members are guarded by the lock.
-struct Library {
-    stock::RecursiveLock mutex{stock::Place::methods};
-    bool initialised;
-    char *name;
-    void *handle;        // null when none is loaded
-    struct stat status;  // of the file, when it was loaded
-    int64_t checked;     // when the file was last looked at, whole seconds
-    Arr *functions;      // by name: an address in the library, or that of missing
-    Arr *kept;           // by path: the address of stays
-
-    void take_name();
-    bool was_replaced();
-    bool forget();
-    void load(Reason &reason);
-    void *find(const char *function);
-};
-
-constinit Library library = {};
 
 int64_t whole_seconds()
 {
     return static_cast<int64_t>(std_now());
 }
 
-// Fills the status of the library's file; 0, or -1.
+// Fills in the status of the library's file. Returns 0, or -1.
 int file_status(const char *name, struct stat *status)
 {
     char path[stock::kLibraryPathSize];
@@ -78,41 +57,48 @@ bool is_newer(const struct stat &a, const struct stat &b)
     return stock::modification_time(a) > stock::modification_time(b);
 }
 
-void Library::take_name()
+// The functions below need the lock of the library.
+
+void take_name(UserLibrary &library)
 {
-    const char *named = getenv("USER_LIBRARY");
-    free(name);
-    name = stock::copy_text(named ? named : "user", "name");
-    initialised = true;
+    const char *name = getenv("USER_LIBRARY");
+    free(library.name);
+    library.name = stock::copy_text(name ? name : "user", "name");
+    library.named = true;
 }
 
-// Looks at the file of the loaded library, unless that was done just now.
-bool Library::was_replaced()
+// Whether there is another file in the place of the loaded one. Looks at the file only when
+// USERMETHOD_INTERVAL seconds have passed since it did so last.
+bool was_replaced(UserLibrary &library)
 {
     const int64_t now = whole_seconds();
-    if (now - checked <= USERMETHOD_INTERVAL)
+    if (now - library.checked <= USERMETHOD_INTERVAL)
         return false;
-    checked = now;
+    library.checked = now;
+    const struct stat &loaded = library.status;
     struct stat current;
-    return file_status(name, &current) == 0 &&
-           (is_newer(current, status) || current.st_dev != status.st_dev ||
-            current.st_ino != status.st_ino);
+    return file_status(library.name, &current) == 0 &&
+           (is_newer(current, loaded) || current.st_dev != loaded.st_dev ||
+            current.st_ino != loaded.st_ino);
 }
 
-// Gives the library back to the system, which may refuse it, or keep it.
-bool Library::forget()
+// Closes the library, and notes it when the system keeps it in memory. False when the system
+// refuses to close it.
+bool close_library(UserLibrary &library)
 {
-    const bool closed = dlclose(handle) == 0;
+    const bool closed = dlclose(library.handle) == 0;
     const stock::KeepErrno keep;
-    handle = nullptr;
+    library.handle = nullptr;
     char path[stock::kLibraryPathSize];
-    void *still = stock::library_path(name, path) ? dlopen(path, RTLD_LAZY | RTLD_NOLOAD) : nullptr;
-    if (!still)
+    if (!stock::library_path(library.name, path))
         return closed;
-    dlclose(still);
-    if (!kept)
-        kept = newarr(nullptr);
-    setarr(kept, path, &stays);
+    void *still_there = dlopen(path, RTLD_LAZY | RTLD_NOLOAD);
+    if (!still_there)
+        return closed;
+    dlclose(still_there);
+    if (!library.kept_by_system)
+        library.kept_by_system = newarr(nullptr);
+    setarr(library.kept_by_system, path, &library);
     return closed;
 }
 
@@ -136,14 +122,16 @@ bool copy_file(int from, int to)
     }
 }
 
-void give_reason(Reason &reason, bool of_loader)
+// Why the loader failed, or else what errno means.
+void fill_reason(Reason &reason, bool of_loader)
 {
     Reason buffer;
     const char *text = of_loader ? dlerror() : stock::errno_text(errno, buffer, sizeof buffer);
     snprintf(reason, sizeof reason, "%s", text ? text : "");
 }
 
-// Loads a copy of the open library from this directory. Null with the reason.
+// Copies the open library into a directory, the first `length` characters of the path, and
+// loads the copy. Null, with the reason, when that fails.
 void *load_copy_in(const char *directory, size_t length, int from, Reason &reason)
 {
     char copy[stock::kLibraryPathSize + 32];
@@ -152,19 +140,19 @@ void *load_copy_in(const char *directory, size_t length, int from, Reason &reaso
     const bool copied = to.get() >= 0 && copy_file(from, to.get());
     void *handle = copied ? dlopen(copy, RTLD_LAZY) : nullptr;
     if (!handle)
-        give_reason(reason, copied);
+        fill_reason(reason, copied);
     if (to.get() >= 0)
         unlink(copy);
     return handle;
 }
 
-// Loads a copy of the library: from its own directory, where it finds what it needs, or
-// from that of temporary files.
+// Loads a copy of the library, in its own directory, where it finds the libraries that it
+// needs, else in the directory of temporary files. Null, with the reason, when that fails.
 void *load_copy(const char *path, Reason &reason)
 {
     const stock::Fd from(stock::uninterrupted([=] { return open(path, O_RDONLY | O_CLOEXEC); }));
     if (from.get() < 0) {
-        give_reason(reason, false);
+        fill_reason(reason, false);
         return nullptr;
     }
     const auto length = static_cast<size_t>(strrchr(path, '/') - path);
@@ -176,37 +164,41 @@ void *load_copy(const char *path, Reason &reason)
     return load_copy_in(temporary, strlen(temporary), from.get(), reason);
 }
 
-// With a reason filled in the new library cannot be loaded, and the earlier one is.
-void Library::load(Reason &reason)
+// Loads the library. When the system keeps the former one and no copy of the new file can be
+// loaded, fills in the reason and loads the former one.
+void load(UserLibrary &library, Reason &reason)
 {
     struct stat found;
     char path[stock::kLibraryPathSize];
-    if (*name != '/' || restat(name, &found) == 0) {
-        if (kept && stock::library_path(name, path) && getarr(kept, path))
-            handle = load_copy(path, reason);
-        if (handle)
+    if (*library.name != '/' || restat(library.name, &found) == 0) {
+        if (library.kept_by_system && stock::library_path(library.name, path) &&
+            getarr(library.kept_by_system, path))
+            library.handle = load_copy(path, reason);
+        if (library.handle)
             *reason = '\0';
         else
-            handle = std_dlopen(name);
+            library.handle = std_dlopen(library.name);
     }
-    if (handle) {
-        if (file_status(name, &status) < 0)
-            status = {};
-        checked = whole_seconds();
+    if (library.handle) {
+        if (file_status(library.name, &library.status) < 0)
+            library.status = {};
+        library.checked = whole_seconds();
     }
-    if (functions)
-        freearr(functions, nullptr);
-    functions = newarr(nullptr);
+    if (library.functions)
+        freearr(library.functions, nullptr);
+    library.functions = newarr(nullptr);
 }
 
-void *Library::find(const char *function)
+// The address of a function of the loaded library, or null.
+void *find(UserLibrary &library, const char *function)
 {
-    void *found = getarr(functions, function);
+    void *const missing = &library;
+    void *found = getarr(library.functions, function);
     if (!found) {
-        found = dlsym(handle, function);
-        setarr(functions, function, found ? found : &missing);
+        found = dlsym(library.handle, function);
+        setarr(library.functions, function, found ? found : missing);
     }
-    return found == &missing ? nullptr : found;
+    return found == missing ? nullptr : found;
 }
 
 }  // namespace
@@ -216,28 +208,30 @@ void *usermethod(const char *name)
     if (!name || !*name)
         return nullptr;
     const stock::logging::LockReleased released;
+    UserLibrary &library = stock::The_user_library;
     std::unique_lock lock(library.mutex);
-    if (!library.initialised)
-        library.take_name();
-    const bool closed = !library.handle || !library.was_replaced() || library.forget();
-    const stock::Owned<char> stuck(closed ? nullptr : stock::copy_text(library.name, "name"));
+    if (!library.named)
+        take_name(library);
+    const bool closed = !library.handle || !was_replaced(library) || close_library(library);
+    // Copies for the messages, which are reported without the lock.
+    const stock::Owned<char> refused(closed ? nullptr : stock::copy_text(library.name, "name"));
     Reason reason = "";
     if (!library.handle)
-        library.load(reason);
-    void *function = library.handle ? library.find(name) : nullptr;
-    const stock::Owned<char> earlier(*reason ? stock::copy_text(library.name, "name") : nullptr);
+        load(library, reason);
+    void *function = library.handle ? find(library, name) : nullptr;
+    const stock::Owned<char> former(*reason ? stock::copy_text(library.name, "name") : nullptr);
     lock.unlock();
-    if (stuck)
-        elog_complain(1, "Couldn't close dynamic library %s", stuck.get());
-    if (earlier)
+    if (refused)
+        elog_complain(1, "Couldn't close dynamic library %s", refused.get());
+    if (former)
         elog_complain(0, "Couldn't load the new dynamic library %s, the earlier one is used: %s",
-                      earlier.get(), reason);
+                      former.get(), reason);
     return function;
 }
 
 void usermethod_init(void)
 {
     const stock::logging::LockReleased released;
-    const std::lock_guard lock(library.mutex);
-    library.take_name();
+    const std::lock_guard lock(stock::The_user_library.mutex);
+    take_name(stock::The_user_library);
 }
