@@ -1,11 +1,11 @@
 // The state file: locked, read, and replaced as a whole.
 //
-// What is locked is a file, and what others look for is a name. So the file that
-// takes the name over is locked before it does, and whoever has locked a file looks
-// whether the name still leads to it.
+// A process locks a file, but other processes look for its name. So a new file is locked
+// before it is renamed to the state file's name, and a process that has locked a file checks
+// that the name still leads to it.
 //
-// Signal handlers come here too. One that interrupts its own thread inside the grave
-// cannot wait for it: the end that it begins is owed until the thread leaves.
+// Signal handlers call bury too. One that interrupts a thread holding the mutex of the state
+// file would wait for ever, so put_off() leaves the end that it begins to the thread.
 
 #include "stock/bury.h"
 
@@ -34,6 +34,7 @@
 #include "log/lock.h"
 #include "pf/node.h"
 #include "pf/parsing.h"
+#include "state/state_state.h"
 #include "stock/elog.h"
 #include "stock/fix_strtod.h"
 #include "stock/halt.h"
@@ -46,51 +47,48 @@
 namespace {
 
 using namespace stock::logging;
+using stock::Burial;
+using stock::Inside;
 using stock::Owned;
+using stock::The_state_file;
 
-std::atomic<Grave *> grave{nullptr};
-constinit stock::OrderedLock grave_mutex{stock::Place::grave};
-const char *Gravesite = nullptr;
+// ---- The lock ----
 
-// ---- Being inside ----
-
-// The model keeps a signal handler's first access from allocating.
-constinit thread_local volatile int Inside __attribute__((tls_model("initial-exec"))) = 0;
-
-// Holds grave_mutex, which a thread that is inside does not wait for. Like a change, it
-// is counted before it has the mutex and until it has given it up.
-class Visit {
+// Holds the mutex of the state file, which a thread that holds it takes again without waiting.
+// It is counted before it has the mutex and until it has given it up, as a change is.
+class StateFileHeld {
 public:
-    Visit()
+    StateFileHeld()
     {
         begin_change();
         Inside = Inside + 1;
         if (Inside == 1)
-            enter();
+            take();
     }
-    ~Visit()
+    ~StateFileHeld()
     {
         if (Inside == 1)
-            grave_mutex.unlock();
+            The_state_file.mutex.unlock();
         Inside = Inside - 1;
         end_change();
     }
-    Visit(const Visit &) = delete;
-    Visit &operator=(const Visit &) = delete;
+    StateFileHeld(const StateFileHeld &) = delete;
+    StateFileHeld &operator=(const StateFileHeld &) = delete;
 
 private:
-    // Who is inside may be about to report: a log function of the program's that comes
-    // here gives the log's lock up while it waits.
-    static void enter()
+    // The thread that holds the mutex may need the log's lock to report. The program's log
+    // function, which holds that lock when it comes here, releases it while it waits.
+    static void take()
     {
-        if (grave_mutex.try_lock())
+        if (The_state_file.mutex.try_lock())
             return;
-        const stock::logging::LockReleased released;
-        grave_mutex.lock();
+        const LockReleased released;
+        The_state_file.mutex.lock();
     }
 };
 
-// Handlers and other threads look at it. The C++ library of macOS has no atomic_ref.
+// Handlers and other threads read this member of the public record. The C++ library of macOS
+// has no atomic_ref for it.
 int signalled(const Grave *g)
 {
     return __atomic_load_n(&g->signalled, __ATOMIC_SEQ_CST);
@@ -100,14 +98,14 @@ void set_signalled(Grave *g, int value)
     __atomic_store_n(&g->signalled, value, __ATOMIC_SEQ_CST);
 }
 
-// ---- Relics ----
+// ---- Saved variables ----
 
-struct Relic {
+struct SavedVariable {
     void *address;
-    int type;
+    int type;  // RELIC_INT .. RELIC_TIME
 };
 
-// Meant: the text of the largest double, 15 digits rounded up, would read as infinite.
+// Meant: the largest double is written with 15 digits, rounded up, which would read as infinite.
 bool is_largest(const char *text)
 {
     char largest[STRDBL_SIZE];
@@ -128,18 +126,17 @@ T &as(void *address)
     return *static_cast<T *>(address);
 }
 
-Tbl *Restored = nullptr;  // the texts that were given out, all there ever were
-
 void restore_string(void *address, const char *text)
 {
-    if (!Restored)
-        Restored = newtbl(0);
+    if (!The_state_file.restored)
+        The_state_file.restored = newtbl(0);
     char *copy = stock::copy_text(text, "relic", "resurrect");
-    pushtbl(Restored, copy);
+    pushtbl(The_state_file.restored, copy);
     as<char *>(address) = copy;
 }
 
-struct Kind {
+// How variables of a type become text of the state file, and text becomes their value.
+struct SavedType {
     int (*save)(Pf *pf, const char *name, void *address);
     void (*restore)(void *address, const char *text);
 };
@@ -170,18 +167,18 @@ int save_time(Pf *pf, const char *name, void *address)
 }
 
 // clang-format off
-constexpr Kind kKinds[] = {     // in the order of the types
+constexpr SavedType kTypes[] = {     // in the order of the types
     {save_int,    [](void *to, const char *text) { as<int>(to) = static_cast<int>(std::strtol(text, nullptr, 10)); }},
     {save_double, [](void *to, const char *text) { as<double>(to) = number_of(text); }},
     {save_string, restore_string},
     {save_time,   [](void *to, const char *text) { as<double>(to) = str2epoch(text); }},
 };
 // clang-format on
-constexpr int kKindCount = sizeof kKinds / sizeof kKinds[0];
-static_assert(kKindCount == RELIC_TIME + 1);
+constexpr int kTypeCount = sizeof kTypes / sizeof kTypes[0];
+static_assert(kTypeCount == RELIC_TIME + 1);
 
-// Why a variable would not come back under the name; null when it would.
-const char *refusal(std::string_view name)
+// Why the text of a variable could not be read under this name; null when it could.
+const char *why_unreadable(std::string_view name)
 {
     if (name.find_first_of("\t\n#\\") != name.npos)
         return "its name holds a tab, a newline, \"#\" or \"\\\"";
@@ -198,7 +195,7 @@ static_assert(stock::kMaxKeyBytes == 1023 && stock::kMaxOpenContainers == 11);
 // ---- The file ----
 
 constexpr mode_t kMode = 0664;
-constexpr int kAttempts = 1000;  // each fails because another process replaced the file meanwhile
+constexpr int kAttempts = 1000;  // one fails when another process replaces the file meanwhile
 
 struct CloseStream {
     void operator()(FILE *stream) const { std::fclose(stream); }
@@ -226,8 +223,8 @@ bool is_same(const struct stat &a, const struct stat &b)
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
 }
 
-// Opens the state file, made when there is none, and locks it. Gives 1, 0 when it was
-// made, or -1.
+// Opens the state file, creates it when it is not there, and locks it. Returns 1, 0 when it was
+// created, or -1.
 int open_locked(Grave *g)
 {
     for (int i = 0; i < kAttempts; ++i) {
@@ -242,7 +239,7 @@ int open_locked(Grave *g)
         lockstate(g);
         if (::stat(g->name, &named) == 0 && is_same(named, file)) {
             static_cast<void>(stream.release());
-            // Another process may have made it first and have come to its end.
+            // Between open and stat another process may have created it and filled it.
             return missing && named.st_size == 0 ? 0 : 1;
         }
         g->stream = nullptr;
@@ -250,6 +247,7 @@ int open_locked(Grave *g)
     return -1;
 }
 
+// Reads the tree of the state file. Returns 1, or 2 when the file is not a parameter file.
 int read_saved(Grave *g)
 {
     if (pfin(g->stream, &g->saved) == 0)
@@ -259,8 +257,8 @@ int read_saved(Grave *g)
     return 2;
 }
 
-// Makes a new name last. Not every directory can be opened or flushed, and the file
-// has its name in any case.
+// Flushes the directory of a path to the disk, so that a new name there survives a power
+// failure. Not every directory can be opened or flushed; that is no error.
 void flush_directory(const char *path)
 {
     const char *slash = std::strrchr(path, '/');
@@ -273,10 +271,10 @@ void flush_directory(const char *path)
         ::fsync(fd.get());
 }
 
-// The alternate file, new and locked; null with errno set. What has its name is removed:
-// it is left from an earlier run, or a link that somebody made to have another file
-// overwritten. Where the state file cannot be locked either, on another host's file
-// system, it goes without.
+// Creates the alternate file and locks it; null with errno set. A file that has its name is
+// removed first: it is left from an earlier run, or it is a link by which somebody wants
+// another file overwritten. On an NFS file system the file need not be locked, like the state
+// file itself.
 Stream open_alternate(const Grave *g)
 {
     constexpr int kNew = O_CREAT | O_EXCL;
@@ -299,7 +297,7 @@ bool write_whole(FILE *stream, const char *alternate, std::string_view text)
                       static_cast<long>(written), alternate, static_cast<long>(text.size()));
         return false;
     }
-    // The file stays open for its lock. What closing could find fault with, flushing does.
+    // The file stays open for its lock, so it is not closed here. Flushing finds the same errors.
     if (stock::uninterrupted([&] { return ::fsync(fileno(stream)); }) != 0 && errno != EINVAL) {
         elog_complain(1, "Can't close alternate state file %s", alternate);
         return false;
@@ -307,8 +305,8 @@ bool write_whole(FILE *stream, const char *alternate, std::string_view text)
     return true;
 }
 
-// Gives the file that was written the name of the state file, unless that names a
-// device: who names /dev/null wants no state, and would lose it for all programs.
+// Renames the alternate file to the state file, unless that is a device: a program that names
+// /dev/null wants no state, and the device must not be replaced.
 bool take_over(const char *alternate, const char *name)
 {
     struct stat named;
@@ -340,20 +338,21 @@ int replace_state(Grave *g, std::string_view text)
 
 void add_extra_values(const Grave *g, Pf *pf)
 {
-    const ChangesPaused nothing_changes;
+    const ChangesPaused changes_paused;
     if (g->extra_values)
         g->extra_values(pf);
 }
 
-// Puts the relics into the tree in the order of their names.
-int save_relics(const Grave *g, Pf *pf)
+// Puts the variables into the tree in the order of their names. Returns 0, or -1 when one
+// could not be put.
+int save_variables(const Grave *g, Pf *pf)
 {
     int result = 0;
     Tbl *names = keysarr(g->relics);
     for (int64_t i = 0; i < names->count; ++i) {
         const auto *name = static_cast<const char *>(gettbl(names, i));
-        const auto *relic = static_cast<const Relic *>(getarr(g->relics, name));
-        if (kKinds[relic->type].save(pf, name, relic->address) != 0) {
+        const auto *variable = static_cast<const SavedVariable *>(getarr(g->relics, name));
+        if (kTypes[variable->type].save(pf, name, variable->address) != 0) {
             elog_complain(0, "Can't save '%s' in state file %s", name, g->name);
             result = -1;
         }
@@ -362,7 +361,8 @@ int save_relics(const Grave *g, Pf *pf)
     return result;
 }
 
-// The name as it holds in every working directory, unless the present one has none.
+// The name as an absolute path, for when the program changes its directory. As it is when the
+// working directory has no name.
 char *absolute_name(const char *filename)
 {
     const Owned<char> directory(*filename == '/' || !*filename ? nullptr : ::getcwd(nullptr, 0));
@@ -399,40 +399,38 @@ int start_grace(const Grave *g)
     return std_set_timer([](int) { alarm_handler(); }, g->grace_seconds);
 }
 
-// Whether a bury runs, and whether the grace was over meanwhile, which limits it.
-enum : int { kNone, kRunning, kLimited };
-std::atomic<int> Burial{kNone};
-
-// Tells of a bury as long as it runs. One that ends in time stops the alarm; a signal
-// that came meanwhile has its own grace.
-class Burying {
+// Marks that a bury runs, for its scope. When the alarm has limited the bury and it comes to
+// its end in time, the limit is lifted, and a signal that came meanwhile has its own grace.
+class RunningBurial {
 public:
-    explicit Burying(const Grave *g) : grave_(g) { Burial = kRunning; }
-    ~Burying()
+    explicit RunningBurial(const Grave *g) : grave_(g) { The_state_file.burial = Burial::running; }
+    ~RunningBurial()
     {
-        if (Burial.exchange(kNone) != kLimited)
+        if (The_state_file.burial.exchange(Burial::none) != Burial::limited)
             return;
         lift_limit();
         if (signalled(grave_))
             start_grace(grave_);
     }
-    Burying(const Burying &) = delete;
-    Burying &operator=(const Burying &) = delete;
+    RunningBurial(const RunningBurial &) = delete;
+    RunningBurial &operator=(const RunningBurial &) = delete;
 
 private:
     const Grave *grave_;
 };
 
-// The program buries while its grace is over: it may come to the end of that.
+// The grace is over while the program itself runs bury, which may come to its end within a
+// limit.
 void limit_burial()
 {
-    if (Burial != kRunning || !limit_end(kNotSaved))
+    if (The_state_file.burial != Burial::running || !limit_end(kNotSaved))
         return;
-    int running = kRunning;
-    if (!Burial.compare_exchange_strong(running, kLimited))
+    Burial running = Burial::running;
+    if (!The_state_file.burial.compare_exchange_strong(running, Burial::limited))
         lift_limit();
 }
 
+// The end that a stop signal without grace begins.
 void save_and_end()
 {
     limit_end(kNotSaved);
@@ -442,7 +440,8 @@ void save_and_end()
     end_process();
 }
 
-// Another thread may have buried since the alarm.
+// The end that an alarm has put off. Since then another thread may have buried, and there may
+// be no end to be limited: alarm_handler decides anew.
 void alarm_again()
 {
     lift_limit();
@@ -454,8 +453,8 @@ void alarm_again()
 int exhume(const char *filename, volatile int *stop_flag, int grace_seconds,
            void (*extra_values)(Pf *pf))
 {
-    const Visit visit;
-    if (grave)
+    const StateFileHeld held;
+    if (The_state_file.grave)
         return -2;
     if (!filename)
         return -1;
@@ -464,7 +463,7 @@ int exhume(const char *filename, volatile int *stop_flag, int grace_seconds,
     int result = open_locked(g);
     if (result == 1)
         result = read_saved(g);
-    grave = g;
+    The_state_file.grave = g;
     errno = 0;
     if (stop_flag)
         setup_signal_handlers(signal_handler);
@@ -473,41 +472,42 @@ int exhume(const char *filename, volatile int *stop_flag, int grace_seconds,
 
 int resurrect(const char *name, void *address, int type)
 {
-    const Visit visit;
-    Grave *g = grave;
+    const StateFileHeld held;
+    Grave *g = The_state_file.grave;
     if (!g)
         return -1;
-    if (!name || !*name || !address || type < 0 || type >= kKindCount) {
+    if (!name || !*name || !address || type < 0 || type >= kTypeCount) {
         elog_complain(0, "Can't resurrect '%s' of type %d", name ? name : "", type);
         return -1;
     }
-    if (const char *why = refusal(name)) {
+    if (const char *why = why_unreadable(name)) {
         elog_complain(0, "Can't resurrect '%s': %s", name, why);
         return -1;
     }
-    auto *relic = static_cast<Relic *>(stock::allocate(sizeof(Relic), "relic_record"));
+    auto *variable =
+        static_cast<SavedVariable *>(stock::allocate(sizeof(SavedVariable), "relic_record"));
     char *text = nullptr;
     const bool found = g->saved && pfeval(g->saved, name, &text) == 0 && text;
     if (found)
-        kKinds[type].restore(address, text);
-    *relic = {address, type};
-    std::free(setarr(g->relics, name, relic));
-    if (getarr(g->relics, name) != relic)
+        kTypes[type].restore(address, text);
+    *variable = {address, type};
+    std::free(setarr(g->relics, name, variable));
+    if (getarr(g->relics, name) != variable)  // there was no memory for the key
         stock::out_of_memory(std::strlen(name) + 1, "relic_record");
     return found ? 0 : 1;
 }
 
 int bury()
 {
-    Grave *g = grave;
+    Grave *g = The_state_file.grave;
     if (!g || Inside > 0)
         return -1;
-    const Visit visit;
-    const Burying burying(g);
+    const StateFileHeld held;
+    const RunningBurial running(g);
     set_signalled(g, 0);
     Pf *pf = pfnew(PFFILE);
     add_extra_values(g, pf);
-    const int saved = save_relics(g, pf);
+    const int saved = save_variables(g, pf);
     const Owned<char> text(pf2string(pf));
     const int written = replace_state(g, text.get());
     pffree(pf);
@@ -516,15 +516,15 @@ int bury()
 
 const char *gravesite()
 {
-    const Visit visit;
-    const Grave *g = grave;
-    return g ? g->name : Gravesite;
+    const StateFileHeld held;
+    const Grave *g = The_state_file.grave;
+    return g ? g->name : The_state_file.custom_name;
 }
 
 void custom_gravesite(const char *filename)
 {
-    const Visit visit;
-    Gravesite = filename;
+    const StateFileHeld held;
+    The_state_file.custom_name = filename;
 }
 
 void lockstate(Grave *g)
@@ -543,7 +543,7 @@ void lockstate(Grave *g)
 void signal_handler(int sig)
 {
     const stock::KeepErrno keep;
-    Grave *g = grave;
+    Grave *g = The_state_file.grave;
     if (!g) {
         elog_die(0, "*stack*Unexpected failure: %s in file %s, line %d\n", "signal_handler",
                  __FILE__, 129);
@@ -559,7 +559,7 @@ void signal_handler(int sig)
 
 void alarm_handler()
 {
-    Grave *g = grave;
+    Grave *g = The_state_file.grave;
     if (!g)
         return;
     if (!signalled(g))

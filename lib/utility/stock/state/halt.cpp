@@ -1,4 +1,7 @@
 // Stopping in order: stop signals that set a flag, and timers that end the process.
+//
+// A timer first sets the limit on the end that it begins. When it has interrupted a thread
+// that is changing the log or the state file, the thread carries the end out itself.
 
 #include "stock/halt.h"
 
@@ -8,20 +11,19 @@
 #include "deviants.h"
 #include "log/end.h"
 #include "log/lock.h"
+#include "state/state_state.h"
 #include "stock/elog.h"
 #include "stock/wait_for_time.h"
 
 using namespace stock::logging;
+using stock::The_halt_request;
 
 namespace {
 
-volatile int *volatile Halt_flag = nullptr;
-volatile int Halt_In_Seconds = 0;
-void (*volatile Halt_Mortician)(Pf *pf) = nullptr;
-
 constexpr char kTimeOver[] = "quitting from die_soon alarm\n";
+constexpr double kShortestTimer = 2e-6;  // seconds; a shorter timer would never run out
 
-// What the timers do.
+// The timer of die_soon has run out.
 void end_in_time()
 {
     limit_end(kTimeOver);
@@ -29,6 +31,7 @@ void end_in_time()
         die_now();
 }
 
+// The timer that a stop signal has set has run out.
 void end_grace()
 {
     limit_end(kGraceOver);
@@ -36,16 +39,13 @@ void end_grace()
         halt_alarm_handler();
 }
 
-// A timer that is set to less than this would never run out.
-constexpr double kLeastTime = 2e-6;
-
 }  // namespace
 
 int setup_signals(volatile int *flag, void (*mortician)(Pf *pf), int seconds)
 {
-    Halt_flag = flag;
-    Halt_Mortician = mortician;
-    Halt_In_Seconds = seconds;
+    The_halt_request.flag = flag;
+    The_halt_request.mortician = mortician;
+    The_halt_request.seconds = seconds;
     return setup_signal_handlers(halt_signal_handler);
 }
 
@@ -72,8 +72,8 @@ int setup_signal_handlers(void (*handler)(int sig))
 
 int die_soon(double seconds)
 {
-    const bool at_once = seconds >= 0 && seconds < kLeastTime;
-    if (std_set_timer([](int) { end_in_time(); }, at_once ? kLeastTime : seconds) == 0)
+    const bool at_once = seconds >= 0 && seconds < kShortestTimer;
+    if (std_set_timer([](int) { end_in_time(); }, at_once ? kShortestTimer : seconds) == 0)
         return 0;
     snooze(seconds);
     elog_die(0, "failed to setup timer to die");
@@ -82,10 +82,10 @@ int die_soon(double seconds)
 void halt_signal_handler(int sig)
 {
     const stock::KeepErrno keep;
-    if (volatile int *flag = Halt_flag)  // several threads may be signalled at once
+    if (volatile int *flag = The_halt_request.flag)  // several threads may be signalled at once
         __atomic_store_n(flag, 1, __ATOMIC_RELAXED);
-    if (Halt_In_Seconds >= 1 && !end_is_limited() &&
-        std_set_timer([](int) { end_grace(); }, Halt_In_Seconds) != 0)
+    const int seconds = The_halt_request.seconds;
+    if (seconds >= 1 && !end_is_limited() && std_set_timer([](int) { end_grace(); }, seconds) != 0)
         elog_die(0, "received signal #%d but failed to set alarm timer", sig);
 }
 
@@ -93,10 +93,10 @@ void halt_alarm_handler()
 {
     limit_end(kGraceOver);
     Pf *pf = pfnew(PFFILE);
-    if (Halt_Mortician)
-        Halt_Mortician(pf);
+    if (The_halt_request.mortician)
+        The_halt_request.mortician(pf);
     {
-        const stock::KeepErrno keep;
+        const stock::KeepErrno keep;  // the message below describes the mortician's errno
         pffree(pf);
     }
     limit_step(kGraceOver);
