@@ -3,6 +3,16 @@
 
 #include "pf/pf_state.h"
 
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+
+// The name of what a thread's next pfinfd reads: each thread has its own.
+__thread const char *Pffilename = nullptr;
+
+// Set by a program while no thread parses, so no lock guards it.
+int Pf_show_replacements = 0;
+
 namespace stock {
 
 constinit OrderedLock Pf_lock{Place::parse};
@@ -19,5 +29,21 @@ constinit ProgramFunctions Program_functions{};
 
 constinit thread_local Evaluation This_evaluation{};
 constinit thread_local Pf *Waiting_to_be_freed = nullptr;
+
+Buffer take_kept(Buffer &kept)
+{
+    const std::scoped_lock lock(Pf_lock);
+    return std::exchange(kept, {});
+}
+
+void keep(Buffer &kept, Buffer buffer)
+{
+    {
+        const std::scoped_lock lock(Pf_lock);
+        if (kept.size < buffer.size)
+            std::swap(kept, buffer);
+    }
+    std::free(buffer.bytes);
+}
 
 }  // namespace stock

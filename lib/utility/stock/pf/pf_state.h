@@ -10,7 +10,7 @@
 #include "pf/open_calls.h"
 #include "pf/parsing.h"  // Pf_busy
 #include "pf/window.h"
-#include "stock/pf.h"
+#include "stock/pf.h"  // Pffilename, Pf_show_replacements
 
 namespace stock {
 
@@ -26,6 +26,12 @@ struct KeptBuffers {
     Buffer value;   // of a value that differs from how it is written
 };
 extern KeptBuffers Kept_buffers;  // guarded by Pf_lock
+
+// Takes one of the kept buffers away, so that no other parse uses it meanwhile.
+Buffer take_kept(Buffer &kept);
+
+// Gives a buffer to the next parse: keeps the larger of the two and frees the other.
+void keep(Buffer &kept, Buffer buffer);
 
 // Guards Known_trees. It is held for moments only: files are read without it, and running
 // out of memory is reported without it, for what that runs may free trees.

@@ -1,20 +1,19 @@
 // Parsing: one text at a time, from a descriptor, a stream or memory.
 //
-// Each entry point chooses the window over its text, its name in messages, and
-// how it says that the text ended too early; the rest is one function.
+// Each entry point chooses the window over its text, the name of the text in messages, and
+// how it reports that the text ended too early; the rest is one function.
 
 #include "stock/pf.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
-#include <mutex>
 #include <utility>
 
 #include "base/alloc.h"
+#include "pf/parsing.h"
 #include "pf/pf_state.h"
-#include "pf/scan.h"
+#include "pf/pflex.h"
 #include "stock/elog.h"
 #include "stock/strings.h"
 
@@ -22,26 +21,13 @@ namespace {
 
 using stock::Buffer;
 using stock::Kept_buffers;
-using stock::Scanner;
+using stock::Scanned;
 using stock::Window;
 
-// Takes a kept buffer away, so that no other parse uses it meanwhile.
-Buffer taken(Buffer &kept)
-{
-    const std::scoped_lock lock(stock::Pf_lock);
-    return std::exchange(kept, {});
-}
-
-// Keeps the larger of two buffers for the next parse and frees the other.
-void keep(Buffer &kept, Buffer buffer)
-{
-    {
-        const std::scoped_lock lock(stock::Pf_lock);
-        if (kept.size < buffer.size)
-            std::swap(kept, buffer);
-    }
-    std::free(buffer.bytes);
-}
+// The names of texts that have none, for messages.
+constexpr const char *kUnknownFile = "*pf filename unknown*";
+constexpr const char *kUnknownStream = "*unknown pfin file*";
+constexpr const char *kInternal = "*internal buffer*";
 
 int refuse(int error, const char *filename)
 {
@@ -61,43 +47,43 @@ Pf *target_of(Pf **pf)
         return nullptr;
     if (!top->value.arr)
         top->value.arr = newarr(nullptr);
-    top->value.arr->replace = 1;  // what it would keep is freed when a key comes again
+    top->value.arr->replace = 1;  // set_text then keeps no old key
     top->type = PFARR;
     return top;
 }
 
-// Parses the window that `open` makes over a buffer. When the text ends inside a
-// container, `unterminated` is told the scanner and how many containers are open.
-template <class Open, class Unterminated>
-int parse(Pf **pf, const char *filename, Open open, Unterminated unterminated)
+// Parses the window that `open_window` makes with a buffer. When the text leaves lists,
+// tables or literals open, `report_open` is called with the result of the scan.
+template <class OpenWindow, class ReportOpen>
+int parse(Pf **pf, const char *filename, OpenWindow open_window, ReportOpen report_open)
 {
     const stock::CountedParse counted;
     Pf *top = pf ? target_of(pf) : nullptr;
     if (!top)
         return refuse(EINVAL, filename);
 
-    Window window = open(taken(Kept_buffers.window));
-    Scanner scanner(window, top, filename, taken(Kept_buffers.value));
-    int result = stock::PF_lex(scanner);
+    Window window = open_window(take_kept(Kept_buffers.window));
+    Buffer value = take_kept(Kept_buffers.value);
+    const Scanned scanned = scan_into_tree(window, top, filename, value);
     top->type = PFFILE;
     if (window.error())
-        result = refuse(window.error(), filename);
-    const int depth = scanner.Lex_level + scanner.unfinished;
-    if (depth > 0)
-        unterminated(scanner, depth);
+        refuse(window.error(), filename);
+    if (scanned.open > 0)
+        report_open(scanned);
 
     keep(Kept_buffers.window, window.release());
-    keep(Kept_buffers.value, {scanner.String_buf, scanner.StringSz});
-    return result || depth > 0 ? -2 : 0;
+    keep(Kept_buffers.value, value);
+    return scanned.refused || window.error() || scanned.open > 0 ? -2 : 0;
 }
 
-void unterminated_string(const Scanner &scanner, int depth, const char *text)
+// Reports what a text in memory leaves open, with the text's first five lines.
+void report_open_string(const Scanned &scanned, const char *text)
 {
     const stock::Owned<char> head(strhead(text, 5, "  --> "));
     elog_log(0,
              "*stack* Unterminated arrays or tables at last line #%d, depth = %d in input string "
              "\n%s\n",
-             scanner.Lex_lineno, depth, head.get());
+             scanned.line, scanned.open, head.get());
 }
 
 }  // namespace
@@ -106,37 +92,31 @@ int pfinfd(int fd, Pf **pf)
 {
     const char *path = std::exchange(Pffilename, nullptr);
     if (!path)
-        path = "*pf filename unknown*";
+        path = kUnknownFile;
     return parse(
         pf, path, [fd](Buffer buffer) { return Window(stock::reader_of(fd), buffer); },
-        [path](const Scanner &scanner, int depth) {
+        [path](const Scanned &scanned) {
             elog_log(0,
                      "*stack* Unterminated arrays or tables in parameter file %s at last line #%d: "
                      "depth = %d",
-                     path, scanner.Lex_lineno, depth);
+                     path, scanned.line, scanned.open);
         });
 }
 
 int pfin(FILE *stream, Pf **pf)
 {
-    constexpr const char *kName = "*unknown pfin file*";
     if (!stream)
-        return refuse(EINVAL, kName);
+        return refuse(EINVAL, kUnknownStream);
     return parse(
-        pf, kName, [stream](Buffer buffer) { return Window(stock::reader_of(stream), buffer); },
-        [](const Scanner &scanner, int depth) {
+        pf, kUnknownStream,
+        [stream](Buffer buffer) { return Window(stock::reader_of(stream), buffer); },
+        [](const Scanned &scanned) {
             elog_log(0,
                      "*stack* Unterminated arrays or tables in input FILE at last line #%d: "
                      "depth = %d",
-                     scanner.Lex_lineno, depth);
+                     scanned.line, scanned.open);
         });
 }
-
-namespace {
-
-constexpr const char *kInternal = "*internal buffer*";
-
-}  // namespace
 
 int pfcompile(const char *text, Pf **pf)
 {
@@ -145,10 +125,10 @@ int pfcompile(const char *text, Pf **pf)
     return parse(
         pf, kInternal,
         [text](Buffer buffer) {
-            keep(Kept_buffers.window, buffer);
+            keep(Kept_buffers.window, buffer);  // the text is its own window
             return Window(text);
         },
-        [text](const Scanner &scanner, int depth) { unterminated_string(scanner, depth, text); });
+        [text](const Scanned &scanned) { report_open_string(scanned, text); });
 }
 
 int pfcompile_counted(const char *text, long count, Pf **pf)
@@ -158,12 +138,13 @@ int pfcompile_counted(const char *text, long count, Pf **pf)
     const auto bytes = static_cast<std::size_t>(std::max(count, 0L));
     return parse(
         pf, kInternal, [=](Buffer buffer) { return Window(stock::reader_of(text, bytes), buffer); },
-        [=](const Scanner &scanner, int depth) {
+        [=](const Scanned &scanned) {
+            // strhead needs a text that ends with a zero byte.
             const std::size_t length = strnlen(text, bytes);
             const stock::Owned<char> ended(
                 static_cast<char *>(stock::allocate(length + 1, "text", "pfcompile_counted")));
             std::memcpy(ended.get(), text, length);
             ended.get()[length] = 0;
-            unterminated_string(scanner, depth, ended.get());
+            report_open_string(scanned, ended.get());
         });
 }
