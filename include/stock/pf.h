@@ -272,6 +272,25 @@ STOCK_API int pfread(const char *name, Pf **pf);
 STOCK_API int pfload(const char *dir, const char *subdir, const char *name, Pf **pf);
 
 /*
+ * Finds the line that gives the value at an address its present text, among all files
+ * of a name: the last one that sets the value, or a table or list around it, in the
+ * order in which pfread reads them. It reads the files again, since a tree keeps no
+ * places: of a file that was changed meanwhile it tells what stands there now.
+ *
+ * The address is that of pfresolve: "a", "a{b}", "a[2]". The line is that of the key, or
+ * in a list of the element, counted from 1; of a list, a table, a literal and a value
+ * that goes on in the next line it is the first. A reference or function in the value
+ * is not followed.
+ *
+ * path has room for 1024 bytes. Null for path or line stores nothing there.
+ *
+ * Returns 0; or -1 after logging "no entry '%s' in parameter file %s" when there is no
+ * such value, or no such address, or "can't find parameter file %s". What is wrong in
+ * the text of a file is not told again: as for pfread, what stands before it counts.
+ */
+STOCK_API int pfwhere(const char *name, const char *address, char *path, int *line);
+
+/*
  * Reads a name again when its files have changed: one was made, removed or given
  * another time. What was read last is remembered by the name and by the address of
  * the variable pf, so a program calls it with the same variable each time. The

@@ -14,6 +14,7 @@
 #include <iterator>
 #include <limits>
 #include <memory>
+#include <optional>
 #include <ranges>
 #include <string>
 #include <string_view>
@@ -368,6 +369,12 @@ inline constexpr bool std::ranges::enable_borrowed_range<stock::params_list<T>> 
 
 namespace stock {
 
+/* Where a value is written. */
+struct params_place {
+    std::string path;
+    int line = 0; /* counted from 1 */
+};
+
 /*
  * Owns a tree of parameters and frees it with all that was borrowed from it.
  *
@@ -413,6 +420,21 @@ public:
         pf_.reset(pf);
         pf_.get_deleter().name = std::move(copy);
         return status;
+    }
+
+    /*
+     * pfwhere: the file and line that give the value at an address its text, among the
+     * files that read() reads. Nothing when there is no such value, or nothing was read.
+     */
+    std::optional<params_place> where(zstring address) const
+    {
+        char path[1024];
+        params_place place;
+        const char *name = node()->filename;
+        if (!name || pfwhere(name, address.c_str(), path, &place.line) != 0)
+            return {};
+        place.path = path;
+        return place;
     }
 
     /* pfcompile_counted: adds the text to the tree. Returns 0, or -2. */

@@ -41,5 +41,11 @@ int main(void)
         return 7;
     pffree(pf);
     fclose(stream);
+
+    char path[1024];
+    int line = 0;
+    setenv("PFPATH", "/nowhere", 1);
+    if (pfwhere("rain", "north", path, &line) != -1)
+        return 8;
     return 0;
 }

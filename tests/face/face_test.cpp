@@ -846,6 +846,22 @@ TEST(FaceParams, keeps_the_name_that_it_was_read_by)
     elog_clear();
 }
 
+TEST(FaceParams, tells_where_a_value_is_written)
+{
+    const TempDir dir;
+    dir.file("rain.pf", "north 12.5\nlimits &Arr{\n heavy 30\n}\n");
+    setenv("PFPATH", dir.path().c_str(), 1);
+    params tree;
+    EXPECT_FALSE(tree.where("north"));
+    ASSERT_EQ(tree.read("rain"), 0);
+    const auto place = tree.where("limits{heavy}");
+    ASSERT_TRUE(place);
+    EXPECT_EQ(place->path, dir / "rain.pf");
+    EXPECT_EQ(place->line, 3);
+    EXPECT_FALSE(tree.where("south"));
+    elog_clear();
+}
+
 TEST(FaceParams, moves_and_copies_where_that_is_said)
 {
     params a = settings();

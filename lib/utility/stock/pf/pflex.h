@@ -9,7 +9,7 @@ namespace stock {
 
 struct Scanned {
     bool refused;  // at a syntax error, which was logged
-    int line;      // the one that would be read next
+    int line;      // of the text that was not read yet
     int open;      // lists, tables and literals that the text leaves open
 };
 

@@ -93,7 +93,7 @@ namespace scan {
 
 // ---- Classes of characters ----
 
-enum : unsigned {
+enum CharacterClass : unsigned {
     kEnd = 1,  // the zero byte behind the text
     kNewline = 2,
     kBlank = 4,  // space and tab, nothing else
@@ -124,7 +124,7 @@ constexpr bool is(char c, unsigned classes)
     return kClass[static_cast<unsigned char>(c)] & classes;
 }
 
-// Each opening delimiter of a literal and behind it the one that closes it.
+// Each opening delimiter of a literal, and behind it the closing one.
 // Meant: each closes with the next of the row, so "}" closes with "(". Behind the last, the
 // single quote, stands nothing that could close it.
 constexpr std::string_view kDelimiters = "{}()[]<>`'";
@@ -174,16 +174,7 @@ private:
     using Value = typename Sink::Value;
     enum class State { key, value };
     enum class Outcome { go_on, ended, refused };
-    enum : unsigned {
-        kEnd = scan::kEnd,
-        kNewline = scan::kNewline,
-        kBlank = scan::kBlank,
-        kHash = scan::kHash,
-        kBackslash = scan::kBackslash,
-        kAmpersand = scan::kAmpersand,
-        kLetter = scan::kLetter,
-        kDigit = scan::kDigit,
-    };
+    using enum scan::CharacterClass;
 
     static bool is(char c, unsigned classes) { return scan::is(c, classes); }
 
@@ -203,7 +194,7 @@ private:
         return p;
     }
 
-    // The first one that is not.
+    // The first character at or behind p that is of none of the classes, or the end.
     template <unsigned classes>
     const char *skip(const char *p)
     {
@@ -524,7 +515,7 @@ private:
         }
     }
 
-    // What was gathered up to its first zero byte, without the white space around it.
+    // The gathered text up to its first zero byte, without the white space around it.
     std::string_view gathered_text()
     {
         const std::string_view text = sink_.gathered();

@@ -1,9 +1,9 @@
-// A window over text that is read while it is looked at.
+// A window over a text that is read while it is scanned.
 //
-// The buffer is halved by what is still needed: a token below half of it moves to
-// the front, a longer one moves into a buffer of twice the size. Either way at
-// least a quarter of the buffer is read before the next move, so moving costs a
-// constant per byte.
+// When the buffer is full, what is still needed moves: to the front when it fills less than
+// half of the buffer, else into a buffer of twice the size. Either way at least a quarter of
+// the buffer is read before the next move, so each byte is moved a bounded number of times,
+// however long a token is.
 
 #include "pf/window.h"
 
@@ -23,8 +23,8 @@ namespace {
 
 constexpr std::size_t kFirstSize = std::size_t{64} * 1024;
 
-// The scanner's own message for memory that ran out takes the place of the usual
-// one, so the buffer does not come from allocate.
+// The buffer with at least `size` bytes. Out of memory has a message of its own here, so the
+// buffer does not come from allocate().
 Buffer grown(Buffer buffer, std::size_t size, const char *message)
 {
     if (buffer.size >= size)
@@ -35,8 +35,8 @@ Buffer grown(Buffer buffer, std::size_t size, const char *message)
     return {bytes, size};
 }
 
-// Whether a read that failed with errno is worth another try; waits where there is
-// nothing yet.
+// Whether a read that failed with errno should be tried again. Where nothing has arrived yet,
+// it waits first.
 bool try_again(int fd)
 {
     if (errno != EAGAIN && errno != EWOULDBLOCK)
@@ -45,7 +45,7 @@ bool try_again(int fd)
     return poll(&wanted, 1, -1) >= 0 || errno == EINTR;
 }
 
-// The same of a stream, whose error is cleared then.
+// Does this for a stream, and clears its error when it should be tried again.
 bool try_again(FILE *stream)
 {
     const int error = errno;
@@ -67,13 +67,13 @@ ssize_t read_descriptor(Reader &reader, char *to, std::size_t room)
     }
 }
 
-// One line, or what there is of it.
+// Reads one line, or the part of it that fits or is there.
 ssize_t read_line(Reader &reader, char *to, std::size_t room)
 {
     FILE *stream = reader.stream;
     const int before = errno;
     std::size_t got = 0;
-    errno = 0;  // a stream of the program's own may fail without a reason
+    errno = 0;  // a stream with functions of the program may fail without setting it
     flockfile(stream);
     while (got < room) {
         const int c = getc_unlocked(stream);
@@ -95,7 +95,7 @@ ssize_t read_line(Reader &reader, char *to, std::size_t room)
 
 ssize_t read_memory(Reader &reader, char *to, std::size_t room)
 {
-    // Behind a zero byte nothing is the text's.
+    // A zero byte ends the text, whatever the count.
     const std::size_t count = strnlen(reader.text, std::min(room, reader.left));
     std::memcpy(to, reader.text, count);
     reader.text += count;
@@ -132,7 +132,7 @@ Window::Window(const Reader &reader, Buffer buffer)
     start = end_ = buffer_.bytes;
 }
 
-// Room for a quarter of the buffer and the zero byte behind what is needed.
+// Makes room for a quarter of the buffer and the zero byte behind what is needed.
 void Window::make_room()
 {
     const auto used = static_cast<std::size_t>(end_ - buffer_.bytes);
