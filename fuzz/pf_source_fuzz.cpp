@@ -1,5 +1,5 @@
-// Parameter text from anywhere through the tool's reader that keeps places: it accepts
-// what the library accepts, every place lies in the text, and it ends.
+// Two sinks of the scanner over the same parameter text: the tool's, which keeps places, finds
+// what the library's reads into a tree, and every place lies in the text.
 
 #include <cstdint>
 #include <cstdlib>
@@ -14,6 +14,36 @@ void expect(bool so)
 {
     if (!so)
         std::abort();
+}
+
+// Aborts unless the tree holds what the entry holds at the end of the text.
+void compare(const Entry &entry, const Pf *pf)
+{
+    switch (pf->type) {
+    case PFSTRING: return expect(entry.kind == Entry::Kind::text && entry.text == pf->value.s);
+    case PFFUNCTION:
+        return expect(entry.kind == Entry::Kind::function && entry.text == pf->value.pffunct->text);
+    case PFTBL: {
+        const auto list = elements(entry);
+        expect(entry.kind == Entry::Kind::list && static_cast<long>(list.size()) == pfmaxtbl(pf));
+        for (std::size_t i = 0; i < list.size(); ++i)
+            compare(*list[i],
+                    static_cast<Pf *>(gettbl(pf->value.tbl, static_cast<std::int64_t>(i))));
+        return;
+    }
+    default: expect(entry.kind == Entry::Kind::table);
+    }
+    for (const Entry &child : entry.children) {
+        const auto *value = static_cast<const Pf *>(getarr(pf->value.arr, child.key.c_str()));
+        const Entry *last = find_key(entry, child.key);
+        expect((value != nullptr) == (last != nullptr));
+        if (last == &child)
+            compare(child, value);
+    }
+    Tbl *keys = pfkeys(pf);
+    for (std::int64_t i = 0; i < keys->count; ++i)
+        expect(find_key(entry, static_cast<const char *>(gettbl(keys, i))) != nullptr);
+    freetbl(keys, nullptr);
 }
 
 void check_places(const Entry &entry, std::size_t size)
@@ -34,9 +64,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::string text(reinterpret_cast<const char *>(data), size);
     Pf *pf = nullptr;
     const bool refused = pfcompile_counted(text.data(), static_cast<long>(size), &pf) != 0;
-    pffree(pf);
     const Source source = scan_source(text, OnError::stop);
     expect(source.failed == refused);
+    compare(source.top, pf);
+    pffree(pf);
     check_places(source.top, size);
     check_places(scan_source(text, OnError::go_on).top, size);
     elog_clear();

@@ -1,13 +1,16 @@
 // stock pf check: what is wrong, or looks wrong, in parameter files.
+//
+// A Source brings the problems of its text. Check adds keys that are given twice and
+// references that lead to nothing, and prints all in the order of the file.
 
 #include <algorithm>
-#include <cctype>
 #include <cstring>
 #include <map>
 #include <utility>
 
 #include <unistd.h>
 
+#include "base/ascii.h"
 #include "pf_origin.h"
 #include "pf_tool.h"
 
@@ -76,7 +79,7 @@ private:
         }
     }
 
-    // A key may be given again behind its "&Undef{}".
+    // Complains of a key that was given before. Behind its "&Undef{}" it may be given again.
     void once(std::map<std::string, const Entry *> &given, const Entry &entry)
     {
         if (entry.kind == Entry::Kind::undef) {
@@ -90,15 +93,15 @@ private:
         first = &entry;
     }
 
-    // A "&" before what is no name, as in "2>&1", is just that; a swallowed "&Tbl{" is
-    // told of already.
+    // Whether the writer meant a reference. "&1" in "2>&1" is none, and a swallowed "&Tbl{"
+    // is a problem of the source already.
     static bool is_meant(const Reference &reference)
     {
         for (const char *mark : {"&Tbl", "&Arr", "&Literal"})
             if (reference.written == mark)
                 return false;
         const char c = reference.written[1];
-        return c == '{' || c == '_' || isalpha(static_cast<unsigned char>(c));
+        return c == '{' || c == '_' || stock::is_letter(c);
     }
 
     void references(const Place &place)
@@ -112,16 +115,19 @@ private:
         }
         if (!plain && is_too_deep(place))
             add(*place.entry, "references in references, more than 10 deep");
-        // What expands to something else is known only where it is evaluated.
+        // With a reference in it, the argument of a function is known only when it is
+        // evaluated.
         if (place.entry->kind == Entry::Kind::function && plain && !leads_somewhere(text))
             add(*place.entry,
                 quoted(text.substr(0, text.find_last_of(')') + 1)) + " leads to nothing");
     }
 
-    // Whether a program gets "massive recursion" of it, as when it leads back to itself.
+    // Whether the library refuses to expand it ("massive recursion"), as when a reference
+    // leads back to its own value.
     bool is_too_deep(const Place &place) { return leads_on(place, kMaxReferences + 1); }
 
-    // Whether so many references lead on from the place, one from the value of the other.
+    // Whether a chain of `count` references begins in the value, each in the value that the
+    // last one stands for.
     bool leads_on(const Place &place, int count)
     {
         if (count == 0)
@@ -158,11 +164,11 @@ private:
             return true;
         const auto [file, address] = split_argument(argument);
         const Sources &other = files_named(file);
-        const auto steps = parse_address(address);
+        const auto steps = parse_address(address.c_str());
         return !other.empty() && (address.empty() || (steps && find_place(other, *steps).entry));
     }
 
-    // A relative path is seen from the file.
+    // Whether the file is there. A relative path begins in the directory of the source.
     bool is_there(const std::string &argument) const
     {
         const std::unique_ptr<char, decltype(&free)> path(expand_env(argument.c_str()), free);
@@ -176,8 +182,8 @@ private:
     const Sources &sources_;
     const Source &source_;
     std::vector<Problem> found_;
-    std::map<std::pair<const Entry *, int>, bool> leads_on_;  // what is known already
-    std::map<std::string, Sources> named_;
+    std::map<std::pair<const Entry *, int>, bool> leads_on_;  // results of leads_on()
+    std::map<std::string, Sources> named_;                    // the files of other names
 };
 
 std::optional<Source> read(const std::string &file)

@@ -1,8 +1,8 @@
 // stock pf set and del: changing one value of a file and no other byte.
 //
-// An edit is tried on the text in memory and believed only when the library reads
-// from the new text what it should: the old tree with this one value changed. Only
-// then the file is replaced, while no other edit may read it.
+// The new text is made in memory and parsed by the library. It is good when it gives the old
+// tree with this one value changed. Then the file is replaced, while its lock keeps other
+// edits out.
 
 #include <algorithm>
 #include <cerrno>
@@ -23,6 +23,7 @@
 #endif
 #include <unistd.h>
 
+#include "base/ascii.h"
 #include "pf_source.h"
 #include "pf_tool.h"
 
@@ -97,7 +98,8 @@ int keep_silent(int, const char *, Tbl *)
     return 1;
 }
 
-// Standard error leads nowhere for a scope: stack traces go there past the callback.
+// Sends standard error to /dev/null for a scope: stack traces go there whatever the callback
+// says.
 class Muted {
 public:
     Muted() : kept_(dup(STDERR_FILENO))
@@ -122,7 +124,8 @@ private:
     int kept_;
 };
 
-// What looks wrong in the text is no matter of an edit.
+// The tree of a text. Nothing is reported: what is wrong with the text was wrong before the
+// edit.
 PfPtr tree_of(const std::string &text)
 {
     const int mark = elog_mark();
@@ -135,8 +138,8 @@ PfPtr tree_of(const std::string &text)
     return PfPtr(tree);
 }
 
-// The node at all steps but the last, made when it is not there; null when it
-// cannot be.
+// The container that the last step leads from. Containers that are not there are made; null
+// when a step does not fit what is there.
 Pf *holder_of(Pf *tree, const std::vector<Step> &steps)
 {
     Pf *node = tree;
@@ -165,23 +168,21 @@ const char *key_of(const Step &step)
     return step.index < 0 ? step.key.c_str() : pfindex(step.index);
 }
 
-// A value that reads as a function is one: its text, without the blanks around it. Else
-// nothing.
+// The text of a value that is a function, without the white space around it; empty when the
+// value is a plain text.
 std::string function_in(const std::string &value)
 {
-    constexpr const char *kAround = " \t\n";
     const PfPtr tree = tree_of("k " + value + "\n");
     const bool function = keys_of(tree.get()).size() == 1 && child_of(tree.get(), "k") &&
                           child_of(tree.get(), "k")->type == PFFUNCTION;
     if (!function)
         return {};
-    const size_t begin = value.find_first_not_of(kAround);
-    return value.substr(begin, value.find_last_not_of(kAround) + 1 - begin);
+    return std::string(stock::trimmed(value, stock::is_white));
 }
 
 // ---- The edit ----
 
-// Where the line of this place begins, when only blanks stand before the place.
+// Where the line of this place begins; the place itself when more than blanks stand before it.
 size_t line_begin(const std::string &text, size_t place)
 {
     size_t begin = place;
@@ -218,7 +219,7 @@ std::string written_key(const Step &step)
     return out + "\t";
 }
 
-// What is written for the steps from this one on, at the indentation.
+// The lines that give the value at steps[at] and the containers on the way to it.
 std::string lines_of(const std::vector<Step> &steps, size_t at, const std::string &indent,
                      const std::string &written)
 {
@@ -229,7 +230,7 @@ std::string lines_of(const std::vector<Step> &steps, size_t at, const std::strin
     return key + open + lines_of(steps, at + 1, indent + "    ", written) + indent + "}\n";
 }
 
-// The text with the bytes replaced.
+// The text with the bytes from `begin` to `end` replaced.
 std::string replaced(std::string text, size_t begin, size_t end, const std::string &with)
 {
     return text.replace(begin, end - begin, with);
@@ -253,7 +254,7 @@ std::string added(const Source &source, const Entry &container, const std::vecto
     return replaced(text, end, end, (in_line ? "\n" : "") + lines_of(steps, at, indent, written));
 }
 
-// The texts that may hold the value as it should be, the best one first.
+// The texts that may give the tree that is wanted, the best one first.
 std::vector<std::string> candidates(const Source &source, const std::vector<Step> &steps,
                                     const std::string &written)
 {
@@ -272,8 +273,8 @@ std::vector<std::string> candidates(const Source &source, const std::vector<Step
                       !strchr(" \t\n", text[entry->value_begin - 1]);
     const std::string value = (bare && !written.empty() ? "\t" : "") + written;
     std::vector<std::string> texts = {replaced(text, entry->value_begin, entry->value_end, value)};
-    // What stands behind the end of a list, table or literal was passed over, and now
-    // would be part of the value: it becomes a comment. A comment stays as it is.
+    // The library drops what stands behind the end of a list, table or literal on its line.
+    // Behind a plain text it would be part of the value, so it becomes a comment.
     const size_t line_end = std::min(text.find('\n', entry->value_end), text.size());
     const size_t rest = std::min(text.find_first_not_of(" \t", entry->value_end), line_end);
     if (rest == line_end) {
@@ -290,8 +291,8 @@ std::vector<std::string> candidates(const Source &source, const std::vector<Step
 
 // ---- The file ----
 
-// Gives the new file the extended attributes of the old one, access lists among them,
-// and says which it could not keep.
+// Gives the new file the extended attributes of the old one, access lists among them, and
+// complains of those that it could not give it.
 #ifdef __linux__
 void keep_attributes(const char *old, int fd)
 {
@@ -316,8 +317,8 @@ void keep_attributes(const char *old, int fd)
 void keep_attributes(const char *, int) {}
 #endif
 
-// Writes at the place where the descriptor stands. A disk that has room for a part
-// only says why at the next attempt.
+// Writes at the descriptor's offset. When a disk has room for a part only, the write of the
+// rest gives the reason.
 bool write_text(int fd, std::string_view text)
 {
     while (!text.empty()) {
@@ -329,7 +330,7 @@ bool write_text(int fd, std::string_view text)
     return true;
 }
 
-// The file that is written beside another, for the signal handler.
+// The path of the file that is written beside another; the signal handler removes it.
 char Beside[PATH_MAX + sizeof ".XXXXXX"];
 
 void remove_beside(int signal)
@@ -338,8 +339,8 @@ void remove_beside(int signal)
     raise(signal);  // whose default action follows when this returns
 }
 
-// Makes a file with a name of its own in the directory of the target, and removes it at
-// the end of the scope, or when a signal ends the process, unless it was renamed.
+// Makes a new file in the directory of the target. Unless it was renamed, it is removed at
+// the end of the scope, or when a signal ends the process.
 class NewFile {
 public:
     explicit NewFile(const std::string &target)
@@ -377,7 +378,8 @@ public:
     NewFile &operator=(const NewFile &) = delete;
 
     int fd() const { return fd_; }
-    // A signal must not come between the rename and the note of it: the name is another's then.
+    // Signals are blocked: a handler that ran behind the rename, but before Beside is cleared,
+    // could remove a file that another edit has made under the same name.
     bool rename_to(const std::string &target)
     {
         sigset_t old;
@@ -411,8 +413,8 @@ private:
     struct sigaction before_[std::size(kSignals)]{};
 };
 
-// A parameter file that is locked against other edits. The lock is on the file itself, not
-// on its name, which the end of an edit gives to another file.
+// A parameter file that is locked against other edits. The lock is on the file, not on its
+// name: an edit ends by giving the name to a new file.
 struct Target {
     Target() = default;
     ~Target()
@@ -452,14 +454,14 @@ Written complain(const char *what, const std::string &target)
     return Written::failed;
 }
 
-// Who may read and write the new file, as far as the system lets it be kept.
+// Gives the new file the owner, group, mode and attributes of the old one.
 bool keep_owner_and_mode(const Target &target, int fd)
 {
     const struct stat &status = target.status;
     if (fchown(fd, status.st_uid, status.st_gid) == 0)
         return keep_attributes(target.path.c_str(), fd), fchmod(fd, status.st_mode & 07777) == 0;
-    // What the old group may do is not for the members of another, and neither is who
-    // runs the file.
+    // The file has another group now. Its members get no more than everyone has, and the bits
+    // that change who runs a file are dropped.
     elog_complain(1, "can't keep the group of '%s'", target.path.c_str());
     const mode_t everyone = status.st_mode & 07;
     keep_attributes(target.path.c_str(), fd);
@@ -470,7 +472,7 @@ bool sync_directory(const std::string &target)
 {
     const std::string directory = target.substr(0, target.rfind('/') + 1);
     const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    // One that may not be read, or that a file system does not sync, is left to the system.
+    // A directory that may not be read, or that its file system does not sync, is no failure.
     const bool synced = fd < 0 || fsync(fd) == 0 || errno == EINVAL || errno == ENOTSUP;
     const int reason = errno;
     if (fd >= 0)
@@ -479,7 +481,8 @@ bool sync_directory(const std::string &target)
     return synced;
 }
 
-// Replaces the file by one with this text. What another wrote meanwhile stays.
+// Replaces the file by a new one with this text, unless another program has changed it
+// since it was read.
 Written write_beside(const Target &target, const std::string &old, const std::string &text)
 {
     NewFile file(target.path);
@@ -488,7 +491,7 @@ Written write_beside(const Target &target, const std::string &old, const std::st
     if (file.fd() < 0)
         return complain("write beside", target.path);
     if (fchown(file.fd(), target.status.st_uid, static_cast<gid_t>(-1)) != 0)
-        return Written::in_place;  // the new one would be another user's
+        return Written::in_place;  // the new file would belong to another user
     if (!write_text(file.fd(), text) || !keep_owner_and_mode(target, file.fd()) ||
         fsync(file.fd()) != 0)
         return complain("write", target.path);
@@ -499,8 +502,8 @@ Written write_beside(const Target &target, const std::string &old, const std::st
     return Written::done;
 }
 
-// Writes over a file. What makes it longer comes first: when there is no room for that,
-// the old text stays.
+// Writes over the file. What lies behind the old end is written first: when the disk has no
+// room for it, the file is cut back to the old text.
 Written write_in_place(const Target &target, const std::string &old, std::string_view text)
 {
     if (!is_still(target, old))
@@ -536,10 +539,10 @@ Written write_file(const Target &target, const std::string &old, const std::stri
 // ---- Taking turns ----
 
 using Clock = std::chrono::steady_clock;
-constexpr auto kPatience = std::chrono::seconds(10);
+constexpr std::chrono::seconds kEditSeconds{10};  // the longest wait for other edits
 
-// Locks an open file; false, after a complaint, when another has it until the deadline.
-// Where the file system has no locks, only what is_still sees is kept.
+// Locks an open file; false, after a complaint, when another process holds the lock until the
+// deadline. On a file system without locks it goes on: is_still() then finds what others write.
 bool lock(int fd, const char *file, Clock::time_point deadline)
 {
     for (;;) {
@@ -550,7 +553,7 @@ bool lock(int fd, const char *file, Clock::time_point deadline)
         std::this_thread::sleep_for(std::chrono::milliseconds(2));
     }
     elog_complain(0, "'%s' is being edited by another process, for %ld seconds now\n", file,
-                  static_cast<long>(kPatience.count()));
+                  static_cast<long>(kEditSeconds.count()));
     return false;
 }
 
@@ -570,10 +573,10 @@ std::unique_ptr<Target> open_for_edit(const char *file, Clock::time_point deadli
         }
         if (!lock(target->fd, file, deadline))
             return {};
-        // The one that waited for the lock may have been replaced meanwhile.
+        // While this process waited for the lock, the name may have been given to a new file.
         struct stat now {};
         const std::unique_ptr<char, decltype(&free)> path(realpath(file, nullptr), free);
-        if (!path) {  // it was removed, and is reached by a descriptor at most
+        if (!path) {  // the file was removed
             elog_complain(1, "can't find parameter file '%s'", file);
             return {};
         }
@@ -585,13 +588,13 @@ std::unique_ptr<Target> open_for_edit(const char *file, Clock::time_point deadli
     }
 }
 
-// What an edit makes of a file: the new text, or nothing after a complaint.
+// Gives the new text of a file, or nothing after a complaint.
 using Edit = std::function<std::optional<std::string>(const Source &source)>;
 
-// Edits a file, and again when another program has written it meanwhile.
+// Edits a file. When another program has changed it meanwhile, edits what it is then.
 int edit_file(const char *file, const Edit &edit)
 {
-    const Clock::time_point deadline = Clock::now() + kPatience;
+    const Clock::time_point deadline = Clock::now() + kEditSeconds;
     for (;;) {
         const auto target = open_for_edit(file, deadline);
         if (!target)
@@ -619,8 +622,8 @@ int edit_file(const char *file, const Edit &edit)
     }
 }
 
-// The first text from which the library reads the tree that is wanted; nothing, after a
-// complaint, when there is none.
+// The first of the texts that has no error and whose tree is good; nothing, after a complaint,
+// when there is none.
 std::optional<std::string> first_good(const Source &source, const std::vector<std::string> &texts,
                                       const std::function<bool(Pf *)> &is_good, const char *address)
 {

@@ -147,7 +147,7 @@ private:
         }
         const auto [file, address] = split_argument(argument_of(*text, "&ref("));
         const Sources others = read_sources(file.c_str());
-        const auto steps = parse_address(address);
+        const auto steps = parse_address(address.c_str());
         if (address.empty() && !others.empty())
             puts("is the whole file");
         else

@@ -1,9 +1,15 @@
 // stock pf files, get and shell: what a program finds under a name.
+//
+// The values are read with the getters of the library, so that the output and the complaints are
+// what a program would get.
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <set>
 
+#include "base/ascii.h"
+#include "base/limits.h"
 #include "pf_source.h"
 #include "pf_tool.h"
 
@@ -77,7 +83,7 @@ constexpr const char *kGetHelp =
     "  a[2]     the third element of the list a\n"
     "\n"
     "  --type TYPE   read it as this type, with what the library says of bad and of\n"
-    "                missing values:\n"
+    "                missing values, and the line where a bad one is written:\n"
     "                  int, double, size, string\n"
     "                  time       printed in seconds since 1970\n"
     "                  boolean    printed as true or false\n"
@@ -100,13 +106,37 @@ void print_double(double value)
     puts(strdbl(text, value));
 }
 
-// Whether the library has complained since it was told to watch.
-bool Complained = false;
+// What is asked for, for the functions that the library calls.
+struct {
+    const char *name;
+    const char *address;
+    bool complained = false;  // the library has complained of the value
+} Asked;
 
 int watch_complaints(int severity, const char *, Tbl *)
 {
-    Complained = Complained || severity > 1;
+    Asked.complained = Asked.complained || severity > 1;
     return 0;
+}
+
+// Tells which line gives the value, for a value that something is wrong with. There is
+// nothing to tell of one that is missing.
+void tell_place()
+{
+    char path[stock::kPathSize];
+    int line = 0;
+    const int mark = elog_mark();
+    const bool found = pfwhere(Asked.name, Asked.address, path, &line) == 0;
+    elog_truncate(mark);
+    if (found)
+        elog_complain(0, "'%s' is written in %s:%d\n", Asked.address, path, line);
+}
+
+// The die function: a value is missing or of the wrong type.
+void die_with_place(Pf *pf, const char *address, int expected, int got, Pf **result)
+{
+    tell_place();
+    _pfdie(pf, address, expected, got, result);
 }
 
 int get_int(Pf *pf, const char *address)
@@ -261,10 +291,14 @@ int pf_get(int argc, char **argv)
     const bool whole = read_name(argv[first], tree);
     if (!tree)
         return kFailed;
+    Asked = {argv[first], address};
+    pfconfig("die", reinterpret_cast<void *>(die_with_place));
     elog_set(ELOG_CALLBACK_FN, 0, watch_complaints);
     const int status = print(tree.get(), address);
     elog_set(ELOG_CALLBACK_FN, 0, static_cast<Elog_callback>(nullptr));
-    return whole && !Complained ? status : kFailed;
+    if (Asked.complained)
+        tell_place();
+    return whole && !Asked.complained ? status : kFailed;
 }
 
 // ---- shell ----
@@ -291,24 +325,16 @@ constexpr const char *kShellHelp =
     "or one has no value, that is reported, the first is printed, and the exit\n"
     "status is 1.\n";
 
-bool is_letter(char c)
+// Whether c may stand in the name of a shell variable; a digit not at its start.
+bool is_name_character(char c)
 {
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+    return stock::is_letter_or_digit(c) || c == '_';
 }
 
-bool is_name_char(char c)
+bool is_variable_name(std::string_view text)
 {
-    return is_letter(c) || (c >= '0' && c <= '9');
-}
-
-bool is_name(std::string_view text)
-{
-    if (text.empty() || !is_letter(text[0]))
-        return false;
-    for (const char c : text)
-        if (!is_name_char(c))
-            return false;
-    return true;
+    return !text.empty() && !stock::is_digit(text[0]) &&
+           std::ranges::all_of(text, is_name_character);
 }
 
 // Prints the assignments and remembers which variables it gave.
@@ -338,7 +364,7 @@ private:
     static std::string variable(std::string key)
     {
         for (char &c : key)
-            if (!is_name_char(c))
+            if (!is_name_character(c))
                 c = '_';
         return key;
     }
@@ -371,7 +397,7 @@ int pf_shell(int argc, char **argv)
         return kDone;
     if (argc != 3)
         return wrong_usage("stock pf shell", "a name and a prefix, please");
-    if (!is_name(argv[2]))
+    if (!is_variable_name(argv[2]))
         return wrong_usage("stock pf shell", "'%s' can't begin a variable", argv[2]);
     PfPtr tree;
     const bool whole = read_name(argv[1], tree);

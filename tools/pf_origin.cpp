@@ -1,23 +1,19 @@
 // Where the values of a parameter file come from, and where their references lead.
+//
+// The files of a name are kept apart, as Sources: the last one that has a key of the top
+// level gives it its value, and a reference is looked up from the value outwards.
 
 #include "pf_origin.h"
 
 #include <algorithm>
-#include <cctype>
 
+#include "base/ascii.h"
 #include "pf_tool.h"
+#include "text/references.h"
 
 namespace {
 
-constexpr std::string_view kBlanks = " \t\n";
-
-std::string trimmed(std::string_view text)
-{
-    text = text.substr(0, text.find_last_not_of(kBlanks) + 1);
-    return std::string(text.substr(std::min(text.find_first_not_of(kBlanks), text.size())));
-}
-
-// The last file that says something of a key of the top level decides.
+// The value of a key of the top level: what the last file that has the key gives it.
 Place find_top(const Sources &sources, const std::string &key)
 {
     for (auto source = sources.rbegin(); source != sources.rend(); ++source)
@@ -31,9 +27,9 @@ bool is_text(const Entry *entry)
     return entry && !entry->is_container();
 }
 
-bool is_name_char(char c)
+bool is_name_character(char c)
 {
-    return isalnum(static_cast<unsigned char>(c)) || c == '_';
+    return stock::is_letter_or_digit(c) || c == '_';
 }
 
 }  // namespace
@@ -70,24 +66,21 @@ std::vector<Reference> references_in(std::string_view text)
     std::vector<Reference> found;
     size_t at = 0;
     while ((at = text.find('&', at)) < text.size()) {
-        const bool braced = text.substr(at + 1, 1) == "{";
-        const size_t begin = at + (braced ? 2 : 1);
-        size_t end = begin;
-        while (end < text.size() && (braced ? text[end] != '}' : is_name_char(text[end])))
-            ++end;
-        const size_t next = std::min(end + (braced ? 1 : 0), text.size());
-        if (end > begin && text.substr(next, 1) != "(")
-            found.push_back({std::string(text.substr(begin, end - begin)),
-                             std::string(text.substr(at, next - at)), at});
-        at = next;
+        const stock::Reference read = stock::reference_at(text.substr(at), is_name_character);
+        if (!read.name.empty() && !read.rest.starts_with('('))  // "&name(" is a function
+            found.push_back({std::string(read.name), std::string(read.text), at});
+        at += read.text.size();
     }
     return found;
 }
 
 namespace {
 
-constexpr size_t kMaxText = 1'000'000;  // of which no name of a file and no address is
+// No name of a file and no address is as long: references that name each other many times
+// would fill the memory.
+constexpr size_t kMaxExpandedBytes = 1'000'000;
 
+// `depth` references lead to this value.
 std::optional<std::string> expanded(const Sources &sources, const Place &from, int depth)
 {
     std::string text = from.entry->text;
@@ -99,7 +92,7 @@ std::optional<std::string> expanded(const Sources &sources, const Place &from, i
         if (depth == kMaxReferences || to.entry->kind == Entry::Kind::function)
             return {};
         const auto value = expanded(sources, to, depth + 1);
-        if (!value || text.size() + value->size() > kMaxText)
+        if (!value || text.size() + value->size() > kMaxExpandedBytes)
             return {};
         text.replace(reference->at, reference->written.size(), *value);
     }
@@ -124,6 +117,9 @@ std::string argument_of(std::string_view function, std::string_view prefix)
 std::pair<std::string, std::string> split_argument(std::string_view argument)
 {
     const size_t comma = std::min(argument.find(','), argument.size());
+    const auto trimmed = [](std::string_view text) {
+        return std::string(stock::trimmed(text, stock::is_white));
+    };
     return {trimmed(argument.substr(0, comma)),
             trimmed(argument.substr(std::min(comma + 1, argument.size())))};
 }

@@ -13,20 +13,20 @@
 // The files of a name, in the order in which they are read.
 using Sources = std::vector<Source>;
 
-// A value with what stands around it; entry is null when there is none.
+// A value and the containers that it lies in. Borrowed from Sources.
 struct Place {
     const Source *source = nullptr;
-    const Entry *entry = nullptr;
+    const Entry *entry = nullptr;       // null when there is no such value
     std::vector<const Entry *> around;  // the tables and lists, the outermost first
 };
 
-constexpr int kMaxReferences = 10;  // in each other, as far as the library goes
+constexpr int kMaxReferences = 10;  // that the library follows, each in the value of the last
 
-// The value at an address in the end.
+// The value at an address that a program gets.
 Place find_place(const Sources &sources, const std::vector<Step> &steps);
 
-// What a reference in the value means: the text of that name in the nearest table
-// around it that has one.
+// What a reference in the value at `from` stands for: the text under that name in the
+// nearest table around the value that has one, or in the top level.
 Place find_reference(const Sources &sources, const Place &from, const std::string &name);
 
 // The references of a text, "&name" and "&{name}".
@@ -37,19 +37,19 @@ struct Reference {
 };
 std::vector<Reference> references_in(std::string_view text);
 
-// The text of a value with its references replaced by what they stand for; nothing
-// when that is known only to who evaluates it, as with the result of a function.
+// The text of a value with its references replaced by what they stand for; nothing when
+// one of them stands for a function, whose result is known only when it is evaluated.
 std::optional<std::string> expanded(const Sources &sources, const Place &from);
 
-// The argument of a function that is written with this prefix, such as "&ref("; the
-// whole result is empty when it is another.
+// The argument of a function that begins with the prefix, such as "&ref("; empty when the
+// function is another.
 std::string argument_of(std::string_view function, std::string_view prefix);
 
 // The file and the address of what stands between the parentheses of "&ref(".
 std::pair<std::string, std::string> split_argument(std::string_view argument);
 
-// Reads all files of a name as the library does; none, without complaint, when there
-// are none.
+// Reads all files of a name in the order in which the library reads them. A name without
+// files gives no sources and no complaint.
 Sources read_sources(const char *name);
 
 // "FILE:LINE" of a place in a file.

@@ -1,4 +1,7 @@
 // stock pf show: the tree that files give together.
+//
+// The files are parsed one after the other into one tree. For --from, each value of the top
+// level is marked with the file after whose parse it was new.
 
 #include <cctype>
 #include <cstring>
@@ -49,7 +52,8 @@ const char *read_options(int argc, char **argv, Options &options)
     return nullptr;
 }
 
-// What the word stands for: itself when it is a file, or when nothing has that name.
+// The files that a word of the command line stands for: the word itself when it is a readable
+// file, or else the files of that name, or the word again when there are none.
 std::vector<std::string> files_of_word(const char *word)
 {
     if (!strcmp(word, "-") || (is_present(word) && !is_dir(word) && access(word, R_OK) == 0))
@@ -60,7 +64,8 @@ std::vector<std::string> files_of_word(const char *word)
     return files;
 }
 
-// Marks the values of the top level that have come with this file.
+// Notes the file as the filename of the values of the top level that have none: these were
+// read from it, while values of earlier files are marked already.
 void mark_new(const Pf *tree, const char *file)
 {
     for (const std::string &key : keys_of(tree))

@@ -1,7 +1,7 @@
-// A parameter file as it is written: a scanner that keeps places.
+// A parameter file as it is written: the sink of the library's scanner that keeps places.
 //
-// It follows the rules that stock/pf.h gives for the text, over a text that is
-// whole in memory. Tests compare what it finds with what the library reads.
+// pf/scan.h knows the grammar. PlaceKeeper counts the bytes that the scanner takes, and
+// notes for each value where its key and its text begin and end.
 
 #include "pf_source.h"
 
@@ -13,439 +13,202 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "base/ascii.h"
+#include "pf/address.h"
+#include "pf/scan.h"
 #include "stock.h"
 
 namespace {
 
-constexpr size_t kMaxKey = 1023;      // bytes of a key
-constexpr size_t kMaxWord = 1 + 127;  // the quote and the word that end a literal
-constexpr size_t kMaxOpen = 11;       // containers in each other
-constexpr std::string_view kBlanks = " \t";
-constexpr std::string_view kTrimmed = " \t\n";
-
-bool is_blank(char c)
-{
-    return c == ' ' || c == '\t';
-}
-
-bool is_digit(char c)
-{
-    return c >= '0' && c <= '9';
-}
-
-bool is_letter(char c)
-{
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
-}
-
-class Reader {
+// The sink of the scanner that keeps a Source: every value as an Entry, every slip and error
+// as a Problem. `place_` is where the scanner stands.
+class PlaceKeeper {
 public:
-    Reader(Source &source, OnError on_error)
-        : source_(source), go_on_(on_error == OnError::go_on),
-          text_(std::string_view(source.text).substr(0, source.text.find('\0')))
+    using Value = Entry;
+
+    PlaceKeeper(Source &source, OnError on_error)
+        : source_(source), go_on_(on_error == OnError::go_on)
     {
     }
+    PlaceKeeper(const PlaceKeeper &) = delete;
+    PlaceKeeper &operator=(const PlaceKeeper &) = delete;
 
-    void read()
+    bool in_list() const { return innermost().kind == Entry::Kind::list; }
+    int open_containers() const { return static_cast<int>(open_.size()); }
+
+    // ---- Places ----
+
+    void token()
     {
-        source_.text_end = text_.size();
-        for (;;) {
-            while (is_blank(at(place_)))
-                ++place_;
-            if (place_ == text_.size() || !(in_value_ ? value() : key()))
-                break;
-        }
-        if (place_ == text_.size() && text_.size() < source_.text.size())
+        token_ = place_;
+        newline_missing_ = false;
+    }
+
+    void taken(const char *from, const char *to) { place_ += static_cast<size_t>(to - from); }
+
+    void key(std::string_view key)
+    {
+        key_ = key;
+        key_begin_ = token_;
+        key_end_ = place_;
+    }
+
+    // ---- Values ----
+
+    Entry no_text()
+    {
+        const size_t place = in_list() ? token_ : key_end_;
+        Entry empty = entry(Entry::Kind::text, place, place);
+        if (empty.key.ends_with('\r') && source_.text[key_end_ - 1] == '\r')
+            problem(place, "key '" + key_ + "' ends in a carriage return");
+        return empty;
+    }
+
+    Entry plain_text(std::string_view text, size_t length, bool)
+    {
+        Entry plain = entry(Entry::Kind::text, token_, place_ + length);
+        plain.text = text;
+        if (const std::string_view mark = stock::swallowed_mark(text); !mark.empty())
+            problem(token_, "the value swallows '" + std::string(mark) + "'");
+        if (newline_missing_)
+            problem(token_, "the value is cut: the last line has no newline");
+        if (text.ends_with('\r') && source_.text[plain.value_end - 1] == '\r')
+            problem(token_, "the value ends in a carriage return");
+        return plain;
+    }
+
+    Entry literal(std::string_view text, size_t length)
+    {
+        Entry literal = entry(Entry::Kind::text, token_, place_ + length);
+        literal.text = text;
+        return literal;
+    }
+
+    Entry function(std::string_view text, bool)
+    {
+        const size_t close = text.rfind(')');
+        Entry function = entry(Entry::Kind::function, token_, place_ + close + 1);
+        function.text = text;
+        return function;
+    }
+
+    void undefine()
+    {
+        constexpr size_t kLength = std::string_view("&Undef{}").size();
+        store(entry(Entry::Kind::undef, token_, token_ + kLength), 0);
+    }
+
+    void store(Entry entry, int)
+    {
+        entry.end = place_;
+        innermost().children.push_back(std::move(entry));
+    }
+
+    // ---- Containers ----
+
+    void open(stock::ContainerKind kind, int)
+    {
+        const bool list = kind == stock::ContainerKind::list;
+        store(entry(list ? Entry::Kind::list : Entry::Kind::table, token_, token_), 0);
+        open_.push_back(&innermost().children.back());
+    }
+
+    void close()
+    {
+        open_.back()->value_end = token_ + 1;
+        open_.back()->end = place_;
+        open_.pop_back();
+    }
+
+    // ---- A value with escapes ----
+
+    void start_gathering() { gathered_.clear(); }
+    void gather(std::string_view text) { gathered_ += text; }
+    std::string_view gathered() const { return gathered_; }
+
+    // ---- What is wrong ----
+
+    void newline_missing() { newline_missing_ = true; }
+
+    void end_mark() { source_.text_end = token_; }
+
+    void unfinished_literal() { not_closed(entry(Entry::Kind::text, token_, place_), "literal"); }
+
+    bool stray_brace(int) { return error("'}' closes nothing"); }
+    bool too_deep(int) { return error("nested more than 11 deep"); }
+
+    // What the end of the text leaves unfinished. `key_only` says that a key is the last thing
+    // of the text.
+    void finish(bool key_only)
+    {
+        // Behind an end mark nobody looks for one.
+        if (place_ == source_.text_end && place_ < source_.text.size())
             problem(place_, "zero byte, behind which nothing is read");
-        if (in_value_ && open_.empty() && !source_.failed)
+        if (key_only && open_.empty() && !source_.failed)
             unfinished_key();
-        for (Entry *entry : open_) {
-            problem(entry->value_begin, "is not closed", *entry);
-            source_.failed = true;
+        for (Entry *container : open_) {
+            not_closed(*container, container->kind == Entry::Kind::list ? "list" : "table");
+            container->value_end = container->end = source_.text_end;
         }
-        close_all();
     }
 
 private:
-    // ---- The text ----
-
-    char at(size_t place) const { return place < text_.size() ? text_[place] : '\0'; }
-    bool begins(std::string_view word) const { return text_.substr(place_, word.size()) == word; }
-    size_t find(std::string_view any, size_t from) const
-    {
-        return std::min(text_.find_first_of(any, from), text_.size());
-    }
-    bool at_line_start() const { return place_ == 0 || text_[place_ - 1] == '\n'; }
-    void skip_line() { place_ = std::min(find("\n", place_) + 1, text_.size()); }
-
-    // ---- What is found ----
-
-    Entry &here() { return open_.empty() ? source_.top : *open_.back(); }
-
-    void expect_next() { in_value_ = here().kind == Entry::Kind::list; }
+    Entry &innermost() { return open_.empty() ? source_.top : *open_.back(); }
+    const Entry &innermost() const { return open_.empty() ? source_.top : *open_.back(); }
 
     void problem(size_t place, std::string text)
     {
         source_.problems.push_back({place, std::move(text)});
     }
 
-    void problem(size_t place, const char *what, const Entry &entry)
+    // A syntax error at the token, where the library stops. Whether to go on behind it.
+    bool error(const char *text)
     {
-        const char *kind = entry.kind == Entry::Kind::list    ? "list"
-                           : entry.kind == Entry::Kind::table ? "table"
-                                                              : "literal";
-        const std::string name = entry.key.empty() ? "" : " '" + entry.key + "'";
-        problem(place, std::string(kind) + name + " " + what);
-    }
-
-    // A syntax error, where the library stops. Whether to go on behind its line.
-    bool fail(std::string text)
-    {
-        problem(place_, std::move(text));
+        problem(token_, text);
         source_.failed = true;
-        skip_line();
-        expect_next();
         return go_on_;
     }
 
-    Entry entry(Entry::Kind kind, size_t begin, size_t end)
+    void not_closed(const Entry &entry, const std::string &kind)
     {
-        Entry entry;
-        entry.kind = kind;
-        const bool in_list = here().kind == Entry::Kind::list;
-        entry.key = in_list ? "" : key_;
-        entry.begin = in_list ? begin : key_begin_;
-        entry.value_begin = begin;
-        entry.value_end = end;
-        return entry;
-    }
-
-    // Stores the entry, whose last line ends where the scanner stands.
-    void store(Entry entry)
-    {
-        entry.end = place_;
-        here().children.push_back(std::move(entry));
-        expect_next();
-    }
-
-    // ---- Keys ----
-
-    bool key()
-    {
-        switch (at(place_)) {
-        case '\n':
-        case '#': skip_line(); return true;
-        case '}': return close_container();
-        case '_':
-            if (end_mark()) {
-                source_.text_end = place_;
-                return false;
-            }
-        }
-        key_begin_ = place_;
-        const size_t plain = find(" \t\n", place_);
-        const size_t quote = at(place_) == '"' || at(place_) == '\''
-                                 ? text_.find(at(place_), place_ + 1)
-                                 : std::string_view::npos;
-        if (quote != std::string_view::npos && quote + 1 >= plain)
-            quoted_key(quote);
-        else
-            plain_key();
-        key_end_ = place_;
-        in_value_ = true;
-        return true;
-    }
-
-    bool end_mark() const
-    {
-        return (begins("__END__") || begins("__DATA__") || begins("__EOF__")) &&
-               text_.find('\n', place_) != std::string_view::npos;
+        const std::string name = entry.key.empty() ? "" : " '" + entry.key + "'";
+        problem(entry.value_begin, kind + name + " is not closed");
+        source_.failed = true;
     }
 
     // Where the text ends behind a key, an end mark without its newline among them.
     void unfinished_key()
     {
         source_.unfinished = entry(Entry::Kind::text, key_end_, key_end_);
-        source_.unfinished->end = text_.size();
+        source_.unfinished->end = source_.text_end;
         if (key_ != "__END__" && key_ != "__DATA__" && key_ != "__EOF__")
             problem(key_begin_, "key '" + key_ + "' is cut: the last line has no newline");
     }
 
-    void quoted_key(size_t quote)
+    // A value that is written from here to there.
+    Entry entry(Entry::Kind kind, size_t begin, size_t end) const
     {
-        key_ = text_.substr(place_ + 1, std::min(quote - place_ - 1, kMaxKey));
-        place_ = quote + 1;
-    }
-
-    void plain_key()
-    {
-        key_.clear();
-        while (place_ < text_.size() && !strchr(" \t\n#", at(place_))) {
-            int c = static_cast<unsigned char>(at(place_++));
-            if (c == '\\')
-                c = escaped(kTrimmed);
-            if (c >= 0 && key_.size() < kMaxKey)
-                key_ += static_cast<char>(c);
-        }
-        key_ = key_.c_str();  // \000 ends it
-    }
-
-    // Takes what stands behind a backslash, unless it is one of the ends.
-    int escaped(std::string_view ends)
-    {
-        const auto ended = [&] {
-            return place_ == text_.size() || ends.find(at(place_)) != std::string_view::npos;
-        };
-        if (ended())
-            return -1;
-        const char c = at(place_++);
-        if (!is_digit(c)) {
-            constexpr std::string_view kLetters = "nbrt";
-            const size_t i = kLetters.find(c);
-            return i < kLetters.size() ? "\n\b\r\t"[i] : static_cast<unsigned char>(c);
-        }
-        --place_;
-        unsigned number = 0;
-        bool octal = true;
-        for (int i = 0; i < 3 && !ended(); ++i, ++place_) {
-            octal = octal && at(place_) >= '0' && at(place_) <= '7';
-            if (octal)
-                number = number * 8 + static_cast<unsigned>(at(place_) - '0');
-        }
-        return static_cast<unsigned char>(number);
-    }
-
-    // ---- Values ----
-
-    bool value()
-    {
-        switch (at(place_)) {
-        case '}': return close_container();
-        case '#':
-            if (at_line_start())
-                return skip_line(), true;
-            return empty_value();
-        case '\n': return empty_value();
-        case '&': return marked_value();
-        default: return plain_value();
-        }
-    }
-
-    bool marked_value()
-    {
-        const size_t function = function_end();
-        if (begins("&Tbl{"))
-            return open_container(Entry::Kind::list);
-        if (begins("&Arr{"))
-            return open_container(Entry::Kind::table);
-        if (begins("&Undef{}"))
-            return undef();
-        if (function)
-            return function_value(function);
-        if (begins("&Literal\""))
-            return here_document();
-        if (begins("&Literal") && at(place_ + 8) && at(place_ + 8) != '\n')
-            return bracketed();
-        return plain_value();
-    }
-
-    bool empty_value()
-    {
-        const size_t begin = here().kind == Entry::Kind::list ? place_ : key_end_;
-        Entry empty = entry(Entry::Kind::text, begin, begin);
-        if (empty.key.ends_with('\r') && text_[key_end_ - 1] == '\r')
-            problem(begin, "key '" + key_ + "' ends in a carriage return");
-        skip_line();
-        store(std::move(empty));
-        return true;
-    }
-
-    bool undef()
-    {
-        Entry undef = entry(Entry::Kind::undef, place_, place_ + strlen("&Undef{}"));
-        skip_line();
-        store(std::move(undef));
-        return true;
-    }
-
-    // Behind the newline of the function that begins here; 0 when none does. The text
-    // may have no newline at its end, where `without` is that.
-    size_t function_end(size_t without = std::string_view::npos) const
-    {
-        size_t p = place_ + 1;
-        if (!is_letter(at(p)))
-            return 0;
-        while (is_letter(at(p)) || is_digit(at(p)) || at(p) == '_')
-            ++p;
-        const size_t newline = std::min(text_.find('\n', p), without);
-        if (at(p) != '(' || newline == std::string_view::npos)
-            return 0;
-        const size_t last = text_.find_last_not_of(kBlanks, newline - 1);
-        return text_[last] == ')' && last > p ? newline + 1 : 0;
-    }
-
-    bool function_value(size_t end)
-    {
-        const size_t last = text_.find_last_not_of(kTrimmed, end - 1);
-        Entry function = entry(Entry::Kind::function, place_, last + 1);
-        function.text = text_.substr(place_, end - place_);
-        place_ = end;
-        store(std::move(function));
-        return true;
-    }
-
-    bool plain_value()
-    {
-        Entry plain = entry(Entry::Kind::text, place_, place_);
-        std::string &out = plain.text;
-        // Behind the last line, a newline would make it a function.
-        bool cut = at(place_) == '&' && function_end(text_.size());
-        while (place_ < text_.size() && at(place_) != '\n' && at(place_) != '#') {
-            const char c = at(place_++);
-            if (c != '\\') {
-                out += c;
-            } else if (at(place_) == '\n') {
-                ++place_;
-                out += '\n';
-            } else if (const int byte = escaped("\n"); byte >= 0) {
-                out += static_cast<char>(byte);
-            } else {
-                cut = true;
-            }
-            if (!is_blank(c))
-                plain.value_end = place_;
-        }
-        trim(out);
-        skip_line();
-        check_value(plain);
-        if (cut)
-            problem(plain.value_begin, "the value is cut: the last line has no newline");
-        if (plain.text.ends_with('\r') && text_[plain.value_end - 1] == '\r')
-            problem(plain.value_begin, "the value ends in a carriage return");
-        store(std::move(plain));
-        return true;
-    }
-
-    static void trim(std::string &text)
-    {
-        text = text.c_str();  // \000 ends it
-        text.erase(text.find_last_not_of(kTrimmed) + 1);
-        text.erase(0, text.find_first_not_of(kTrimmed));
-    }
-
-    void check_value(const Entry &entry)
-    {
-        for (const char *mark : {"&Tbl{", "&Arr{", "&Literal{"})
-            if (entry.text.find(mark) != std::string::npos)
-                return problem(entry.value_begin, std::string("the value swallows '") + mark + "'");
-    }
-
-    // ---- Literals ----
-
-    bool unfinished(const Entry &literal)
-    {
-        problem(literal.value_begin, "is not closed", literal);
-        source_.failed = true;
-        place_ = text_.size();
-        return false;
-    }
-
-    bool store_literal(Entry literal, size_t body, size_t end, size_t closing)
-    {
-        literal.text = text_.substr(body, end - body);
-        place_ = literal.value_end = end + closing;
-        if (!at_line_start())
-            skip_line();
-        store(std::move(literal));
-        return true;
-    }
-
-    bool here_document()
-    {
-        Entry literal = entry(Entry::Kind::text, place_, text_.size());
-        const size_t quote = place_ + strlen("&Literal");
-        const size_t newline = find("\n", quote);
-        if (newline == text_.size())
-            return unfinished(literal);
-        const std::string_view word = text_.substr(quote, std::min(newline - quote, kMaxWord));
-        const size_t end = text_.find(word, newline + 1);
-        if (end == std::string_view::npos)
-            return unfinished(literal);
-        return store_literal(std::move(literal), newline + 1, end, word.size());
-    }
-
-    // The closing delimiter is the next of the list, or else the next of the text.
-    bool bracketed()
-    {
-        constexpr std::string_view kDelimiters = "{}()[]<>`'";
-        Entry literal = entry(Entry::Kind::text, place_, text_.size());
-        place_ += strlen("&Literal");
-        const char open = at(place_++);
-        const size_t i = kDelimiters.find(open);
-        const char close = i == std::string_view::npos  ? at(place_++)
-                           : i + 1 < kDelimiters.size() ? kDelimiters[i + 1]
-                                                        : '\0';
-        if (place_ > text_.size() || !close)
-            return unfinished(literal);
-        if (!at_line_start())
-            skip_line();
-        const size_t body = place_;
-        int64_t depth = 1;
-        for (size_t p = body; p < text_.size(); ++p) {
-            if (text_[p] == close && --depth == 0)
-                return store_literal(std::move(literal), body, p, 1);
-            depth += text_[p] == open && open != close;
-        }
-        return unfinished(literal);
-    }
-
-    // ---- Containers ----
-
-    bool open_container(Entry::Kind kind)
-    {
-        if (open_.size() >= kMaxOpen) {
-            problem(place_, "nested more than 11 deep");
-            source_.failed = true;
-            if (!go_on_)
-                return false;
-        }
-        Entry container = entry(kind, place_, text_.size());
-        Entry &outer = here();
-        skip_line();
-        store(std::move(container));
-        open_.push_back(&outer.children.back());
-        expect_next();
-        return true;
-    }
-
-    bool close_container()
-    {
-        if (open_.empty())
-            return fail("'}' closes nothing");
-        Entry &closed = *open_.back();
-        closed.value_end = place_ + 1;
-        skip_line();
-        closed.end = place_;
-        open_.pop_back();
-        expect_next();
-        return true;
-    }
-
-    void close_all()
-    {
-        for (Entry *entry : open_)
-            entry->value_end = entry->end = place_;
+        Entry entry;
+        entry.kind = kind;
+        entry.key = in_list() ? "" : key_;
+        entry.begin = in_list() ? begin : key_begin_;
+        entry.value_begin = begin;
+        entry.value_end = end;
+        return entry;
     }
 
     Source &source_;
     const bool go_on_;
-    const std::string_view text_;
     size_t place_ = 0;
-    bool in_value_ = false;
-    std::string key_;
+    size_t token_ = 0;  // where the last token began
+    std::string key_;   // the last key, and where it is written
     size_t key_begin_ = 0;
     size_t key_end_ = 0;
-    std::vector<Entry *> open_;  // an outer one takes nothing while an inner one is open
+    bool newline_missing_ = false;  // the token would be another with a newline behind it
+    std::string gathered_;
+    // The open lists and tables. An outer one takes nothing while an inner one is open, so
+    // these stay where they are.
+    std::vector<Entry *> open_;
 };
 
 }  // namespace
@@ -462,7 +225,12 @@ Source scan_source(std::string text, OnError on_error)
     source.text = std::move(text);
     for (size_t at = 0; (at = source.text.find('\n', at)) != std::string::npos; ++at)
         source.newlines.push_back(at);
-    Reader(source, on_error).read();
+    stock::WholeText whole(source.text.c_str());
+    source.text_end = static_cast<size_t>(whole.end() - whole.start);
+    PlaceKeeper places(source, on_error);
+    stock::TextScanner scanner(whole, places);
+    scanner.scan();
+    places.finish(scanner.expects_value());
     return source;
 }
 
@@ -533,34 +301,30 @@ std::vector<const Entry *> elements(const Entry &list)
 
 // ---- Addresses ----
 
-std::optional<std::vector<Step>> parse_address(std::string_view address)
+std::optional<std::vector<Step>> parse_address(const char *address)
 {
-    constexpr std::string_view kMarks = "{}[]";
+    constexpr size_t kMaxIndexLength = 11;  // nine digits and the brackets
     std::vector<Step> steps;
-    while (!address.empty()) {
-        const size_t mark = std::min(address.find_first_of(kMarks), address.size());
-        std::string_view step = address.substr(0, mark);
-        const size_t close = std::min(address.find_first_of(kMarks, mark + 1), address.size());
-        const std::string_view inner = address.substr(std::min(1 + mark, close), close - 1 - mark);
-        if (mark > 0) {
+    while (*address) {
+        const stock::AddressComponent component = stock::next_component(address, true);
+        switch (component.part) {
+        case stock::AddressPart::blanks:
+        case stock::AddressPart::plain_key:
             if (!steps.empty())
                 return {};
-            steps.push_back({std::string(step), -1});
-            address.remove_prefix(mark);
-        } else if (address[0] == '{' && close < address.size() && address[close] == '}') {
-            std::string key(inner);
-            key.erase(key.find_last_not_of(kBlanks) + 1);
-            key.erase(0, key.find_first_not_of(kBlanks));
-            steps.push_back({std::move(key), -1});
-            address.remove_prefix(close + 1);
-        } else if (address[0] == '[' && close < address.size() && address[close] == ']' &&
-                   !steps.empty() && !inner.empty() && inner.size() < 10 &&
-                   std::all_of(inner.begin(), inner.end(), is_digit)) {
-            steps.push_back({"", std::stol(std::string(inner))});
-            address.remove_prefix(close + 1);
-        } else {
-            return {};
+            steps.push_back({std::string(component.key), -1});
+            break;
+        case stock::AddressPart::braced_key:
+            steps.push_back({std::string(stock::trimmed(component.key, stock::is_blank)), -1});
+            break;
+        case stock::AddressPart::index:
+            if (steps.empty() || address[1] == '-' || component.length > kMaxIndexLength)
+                return {};
+            steps.push_back({"", component.index});
+            break;
+        case stock::AddressPart::stray: return {};
         }
+        address += component.length;
     }
     if (steps.empty())
         return {};

@@ -1,8 +1,8 @@
 // A parameter file as it is written: every value with its place in the text.
 //
-// The library reads a text into a tree and forgets where its values stood. What
-// edits a file, or says where something is, needs the places. A Source holds every
-// value in the order of the text, also those that a later one replaces.
+// The library reads a text into a tree, which keeps no places. Commands that edit a file, or
+// tell where something is, need them. A Source holds every value in the order of the text,
+// those that a later one replaces among them.
 
 #pragma once
 
@@ -23,32 +23,33 @@ struct Entry {
     std::vector<Entry> children;         // of a list or table
     mutable std::vector<size_t> by_key;  // the children in the order of their keys: see last_of
 
-    // Bytes of the text.
-    size_t begin = 0;        // the key; in a list the value
-    size_t value_begin = 0;  // the value, without blanks and comments
-    size_t value_end = 0;
-    size_t end = 0;  // behind the newline of the last line
+    // Places, in bytes from the start of the text.
+    size_t begin = 0;        // where the key begins; in a list where the value does
+    size_t value_begin = 0;  // where the value begins,
+    size_t value_end = 0;    // and where it ends, before blanks and a comment
+    size_t end = 0;          // behind the newline of its last line
 };
 
 struct Problem {
-    size_t place;
+    size_t place;  // in bytes from the start of the text
     std::string text;
 };
 
 struct Source {
+    // The line of a place, counted from 1.
     int line_of(size_t place) const;
 
     std::string file;
     std::string text;              // all of the file
-    std::vector<size_t> newlines;  // where they stand in it
+    std::vector<size_t> newlines;  // their places in it
     Entry top;
     size_t text_end = 0;              // where the end mark stands, or the end of the text
-    std::optional<Entry> unfinished;  // a key that the text ends in: nothing reads it
-    std::vector<Problem> problems;    // in the order of the text
-    bool failed = false;              // the library refuses it
+    std::optional<Entry> unfinished;  // a key that the text ends in: the library drops it
+    std::vector<Problem> problems;    // in the order in which they were found
+    bool failed = false;              // the library refuses the text
 };
 
-// Behind a syntax error the library stops reading; who looks for errors goes on.
+// Whether to stop at a syntax error, as the library does, or to look for more behind its line.
 enum class OnError { stop, go_on };
 
 Source scan_source(std::string text, OnError on_error);
@@ -60,16 +61,16 @@ std::optional<Source> read_descriptor(int fd, const std::string &file, OnError o
 // Reads a file; nothing, after a complaint, when it cannot be read.
 std::optional<Source> read_source(const std::string &file, OnError on_error);
 
-// The same of standard input, whose name is "-".
+// Reads standard input, whose name is "-".
 std::optional<Source> read_standard_input(OnError on_error);
 
 // The last entry of a key, which may be an "&Undef{}"; null when there is none.
 const Entry *last_of(const Entry &table, std::string_view key);
 
-// The value of a key in the end; null when it has none.
+// The value that a key has at the end of the table; null when it has none.
 const Entry *find_key(const Entry &table, std::string_view key);
 
-// The elements of a list in the end.
+// The elements that a list has at its end: "&Undef{}" has taken others away.
 std::vector<const Entry *> elements(const Entry &list);
 
 // A step of an address: a key, or the index of a list's element.
@@ -78,9 +79,9 @@ struct Step {
     long index = -1;  // below 0 for a key
 };
 
-// Cuts an address such as "a{b}[2]" into steps; nothing when it is none.
-std::optional<std::vector<Step>> parse_address(std::string_view address);
+// Cuts an address such as "a{b}[2]" into steps; nothing when it is no address.
+std::optional<std::vector<Step>> parse_address(const char *address);
 
-// One step, or all steps from the one given on; null when they lead nowhere.
+// Takes one step, or all steps from number `first` on; null when they lead nowhere.
 const Entry *take_step(const Entry &from, const Step &step);
 const Entry *take_steps(const Entry *from, const std::vector<Step> &steps, size_t first);

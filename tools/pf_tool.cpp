@@ -8,6 +8,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "base/ascii.h"
+
 bool parse_file(const char *path, Pf **pf)
 {
     const bool is_stdin = !strcmp(path, "-");
@@ -91,8 +93,8 @@ std::string quoted(std::string_view text)
 
 namespace {
 
-// How many bytes at the start of the text are one character of UTF-8; 0 when they
-// are none.
+// How many bytes the first character of the text has in UTF-8; 0 when the text does not begin
+// with a valid one.
 size_t utf8_length(std::string_view text)
 {
     const auto byte = [&](size_t i) {
@@ -127,7 +129,8 @@ std::string_view text_of(const Pf *pf)
     const char *text = pf->type == PFFUNCTION ? pf->value.pffunct->text : pf->value.s;
     std::string_view view = text ? text : "";
     if (pf->type == PFFUNCTION)
-        view = view.substr(0, view.find_last_not_of(" \t\n") + 1);
+        while (!view.empty() && stock::is_white(view.back()))
+            view.remove_suffix(1);
     return view;
 }
 

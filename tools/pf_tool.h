@@ -22,8 +22,8 @@ bool parse_file(const char *path, Pf **pf);
 // The files of a name along PFPATH, in the order in which they are read.
 std::vector<std::string> files_of(const char *name);
 
-// Reads all files of a name. The tree is null, after a complaint, when there is none;
-// false also when one of the files has an error.
+// Reads all files of a name. Without a file it complains, and the tree is null. False then, and
+// when one of the files has an error.
 bool read_name(const char *name, PfPtr &tree);
 
 // The keys of a table, in order.
@@ -37,7 +37,7 @@ void add_json_string(std::string &out, std::string_view text);
 // The text on one line: newlines and other control characters are written as escapes.
 std::string escaped(std::string_view text);
 
-// The same between single quotes.
+// The text on one line as above, between single quotes.
 std::string quoted(std::string_view text);
 
 // The types that a value may be read as.

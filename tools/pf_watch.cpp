@@ -1,4 +1,7 @@
 // stock pf watch: what changes in a parameter file while it is watched.
+//
+// The times of the files are looked at again and again. When one differs, all files are read
+// anew, and the values are compared by address.
 
 #include <cerrno>
 #include <cmath>

@@ -173,6 +173,20 @@ TEST_F(ToolPfGet, SaysOfAMissingValueWhatTheLibrarySays)
     EXPECT_EQ(wrong.status, 1);
 }
 
+TEST_F(ToolPfGet, TellsWhereAValueIsWrittenThatSomethingIsWrongWith)
+{
+    a("k 1\nt &Tbl{\n x\n}\nr &ref(nosuch, k)\n");
+    b("\nk 12abc\n");
+    const std::string k = "stock: 'k' is written in " + dir_ / "b/x.pf:2\n";
+    EXPECT_EQ(pf({"get", "--type", "int", "x", "k"}).err,
+              "stock: Bad integer value '12abc' for k\n" + k);
+    EXPECT_THAT(pf({"get", "--type", "int", "x", "t"}).err,
+                testing::StartsWith("stock: 't' is written in " + dir_ / "a/x.pf:2\n"));
+    EXPECT_THAT(pf({"get", "x", "r"}).err,
+                testing::EndsWith("stock: 'r' is written in " + dir_ / "a/x.pf:5\n"));
+    EXPECT_EQ(pf({"get", "x", "k"}).err, "");
+}
+
 TEST_F(ToolPfGet, RefusesWhatIsNoAddress)
 {
     a("t &Arr{\n k 1\n}\n");
