@@ -228,6 +228,23 @@ TEST_F(Writetbl, FailsOnAFullDisk)
     EXPECT_EQ(writetbl(points(0).get(), unbuffered.get(), nullptr), -1);
 }
 
+TEST_F(Writetbl, DoesNotNoticeThatTheFourZeroBytesAtOffset12AreLost)
+{
+    static int calls;
+    calls = 0;
+    struct ThirdCallFails {
+        static ssize_t write(void *, const char *, size_t size)
+        {
+            return ++calls == 3 ? 0 : static_cast<ssize_t>(size);
+        }
+    };
+    const Stream stream(
+        fopencookie(nullptr, "w", {nullptr, ThirdCallFails::write, nullptr, nullptr}));
+    setvbuf(stream.get(), nullptr, _IONBF, 0);
+    EXPECT_EQ(writetbl(points(0).get(), stream.get(), nullptr), 0);
+    EXPECT_GT(calls, 3);
+}
+
 TEST_F(Savetbl, CreatesMissingDirectories)
 {
     const std::string path = saved(points(3), "points", "a/b/list");
@@ -727,14 +744,14 @@ TEST_F(MappedTbl, OfRecordsOf64BytesGrowsTo4GiB)
     EXPECT_EQ(memcmp(gettbl(tbl.get(), 8000), record.data(), 64), 0);
 }
 
-// Gives back the addresses that are set aside behind the first page of a mapping.
-char *without_room(const Tbl *tbl)
+// Gives back the addresses that are reserved behind the first page of a mapping.
+char *without_reserved_addresses(const Tbl *tbl)
 {
     const int64_t page = sysconf(_SC_PAGESIZE);
     auto *mapaddr = static_cast<char *>(tbl->mapaddr);
-    auto *room = reinterpret_cast<int64_t *>(mapaddr - page);
-    munmap(mapaddr + page, static_cast<size_t>(*room - page));
-    *room = page;
+    auto *reserved = reinterpret_cast<int64_t *>(mapaddr - page);
+    munmap(mapaddr + page, static_cast<size_t>(*reserved - page));
+    *reserved = page;
     return mapaddr + page;
 }
 
@@ -742,7 +759,7 @@ TEST_F(MappedTbl, GrowsPastItsRoomWhileTheAddressesAreFree)
 {
     const std::string path = saved(points(3));
     const TblPtr tbl = opened(path);
-    without_room(tbl.get());
+    without_reserved_addresses(tbl.get());
     for (int64_t i = 3; i < 5000; ++i) {
         const Point point{i, -i};
         pushtbl(tbl.get(), &point);
@@ -755,9 +772,9 @@ TEST_F(MappedTbl, MapsOverNothingWhenItsAddressesAreTaken)
     const std::string path = saved(points(3));
     const Ended ended = in_child([&] {
         const TblPtr tbl = opened(path);
-        static char *other =
-            static_cast<char *>(mmap(without_room(tbl.get()), 4096, PROT_READ | PROT_WRITE,
-                                     MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0));
+        static char *other = static_cast<char *>(
+            mmap(without_reserved_addresses(tbl.get()), 4096, PROT_READ | PROT_WRITE,
+                 MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0));
         *other = 'o';
         atexit([] { putchar(*other); });
         settbl(tbl.get(), 5000, &kNowhere);

@@ -1,22 +1,15 @@
-// Lists that live in files: an image of the list's memory, mapped.
+// Lists that live in files: an image of the list's memory, which is mapped.
 //
-// Behind a writable mapping addresses are set aside, so that the file can grow in
-// place. How many is kept in a page of its own in front of the mapping: the
-// list's record has no room for it and is part of the file.
+// A file is believed only as far as its size goes. Its header and its record are read into
+// a copy, which is checked and then used, because the file may change meanwhile. Mapping
+// the file and growing it is the work of lists/mapped.
 //
-//     | page: Room | the file ...      | addresses set aside ... |
-//                  ^ mapaddr           ^ mapaddr + maplen
-//
-// A file is believed only as far as its size goes. Its header and record are read
-// into a copy, which is checked and then used: the file may change meanwhile.
-//
-// A writer holds an advisory lock for as long as the list is open, so there is one.
+// A writer holds an advisory lock for as long as the list is open, so there is one writer.
 
 #include "stock/tblfile.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -28,10 +21,11 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/file_size_signal.h"
 #include "base/guards.h"
 #include "base/uninterrupted.h"
 #include "deviants/system.h"
-#include "files/tblfile.h"
+#include "lists/mapped.h"
 #include "stock/elog.h"
 #include "stock/path.h"
 #include "stock/restat.h"
@@ -44,14 +38,12 @@ using stock::KeepErrno;
 using stock::Owned;
 
 constexpr char kMagic[8] = {'#', 'F', 'i', 'l', 'e', 'T', 'b', 'l'};
-constexpr char Zeros[8] = {};
-constexpr int64_t kHeader = 16;  // the comment begins here
-constexpr int64_t kRecord = sizeof(Tbl);
-constexpr int64_t kRoom = int64_t{64} << 30;      // addresses set aside behind a writable list
-constexpr int64_t kMostBytes = int64_t{1} << 56;  // of a file: no process has more addresses
-constexpr uint32_t kWritable = 2;
-constexpr int kMostTries = 1000;  // at what another process changes meanwhile
+constexpr char kZeros[8] = {};
+constexpr int64_t kHeaderBytes = 16;  // magic number, comment length and four zero bytes
+constexpr int64_t kRecordBytes = sizeof(Tbl);
+constexpr int kMostTries = 1000;  // to read or open a file that another process is changing
 
+// Parts of the image begin at multiples of 8 bytes.
 int64_t padded(int64_t bytes)
 {
     return (bytes + 7) / 8 * 8;
@@ -62,172 +54,15 @@ int64_t null_value_bytes(const Tbl &record)
     return record.null_value ? padded(record.size) : 0;
 }
 
-int64_t page_size()
-{
-    static const int64_t size = sysconf(_SC_PAGESIZE);
-    return size;
-}
+// Reading files.
 
-int64_t whole_pages(int64_t bytes)
-{
-    return (bytes + page_size() - 1) / page_size() * page_size();
-}
-
-// A write beyond the file-size limit fails with EFBIG instead of ending the process.
-class FileSizeSignalBlocked {
-public:
-    FileSizeSignalBlocked()
-    {
-        sigemptyset(&signal_);
-        sigaddset(&signal_, SIGXFSZ);
-        pthread_sigmask(SIG_BLOCK, &signal_, &before_);
-    }
-    ~FileSizeSignalBlocked()
-    {
-        const KeepErrno keep;
-        sigset_t pending;
-        int taken = 0;
-        if (!sigismember(&before_, SIGXFSZ) && sigpending(&pending) == 0 &&
-            sigismember(&pending, SIGXFSZ))
-            sigwait(&signal_, &taken);
-        pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    }
-    FileSizeSignalBlocked(const FileSizeSignalBlocked &) = delete;
-    FileSizeSignalBlocked &operator=(const FileSizeSignalBlocked &) = delete;
-
-private:
-    sigset_t signal_;
-    sigset_t before_;
-};
-
-// Addresses.
-
-struct Room {
-    int64_t bytes;  // from the start of the mapping on, file and all
-};
-
-Room *room_of(void *mapaddr)
-{
-    return reinterpret_cast<Room *>(static_cast<char *>(mapaddr) - page_size());
-}
-
-// The start of so many free addresses, at the wanted place if any. Null when there are none.
-char *set_aside(void *wanted, int64_t bytes)
-{
-    void *address = mmap(wanted, static_cast<size_t>(bytes), PROT_NONE,
-                         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-    if (address == MAP_FAILED)
-        return nullptr;
-    if (!wanted || address == wanted)
-        return static_cast<char *>(address);
-    munmap(address, static_cast<size_t>(bytes));
-    errno = EEXIST;
-    return nullptr;
-}
-
-// Where a file of so many bytes can be mapped and grow; null when there is no such place.
-char *make_room(int64_t length)
-{
-    const int64_t least = whole_pages(length);
-    int64_t bytes = std::max(kRoom, 2 * least);
-    char *start = set_aside(nullptr, page_size() + bytes);
-    while (!start && bytes > least) {
-        bytes = std::max(whole_pages(bytes / 2), least);
-        start = set_aside(nullptr, page_size() + bytes);
-    }
-    if (!start)
-        return nullptr;
-    if (mprotect(start, static_cast<size_t>(page_size()), PROT_READ | PROT_WRITE) != 0) {
-        munmap(start, static_cast<size_t>(page_size() + bytes));
-        return nullptr;
-    }
-    char *mapaddr = start + page_size();
-    room_of(mapaddr)->bytes = bytes;
-    return mapaddr;
-}
-
-int unmap(void *mapaddr, int64_t length, bool writable)
-{
-    if (!writable)
-        return munmap(mapaddr, static_cast<size_t>(length));
-    Room *room = room_of(mapaddr);
-    return munmap(room, static_cast<size_t>(page_size() + room->bytes));
-}
-
-// Maps the file's bytes from .. to at their place behind mapaddr.
-bool map_part(char *mapaddr, int64_t from, int64_t to, int prot, int fd)
-{
-    return mmap(mapaddr + from, static_cast<size_t>(to - from), prot, MAP_SHARED | MAP_FIXED, fd,
-                from) != MAP_FAILED;
-}
-
-// The whole file; null when it cannot be mapped.
-char *map_file(int fd, int64_t length, bool writable)
-{
-    if (length > kMostBytes) {
-        errno = ENOMEM;
-        return nullptr;
-    }
-    if (!writable) {
-        void *address = mmap(nullptr, static_cast<size_t>(length), PROT_READ, MAP_SHARED, fd, 0);
-        return address == MAP_FAILED ? nullptr : static_cast<char *>(address);
-    }
-    char *mapaddr = make_room(length);
-    if (!mapaddr || map_part(mapaddr, 0, length, PROT_READ | PROT_WRITE, fd))
-        return mapaddr;
-    const KeepErrno keep;
-    unmap(mapaddr, length, true);
-    return nullptr;
-}
-
-// Makes the addresses up to the end of a mapping that grows to so many bytes its own.
-bool extend_room(char *mapaddr, int64_t length)
-{
-    Room *room = room_of(mapaddr);
-    const int64_t more = whole_pages(length) - room->bytes;
-    if (more <= 0)
-        return true;
-    if (!set_aside(mapaddr + room->bytes, more))
-        return false;
-    room->bytes += more;
-    return true;
-}
-
-// Lengthens the file by zero bytes for which the disk has space.
-void lengthen_file(int fd, int64_t bytes)
-{
-    const FileSizeSignalBlocked blocked;
-    const int64_t last = relseek(fd, bytes - 1, SEEK_END);
-    if (last < 0)
-        elog_die(1, "Couldn't lseek %ld bytes beyond end of file", static_cast<long>(bytes));
-    const int64_t end = last - (bytes - 1);
-    if (stock::take_disk_space(fd, end, bytes) && rewrite(fd, Zeros, 1) == 1)
-        return;
-    {
-        const KeepErrno keep;
-        static_cast<void>(stock::uninterrupted([&] { return ftruncate(fd, end); }));
-    }
-    elog_die(1, "Couldn't write 1 byte to extend file by %ld bytes", static_cast<long>(bytes));
-}
-
-// Other bytes may stand behind the slots of a file: those that new slots take become zero.
-void clear_tail(const Tbl *tbl, int64_t bytes)
-{
-    char *tail = static_cast<char *>(tbl->base) + tbl->nalloc * tbl->size;
-    const int64_t left = static_cast<char *>(tbl->mapaddr) + tbl->maplen - tail;
-    if (left > 0)
-        std::memset(tail, 0, static_cast<size_t>(std::min(left, bytes)));
-}
-
-// Reading.
-
-// What a list file says of itself.
+// What the header and the record of a list file say, and how long the file is.
 struct Image {
-    int64_t comment_bytes = 0;
+    int64_t comment_bytes = 0;  // padding included
     Tbl record{};
     int64_t length = 0;  // of the whole file
 
-    int64_t slots_at() const { return kHeader + comment_bytes + kRecord; }
+    int64_t slots_at() const { return kHeaderBytes + comment_bytes + kRecordBytes; }
 };
 
 // Reads n bytes, or those up to the end of the file. -1 with errno on failure.
@@ -248,7 +83,8 @@ int64_t read_at(int fd, int64_t offset, void *to, int64_t n)
     return done;
 }
 
-// How many bytes stand before the first zero byte, at most n. -1 with errno on failure.
+// Counts the bytes before the first zero byte from offset on, at most n. -1 with errno on
+// failure.
 int64_t text_length(int fd, int64_t offset, int64_t n)
 {
     char chunk[4096];
@@ -266,61 +102,72 @@ int64_t text_length(int fd, int64_t offset, int64_t n)
     return length;
 }
 
-// What a file turned out to hold.
+// What filetbl finds at a path.
 enum class Content {
-    list,
-    nothing,  // it is regular and empty
-    other,    // its bytes were read, and are no list that can be used here
-    unknown,  // the system could not tell, or it is no regular file
+    missing,   // there is no file
+    empty,     // a regular file without a byte
+    list,      // a sound image of a list
+    unusable,  // its bytes were read, and are no list that this machine can use
+    unknown,   // it could not be read, or is no regular file
 };
 
-// A message about the file, and what it means.
-struct Verdict {
+// What a file holds and, when that is no list, the message that says so: its flag of
+// elog_log and its format, which takes the path.
+struct Finding {
     Content content;
     int flag = 0;
     const char *message = nullptr;
 };
 
-constexpr Verdict kUnreadable{Content::unknown, 1, "Error trying to read tbl %s."};
+constexpr Finding kUnreadable{Content::unknown, 1, "Error trying to read tbl %s."};
 
-Verdict damaged(const char *message)
+Finding unusable(const char *message)
 {
-    return {Content::other, 0, message};
+    return {Content::unusable, 0, message};
 }
 
-// Reads the length of the comment and checks what stands before the record.
-Verdict read_header(int fd, Image *image)
+void log_finding(const Finding &found, const char *path)
 {
-    char start[kHeader] = {};
-    const int64_t got = read_at(fd, 0, start, kHeader);
+    elog_log(found.flag, found.message, path);
+}
+
+// Reads the length of the comment and checks all that stands before the record.
+Finding read_header(int fd, Image *image)
+{
+    char start[kHeaderBytes] = {};
+    const int64_t got = read_at(fd, 0, start, kHeaderBytes);
     if (got < 0)
         return kUnreadable;
     if (got < int64_t{sizeof kMagic} || std::memcmp(start, kMagic, sizeof kMagic) != 0)
-        return damaged("Bad magic number while trying to read tbl. %s");
-    if (got < kHeader)
-        return damaged("Truncated header while trying to read tbl. %s");
+        return unusable("Bad magic number while trying to read tbl. %s");
+    if (got < kHeaderBytes)
+        return unusable("Truncated header while trying to read tbl. %s");
     int32_t comment = 0;
     std::memcpy(&comment, start + sizeof kMagic, sizeof comment);
-    const int64_t text = text_length(fd, kHeader, comment);
+    const int64_t text = text_length(fd, kHeaderBytes, comment);
     if (text < 0)
         return kUnreadable;
+    // The length is that of the text and at most eight zero bytes. In the other byte order it
+    // is negative or much larger.
     if (comment < 0 || comment > text + 9)
-        return damaged("filetbl %s was probably created on a different architecture and won't "
-                       "work on the current machine");
-    if (image->length - kHeader - kRecord < comment)
-        return damaged("Truncated header while trying to read tbl. %s");
+        return unusable("filetbl %s was probably created on a different architecture and won't "
+                        "work on the current machine");
+    if (image->length - kHeaderBytes - kRecordBytes < comment)
+        return unusable("Truncated header while trying to read tbl. %s");
     if (comment % 8 != 0 || (comment > 0 && text == comment))
-        return damaged("Bad comment length while trying to read tbl. %s");
+        return unusable("Bad comment length while trying to read tbl. %s");
     image->comment_bytes = comment;
     return {Content::list};
 }
 
+// Whether so many slots could not be in memory, or grow without overflowing a number.
 bool too_many(int64_t slots, int64_t size)
 {
     return slots < 0 || bytes_for(slots, size) > static_cast<size_t>(INT64_MAX / 2);
 }
 
-// What is wrong with a record that so many bytes follow, as a message; null when nothing is.
+// Checks a record behind which the file has `following` bytes. Returns the message that
+// says what is wrong with it; null when nothing is.
 const char *record_fault(const Tbl &record, int64_t following)
 {
     int64_t slots = 0;
@@ -338,46 +185,48 @@ const char *record_fault(const Tbl &record, int64_t following)
     return nullptr;
 }
 
-// Reads the record and checks it. One that another process is changing may be seen
-// half changed: it is faulty when it stays so.
-Verdict read_record(int fd, Image *image)
+// Reads the record and checks it. A record that another process is changing may be read
+// half changed, so it counts as faulty only when it is read twice with the same bytes.
+Finding read_record(int fd, Image *image)
 {
     Tbl before{};
     for (int tries = 0;; ++tries) {
-        const int64_t got = read_at(fd, kHeader + image->comment_bytes, &image->record, kRecord);
-        // The size comes last: a file grows before its record says so.
+        const int64_t got =
+            read_at(fd, kHeaderBytes + image->comment_bytes, &image->record, kRecordBytes);
+        // The size is asked for last, because a file grows before its record says so.
         struct stat status;
         if (got < 0 || refstat(fd, &status) != 0)
             return kUnreadable;
         image->length = status.st_size;
-        if (got < kRecord)
-            return damaged("Truncated header while trying to read tbl. %s");
+        if (got < kRecordBytes)
+            return unusable("Truncated header while trying to read tbl. %s");
         const char *fault = record_fault(image->record, image->length - image->slots_at());
         if (!fault)
             return {Content::list};
         if (tries == kMostTries ||
             (tries > 0 && std::memcmp(&before, &image->record, sizeof before) == 0))
-            return damaged(fault);
+            return unusable(fault);
         before = image->record;
     }
 }
 
-Verdict read_image(int fd, Image *image)
+// Reads and checks the header and the record of an open file, and fills *image.
+Finding read_image(int fd, Image *image)
 {
     struct stat status;
     if (refstat(fd, &status) != 0)
         return {Content::unknown, 1, "Error trying to stat %s"};
     image->length = status.st_size;
     if (!S_ISREG(status.st_mode) || status.st_size == 0) {
-        errno = S_ISREG(status.st_mode) ? EINVAL : ENODEV;  // what mapping it would give
-        return {S_ISREG(status.st_mode) ? Content::nothing : Content::unknown, 1,
-                "Error trying to mmap %s."};
+        const bool regular = S_ISREG(status.st_mode);
+        errno = regular ? EINVAL : ENODEV;  // the reasons for which mapping it would fail
+        return {regular ? Content::empty : Content::unknown, 1, "Error trying to mmap %s."};
     }
-    const Verdict verdict = read_header(fd, image);
-    return verdict.content == Content::list ? read_record(fd, image) : verdict;
+    const Finding found = read_header(fd, image);
+    return found.content == Content::list ? read_record(fd, image) : found;
 }
 
-// Whether the comment in the file is this one.
+// Whether the file has exactly this comment.
 bool has_comment(int fd, const Image &image, const char *comment)
 {
     const auto bytes = static_cast<int64_t>(std::strlen(comment)) + 1;
@@ -385,12 +234,12 @@ bool has_comment(int fd, const Image &image, const char *comment)
         return false;
     const Owned<char> found(
         static_cast<char *>(stock::allocate(static_cast<size_t>(bytes), "comment")));
-    return read_at(fd, kHeader, found.get(), bytes) == bytes &&
+    return read_at(fd, kHeaderBytes, found.get(), bytes) == bytes &&
            std::memcmp(found.get(), comment, static_cast<size_t>(bytes)) == 0;
 }
 
-// Gives the record of an image the addresses of this mapping.
-void settle(Tbl *tbl, const Image &image, char *mapaddr, int fd, bool writable)
+// Copies the image's record to *tbl and points it into the mapping of the file.
+void point_into_mapping(Tbl *tbl, const Image &image, char *mapaddr, int fd, bool writable)
 {
     *tbl = image.record;
     char *slots = mapaddr + image.slots_at();
@@ -404,42 +253,46 @@ void settle(Tbl *tbl, const Image &image, char *mapaddr, int fd, bool writable)
     tbl->base = slots + null_bytes - tbl->left * tbl->size;
 }
 
-// Maps a sound image, whose descriptor the list then owns. The list is the record in the
-// mapping, or one of its own when the mapping is read-only. Null after logging why not.
+// Maps a sound image. A writable list is the record inside the mapping; a read-only one is
+// an allocated copy. The list owns the descriptor from then on. Null, with the reason
+// logged, when the file cannot be mapped.
 Tbl *map_list(Fd &fd, const char *path, const Image &image, bool writable)
 {
-    char *mapaddr = map_file(fd.get(), image.length, writable);
+    char *mapaddr = stock::map_list_file(fd.get(), image.length, writable);
     if (!mapaddr) {
         elog_log(1, "Error trying to mmap %s.", path);
         return nullptr;
     }
-    Tbl *tbl =
-        writable ? reinterpret_cast<Tbl *>(mapaddr + kHeader + image.comment_bytes) : newtbl(0);
-    settle(tbl, image, mapaddr, fd.release(), writable);
+    Tbl *tbl = writable ? reinterpret_cast<Tbl *>(mapaddr + kHeaderBytes + image.comment_bytes)
+                        : newtbl(0);
+    point_into_mapping(tbl, image, mapaddr, fd.release(), writable);
     return tbl;
 }
 
-// The list in an open file. Null after logging why there is none.
+// Opens the list in an open file and fills *image. Null, with the reason logged, when there
+// is none.
 Tbl *open_list(Fd &fd, const char *path, bool writable, Image *image)
 {
-    const Verdict verdict = read_image(fd.get(), image);
-    if (verdict.content == Content::list)
+    const Finding found = read_image(fd.get(), image);
+    if (found.content == Content::list)
         return map_list(fd, path, *image, writable);
-    elog_log(verdict.flag, verdict.message, path);
+    log_finding(found, path);
     return nullptr;
 }
 
-// Opening files.
+// Opening files as list files.
 
-// Takes the one writer's lock, which lasts until every copy of the descriptor is
-// closed: a child made by fork holds it too. A file system may have no locks.
+// Takes the writer's lock without waiting; false when another writer has it. It lasts until
+// every copy of the descriptor is closed, so that a child made by fork holds it too. Where
+// the file system has no locks, every writer gets it.
 bool lock_for_writer(int fd)
 {
     return stock::uninterrupted([&] { return flock(fd, LOCK_EX | LOCK_NB); }) == 0 ||
            errno != EWOULDBLOCK;
 }
 
-// Whether the path leads to the open file. One that cannot be looked at does.
+// Whether the path leads to the open file. A path whose status cannot be read counts as
+// leading there, unless there is nothing at it.
 bool leads_to(const char *path, int fd)
 {
     struct stat named;
@@ -450,7 +303,8 @@ bool leads_to(const char *path, int fd)
            named.st_ino == opened.st_ino;
 }
 
-// Opens a file. A queue is not waited for; a file whose lease another program holds is.
+// Opens a file without waiting for the other end of a named pipe. Waits, though, for a
+// program that holds a lease on the file to give that up.
 int open_at_once(const char *path, int flags)
 {
     const auto open_with = [&](int more) {
@@ -460,8 +314,8 @@ int open_at_once(const char *path, int flags)
     return fd < 0 && errno == EWOULDBLOCK ? open_with(0) : fd;
 }
 
-// Opens a list file, for a writer with the lock, and made where O_CREAT is among the
-// flags. -1 with errno; EBUSY says that another writer has it open.
+// Opens a list file; a writer takes the writer's lock too. O_CREAT among the flags makes a
+// missing file. -1 with errno on failure: EBUSY when another writer has the file open.
 int open_file(const char *path, bool writable, int flags = 0)
 {
     flags |= (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC;
@@ -473,7 +327,7 @@ int open_file(const char *path, bool writable, int flags = 0)
             errno = EBUSY;
             return -1;
         }
-        // A larger file may have taken the name before the lock was free.
+        // The other writer may have put a larger file in its place before it gave up the lock.
         if (leads_to(path, fd.get()) || tries == kMostTries)
             return fd.release();
     }
@@ -487,7 +341,7 @@ void log_refusal(const char *path)
         elog_log(1, "Can't open %s to read tbl.", path);
 }
 
-// Writing.
+// Writing files.
 
 bool put(FILE *stream, const void *bytes, size_t n)
 {
@@ -497,7 +351,7 @@ bool put(FILE *stream, const void *bytes, size_t n)
 bool put_padded(FILE *stream, const void *bytes, int64_t n)
 {
     return put(stream, bytes, static_cast<size_t>(n)) &&
-           put(stream, Zeros, static_cast<size_t>(padded(n) - n));
+           put(stream, kZeros, static_cast<size_t>(padded(n) - n));
 }
 
 bool put_header(FILE *stream, int64_t comment_bytes)
@@ -505,7 +359,8 @@ bool put_header(FILE *stream, int64_t comment_bytes)
     const auto k = static_cast<uint32_t>(padded(comment_bytes));
     if (!put(stream, kMagic, sizeof kMagic) || !put(stream, &k, sizeof k))
         return false;
-    put(stream, Zeros, 4);
+    // Meant: whether these four bytes are written is not checked.
+    put(stream, kZeros, 4);
     return true;
 }
 
@@ -517,8 +372,8 @@ bool put_slots(FILE *stream, const Tbl *tbl)
     return put(stream, start, bytes_for(tbl->nalloc - tbl->left, tbl->size));
 }
 
-// Opens a file to be overwritten. Not one that the list lives in or that a writer has
-// open: overwriting it would take their memory away.
+// Opens a file to be overwritten and empties it. Refuses, with EBUSY, the file that the list
+// lives in and one that a writer has open: emptying it would take away mapped memory.
 FILE *open_to_write(const Tbl *tbl, const char *path)
 {
     Fd fd(stock::uninterrupted([&] { return open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666); }));
@@ -539,14 +394,15 @@ FILE *open_to_write(const Tbl *tbl, const char *path)
     return stream;
 }
 
-// Writes the image, or logs why not. The stream is closed.
+// Writes the image and closes the stream; null for a stream that could not be opened.
+// Returns 0, or -1 with the reason logged.
 int write_and_close(const Tbl *tbl, FILE *stream, const char *path, const char *comment)
 {
     if (!stream) {
         elog_log(1, "Can't open %s to write tbl.\n", path);
         return -1;
     }
-    const FileSizeSignalBlocked blocked;
+    const stock::FileSizeSignalBlocked blocked;  // closing the stream writes too
     const int written = writetbl(tbl, stream, comment);
     if (written != 0)
         elog_log(1, "Errors while writing tbl to %s.\n", path);
@@ -564,7 +420,7 @@ struct FreeTbl {
 };
 using ListPtr = std::unique_ptr<Tbl, FreeTbl>;
 
-// What filetbl was asked for.
+// The arguments of filetbl; slots is not negative.
 struct Wanted {
     const char *path;
     const char *comment;
@@ -573,7 +429,8 @@ struct Wanted {
     int size;
 };
 
-// An empty list of at least as many slots as are wanted, which all hold the null value.
+// Makes an empty list in memory with at least as many slots as are wanted. All of them hold
+// the null value.
 Tbl *empty_list(const Wanted &wanted)
 {
     const Owned<char> local_null(static_cast<char *>(
@@ -587,11 +444,11 @@ Tbl *empty_list(const Wanted &wanted)
     return tbl;
 }
 
-// Writes the list into an empty file and opens it there. Null after logging why not;
-// the file is empty again then.
+// Writes the list into an empty file and opens it there. Null, with the reason logged, when
+// that fails; the file is then empty again.
 Tbl *fill_file(Fd &fd, const char *path, const char *comment, const Tbl *list)
 {
-    const int copy = fcntl(fd.get(), F_DUPFD_CLOEXEC, 0);  // with the same lock
+    const int copy = fcntl(fd.get(), F_DUPFD_CLOEXEC, 0);  // shares the writer's lock
     Image image;
     Tbl *tbl = nullptr;
     if (write_and_close(list, copy < 0 ? nullptr : fdopen(copy, "w"), path, comment) == 0)
@@ -601,8 +458,8 @@ Tbl *fill_file(Fd &fd, const char *path, const char *comment, const Tbl *list)
     return tbl;
 }
 
-// The file that a path leads to when that is a link, else the path.
-Owned<char> file_behind(const char *path)
+// The path of the file itself: the target when the path is a symbolic link, else the path.
+Owned<char> resolve_link(const char *path)
 {
     struct stat status;
     char *target =
@@ -610,19 +467,19 @@ Owned<char> file_behind(const char *path)
     return Owned<char>(target ? target : stock::copy_text(path, "path"));
 }
 
-// The end of the last character that lies in the first n bytes of a longer name; n when
-// the bytes there are no UTF-8.
-size_t characters_end(const char *name, size_t n)
+// Where to cut a longer UTF-8 name so that at most n bytes and no part of a character are
+// left; n when the bytes there are not UTF-8.
+size_t character_boundary(const char *name, size_t n)
 {
-    constexpr size_t kMostFollowing = 3;  // bytes of a character behind its first
+    constexpr size_t kMostFollowing = 3;  // bytes of a character after its first
     size_t end = n;
     while (end > 1 && n - end < kMostFollowing && (name[end] & 0xC0) == 0x80)
         --end;
     return (name[end] & 0xC0) == 0x80 ? n : end;
 }
 
-// The file's name with the ending behind it, cut before that where names on the disk
-// of the open file may not be so long.
+// The file's path with the ending appended. When the file system of the open file allows
+// no such long name, the name is cut before the ending.
 Owned<char> name_beside(const char *file, const char *ending, int fd)
 {
     const char *slash = std::strrchr(file, '/');
@@ -630,30 +487,32 @@ Owned<char> name_beside(const char *file, const char *ending, int fd)
     const long most = fpathconf(fd, _PC_NAME_MAX);
     const auto room = (most > 0 ? static_cast<size_t>(most) : 255) - std::strlen(ending);
     const size_t whole = std::strlen(file + directory);
-    const size_t kept = whole > room ? characters_end(file + directory, room) : whole;
+    const size_t kept = whole > room ? character_boundary(file + directory, room) : whole;
     const size_t length = directory + kept + std::strlen(ending) + 1;
     Owned<char> name(static_cast<char *>(stock::allocate(length, "name")));
     std::snprintf(name.get(), length, "%.*s%s", static_cast<int>(directory + kept), file, ending);
     return name;
 }
 
-// Gives a new file the owner and the mode of the one it replaces, as far as this user may.
+// Gives a new file the owner, the group and the mode of the file it replaces, as far as
+// this user may.
 void take_owner_and_mode(int fd, const struct stat &old)
 {
     constexpr auto kSameUser = static_cast<uid_t>(-1);
     const bool same_group =
         fchown(fd, old.st_uid, old.st_gid) == 0 || fchown(fd, kSameUser, old.st_gid) == 0;
     const mode_t everyone = old.st_mode & 07;
-    // What the old group may do is not for the members of another.
+    // When the group is another one, its members get no more than everyone had.
     const auto mode = same_group ? old.st_mode & 07777 : (old.st_mode & 0707) | everyone << 3;
     fchmod(fd, static_cast<mode_t>(mode));
 }
 
-// Makes the list in the place of the old one's file, which stays when that fails. The
-// new file is locked before it has the name. Null after logging why not.
+// Writes the list into a new file and renames that over the old one, which stays when
+// anything fails. The new file is locked before it gets the name, so that no other writer
+// can open it first. Null, with the reason logged, on failure.
 Tbl *replace_file(const char *path, const char *comment, const Tbl *list, int old)
 {
-    const Owned<char> file = file_behind(path);
+    const Owned<char> file = resolve_link(path);
     const Owned<char> name = name_beside(file.get(), ".XXXXXX", old);
     Fd fd(mkostemp(name.get(), O_CLOEXEC));
     if (fd.get() < 0) {
@@ -680,10 +539,12 @@ bool good_size(int size)
     return size >= 1;
 }
 
-// The list with at least as many slots as are wanted. A larger one first receives, in
-// memory, the old entries.
+// Opens the list that the file holds. When it has too few slots, a larger list with the old
+// entries is made in memory and its file replaces the old one. Returns what filetbl returns.
 int open_or_enlarge(Fd &fd, const Wanted &wanted, const Image &image, Tbl **tbl)
 {
+    if (wanted.comment && !has_comment(fd.get(), image, wanted.comment))
+        return -2;
     ListPtr old(map_list(fd, wanted.path, image, true));
     if (old && old->nalloc - old->left < wanted.slots) {
         if (!good_size(wanted.size))
@@ -699,7 +560,8 @@ int open_or_enlarge(Fd &fd, const Wanted &wanted, const Image &image, Tbl **tbl)
     return *tbl ? 0 : -1;
 }
 
-// Makes a file that is missing. One that another process has made meanwhile is opened.
+// Makes a file that was missing. When another process has made it meanwhile, filetbl starts
+// again with that file.
 int make_file(const Wanted &wanted, const Tbl *list, Tbl **tbl)
 {
     if (make_pathdirs(wanted.path) != 0)
@@ -711,20 +573,20 @@ int make_file(const Wanted &wanted, const Tbl *list, Tbl **tbl)
         return -1;
     }
     if (refstat(fd.get(), &status) != 0 || status.st_size != 0) {
-        ::close(fd.release());
+        ::close(fd.release());  // gives up the writer's lock, which filetbl takes again
         return filetbl(wanted.path, wanted.comment, wanted.slots, wanted.null_value, wanted.size,
                        tbl);
     }
     *tbl = fill_file(fd, wanted.path, wanted.comment, list);
     if (*tbl)
         return 0;
-    unlink(file_behind(wanted.path).get());
+    unlink(resolve_link(wanted.path).get());
     return -1;
 }
 
-// Renames a file to its name with "~" behind it, or "~2", "~3" ... when that is taken.
-// Null after logging why not.
-Owned<char> put_aside(const char *file, int fd)
+// Renames a file to its name with "~" appended, or the first of "~2", "~3" ... that is free.
+// Returns the new name; null, with the reason logged, on failure.
+Owned<char> rename_aside(const char *file, int fd)
 {
     for (int n = 1;; ++n) {
         char ending[16] = "~";
@@ -740,14 +602,14 @@ Owned<char> put_aside(const char *file, int fd)
     }
 }
 
-// Makes a list in the place of a file that holds something else, and keeps that under
-// another name. When no list can be made the file has its name again.
-int make_beside(const Fd &fd, const Wanted &wanted, const Tbl *list, Tbl **tbl)
+// Renames a file that is no usable list and makes a list under its name. When that fails the
+// file gets its name back.
+int replace_unusable(const Fd &fd, const Wanted &wanted, const Tbl *list, Tbl **tbl)
 {
     struct stat status;
     const bool known = refstat(fd.get(), &status) == 0;
-    const Owned<char> file = file_behind(wanted.path);
-    const Owned<char> aside = put_aside(file.get(), fd.get());
+    const Owned<char> file = resolve_link(wanted.path);
+    const Owned<char> aside = rename_aside(file.get(), fd.get());
     if (!aside)
         return -1;
     const int result = make_file(wanted, list, tbl);
@@ -761,50 +623,9 @@ int make_beside(const Fd &fd, const Wanted &wanted, const Tbl *list, Tbl **tbl)
 
 }  // namespace
 
-namespace stock {
-
-void check_extensible(const Tbl *tbl)
-{
-    if (tbl->mapaddr && !(tbl->prot & kWritable))
-        elog_die(0, "*stack* Can't extend read-only list.\n");
-}
-
-void extend_mapped(Tbl *tbl, int64_t slots)
-{
-    check_extensible(tbl);
-    const auto bytes = static_cast<int64_t>(
-        std::min<size_t>(bytes_for(slots, tbl->size), static_cast<size_t>(INT64_MAX)));
-    lengthen_file(tbl->fd, bytes);
-    auto *mapaddr = static_cast<char *>(tbl->mapaddr);
-    const int64_t length = tbl->maplen + bytes;
-    const int64_t mapped = whole_pages(tbl->maplen);
-    if (length > mapped &&
-        (!extend_room(mapaddr, length) ||
-         !map_part(mapaddr, mapped, length, static_cast<int>(tbl->prot), tbl->fd)))
-        elog_die(1, "Couldn't remap tbl.\n");
-    clear_tail(tbl, bytes);
-    tbl->maplen = length;
-}
-
-void release_mapped(Tbl *tbl)
-{
-    void *mapaddr = tbl->mapaddr;
-    const int64_t length = tbl->maplen;
-    const bool writable = (tbl->prot & kWritable) != 0;
-    std::free(tbl->deleted);
-    close(tbl->fd);
-    if (!writable)
-        std::free(tbl);
-    if (unmap(mapaddr, length, writable) != 0)
-        elog_complain(1, "munmap (%lx, %ld) fails", reinterpret_cast<unsigned long>(mapaddr),
-                      static_cast<long>(length));
-}
-
-}  // namespace stock
-
 int writetbl(const Tbl *tbl, FILE *stream, const char *comment)
 {
-    const FileSizeSignalBlocked blocked;
+    const stock::FileSizeSignalBlocked blocked;
     const int64_t comment_bytes = comment ? static_cast<int64_t>(std::strlen(comment)) + 1 : 0;
     if (comment_bytes > INT32_MAX - 8) {
         errno = EFBIG;
@@ -835,8 +656,8 @@ Tbl *readtbl(const char *path, char **comment, int writable)
     else
         tbl = open_list(fd, path, writable != 0, &image);
     if (comment)
-        *comment =
-            tbl && image.comment_bytes > 0 ? static_cast<char *>(tbl->mapaddr) + kHeader : nullptr;
+        *comment = tbl && image.comment_bytes > 0 ? static_cast<char *>(tbl->mapaddr) + kHeaderBytes
+                                                  : nullptr;
     return tbl;
 }
 
@@ -851,22 +672,18 @@ int filetbl(const char *path, const char *comment, int64_t slots, const void *nu
         log_refusal(path);
         return -1;
     }
-    const bool missing = fd.get() < 0;
-    const Verdict found = missing ? Verdict{Content::nothing} : read_image(fd.get(), &image);
-    if (found.content == Content::list) {
-        if (comment && !has_comment(fd.get(), image, comment))
-            return -2;
+    const Finding found = fd.get() < 0 ? Finding{Content::missing} : read_image(fd.get(), &image);
+    if (found.content == Content::list)
         return open_or_enlarge(fd, wanted, image, tbl);
-    }
-    if (found.content != Content::nothing)
-        elog_log(found.flag, found.message, path);
+    if (found.content == Content::unusable || found.content == Content::unknown)
+        log_finding(found, path);
     if (found.content == Content::unknown || !good_size(size))
         return -1;
     const ListPtr list(empty_list(wanted));
-    if (missing)
+    if (found.content == Content::missing)
         return make_file(wanted, list.get(), tbl);
-    if (found.content == Content::other)
-        return make_beside(fd, wanted, list.get(), tbl);
+    if (found.content == Content::unusable)
+        return replace_unusable(fd, wanted, list.get(), tbl);
     *tbl = fill_file(fd, path, comment, list.get());
     return *tbl ? 0 : -1;
 }

@@ -1,10 +1,10 @@
-// The ordered list: one block of slots with room at both ends.
+// The ordered list: one block of slots with free slots at both ends.
 //
-// base points at entry 0; -left free slots lie in front of it and
-// nalloc - count behind the last entry. Each end grows by an increment of its
-// own that doubles, and free slots at the other end are used up first by moving
-// the entries. Everything else is arithmetic on base, left, count and nalloc,
-// which always move together.
+// base points at entry 0. Slots are counted from there: -left free slots lie in front of
+// it, nalloc - count behind the last entry. When an end has no free slot, the entries move
+// into free slots at the other end; when there are too few of those, the block grows by an
+// increment that doubles each time. Everything else is arithmetic on base, left, count and
+// nalloc, which always change together.
 
 #include "stock/tbl.h"
 
@@ -16,7 +16,7 @@
 
 #include "base/alloc.h"
 #include "base/regex.h"
-#include "files/tblfile.h"
+#include "lists/mapped.h"
 #include "stock/elog.h"
 #include "stock/shellsort.h"
 #include "stock/ssearch.h"
@@ -37,8 +37,9 @@ using FreeEntry = void (*)(void *entry);
 constexpr int64_t kDefaultGrowth = 10;
 constexpr int kPointerSize = 8;
 
-// More than any capacity when the sum is too large: the allocation refuses it.
-int64_t add(int64_t a, int64_t b)
+// The sum of two slot counts, or the largest number when it overflows. bytes_for makes
+// that a size that no allocation gives, so it ends in the out-of-memory message.
+int64_t capped_sum(int64_t a, int64_t b)
 {
     int64_t sum = 0;
     return __builtin_add_overflow(a, b, &sum) ? INT64_MAX : sum;
@@ -49,7 +50,7 @@ int64_t increment_or_default(int64_t increment)
     return increment < 1 ? kDefaultGrowth : increment;
 }
 
-// Slots -left below 0 and from count on exist too, up to nalloc.
+// The address of slot i, left .. nalloc; free slots lie below 0 and from count on.
 char *slot(const Tbl *tbl, int64_t i)
 {
     return static_cast<char *>(tbl->base) + i * tbl->size;
@@ -75,19 +76,21 @@ bool has(const Tbl *tbl, int64_t i)
     return static_cast<uint64_t>(i) < static_cast<uint64_t>(tbl->count);
 }
 
-// The entry as callers see it: the stored pointer, or the record's address.
+// Entry i as callers see it: the stored pointer, or the record's address.
 void *entry_at(const Tbl *tbl, int64_t i)
 {
     return tbl->direct ? slot(tbl, i) : pointer(tbl, i);
 }
 
+// Copies the first slots, beginning with entry 0, to another place in the block.
 void move_slots(Tbl *tbl, char *to, int64_t slots)
 {
     if (slots > 0)
         std::memmove(to, tbl->base, slots_size(tbl, slots));
 }
 
-void fill(const Tbl *tbl, int64_t from, int64_t to)
+// Gives slots from .. to - 1 the null value, zero bytes when the list has none.
+void fill_with_null(const Tbl *tbl, int64_t from, int64_t to)
 {
     if (from >= to)
         return;
@@ -99,6 +102,8 @@ void fill(const Tbl *tbl, int64_t from, int64_t to)
         std::memcpy(slot(tbl, i), tbl->null_value, static_cast<size_t>(tbl->size));
 }
 
+// Puts the entry into slot i: the pointer itself, or a copy of the record at it. A null
+// entry of a direct list is the null value.
 void store(Tbl *tbl, int64_t i, const void *entry)
 {
     if (!tbl->direct)
@@ -106,11 +111,11 @@ void store(Tbl *tbl, int64_t i, const void *entry)
     else if (entry)
         std::memmove(slot(tbl, i), entry, static_cast<size_t>(tbl->size));
     else
-        fill(tbl, i, i + 1);
+        fill_with_null(tbl, i, i + 1);
 }
 
-// An entry that is about to be stored. A record of the list's own block, such
-// as shifttbl returns, is copied first: growing and moving would overwrite it.
+// An entry that is about to be stored. A record inside the list's own block, such as
+// shifttbl returns, is copied first, because growing and moving would overwrite it.
 class Incoming {
 public:
     Incoming(const Tbl *tbl, const void *entry) : entry_(entry)
@@ -144,13 +149,15 @@ void *new_block(const Tbl *tbl, int64_t slots, const char *function)
     return stock::allocate_zeroed(bytes_for(slots, tbl->size), "tbl->base.cp", function);
 }
 
-// Makes the whole block `slots` slots long, base as many slots from its start as before.
+// Gives the whole block room for `slots` slots. The free slots in front stay as many.
 void resize_block(Tbl *tbl, int64_t slots, const char *item, const char *function)
 {
     void *block = stock::reallocate(block_start(tbl), bytes_for(slots, tbl->size), item, function);
     tbl->base = static_cast<char *>(block) - tbl->left * tbl->size;
 }
 
+// Moves the entries to the start of the block, so that the free slots in front of them stand
+// behind them. The freed slots get the null value.
 void use_front_slots(Tbl *tbl, int64_t increment)
 {
     char *start = block_start(tbl);
@@ -159,60 +166,65 @@ void use_front_slots(Tbl *tbl, int64_t increment)
     tbl->nalloc -= tbl->left;
     tbl->left = 0;
     tbl->right_grow = increment;
+    fill_with_null(tbl, tbl->count, tbl->nalloc);
 }
 
-// Gives how many of the new slots are zero bytes already.
-int64_t add_back_slots(Tbl *tbl, int64_t increment)
+// Appends `increment` slots. All slots behind the entries get the null value.
+void add_back_slots(Tbl *tbl, int64_t increment)
 {
-    int64_t zeros = increment;
-    if (!tbl->base) {
+    const int64_t before = tbl->nalloc;
+    const bool zeroed = !tbl->base || tbl->mapaddr;  // the new slots are zero bytes already
+    if (!tbl->base)
         tbl->base = new_block(tbl, increment, "right_growtbl");
-    } else if (tbl->mapaddr) {
+    else if (tbl->mapaddr)
         stock::extend_mapped(tbl, increment);
-    } else {
-        resize_block(tbl, add(tbl->nalloc - tbl->left, increment), "prev", "right_growtbl");
-        zeros = 0;
-    }
-    // Not before: a list in a file must be whole should growing it end the process.
+    else
+        resize_block(tbl, capped_sum(tbl->nalloc - tbl->left, increment), "prev", "right_growtbl");
+    // Only now, because growing may end the process: the record of a list in a file must
+    // not count slots that the file does not have.
     tbl->nalloc += increment;
-    tbl->right_grow = add(increment, increment);
-    return zeros;
+    tbl->right_grow = capped_sum(increment, increment);
+    fill_with_null(tbl, tbl->count, zeroed && !tbl->null_value ? before : tbl->nalloc);
 }
 
-// Makes room at the back. Moving the entries down may free fewer than `needed`
-// slots; callers ask again until they have what they need.
+// Makes free slots behind the entries. Moving the entries to the front may give fewer than
+// `needed`; callers call again until they have enough.
 void right_growtbl(Tbl *tbl, int64_t needed)
 {
     stock::check_extensible(tbl);
     const int64_t increment = std::max(tbl->right_grow, needed);
-    int64_t zeros = 0;
     if (tbl->base && increment / 2 < -tbl->left)
         use_front_slots(tbl, increment);
     else
-        zeros = add_back_slots(tbl, increment);
-    fill(tbl, tbl->count, tbl->null_value ? tbl->nalloc : tbl->nalloc - zeros);
+        add_back_slots(tbl, increment);
 }
 
+// Makes sure that slot i, which is not negative, exists.
 void need_slot(Tbl *tbl, int64_t i)
 {
     while (i >= tbl->nalloc)
-        right_growtbl(tbl, add(i - tbl->nalloc, 1));
+        right_growtbl(tbl, capped_sum(i - tbl->nalloc, 1));
 }
 
+// Adds left_grow slots in front of the entries, all of them free.
 void add_front_slots(Tbl *tbl)
 {
     const int64_t increment = tbl->left_grow;
-    if (tbl->mapaddr)
+    if (!tbl->base)
+        tbl->base = new_block(tbl, increment, "left_growtbl");
+    else if (tbl->mapaddr)
         stock::extend_mapped(tbl, increment);
     else
-        resize_block(tbl, add(increment, tbl->nalloc), "tbl->base.cp", "left_growtbl");
+        resize_block(tbl, capped_sum(increment, tbl->nalloc), "tbl->base.cp", "left_growtbl");
     char *first = slot(tbl, increment);
     move_slots(tbl, first, tbl->nalloc);
     tbl->base = first;
     tbl->left = -increment;
-    tbl->left_grow = add(increment, increment);
+    tbl->left_grow = capped_sum(increment, increment);
 }
 
+// Moves the entries to the end of the block, so that the free slots behind them stand in
+// front of them.
 void use_back_slots(Tbl *tbl)
 {
     const int64_t free_slots = tbl->nalloc - tbl->count;
@@ -223,23 +235,12 @@ void use_back_slots(Tbl *tbl)
     tbl->nalloc = tbl->count;
 }
 
-void first_front_slots(Tbl *tbl)
-{
-    const int64_t increment = tbl->left_grow;
-    tbl->base = new_block(tbl, increment, "left_growtbl");
-    tbl->base = slot(tbl, increment);
-    tbl->left = -increment;
-    tbl->left_grow = add(increment, increment);
-}
-
 // Makes at least one free slot in front of entry 0.
 void left_growtbl(Tbl *tbl)
 {
     stock::check_extensible(tbl);
     tbl->left_grow = std::max<int64_t>(tbl->left_grow, 1);  // a file may say 0
-    if (!tbl->base)
-        first_front_slots(tbl);
-    else if (tbl->nalloc - tbl->count <= tbl->left_grow / 2)
+    if (tbl->nalloc - tbl->count <= tbl->left_grow / 2)
         add_front_slots(tbl);
     else
         use_back_slots(tbl);
@@ -271,8 +272,8 @@ void free_entries(const Tbl *tbl, FreeEntry free_entry)
             free_entry(entry_at(tbl, i));
 }
 
-// An entry read as a string. A direct record without a zero byte ends with the
-// record; a null entry is "".
+// An entry read as a string; a null entry is "". A record without a zero byte is copied to
+// put one behind it.
 class EntryText {
 public:
     EntryText(const Tbl *tbl, int64_t i)
@@ -283,7 +284,7 @@ public:
         else if (!tbl->direct)
             length_ = std::strlen(text_);
         else
-            cut(static_cast<size_t>(tbl->size));
+            measure_record(static_cast<size_t>(tbl->size));
     }
     EntryText(const EntryText &) = delete;
     EntryText &operator=(const EntryText &) = delete;
@@ -292,7 +293,8 @@ public:
     size_t length() const { return length_; }
 
 private:
-    void cut(size_t size)
+    // Finds the length of a record of `size` bytes.
+    void measure_record(size_t size)
     {
         length_ = strnlen(text_, size);
         if (length_ < size)
@@ -306,7 +308,7 @@ private:
     stock::Owned<char> copy_;
 };
 
-// Gives the end of what was copied.
+// Copies n bytes and returns the place behind the copy.
 char *append(char *to, const char *bytes, size_t n)
 {
     std::memcpy(to, bytes, n);
@@ -332,7 +334,7 @@ bool same_null_value(const Tbl *a, const Tbl *b)
     return std::memcmp(a->null_value, b->null_value, static_cast<size_t>(a->size)) == 0;
 }
 
-// Logs what keeps the lists apart.
+// Whether the entries of two lists may stand in one. If not, the reason is logged.
 bool compatible(const Tbl *a, const Tbl *b)
 {
     if (a->size != b->size) {
@@ -473,7 +475,7 @@ void *deltbl(Tbl *tbl, int64_t i)
     }
     --tbl->count;
     std::memmove(slot(tbl, i), slot(tbl, i + 1), slots_size(tbl, tbl->count - i));
-    fill(tbl, tbl->count, tbl->count + 1);
+    fill_with_null(tbl, tbl->count, tbl->count + 1);
     return entry;
 }
 
@@ -509,7 +511,7 @@ void trunctbl(Tbl *tbl, int64_t count, void (*free_entry)(void *entry))
             continue;
         free_entry(entry_at(tbl, i));
         if (tbl->direct)
-            fill(tbl, i, i + 1);
+            fill_with_null(tbl, i, i + 1);
     }
     tbl->count = count;
 }

@@ -10,6 +10,7 @@
 
 #include "base/alloc.h"
 #include "base/guards.h"
+#include "base/limits.h"
 #include "paths/search.h"
 #include "stock/expand_env.h"
 #include "stock/gettaluvine.h"
@@ -17,10 +18,9 @@
 
 namespace {
 
-constexpr size_t kPathSize = 1024;
-
 using stock::Owned;
 
+// The value of DATAPATH, or the directory "data" of the installation root.
 Owned<char> default_paths()
 {
     if (const char *paths = getenv("DATAPATH"))
@@ -44,7 +44,7 @@ Tbl *datasearch(const char *paths, const char *subdir, const char *name, uint32_
 
 char *datapath(const char *variable, const char *subdir, const char *name, const char *suffix)
 {
-    char full[kPathSize];
+    char full[stock::kPathSize];
     const bool with_suffix = suffix && *suffix;
     const int length = snprintf(full, sizeof full, "%s%s%s", okstr(name), with_suffix ? "." : "",
                                 with_suffix ? suffix : "");

@@ -14,30 +14,32 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "base/limits.h"
 #include "stock/path.h"
 #include "stock/restat.h"
 #include "stock/strings.h"
 
 namespace {
 
+using stock::kPathSize;
 using stock::Owned;
 
-constexpr size_t kPathSize = 1024;
-
 // One search: the name that is looked for, and the paths found so far.
-struct Search {
+struct PathSearch {
     const char *subdir;
     const char *name;
     const char *base;  // behind the name's last "/"; null for a name without one
     bool any;          // paths that cannot be read count too
     Tbl *found;
 
+    // Adds the path to what was found when it counts.
     void add(const char *path) const
     {
         if (any || access(path, R_OK) == 0)
             pushtbl(found, stock::copy_text(path, "path"));
     }
 
+    // Adds dir/file, unless that is too long for a path.
     void add_in(const char *dir, const char *file) const
     {
         char path[kPathSize];
@@ -68,7 +70,9 @@ bool element_path(const char *element, const char *subdir, char *path)
     return *path != 0;
 }
 
-void search_element(const Search &search, const char *element)
+// Adds what an element of the list gives: the name in a directory, or the element itself
+// when it is a file.
+void search_element(const PathSearch &search, const char *element)
 {
     char path[kPathSize];
     struct stat status;
@@ -90,7 +94,7 @@ namespace stock {
 Tbl *search_paths(Owned<char> paths, const char *subdir, const char *name, bool any)
 {
     const char *slash = strrchr(name, '/');
-    const Search search{subdir, name, slash ? slash + 1 : nullptr, any, newtbl(5)};
+    const PathSearch search{subdir, name, slash ? slash + 1 : nullptr, any, newtbl(5)};
     Tbl *elements = split(paths.get(), ':');  // points into paths
     for (int64_t i = 0; i < elements->count; ++i)
         search_element(search, static_cast<const char *>(gettbl(elements, i)));
