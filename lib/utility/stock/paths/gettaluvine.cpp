@@ -1,4 +1,7 @@
 // The installation root: where it may come from, in order, and where it is kept.
+//
+// The root is found once and kept in a buffer that programs may read and clear. Threads read
+// it without the lock once Root_known says that it is complete.
 
 #include "stock/gettaluvine.h"
 
@@ -14,6 +17,7 @@
 #include "base/alloc.h"
 #include "base/environment.h"
 #include "base/guards.h"
+#include "base/limits.h"
 #include "base/ordered_lock.h"
 #include "deviants.h"
 #include "deviants/system.h"
@@ -22,14 +26,18 @@
 #include "stock/path.h"
 #include "stock/restat.h"
 
-char Taluvine_path[1024];
+char Taluvine_path[stock::kPathSize];
 const char Default_taluvinepath[] = "/opt/taluvine/5.3";
 const char Taluvine[] = "TALUVINE=";
 char *Setenv;
 
 namespace {
 
+// Guards writing Taluvine_path and Setenv. The environment is changed without it.
 constinit stock::OrderedLock root_mutex{stock::Place::root};
+
+// Set when Taluvine_path is complete, so that threads may read it without the lock.
+constinit std::atomic<bool> Root_known{false};
 
 bool is_dir(const char *path)
 {
@@ -41,14 +49,14 @@ bool is_dir(const char *path)
 stock::Owned<char> find_in_path(const char *program)
 {
     const char *path = getenv("PATH");
-    if (!path || !*path || strlen(program) >= sizeof Taluvine_path)
+    if (!path || !*path || strlen(program) >= stock::kPathSize)
         return nullptr;
     const stock::KeepErrno keep;
     stock::Owned<char> paths(expand_env(path));
     return stock::take_first(stock::search_paths(std::move(paths), nullptr, program, false));
 }
 
-// Writes the path of the running program's file.
+// Fills the buffer, of kPathSize bytes, with the path of the running program's file.
 bool program_path(char *buffer)
 {
     const char *name = getexecname();
@@ -65,7 +73,7 @@ bool program_path(char *buffer)
     return true;
 }
 
-// The environment's entry for a root of so many characters: "TALUVINE=" and the root.
+// Makes the environment's entry for the first `length` characters of a root.
 stock::Owned<char> new_entry(const char *root, size_t length)
 {
     const size_t size = strlen(Taluvine) + length + 1;
@@ -75,12 +83,9 @@ stock::Owned<char> new_entry(const char *root, size_t length)
     return stock::Owned<char>(entry);
 }
 
-// Set when the root is complete, so that threads may read it without the lock.
-std::atomic<bool> Root_known{false};
-
 bool root_is_known()
 {
-    // The buffer is the program's to see and to clear: the root is then found anew.
+    // A program may clear the buffer, so that the root is looked for again.
     if (Root_known.load(std::memory_order_acquire) && *Taluvine_path)
         return true;
     const std::lock_guard lock(root_mutex);
@@ -88,7 +93,8 @@ bool root_is_known()
     return Root_known;
 }
 
-// Called with the lock held. Writes only what changes: threads may be reading the root.
+// Writes the root; root_mutex must be held. The same root is not written again, because
+// threads may be reading it without the lock.
 void write_root(const char *root, size_t length)
 {
     if (strlen(Taluvine_path) != length || memcmp(Taluvine_path, root, length) != 0) {
@@ -98,21 +104,22 @@ void write_root(const char *root, size_t length)
     Root_known.store(length > 0, std::memory_order_release);
 }
 
-// Sets the root, or only one that is not set yet, and the first time records it in the
-// environment, which keeps pointing at the entry. All memory is asked for before the lock.
+// Sets the root, with `replace` also when it is set already. The first time it is entered in
+// the environment too, which uses the entry's memory for ever. The entry is allocated before
+// the lock is taken.
 void set_root(const char *root, bool replace)
 {
     const size_t length = strnlen(root, sizeof Taluvine_path - 1);
     stock::Owned<char> entry = new_entry(root, length);
     {
         const std::lock_guard lock(root_mutex);
-        if (replace || !*Taluvine_path)  // else another thread was quicker
+        if (replace || !*Taluvine_path)  // another thread may have found it first
             write_root(root, length);
         if (Setenv)
             return;
         Setenv = entry.release();
     }
-    // A switch of the time zone changes the environment as well.
+    // switchTZ changes the environment as well.
     const std::lock_guard lock(stock::environment_lock);
     putenv(Setenv);
 }

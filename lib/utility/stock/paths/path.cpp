@@ -1,15 +1,13 @@
 // Path names as text: cleaning, joining, splitting, making absolute and relative.
 //
-// A path is built from left to right in one buffer: each component is appended,
-// dropped, or takes the last one away. What is still to do is a stack of texts,
-// so that a link's target is put in front by pushing it, and nothing is joined
-// or copied twice. The disk is asked as seldom as the answer allows: a path that
-// exists vouches for every directory on its way.
+// A path is cleaned from left to right into one buffer: each component is appended, dropped,
+// or takes the last one away. A symbolic link's target is put in front of the components
+// that are left. The disk is asked as seldom as the answer allows: when a path exists, so
+// does every directory on its way.
 
 #include "stock/path.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
@@ -23,6 +21,7 @@
 
 #include "base/alloc.h"
 #include "base/guards.h"
+#include "base/limits.h"
 #include "base/passwd.h"
 #include "base/uninterrupted.h"
 #include "deviants.h"
@@ -33,20 +32,26 @@
 namespace {
 
 using std::string_view;
+using stock::kPathSize;
+using stock::Owned;
 
-constexpr size_t kPathSize = 1024;  // of every path buffer, terminator included
-constexpr int kMaxLinks = 11;       // followed on the way: the twelfth fails
-constexpr int kMaxLastLinks = 40;   // followed at the end of the path
+constexpr int kMaxLinks = 11;      // followed on the way: the twelfth fails
+constexpr int kMaxLastLinks = 40;  // followed at the end of the path
 
-enum class Outcome { clean, partly, too_long };
+// How cleaning a path ended. When several are true, the last one counts.
+enum class Outcome {
+    clean,
+    partly,    // a directory on the way is missing, or a link cannot be followed
+    too_long,  // the clean path does not fit a path's buffer
+};
 
 bool fits(string_view text)
 {
     return text.size() < kPathSize;
 }
 
-// Fills a path's buffer, which may be the text's own memory. What does not fit is not cut,
-// for that would be another path: the buffer is empty then.
+// Fills a path's buffer, which may be the text's own memory. Text that does not fit leaves
+// the buffer empty, because a part of it would be another path.
 void copy_whole(string_view text, char *buffer)
 {
     const size_t length = fits(text) ? text.size() : 0;
@@ -59,277 +64,250 @@ void report_too_long(const char *path)
     elog_log(0, "path is too long: %s\n", path);
 }
 
-// Walks along a path and gathers its clean form.
-class Walk {
+// Cleans one path into a buffer of its own.
+class PathCleaner {
 public:
-    Walk(const char *path, uint32_t flags) : path_(path), follow_(flags & CLEANPATH_LINKS) {}
+    PathCleaner(const char *path, bool follow_links) : path_(path), follow_links_(follow_links) {}
 
     // Cleans the path as it stands.
-    Outcome run();
-    // Cleans the path as seen from an absolute directory.
-    Outcome run_from(const char *directory);
+    Outcome run()
+    {
+        start();
+        clean_rest();
+        return outcome_;
+    }
 
-    // Writes what was gathered; the buffer may be the path's own memory.
-    void write(char *buffer) const;
+    // Cleans a relative path as seen from an absolute directory.
+    Outcome run_from(const char *directory)
+    {
+        put_in_front(directory, path_, "path", "abspath");
+        clean_rest();
+        return outcome_;
+    }
+
+    // Copies the clean path, which is empty when it is too long. The buffer may be the
+    // path's own memory.
+    void write(char *buffer) const
+    {
+        if (outcome_ == Outcome::too_long)
+            return copy_whole("", buffer);
+        string_view clean = text();
+        if (clean.starts_with("./"))
+            clean.remove_prefix(2);
+        if (clean.starts_with("//"))
+            clean.remove_prefix(1);
+        copy_whole(clean.empty() ? "/" : clean, buffer);
+    }
 
 private:
-    // Text still to be walked; a link's target belongs to the walk.
-    struct Source {
-        const char *rest;
-        stock::Owned<char> owned;
-    };
+    // Begins the clean text by the path's first character: the root, a home directory or ".".
+    void start()
+    {
+        rest_ = path_;
+        if (*path_ == '~')
+            return start_at_home(next_component());
+        set(*path_ == '/' ? "" : ".");
+    }
 
-    const char *start();
-    void start_at_home(string_view component);
-    void walk();
-    bool step(string_view component);
-    void climb();
-    bool append(string_view component);
-    void examine();
-    bool resolve(size_t parent);
-    bool is_link();
-    bool too_many_links();
-    void append_rest();
+    // Begins with the home directory of "~" or "~USER", or with that text when there is none.
+    void start_at_home(string_view component)
+    {
+        if (!fits(component))
+            return fail(Outcome::too_long);
+        char user[kPathSize];
+        copy_whole(component.substr(1), user);
+        const Owned<char> home(homedir(user));
+        string_view text = home ? string_view(home.get()) : component;
+        while (home && text.ends_with('/'))
+            text.remove_suffix(1);
+        set(text);
+    }
 
-    void push(const char *text, stock::Owned<char> owned = nullptr);
-    bool more();
-    string_view next();
+    // Cleans the components that are left.
+    void clean_rest()
+    {
+        while (outcome_ != Outcome::too_long && has_component()) {
+            const string_view component = next_component();
+            if (component == ".")
+                continue;
+            if (component == "..")
+                climb();
+            else if (!add(component)) {
+                append_rest();
+                break;
+            }
+        }
+        if (unchecked_)
+            check();
+        if (outcome_ == Outcome::too_long)
+            report_too_long(path_);
+    }
 
-    string_view text() const { return {text_, length_}; }
-    void set(string_view text);
-    void fail(Outcome outcome) { outcome_ = std::max(outcome_, outcome); }
+    // Appends an ordinary component, or follows it when it is a link. False when the rest
+    // cannot be cleaned, only appended.
+    bool add(string_view component)
+    {
+        const size_t parent = length_;
+        const bool last = !has_component();
+        if (last && unchecked_)
+            check();
+        if (!append(component))
+            return false;
+        if (follow_links_)
+            return follow_link(parent);
+        unchecked_ = !last;  // the path itself need not exist
+        return true;
+    }
 
-    const char *path_;
-    bool follow_;
-    Outcome outcome_ = Outcome::clean;
-    int links_ = 0;
-    int last_links_ = 0;
-    bool unseen_ = false;  // the end of the text was not examined yet
-    size_t depth_ = 0;
-    std::array<Source, kMaxLinks + kMaxLastLinks + 2> todo_;
-    size_t length_ = 0;
-    char text_[kPathSize + 2];  // empty for the root; "./" in front does not count
-};
+    // Takes the last component away, or climbs above the directory where a relative path
+    // begins.
+    void climb()
+    {
+        if (unchecked_)
+            check();
+        const size_t slash = text().rfind('/');
+        const bool above = text() == ".." || text().ends_with("/..");
+        if (text() == ".")
+            set("..");
+        else if (slash != string_view::npos && !above)
+            length_ = slash;
+        else if (length_ > 0)
+            append("..");
+    }
 
-void Walk::push(const char *text, stock::Owned<char> owned)
-{
-    todo_[depth_++] = {text, std::move(owned)};
-}
+    // Asks the disk whether the text leads to something, a file or a directory.
+    void check()
+    {
+        struct stat status;
+        unchecked_ = false;
+        text_[length_] = '\0';
+        if (relstat(text_, &status) < 0)
+            fail(Outcome::partly);
+    }
 
-// Whether a component follows. A source that has none is left, but keeps its text
-// until another takes its place: the present component may lie in it.
-bool Walk::more()
-{
-    while (depth_ > 0) {
-        Source &source = todo_[depth_ - 1];
-        source.rest += strspn(source.rest, "/");
-        if (*source.rest)
+    // When the text ends in a link, takes the link away, back to its parent's `parent`
+    // characters, and puts its target in front of the rest. False when a link cannot be
+    // followed; the reason is logged.
+    bool follow_link(size_t parent)
+    {
+        char target[kPathSize];
+        text_[length_] = '\0';
+        const ssize_t size =
+            stock::uninterrupted([&] { return readlink(text_, target, sizeof target); });
+        if (size < 0 && (errno == EINVAL || !is_link()))
             return true;
-        --depth_;
+        if (too_many_links())
+            return false;
+        if (size == sizeof target)
+            errno = ENAMETOOLONG;
+        if (size < 0 || size == sizeof target) {
+            elog_log(1, "can't read link for %s", text_);
+            fail(Outcome::partly);
+            return false;
+        }
+        target[size] = '\0';
+        length_ = *target == '/' ? 0 : parent;
+        put_in_front(target, rest_, "link", "cleanpath");
+        return true;
     }
-    return false;
-}
 
-// Takes the next component; there must be one.
-string_view Walk::next()
-{
-    const char *&rest = todo_[depth_ - 1].rest;
-    const string_view component(rest, strcspn(rest, "/"));
-    rest += component.size();
-    return component;
-}
-
-void Walk::set(string_view text)
-{
-    if (!fits(text))
-        return fail(Outcome::too_long);
-    memcpy(text_, text.data(), text.size());
-    length_ = text.size();
-}
-
-Outcome Walk::run()
-{
-    push(start());
-    walk();
-    return outcome_;
-}
-
-Outcome Walk::run_from(const char *directory)
-{
-    push(path_);
-    push(directory);
-    walk();
-    return outcome_;
-}
-
-// Begins the text and gives what is to be walked from there.
-const char *Walk::start()
-{
-    if (*path_ == '~') {
-        const string_view component(path_, strcspn(path_, "/"));
-        start_at_home(component);
-        return path_ + component.size();
+    // Whether the text names a link, where reading it as one failed. What cannot be examined
+    // is none, and that is a failure only when components follow.
+    bool is_link()
+    {
+        const stock::KeepErrno keep;
+        struct stat status;
+        if (relstat(text_, &status) == 0)
+            return S_ISLNK(status.st_mode);
+        if (has_component())
+            fail(Outcome::partly);
+        return false;
     }
-    set(*path_ == '/' ? "" : ".");
-    return path_;
-}
 
-void Walk::start_at_home(string_view component)
-{
-    if (!fits(component))
-        return fail(Outcome::too_long);
-    char user[kPathSize];
-    copy_whole(component.substr(1), user);
-    const stock::Owned<char> home(homedir(user));
-    string_view text = home ? string_view(home.get()) : component;
-    while (home && text.ends_with('/'))
-        text.remove_suffix(1);
-    set(text);
-}
+    // Counts a link. Logs and fails when it is one too many.
+    bool too_many_links()
+    {
+        const bool on_the_way = has_component();
+        int &links = on_the_way ? links_ : last_links_;
+        const int most = on_the_way ? kMaxLinks : kMaxLastLinks;
+        if (links < most) {
+            ++links;
+            return false;
+        }
+        elog_log(0, "too many symbolic links (>%d) for %s", on_the_way ? links + 1 : links, path_);
+        fail(Outcome::partly);
+        return true;
+    }
 
-void Walk::walk()
-{
-    while (outcome_ != Outcome::too_long && more()) {
-        const string_view component = next();
-        if (component == ".")
-            continue;
-        if (component == "..")
-            climb();
-        else if (!step(component)) {
-            append_rest();
-            break;
+    // Whether a component is left.
+    bool has_component()
+    {
+        rest_ += strspn(rest_, "/");
+        return *rest_ != '\0';
+    }
+
+    // Takes the next component, which must be there. It is valid until put_in_front.
+    string_view next_component()
+    {
+        const string_view component(rest_, strcspn(rest_, "/"));
+        rest_ += component.size();
+        return component;
+    }
+
+    // Makes the text, "/" and `rest` what is left to clean; `rest` may be rest_ itself.
+    void put_in_front(string_view text, string_view rest, const char *item, const char *function)
+    {
+        const size_t size = std::max(text.size() + 1 + rest.size() + 1, kPathSize);
+        auto *joined = static_cast<char *>(stock::allocate(size, item, function));
+        char *end = joined + text.copy(joined, text.size());
+        *end++ = '/';
+        end += rest.copy(end, rest.size());
+        *end = '\0';
+        rest_ = joined;
+        rest_memory_.reset(joined);
+    }
+
+    void append_rest()
+    {
+        while (has_component() && append(next_component())) {
         }
     }
-    if (unseen_)
-        examine();
-    if (outcome_ == Outcome::too_long)
-        report_too_long(path_);
-}
 
-// Appends an ordinary component. False when the walk ends here.
-bool Walk::step(string_view component)
-{
-    const size_t parent = length_;
-    const bool last = !more();
-    if (last && unseen_)
-        examine();
-    if (!append(component))
-        return false;
-    if (follow_)
-        return resolve(parent);
-    unseen_ = !last;
-    return true;
-}
-
-// Takes the last component away, or climbs above where the path began.
-void Walk::climb()
-{
-    if (unseen_)
-        examine();
-    const size_t slash = text().rfind('/');
-    const bool above = text() == ".." || text().ends_with("/..");
-    if (text() == ".")
-        set("..");
-    else if (slash != string_view::npos && !above)
-        length_ = slash;
-    else if (length_ > 0)
-        append("..");
-}
-
-bool Walk::append(string_view component)
-{
-    const bool relative = text() == "." || text().starts_with("./");
-    if (length_ + 1 + component.size() >= kPathSize + (relative ? 2 : 0)) {
-        fail(Outcome::too_long);
-        return false;
-    }
-    text_[length_++] = '/';
-    memcpy(text_ + length_, component.data(), component.size());
-    length_ += component.size();
-    return true;
-}
-
-// Asks whether the text names something that is there; what it is matters not.
-void Walk::examine()
-{
-    struct stat status;
-    unseen_ = false;
-    text_[length_] = '\0';
-    if (relstat(text_, &status) < 0)
-        fail(Outcome::partly);
-}
-
-// When the text ends in a link, puts the link's target in its place: the text goes
-// back to the parent, and the target is walked next. False when the walk ends.
-bool Walk::resolve(size_t parent)
-{
-    char target[kPathSize];
-    text_[length_] = '\0';
-    const ssize_t size =
-        stock::uninterrupted([&] { return readlink(text_, target, sizeof target); });
-    if (size < 0 && (errno == EINVAL || !is_link()))
+    // Appends "/" and the component. Fails when the path is too long then; "./" in front,
+    // which write leaves out, does not count.
+    bool append(string_view component)
+    {
+        const bool relative = text() == "." || text().starts_with("./");
+        if (length_ + 1 + component.size() >= kPathSize + (relative ? 2 : 0)) {
+            fail(Outcome::too_long);
+            return false;
+        }
+        text_[length_++] = '/';
+        length_ += component.copy(text_ + length_, component.size());
         return true;
-    if (too_many_links())
-        return false;
-    if (size == sizeof target)
-        errno = ENAMETOOLONG;
-    if (size < 0 || size == sizeof target) {
-        elog_log(1, "can't read link for %s", text_);
-        fail(Outcome::partly);
-        return false;
     }
-    auto *link = static_cast<char *>(stock::allocate(kPathSize, "link", "cleanpath"));
-    memcpy(link, target, static_cast<size_t>(size));
-    link[size] = '\0';
-    length_ = *link == '/' ? 0 : parent;
-    push(link, stock::Owned<char>(link));
-    return true;
-}
 
-// Whether the text names a link, where reading it as one failed. What cannot be
-// examined is none; that fails only when other components follow.
-bool Walk::is_link()
-{
-    const stock::KeepErrno keep;
-    struct stat status;
-    if (relstat(text_, &status) == 0)
-        return S_ISLNK(status.st_mode);
-    if (more())
-        fail(Outcome::partly);
-    return false;
-}
-
-bool Walk::too_many_links()
-{
-    const bool on_the_way = more();
-    int &links = on_the_way ? links_ : last_links_;
-    const int most = on_the_way ? kMaxLinks : kMaxLastLinks;
-    if (links < most) {
-        ++links;
-        return false;
+    void set(string_view text)
+    {
+        if (!fits(text))
+            return fail(Outcome::too_long);
+        length_ = text.copy(text_, text.size());
     }
-    elog_log(0, "too many symbolic links (>%d) for %s", on_the_way ? links + 1 : links, path_);
-    fail(Outcome::partly);
-    return true;
-}
 
-void Walk::append_rest()
-{
-    while (more() && append(next())) {
-    }
-}
+    string_view text() const { return {text_, length_}; }
+    void fail(Outcome outcome) { outcome_ = std::max(outcome_, outcome); }
 
-void Walk::write(char *buffer) const
-{
-    if (outcome_ == Outcome::too_long)
-        return copy_whole("", buffer);
-    string_view clean = text();
-    if (clean.starts_with("./"))
-        clean.remove_prefix(2);
-    if (clean.starts_with("//"))
-        clean.remove_prefix(1);
-    copy_whole(clean.empty() ? "/" : clean, buffer);
-}
+    const char *const path_;
+    const bool follow_links_;
+    Outcome outcome_ = Outcome::clean;
+    int links_ = 0;            // followed on the way
+    int last_links_ = 0;       // followed at the end
+    bool unchecked_ = false;   // the text has grown since the disk was asked for it
+    const char *rest_ = "";    // the components that are left
+    Owned<char> rest_memory_;  // holds them, unless they are the path's own
+    size_t length_ = 0;
+    char text_[kPathSize + 2];  // the clean path without terminator; empty for the root
+};
 
 // Makes the path absolute and clean, as abspath says. It begins with "/", unless nobody
 // knows the user in front or the current directory.
@@ -342,14 +320,14 @@ Outcome absolute_path(const char *path, char *absolute)
         copy_whole(path, absolute);
         return *absolute || !*path ? Outcome::partly : Outcome::too_long;
     }
-    Walk walk(path, 0);
-    const Outcome outcome = relative ? walk.run_from(directory) : walk.run();
-    walk.write(absolute);
+    PathCleaner cleaner(path, false);
+    const Outcome outcome = relative ? cleaner.run_from(directory) : cleaner.run();
+    cleaner.write(absolute);
     return outcome;
 }
 
-// The same with the root as the empty text, so that every component has a "/" in
-// front. False when there is no such form; the reason is logged.
+// Like absolute_path, but with the empty text for the root, so that every component has a
+// "/" in front. False, with the reason logged, when the path has no absolute form.
 bool rooted_path(const char *path, char *absolute)
 {
     absolute_path(path, absolute);
@@ -367,7 +345,7 @@ bool at_boundary(char c)
     return c == '/' || c == '\0';
 }
 
-// How many bytes the two paths have in common, up to the end of a component.
+// Counts the bytes that two absolute paths have in common, up to the end of a component.
 size_t common_prefix(const char *a, const char *b)
 {
     size_t n = 0;
@@ -379,8 +357,9 @@ size_t common_prefix(const char *a, const char *b)
     return slash == string_view::npos ? 0 : slash;
 }
 
-// The way between two absolute paths. False when it does not fit.
-bool write_way(const char *from, const char *to, char *way)
+// Writes the relative path between two absolute ones: "../" for each component of `from`
+// behind the common part, then what `to` has behind it. False when that does not fit.
+bool write_relative(const char *from, const char *to, char *relative)
 {
     const size_t prefix = common_prefix(from, to);
     size_t length = 0;
@@ -389,7 +368,7 @@ bool write_way(const char *from, const char *to, char *way)
             continue;
         if (length + 3 >= kPathSize)
             return false;
-        strcpy(way + length, "../");
+        strcpy(relative + length, "../");
         length += 3;
     }
     const char *rest = to + prefix;
@@ -400,20 +379,21 @@ bool write_way(const char *from, const char *to, char *way)
     const size_t size = strlen(rest);
     if (length + size >= kPathSize)
         return false;
-    memcpy(way + length, rest, size + 1);
-    if (!*way)
-        strcpy(way, ".");
+    memcpy(relative + length, rest, size + 1);
+    if (!*relative)
+        strcpy(relative, ".");
     return true;
 }
 
-// The two sides of a path's last "/".
-struct Split {
+// The two sides of a path's last "/", cut out of its text.
+struct DirAndBase {
     string_view dir;
     string_view base;
 };
 
-// Splits at the last "/"; root is the directory of "/x". A null path is an empty one.
-Split split_path(const char *text, string_view root)
+// Splits a path at its last "/". `root` is what "/x" has for a directory. A null path counts
+// as an empty one.
+DirAndBase split_path(const char *text, string_view root)
 {
     const string_view path = text ? text : "";
     const size_t slash = path.rfind('/');
@@ -441,7 +421,7 @@ bool is_missing(const char *path)
     return restat(path, &status) < 0 && errno == ENOENT;
 }
 
-// Whether there is a directory to write to; if not, the reason is logged.
+// Returns 0 when there is a directory that may be written to, else -1 with the reason logged.
 int check_dir(const char *dir)
 {
     struct stat status;
@@ -456,8 +436,10 @@ int check_dir(const char *dir)
     return -1;
 }
 
-constexpr mode_t kDirMode = 0775;
+constexpr mode_t kDirMode = 0775;  // of new directories, before the umask
 
+// Makes a directory and those above it that are missing. Returns what check_dir returns. The
+// text is changed meanwhile.
 int create_dir(char *dir)
 {
     if (is_missing(dir))
@@ -483,9 +465,9 @@ int cleanpath(const char *path, uint32_t flags, char *clean)
         *clean = '\0';
         return -1;
     }
-    Walk walk(path, flags);
-    const Outcome outcome = walk.run();
-    walk.write(clean);
+    PathCleaner cleaner(path, (flags & CLEANPATH_LINKS) != 0);
+    const Outcome outcome = cleaner.run();
+    cleaner.write(clean);
     return outcome == Outcome::clean ? 0 : -1;
 }
 
@@ -498,7 +480,7 @@ char *concatpaths(const char *first, ...)
         size += strlen(part) + 1;
     va_end(parts);
 
-    const stock::Owned<char> joined(
+    const Owned<char> joined(
         static_cast<char *>(stock::allocate(std::max(size, kPathSize), "new")));
     char *end = stpcpy(joined.get(), first && *first ? first : ".");
     va_start(parts, first);
@@ -544,7 +526,7 @@ int relpath(const char *from, const char *to, char *relative)
         result = -1;
         *strrchr(start, '/') = '\0';
     }
-    if (!write_way(start, end, relative)) {
+    if (!write_relative(start, end, relative)) {
         report_too_long(to);
         *relative = '\0';
         return -1;
@@ -615,7 +597,7 @@ int make_pathdirs(const char *path)
         return 0;
     if (slash == path)
         return makedir("/");
-    const stock::Owned<char> dir(stock::copy_text(path, "dir"));
+    const Owned<char> dir(stock::copy_text(path, "dir"));
     dir.get()[slash - path] = '\0';
     return makedir(dir.get());
 }
