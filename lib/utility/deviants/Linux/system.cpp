@@ -62,7 +62,7 @@ bool rename_new(const char *from, const char *to)
     if (unlink(from) == 0)
         return true;
     const int error = errno;
-    unlink(to);
+    unlink(to);  // the old name stays, so the new one goes again
     errno = error;
     return false;
 }

@@ -12,18 +12,18 @@
 
 namespace {
 
-constexpr size_t kNameSize = 1024;  // of the caller's buffer
+constexpr size_t kUserNameSize = 1024;  // of the caller's buffer
 
 constinit stock::OrderedLock name_mutex{stock::Place::username};
-char kept_name[kNameSize];  // guarded by name_mutex; empty until the name is found
+char kept_name[kUserNameSize];  // guarded by name_mutex; empty until the name is found
 
 // Sets `name` to the name in the password list; leaves it alone when there is none, or one that
 // does not fit.
-void look_up(char (&name)[kNameSize])
+void look_up(char (&name)[kUserNameSize])
 {
     stock::with_passwd([](auto... rest) { return getpwuid_r(getuid(), rest...); },
                        [&](const struct passwd &entry) {
-                           if (std::strlen(entry.pw_name) < kNameSize)
+                           if (std::strlen(entry.pw_name) < kUserNameSize)
                                strcpy(name, entry.pw_name);
                        });
 }
@@ -42,7 +42,7 @@ int my_username(char *buffer)
 {
     if (copy_kept(buffer))
         return 0;
-    char name[kNameSize] = "";
+    char name[kUserNameSize] = "";
     look_up(name);  // without the lock, because it asks for memory
     {
         const std::lock_guard lock(name_mutex);

@@ -16,14 +16,14 @@ namespace stock {
 namespace {
 
 // What a code of a signal means.
-struct Reason {
+struct CodeMeaning {
     int code;
     const char *text;
 };
 
 // clang-format off
 // Meant: "priviledged opcom" is spelt so.
-constexpr Reason kIllReasons[] = {
+constexpr CodeMeaning kIllMeanings[] = {
     {ILL_ILLOPC, "illegal opcode"},
     {ILL_PRVOPC, "priviledged opcom"},
     {ILL_ILLOPN, "illegal operand"},
@@ -33,7 +33,7 @@ constexpr Reason kIllReasons[] = {
     {ILL_BADSTK, "internal stack error"},
 };
 
-constexpr Reason kFpeReasons[] = {
+constexpr CodeMeaning kFpeMeanings[] = {
     {FPE_FLTDIV, "floating point divide by zero"},
     {FPE_FLTOVF, "floating point overflow"},
     {FPE_FLTUND, "floating point underflow"},
@@ -44,13 +44,13 @@ constexpr Reason kFpeReasons[] = {
     {FPE_INTOVF, "integer overflow"},
 };
 
-constexpr Reason kBusReasons[] = {
+constexpr CodeMeaning kBusMeanings[] = {
     {BUS_ADRALN, "invalid address alignment"},
     {BUS_ADRERR, "non-existent physical address"},
     {BUS_OBJERR, "object specific hardware error"},
 };
 
-constexpr Reason kSegvReasons[] = {
+constexpr CodeMeaning kSegvMeanings[] = {
     {SEGV_MAPERR, "address not mapped to object"},
     {SEGV_ACCERR, "invalid permissions for mapped object"},
 };
@@ -58,9 +58,9 @@ constexpr Reason kSegvReasons[] = {
 
 // The text of a code, or null when the table does not have it.
 template <std::size_t size>
-const char *reason(const Reason (&reasons)[size], int code)
+const char *meaning_of(const CodeMeaning (&meanings)[size], int code)
 {
-    for (const Reason &row : reasons)
+    for (const CodeMeaning &row : meanings)
         if (row.code == code)
             return row.text;
     return nullptr;
@@ -73,19 +73,19 @@ void add_address(FixedText &text, const siginfo_t &info)
 
 void add_ill(FixedText &text, const siginfo_t &info)
 {
-    const char *why = reason(kIllReasons, info.si_code);
+    const char *why = meaning_of(kIllMeanings, info.si_code);
     text.addf("  Reason:%s si_code=%d\n", why ? why : "unrecognized SIGILL", info.si_code);
 }
 
 void add_fpe(FixedText &text, const siginfo_t &info)
 {
-    const char *why = reason(kFpeReasons, info.si_code);
+    const char *why = meaning_of(kFpeMeanings, info.si_code);
     text.addf("  %s si_code=%d\n", why ? why : "unrecognized SIGFPE", info.si_code);
 }
 
 void add_bus(FixedText &text, const siginfo_t &info)
 {
-    const char *why = reason(kBusReasons, info.si_code);
+    const char *why = meaning_of(kBusMeanings, info.si_code);
     if (!why)
         return;
     text.addf("  %s\n", why);
@@ -95,7 +95,7 @@ void add_bus(FixedText &text, const siginfo_t &info)
 
 void add_segv(FixedText &text, const siginfo_t &info)
 {
-    if (const char *why = reason(kSegvReasons, info.si_code))
+    if (const char *why = meaning_of(kSegvMeanings, info.si_code))
         text.addf("  %s\n", why);
     else
         text.addf("  unrecognized SIGSEGV si->si_code = %d\n", info.si_code);

@@ -30,18 +30,18 @@ namespace {
 
 constexpr int kMaxFrames = 128;
 constexpr std::size_t kLineSize = 2048;
-constexpr std::size_t kNameSize = 1024;
+constexpr std::size_t kFunctionNameSize = 1024;
 constexpr std::string_view kHeading = "\n\nStack\n";
 
 // The return addresses of the stack, innermost call first.
-struct Stack {
+struct CallStack {
     void *addresses[kMaxFrames];
     int count;
     int first;  // where the trace begins; the functions before are the tracer's own
 };
 
 // The index of an address in the stack, searched from `start` on, or -1.
-int index_of(const Stack &stack, const void *address, int start = 0)
+int index_of(const CallStack &stack, const void *address, int start = 0)
 {
     void *const *end = stack.addresses + stack.count;
     void *const *found = std::find(stack.addresses + start, end, address);
@@ -49,7 +49,7 @@ int index_of(const Stack &stack, const void *address, int start = 0)
 }
 
 // The index behind the handler of the fault, see deviants/fault.h; 0 when there is none.
-int index_of_fault(const Stack &stack)
+int index_of_fault(const CallStack &stack)
 {
     int fault = 0;
     for (int handler = 0; handler <= Trace_handlers; ++handler)
@@ -60,7 +60,7 @@ int index_of_fault(const Stack &stack)
 
 // Reads the stack. The trace begins with `caller`, which called the tracer, or with the fault.
 // Not inlined, so that its own frame does not depend on the optimiser.
-[[gnu::noinline]] void read_stack(Stack &stack, const void *caller)
+[[gnu::noinline]] void read_stack(CallStack &stack, const void *caller)
 {
     stack.count = backtrace(stack.addresses, kMaxFrames);
     stack.first = std::max(index_of(stack, caller), 0);
@@ -73,7 +73,7 @@ int index_of_fault(const Stack &stack)
 // The argument of demangle.
 struct Demangling {
     const char *name;
-    char *text;  // kNameSize bytes
+    char *text;  // kFunctionNameSize bytes
 };
 
 // Writes the demangled name; leaves the text alone when there is none. It uses the heap.
@@ -84,12 +84,12 @@ void demangle(void *argument)
     char *plain = abi::__cxa_demangle(job->name, nullptr, nullptr, &status);
     if (!plain)
         return;
-    std::snprintf(job->text, kNameSize, "%s", plain);
+    std::snprintf(job->text, kFunctionNameSize, "%s", plain);
     std::free(plain);
 }
 
-// A name of C++ as sources write it, in `text`, a buffer of kNameSize bytes. Other names, and
-// those that cannot be demangled, as they are.
+// A name of C++ as sources write it, in `text`, a buffer of kFunctionNameSize bytes. Other names,
+// and those that cannot be demangled, as they are.
 const char *plain_name(const char *name, char *text)
 {
     *text = '\0';
@@ -104,12 +104,12 @@ const char *plain_name(const char *name, char *text)
 }
 
 // Line i of the trace, without a newline, in a buffer of kLineSize bytes.
-std::string_view line(const Stack &stack, int i, char *buffer)
+std::string_view line(const CallStack &stack, int i, char *buffer)
 {
     const void *address = stack.addresses[i];
     Frame frame = {i - stack.first, address, nullptr, nullptr, 0};
     Dl_info info;
-    char name[kNameSize];
+    char name[kFunctionNameSize];
     if (dladdr(address, &info) && info.dli_fname && *info.dli_fname) {
         const void *start = info.dli_sname ? info.dli_saddr : loaded_at(address);
         frame.image = info.dli_fname;
@@ -153,7 +153,7 @@ using namespace stock;
 void show_stack_trace(void)
 {
     const KeepErrno keep;
-    Stack stack;
+    CallStack stack;
     read_stack(stack, __builtin_return_address(0));
     std::fflush(stderr);
     // A single write: the heading stands together whatever other threads print.
@@ -171,7 +171,7 @@ void show_stack_trace_string(int size, char *buffer)
     if (size <= 0 || !buffer)
         return;
     const KeepErrno keep;
-    Stack stack;
+    CallStack stack;
     read_stack(stack, __builtin_return_address(0));
     std::memset(buffer, 0, static_cast<std::size_t>(size));
     FixedText text(buffer, static_cast<std::size_t>(size));

@@ -48,7 +48,7 @@ using Child = Rbnode *Rbnode::*;  // &Rbnode::left or &Rbnode::right
 
 // Where a key is: at the node with order 0. Or where it goes: below the node, on the left when
 // order is negative, else on the right.
-struct Place {
+struct KeyPlace {
     Rbnode *node = kNil;
     int order = -1;      // the last comparison: negative, 0 or positive
     uint32_t start = 0;  // what Rbnode::start of a new node with a string key will be
@@ -129,9 +129,9 @@ private:
 
 // Goes down from the root; order(node) compares the key with that of a node.
 template <class Order>
-Place descend(const Rbtree *tree, const Order &order)
+KeyPlace descend(const Rbtree *tree, const Order &order)
 {
-    Place place;
+    KeyPlace place;
     for (Rbnode *node = tree->root; node != kNil;) {
         // The processor fetches both children while the keys are compared.
         __builtin_prefetch(node->left);
@@ -145,29 +145,29 @@ Place descend(const Rbtree *tree, const Order &order)
     return place;
 }
 
-Place locate_text(std::string_view text, const Rbtree *tree)
+KeyPlace locate_text(std::string_view text, const Rbtree *tree)
 {
-    return tree->root == kNil ? Place() : descend(tree, TextOrder(text, tree));
+    return tree->root == kNil ? KeyPlace() : descend(tree, TextOrder(text, tree));
 }
 
-Place locate_untyped(const void *key, const Rbtree *tree)
+KeyPlace locate_untyped(const void *key, const Rbtree *tree)
 {
     return descend(tree, [=](const Rbnode *node) { return tree->compare(key, node->key); });
 }
 
 // Null is no string, so a tree of strings does not hold it.
-Place locate(const void *key, const Rbtree *tree)
+KeyPlace locate(const void *key, const Rbtree *tree)
 {
     if (!stock::holds_text(tree))
         return locate_untyped(key, tree);
-    return key ? locate_text(static_cast<const char *>(key), tree) : Place();
+    return key ? locate_text(static_cast<const char *>(key), tree) : KeyPlace();
 }
 
 Rbnode *find(const void *key, const Rbtree *tree)
 {
     if (!tree)
         return kNil;
-    const Place place = locate(key, tree);
+    const KeyPlace place = locate(key, tree);
     return place.found() ? place.node : kNil;
 }
 
@@ -368,29 +368,29 @@ void share_start(Rbtree *tree, std::string_view text)
     }
 }
 
-// The place between the node that was inserted last and its successor; an empty Place when the
+// The place between the node that was inserted last and its successor; an empty KeyPlace when the
 // key does not go there.
-Place locate_behind_last(const Rbtree *tree, const TextOrder &order)
+KeyPlace locate_behind_last(const Rbtree *tree, const TextOrder &order)
 {
     Rbnode *last = tree->removed.up;
     if (last == kNil || order(last) <= 0)
         return {};
     if (last->right == kNil) {
         const Rbnode *next = successor(last);
-        return next == kNil || order(next) < 0 ? Place{last, 1} : Place();
+        return next == kNil || order(next) < 0 ? KeyPlace{last, 1} : KeyPlace();
     }
     Rbnode *next = outermost<&Rbnode::left>(last->right);
-    return order(next) < 0 ? Place{next, -1} : Place();
+    return order(next) < 0 ? KeyPlace{next, -1} : KeyPlace();
 }
 
 // Where a string is or goes. It counts as inserted: tree->common and the starts of all nodes
 // are made to fit it, and whether it follows the last one is noted in removed.colour.
-Place locate_new_text(std::string_view text, Rbtree *tree)
+KeyPlace locate_new_text(std::string_view text, Rbtree *tree)
 {
     share_start(tree, text);
     const uint32_t start = start_of(text.substr(static_cast<size_t>(tree->common)));
     const TextOrder order(text, tree, start);
-    Place place = tree->removed.colour ? locate_behind_last(tree, order) : Place();
+    KeyPlace place = tree->removed.colour ? locate_behind_last(tree, order) : KeyPlace();
     if (place.node == kNil) {
         place = descend(tree, order);
         tree->removed.colour = place.node == tree->removed.up;
@@ -400,7 +400,7 @@ Place locate_new_text(std::string_view text, Rbtree *tree)
 }
 
 // Makes a node of the block and inserts it at the place.
-Rbnode *add_entry(Rbtree *tree, void *block, void *key, void *value, const Place &place)
+Rbnode *add_entry(Rbtree *tree, void *block, void *key, void *value, const KeyPlace &place)
 {
     auto *node = new (block) Rbnode{kNil, kNil, place.node, kRed, place.start, key, value};
     if (place.node == kNil)
@@ -450,7 +450,7 @@ void free_nodes(Rbnode *node)
 }
 
 // The node that a mode of rblookup asks for, by the place of its key; kNil when there is none.
-Rbnode *lookup(int mode, const Place &place)
+Rbnode *lookup(int mode, const KeyPlace &place)
 {
     const bool match = place.order == 0;
     switch (mode) {
@@ -473,7 +473,7 @@ namespace stock {
 
 void *get_text(const Rbtree *tree, std::string_view key)
 {
-    const Place place = locate_text(key, tree);
+    const KeyPlace place = locate_text(key, tree);
     return place.found() ? place.node->value : nullptr;
 }
 
@@ -484,7 +484,7 @@ int compare_text(const void *a, const void *b)
 
 void *set_text(Rbtree *tree, std::string_view key, void *value, Allocate allocate)
 {
-    const Place place =
+    const KeyPlace place =
         holds_text(tree) ? locate_new_text(key, tree) : locate_untyped(key.data(), tree);
     if (place.found())
         return tree->replace ? replace_text(tree, place.node, key, value, allocate)
@@ -523,7 +523,7 @@ Rbnode *rbinsert(void *key, void *value, Rbtree *tree)
     const bool text = stock::holds_text(tree);
     if (text && !key)
         return kNil;
-    const Place place =
+    const KeyPlace place =
         text ? locate_new_text(static_cast<const char *>(key), tree) : locate_untyped(key, tree);
     if (place.found()) {
         if (!tree->replace)
@@ -565,7 +565,7 @@ void *rblookup(int mode, const void *key, const Rbtree *tree)
         return outermost<&Rbnode::left>(tree->root)->key;
     if (mode == RB_LAST)
         return outermost<&Rbnode::right>(tree->root)->key;
-    const Place place = locate(key, tree);
+    const KeyPlace place = locate(key, tree);
     return place.node == kNil ? nullptr : lookup(mode, place)->key;
 }
 

@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #include "base/ascii.h"
 #include "base/gatherer.h"
@@ -29,11 +30,11 @@ struct ByteText {
     signed char width;  // characters of it, at most kEscapeWidth
 };
 
-constexpr char kDigits[] = "0123456789abcdef";
+constexpr char kHexDigits[] = "0123456789abcdef";
 
 constexpr ByteText escaped(Byte byte)
 {
-    return {{'\\', '0', 'x', kDigits[byte >> 4], kDigits[byte & 15]}, kEscapeWidth};
+    return {{'\\', '0', 'x', kHexDigits[byte >> 4], kHexDigits[byte & 15]}, kEscapeWidth};
 }
 
 // In a printable_string, but for a newline.
@@ -59,23 +60,22 @@ constexpr auto kDumped = [] {
 
 constexpr ByteText kNewline{{'\\', 'n'}, 2};  // in a printable_string
 
-using Dump = stock::Gatherer<16384, stock::ToStream>;
+constexpr std::size_t kPieceBytes = 1024;                              // dumped at a time
+constexpr std::size_t kPieceWidth = kPieceBytes * (kEscapeWidth + 1);  // each may end a line
 
-// Adds the byte's text to the dump, and a newline when the line is full. Gives how many
-// characters these are.
-int dump_byte(Dump &dump, Byte byte, int &column)
+// Writes the byte's text at `out`, and a newline when the line is full. Gives where it ends;
+// the text is copied whole, so some bytes behind its end are overwritten.
+char *put_byte(char *out, Byte byte, int &column)
 {
     const ByteText &shown = kDumped[byte];
-    char *out = dump.room_for(sizeof shown.text + 1);  // the text is copied whole
     std::memcpy(out, shown.text, sizeof shown.text);
-    int width = shown.width;
-    column = byte == '\n' ? 0 : column + width;
+    out += shown.width;
+    column = byte == '\n' ? 0 : column + shown.width;
     if (column >= ASCIIDUMP_WIDTH) {
-        out[width++] = '\n';
+        *out++ = '\n';
         column = 0;
     }
-    dump.advance(static_cast<std::size_t>(width));
-    return width;
+    return out;
 }
 
 int as_int(int64_t count)
@@ -98,7 +98,7 @@ int read_escape(FILE *stream, int &column)
     return high < 0 || low < 0 ? EOF : 16 * high + low;
 }
 
-// Reads the next byte of a dump; gives EOF when there is none. column is counted as dump_byte
+// Reads the next byte of a dump; gives EOF when there is none. column is counted as put_byte
 // counts it.
 int read_byte(FILE *stream, int &column)
 {
@@ -149,11 +149,19 @@ int asciidump(FILE *stream, const char *p, int n)
 
 int asciidump_piece(FILE *stream, const char *p, int n, int *column)
 {
-    Dump dump(stock::ToStream{stream});
+    stock::Gatherer<16384, stock::ToStream> dump(stock::ToStream{stream});
     int at = *column;  // a copy, which stays in a register
     int64_t printed = 0;
-    for (int i = 0; i < n; ++i)
-        printed += dump_byte(dump, static_cast<Byte>(p[i]), at);
+    std::string_view rest(p, static_cast<std::size_t>(std::max(n, 0)));
+    while (!rest.empty()) {
+        char *piece = dump.room_for(kPieceWidth + sizeof(ByteText));
+        char *out = piece;
+        for (const char c : rest.substr(0, kPieceBytes))
+            out = put_byte(out, static_cast<Byte>(c), at);
+        rest.remove_prefix(std::min(kPieceBytes, rest.size()));
+        dump.advance(static_cast<std::size_t>(out - piece));
+        printed += out - piece;
+    }
     *column = at;
     return as_int(printed);
 }

@@ -38,7 +38,7 @@ struct Digits {
     char pair[2];
 };
 
-constexpr auto kDigits = [] {
+constexpr auto kDigitPairs = [] {
     std::array<Digits, 256> digits{};
     for (std::size_t i = 0; i < digits.size(); ++i)
         digits[i] = {{"0123456789abcdef"[i >> 4], "0123456789abcdef"[i & 15]}};
@@ -55,7 +55,7 @@ constexpr auto kText = [] {
 
 void set_pair(char *out, Byte byte)
 {
-    std::memcpy(out, kDigits[byte].pair, 2);
+    std::memcpy(out, kDigitPairs[byte].pair, 2);
 }
 
 // The functions put_... write at `out` and give the end of what they wrote.
@@ -68,7 +68,7 @@ char *put_address(char *out, unsigned long address)
         ++bytes;
     const bool odd = bytes > 4 && address >> (8 * bytes - 4) == 0;
     if (odd)
-        *out++ = kDigits[address >> (8 * --bytes) & 0xff].pair[1];
+        *out++ = kDigitPairs[address >> (8 * --bytes) & 0xff].pair[1];
     while (bytes-- > 0) {
         set_pair(out, static_cast<Byte>(address >> (8 * bytes)));
         out += 2;
@@ -136,7 +136,7 @@ bool read_line(FILE *stream, char (&line)[HEXDUMP_MAX_LINE + 1])
 }
 
 // The value of a hexadecimal digit, 0 to 15; -1 for other characters.
-constexpr auto kValues = [] {
+constexpr auto kDigitValues = [] {
     std::array<short, 256> values{};
     for (short &value : values)
         value = -1;
@@ -150,8 +150,8 @@ constexpr auto kValues = [] {
 // The byte that two digits show; negative when they are not both digits.
 int byte_of(const char *digits)
 {
-    const int high = kValues[static_cast<Byte>(digits[0])];
-    return high < 0 ? high : high * 16 | kValues[static_cast<Byte>(digits[1])];
+    const int high = kDigitValues[static_cast<Byte>(digits[0])];
+    return high < 0 ? high : high * 16 | kDigitValues[static_cast<Byte>(digits[1])];
 }
 
 bool ends_word(char c)
@@ -291,7 +291,7 @@ int read_hexdump(FILE *stream, unsigned char *buf, int n)
 
 int hex2int(int ch)
 {
-    return ch >= 0 && ch < 256 ? kValues[static_cast<std::size_t>(ch)] : -1;
+    return ch >= 0 && ch < 256 ? kDigitValues[static_cast<std::size_t>(ch)] : -1;
 }
 
 int prthexcmp(FILE *stream, const char *title, const unsigned char *a, const unsigned char *b,

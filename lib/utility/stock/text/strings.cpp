@@ -243,6 +243,7 @@ char *spaces(int n)
         else
             std::free(made);  // another thread filled the slot first
     }
+    // Filled each time, because the caller may write to the buffer.
     const int width = std::clamp<int>(n, 0, MAX_SPACES);
     std::memset(buffer, ' ', static_cast<std::size_t>(width));
     buffer[width] = 0;
@@ -251,6 +252,7 @@ char *spaces(int n)
 
 char *getaline(FILE *stream, char *buffer, int size)
 {
+    // Meant: the last byte is cleared and not used, so a line has at most size - 2 characters.
     if (buffer && size > 0)
         buffer[size - 1] = 0;
     if (!stream || !buffer || size < 3 || !std::fgets(buffer, size - 1, stream))
@@ -268,6 +270,7 @@ char *intactline(FILE *stream, char **buffer, int64_t *size)
     const int error_before = errno;
     const StreamLock lock(stream);
     const int64_t length = read_line(stream, buffer, size);
+    // Only a failed read that gave nothing tells its errno.
     if (length > 0 || !ferror_unlocked(stream))
         errno = error_before;
     if (length == 0)
