@@ -33,7 +33,7 @@ void free_hook(Hook **hook)
         elog_die(0, "free_hook called with bad pointer.\n");
     if (old->free_pvt && old->pvt)
         old->free_pvt(old->pvt);
-    old->magic = 0;  // a second free_hook of the same address is recognised
+    old->magic = 0;  // the freed block no longer looks like a hook
     pthread_mutex_destroy(&old->mutex);
     std::free(old);
     *hook = nullptr;
