@@ -1,4 +1,4 @@
-// The text functions beside what the C library and the language offer.
+// The text functions beside those of the C library and std::string.
 
 #include <cstdlib>
 #include <cstring>

@@ -205,7 +205,7 @@ TEST(Arr, AgreesWithAMapOverRandomChanges)
         EXPECT_EQ(static_cast<char *>(gettbl(keys.get(), i++)), entry.first);
 }
 
-// What all keys have in common is compared once and not with each.
+// The bytes that all keys begin with are compared once, not with each key.
 
 TEST(Arr, FindsKeysWhenOneThatHasLessInCommonComes)
 {
@@ -296,7 +296,7 @@ TEST(Arr, RemovedHoldsTheOldValueAndNoKeyThatTheArrayFreed)
     EXPECT_EQ(arr->removed.key, nullptr);
 }
 
-// A node that was exchanged for another used to end the walk in freed memory.
+// Setting an entry used to replace its node, and the walk went on in freed memory.
 TEST(Arr, WalkMaySetTheKeyThatItStandsAtInAnySpelling)
 {
     const ArrPtr arr(newarr(compare_caseless));
@@ -328,7 +328,7 @@ TEST(Arr, WalkMayReplaceTheKeyThatItStandsAtByRbinsert)
     EXPECT_EQ(joined(valsarr(arr.get())), "y y y y y y y");
 }
 
-// An array is a tree: what the tree's functions take out or put in.
+// An array is a tree: entries that the tree's functions remove or insert.
 
 TEST(Arr, KeyThatRbdeleteRemovesIsTheCallersToFree)
 {
@@ -409,8 +409,8 @@ TEST(Arr, LooksUpNeighboursOfAString)
     EXPECT_EQ(rblookup(RB_GT, "cat", arr.get()), nullptr);
 }
 
-// An array beside a map, through all that the array's and the tree's functions do with it.
-// Under the address sanitizer each key is seen to be a block of its own.
+// An array and a std::map that get the same random calls and must agree. Keys that are removed
+// are freed, so that the address sanitizer notices one that is not a block of its own.
 class Model {
 public:
     explicit Model(unsigned seed, bool caseless)
@@ -432,7 +432,7 @@ public:
         compare();
     }
 
-    // Ends the array in one of the ways in which a program may.
+    // Frees the array in one of the ways that a program may use.
     void finish()
     {
         Tbl *keys = nullptr;
@@ -460,7 +460,7 @@ private:
     {
         static const char *const beginnings[] = {"gauge_north_", "gauge_n", "gauge_south_", "G",
                                                  ""};
-        // Keys that begin otherwise are rare, so that the others have much in common for long.
+        // Few keys begin differently, so that the others share many bytes for a long time.
         const int n = below(400);
         std::string key = beginnings[n < 390 ? 0 : n % 5] + std::to_string(below(150));
         if (caseless_)
@@ -538,7 +538,7 @@ private:
             ASSERT_STREQ(text, next->second.text.c_str());
     }
 
-    // Sets the entry that a walk stands at, and another one.
+    // Walks over the array and sets the current entry and another one.
     void set_in_walk()
     {
         const auto step = [](void *stored, void *stored_value, void *argument) {
@@ -592,7 +592,7 @@ TEST(ArrModel, AgreesWithAMapAndOwnsItsKeysWhateverIsDone)
     }
 }
 
-// The whole array.
+// All entries together.
 
 TEST(Arr, FreesEveryValueNullOnesToo)
 {

@@ -1,4 +1,4 @@
-// What lists, trees and arrays do when memory runs out.
+// Lists, trees and arrays when memory runs out.
 
 #include <cstdlib>
 #include <cstring>

@@ -1,4 +1,4 @@
-// The red-black tree: what is in it, in which order, and how it is balanced.
+// The red-black tree: its entries, their order, and its balance.
 
 #include "stock/redblack.h"
 
@@ -19,9 +19,9 @@ namespace {
 struct DestroyTree {
     void operator()(Rbtree *tree) const { rbdestroy(tree); }
 };
-using TreePtr = std::unique_ptr<Rbtree, DestroyTree>;  // its keys and values left alone
+using TreePtr = std::unique_ptr<Rbtree, DestroyTree>;  // does not free keys and values
 
-// Keys are the addresses of ints, which live here.
+// Keys are addresses of these ints.
 int kNumbers[3000];
 const bool kNumbered = [] {
     std::iota(std::begin(kNumbers), std::end(kNumbers), 0);
@@ -66,7 +66,7 @@ std::vector<int> keys_of(const Rbtree *tree)
 
 struct Shape {
     int height;
-    int blacks;  // on every way down; -1 when a rule is broken
+    int blacks;  // on every path down; -1 when a rule is broken
 };
 
 // Checks the links and the red-black rules of a subtree.
@@ -389,7 +389,7 @@ TEST(Redblack, AgreesWithAMapOverRandomInsertionsAndDeletions)
     }
 }
 
-// A string key is first compared with the one that was put in last and its successor.
+// A string key is first compared with the key that was inserted last and its successor.
 
 TEST(Redblack, AgreesWithAMapWhenStringsComeInRuns)
 {
@@ -406,7 +406,7 @@ TEST(Redblack, AgreesWithAMapWhenStringsComeInRuns)
             std::string &name = names[n];
             const Rbnode *node = rbinsert(name.data(), name.data(), tree.get());
             ASSERT_EQ(node == &tree->removed, !map.emplace(name, name.data()).second);
-            // At times what was put in last goes again, or a neighbour of it.
+            // Sometimes the key that was inserted last, or a neighbour, is removed again.
             const std::string &gone =
                 names[std::clamp<size_t>(n, 1, names.size() - 2) - 1 + random() % 3];
             if (random() % 4 == 0) {
@@ -415,7 +415,7 @@ TEST(Redblack, AgreesWithAMapWhenStringsComeInRuns)
         }
         if (run % 20 == 0)
             expect_balanced(tree.get(), map.size());
-        // Now and then all go, so that runs find few keys too.
+        // Now and then all keys are removed, so that some runs find few keys.
         while (run % 50 == 0 && !map.empty()) {
             ASSERT_NE(rbdelete(map.begin()->first.c_str(), tree.get()), nullptr);
             map.erase(map.begin());

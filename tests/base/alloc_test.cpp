@@ -1,4 +1,4 @@
-// The message of memory that ran out.
+// The out-of-memory message.
 
 #include "base/alloc.h"
 

@@ -1,4 +1,4 @@
-// The order of the locks, and that it costs nothing where it is not checked.
+// The order of the locks is checked, and a lock costs nothing more where it is not.
 
 #include "base/ordered_lock.h"
 

@@ -1,9 +1,9 @@
-// Interrupted system calls: repeated until they end in another way.
+// System calls that signals interrupt are made again.
 //
-// The program stands in front of the C library's calls and lets the next few
-// of them be interrupted.
+// The program defines the C library's calls itself; these fail as if interrupted for the next
+// few times and then call the library's own.
 
-// Checked copies of the calls would stand in front of ours.
+// With _FORTIFY_SOURCE the compiler would call checked copies instead of these.
 #undef _FORTIFY_SOURCE
 
 #include "stock/restat.h"
@@ -52,7 +52,7 @@ Function *real(const char *name)
 
 }  // namespace
 
-// As the C library declares them.
+// Declared as in the C library.
 extern "C" {
 
 int stat(const char *path, struct stat *status) noexcept

@@ -1,5 +1,6 @@
 // The services of the operating system: names, time, the timer, shared libraries.
-// What the system answers is replaced where a test needs another answer.
+//
+// The program defines some system calls itself, so that a test can choose their answers.
 
 #include "deviants.h"
 
@@ -93,7 +94,7 @@ extern "C" int getitimer(__itimer_which_t which, struct itimerval *timer) noexce
     return real<int(__itimer_which_t, struct itimerval *)>("getitimer")(which, timer);
 }
 
-// First of all, because a name that was found once is kept.
+// This test stands first, because a process keeps the name once it was found.
 TEST(MyUsername, IsEmptyWithStatus1WhenTheUserHasNoName)
 {
     nobody_is_known = true;

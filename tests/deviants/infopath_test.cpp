@@ -1,7 +1,7 @@
 // File systems: where they come from and how much room they have.
 //
-// The program stands in front of the system's list of mounts and its query, so
-// that a path can be on any kind of file system.
+// The program defines the calls that read the list of mounts and examine a file system, so that
+// a test can put a path on any kind of file system.
 
 #include "deviants.h"
 

@@ -44,7 +44,8 @@ std::string as_string(std::string_view bytes, int size)
     std::string buffer(static_cast<size_t>(size) + 2, '#');
     EXPECT_EQ(printable_string(buffer.data(), size, bytes.data(), static_cast<int>(bytes.size())),
               buffer.data());
-    EXPECT_EQ(buffer.substr(static_cast<size_t>(size)), "##");  // nothing behind its end
+    EXPECT_EQ(buffer.substr(static_cast<size_t>(size)),
+              "##");  // nothing is written behind the buffer
     return buffer.c_str();
 }
 
@@ -69,7 +70,7 @@ std::string noise(size_t n, unsigned seed)
 
 }  // namespace
 
-// Takes the place of the library's own.
+// Replaces the library's own, which is a weak symbol.
 extern "C" void *nomem(const void *, int)
 {
     return bad_memory;

@@ -1,4 +1,4 @@
-// Lists, arrays and text as a person who looks for a fault wants to see them.
+// Lists, arrays and text printed for debugging.
 
 #include "stock/debugchar.h"
 

@@ -42,7 +42,7 @@ std::string dumped_to_string(std::string_view bytes, unsigned long base = 0)
     return Text(hexdump_string(base, bytes.data(), static_cast<int>(bytes.size()))).get();
 }
 
-// What read_hexdump reads of the text, at most n bytes into a buffer of just n.
+// The bytes that read_hexdump reads from the text into a buffer of n bytes.
 std::string read_back(std::string_view text, int n)
 {
     const Stream stream = stream_of(text);
@@ -84,7 +84,7 @@ std::string memory_message(const void *p)
 
 }  // namespace
 
-// Takes the place of the library's own.
+// Replaces the library's own, which is a weak symbol.
 extern "C" void *nomem(const void *address, int n)
 {
     asked_for = address;
@@ -252,7 +252,7 @@ TEST(ReadHexdump, ReadsNoTextBehindALongAddress)
     EXPECT_EQ(read_back(dumped("abcd", 0x123456789abUL), 1000), "abcd");
 }
 
-// Words that stood far apart were taken for the text of a short line.
+// Words that stood far apart used to be taken for the text of a short line.
 TEST(ReadHexdump, TakesWordsHoweverFarApartTheyStand)
 {
     const std::string gap(60, ' ');

@@ -1,5 +1,5 @@
-// Every loop of the number converters in every set of instructions that this
-// processor has, against the portable one.
+// The loops of the number converters, in every set of instructions that this processor has,
+// give what the portable ones give.
 
 #include "numbers/convert.h"
 
@@ -37,7 +37,7 @@ const std::string kLetters = "bsilbsilfd";
 
 constexpr char kUntouched = 0x5a;
 
-// What a loop makes of n values: the bytes with a margin behind them, and its answer.
+// The bytes that a loop writes for n values, with a margin behind them, and its result.
 std::string outcome(Loop *loop, const char *from, size_t to_width, size_t n, size_t shift)
 {
     std::vector<char> to(shift + n * to_width + 64, kUntouched);

@@ -1,6 +1,7 @@
-// Every one of the 408 converters against a model of numbers that shares nothing
-// with them: a value is a sign, an integer and a power of two, taken from its bits
-// one by one and put together again with integers only.
+// Each of the 408 converters gives what a model of numbers gives that shares no code with them.
+//
+// In the model a value is a sign, an integer and a power of two. They are taken from the bits of
+// the value and put together again with integer operations only.
 
 #include "stock/convert.h"
 
@@ -33,7 +34,7 @@ struct Exact {
     }
 };
 
-// One way only to write each value.
+// The one form that equal values share.
 Exact normal(Exact x)
 {
     if (x.nan || x.infinite)
@@ -305,8 +306,8 @@ constexpr bool kHostIsBig = std::endian::native == std::endian::big;
 constexpr size_t kMargin = 64;
 constexpr char kUntouched = 0x5a;
 
-// Both sides of a call: the host's aligned for its type, the external one anywhere.
-// What is written is surrounded by bytes that must stay as they were.
+// The two buffers of a call: the host's is aligned for its type, the external one need not be.
+// Margins around them show bytes that were written and should not have been.
 class Trial {
 public:
     Trial(const Member &m, const std::vector<uint64_t> &values, size_t shift)
@@ -324,7 +325,7 @@ public:
         }
     }
 
-    // Calls the member and compares with the model: values, status, cursor, surroundings.
+    // Calls the member and compares values, status, cursor and margins with the model.
     void check()
     {
         const size_t n = values_.size();
@@ -494,7 +495,7 @@ TEST(ConvertModel, ANegativeCountConvertsNothing)
     }
 }
 
-// As programs do that turn a file's numbers round where they were read.
+// Programs convert the numbers of a file in the buffer into which they were read.
 TEST(ConvertModel, AValueThatDoesNotGrowIsConvertedInPlace)
 {
     for (const Member &m : all_members()) {

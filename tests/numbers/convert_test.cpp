@@ -1,4 +1,4 @@
-// The number converters by example: the header's tables and the cases at their edges.
+// The number converters by example: the tables of the header, and limits.
 
 #include "stock/convert.h"
 

@@ -1,5 +1,5 @@
-// Reading decimal numbers where the standard library cannot: it must be the same
-// as where it can.
+// read_with_strtod, for standard libraries without from_chars for double, gives what from_chars
+// gives.
 
 #include "numbers/decimal.h"
 

@@ -23,7 +23,7 @@ uint64_t bits(double x)
     return std::bit_cast<uint64_t>(x);
 }
 
-// A value, and what is left of the text behind it.
+// A value and the text behind it.
 struct Read {
     uint64_t value;
     std::string rest;
@@ -189,7 +189,7 @@ TEST(FixStrtod, ReadsWhatPrintfWritesBitByBit)
     }
 }
 
-// An exponent was lost whose "e" was the 62nd to the 64th character.
+// An exponent used to be lost when its "e" was the 62nd to the 64th character.
 TEST(FixStrtod, ReadsTheExponentBehindAnyNumberOfDigits)
 {
     EXPECT_EQ(read("1." + std::string(60, '5') + "e-05"), is(1.5555555555555556e-05, ""));

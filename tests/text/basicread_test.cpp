@@ -23,7 +23,7 @@ using testing::ElementsAre;
 
 namespace {
 
-// What basicreadfile prints for a path that it cannot read, having checked the rest.
+// Checks that basicreadfile refuses the path and gives nothing. Returns what it prints.
 std::string refusal(const std::string &path)
 {
     return in_child([&] {
@@ -50,7 +50,7 @@ std::vector<Step> steps(const std::string &text, int size)
         std::string line(static_cast<size_t>(size) + 1, '#');
         result = basicgetline(text.data(), static_cast<int64_t>(text.size()), &position,
                               line.data(), size);
-        EXPECT_EQ(line[static_cast<size_t>(size)], '#');  // nothing behind its end
+        EXPECT_EQ(line[static_cast<size_t>(size)], '#');  // nothing is written behind the buffer
         all.push_back({line.c_str(), result});
     }
     return all;
@@ -59,7 +59,7 @@ std::vector<Step> steps(const std::string &text, int size)
 bool fail_fstat = false;
 bool fail_close = false;
 
-// The C library's own function behind one that this program replaces.
+// The C library's own function of a name that this program defines itself.
 template <class Function>
 Function *original(const char *name)
 {
@@ -68,7 +68,7 @@ Function *original(const char *name)
 
 }  // namespace
 
-// Fail on demand, after they have done their work.
+// These call the C library's own, then fail when a test asks for it.
 extern "C" int fstat(int fd, struct stat *status) noexcept
 {
     const int result = original<int(int, struct stat *)>("fstat")(fd, status);

@@ -1,4 +1,4 @@
-// The handle of private state.
+// The hook: a handle that holds private data between calls.
 
 #include "stock/hook.h"
 
@@ -80,7 +80,7 @@ TEST(Hook, EndsTheProcessOverABadPointer)
         Hook bad{};
         bad.magic = 1;
         Hook *hook = &bad;
-        errno = ENOENT;  // must not show: the system is not to blame
+        errno = ENOENT;  // is not part of the message: no system call failed
         free_hook(&hook);
     });
     EXPECT_EQ(ended.status, 1);

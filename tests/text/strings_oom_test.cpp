@@ -1,4 +1,4 @@
-// What the text functions say when memory runs out.
+// The messages of the text functions when memory runs out.
 
 #include "stock/strings.h"
 
@@ -99,7 +99,8 @@ TEST(StringsOutOfMemory, NamesTheLineThatIntactlineReads)
                 testing::EndsWith(message("intactline", "strings.cpp", "4096", "*aline")));
 }
 
-// A stack grew by a quarter or not at all, though there was room for what it needed.
+// A stack used to end the process when the rounded block was refused, though a block of the
+// exact size could be had.
 TEST(StringsOutOfMemory, AStackTakesTheExactSizeWhenTheRoundedOneIsRefused)
 {
     const Ended ended = in_child([] {

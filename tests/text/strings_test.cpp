@@ -560,7 +560,7 @@ TEST(Intactline, EndsTheTextOfALineAtAZeroByteAndReadsOnBehindTheLine)
     EXPECT_STREQ(intactline(stream.get(), &line.text, &line.size), "next");
 }
 
-// A stream whose reading fails with the error behind the text.
+// A stream that gives the text and then fails with the error.
 Stream failing_stream(std::string_view text, int error)
 {
     struct Cookie {
@@ -585,7 +585,7 @@ Stream failing_stream(std::string_view text, int error)
     return Stream(fopencookie(new Cookie{std::string(text), error}, "r", functions));
 }
 
-// A read that failed with ENOMEM ended the process.
+// A read that failed with ENOMEM used to end the process.
 TEST(Intactline, AReadErrorGivesWhatWasReadAndThenNull)
 {
     for (int error : {ENOMEM, EIO}) {

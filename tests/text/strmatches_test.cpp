@@ -23,7 +23,7 @@ struct Cached {
     Cached &operator=(const Cached &) = delete;
 };
 
-// What strcontains gives, with the start and the length of the match.
+// The result of strcontains with the start and the length of the match.
 struct Found {
     int result, start, length;
     bool operator==(const Found &) const = default;

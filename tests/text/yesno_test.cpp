@@ -1,4 +1,4 @@
-// Yes and no in words.
+// The words for yes and no.
 
 #include "stock/yesno.h"
 

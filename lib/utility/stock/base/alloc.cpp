@@ -4,8 +4,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
+
+#include "base/fixed_text.h"
 
 namespace stock {
 
@@ -24,11 +25,10 @@ void out_of_memory(std::size_t bytes, const char *item, const char *function, in
 {
     if (errno == 0)
         errno = ENOMEM;
-    char text[1024];  // a longer message is cut
-    std::snprintf(text, sizeof text,
-                  "Out of memory in %s at line %d of '%s'\n\tCan't malloc %lu bytes for %s\n",
-                  function, line, base_name(file), static_cast<unsigned long>(bytes), item);
-    report_out_of_memory(text);
+    FixedTextOf<1024> text;  // nothing is allocated for the message
+    text.addf("Out of memory in %s at line %d of '%s'\n\tCan't malloc %lu bytes for %s\n", function,
+              line, base_name(file), static_cast<unsigned long>(bytes), item);
+    report_out_of_memory(text.c_str());
 }
 
 void *allocate_zeroed(std::size_t bytes, const char *item, const char *function, int line,

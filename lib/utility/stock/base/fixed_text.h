@@ -158,9 +158,4 @@ private:
     char memory_[kSize];
 };
 
-// Former names, until every room has turned to the new ones.
-using BoundedText = FixedText;
-template <std::size_t kSize>
-using Line = FixedTextOf<kSize>;
-
 }  // namespace stock
