@@ -14,7 +14,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <string_view>
 
 #include <fcntl.h>
@@ -27,14 +26,6 @@
 #include "base/uninterrupted.h"
 
 namespace {
-
-struct Close {
-    void operator()(FILE *file) const
-    {
-        const stock::KeepErrno keep;
-        std::fclose(file);
-    }
-};
 
 // Reads a file line by line.
 class LineReader {
@@ -59,7 +50,7 @@ public:
     }
 
 private:
-    std::unique_ptr<FILE, Close> file_;
+    stock::OwnedStream file_;
     stock::Owned<char> text_;
     std::size_t size_ = 0;
 };

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <memory>
 #include <utility>
 
 #include <unistd.h>
@@ -40,6 +41,30 @@ public:
 
 private:
     int fd_;
+};
+
+struct CloseStream {
+    void operator()(std::FILE *stream) const noexcept
+    {
+        const KeepErrno keep;
+        std::fclose(stream);
+    }
+};
+
+// Owns an open stream and closes it, errno untouched. Not for a stream that was written to:
+// there the result of fclose matters.
+using OwnedStream = std::unique_ptr<std::FILE, CloseStream>;
+
+// Keeps other threads from the stream as long as this object lives.
+class StreamLock {
+public:
+    explicit StreamLock(std::FILE *stream) noexcept : stream_(stream) { flockfile(stream_); }
+    ~StreamLock() { funlockfile(stream_); }
+    StreamLock(const StreamLock &) = delete;
+    StreamLock &operator=(const StreamLock &) = delete;
+
+private:
+    std::FILE *stream_;
 };
 
 }  // namespace stock

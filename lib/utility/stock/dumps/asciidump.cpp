@@ -15,6 +15,7 @@
 
 #include "base/ascii.h"
 #include "base/gatherer.h"
+#include "base/guards.h"
 #include "dumps/dump.h"
 #include "stock/hexdump.h"
 
@@ -176,10 +177,9 @@ int read_asciidump_piece(FILE *stream, unsigned char *buf, int n, int *column)
 {
     int at = *column;
     int count = 0;
-    flockfile(stream);
+    const stock::StreamLock lock(stream);
     for (int byte = 0; count < n && (byte = read_byte(stream, at)) != EOF; ++count)
         buf[count] = static_cast<Byte>(byte);
-    funlockfile(stream);
     *column = at;
     return count;
 }

@@ -14,6 +14,7 @@
 
 #include "base/alloc.h"
 #include "base/ascii.h"
+#include "base/guards.h"
 #include "text/text_state.h"
 
 namespace {
@@ -98,18 +99,6 @@ int64_t read_line(FILE *stream, char **buffer, int64_t *size)
     }
     return length;
 }
-
-// Keeps other threads from the stream as long as it lives.
-class StreamLock {
-public:
-    explicit StreamLock(FILE *stream) : stream_(stream) { flockfile(stream_); }
-    ~StreamLock() { funlockfile(stream_); }
-    StreamLock(const StreamLock &) = delete;
-    StreamLock &operator=(const StreamLock &) = delete;
-
-private:
-    FILE *stream_;
-};
 
 }  // namespace
 
@@ -268,7 +257,7 @@ char *intactline(FILE *stream, char **buffer, int64_t *size)
     if (*size <= 0 || !*buffer)
         start_line(buffer, size);
     const int error_before = errno;
-    const StreamLock lock(stream);
+    const stock::StreamLock lock(stream);
     const int64_t length = read_line(stream, buffer, size);
     // Only a failed read that gave nothing tells its errno.
     if (length > 0 || !ferror_unlocked(stream))
