@@ -12,7 +12,7 @@
 
 namespace {
 
-// Times spread over the years 1901 to 2099, so that no branch is learnt.
+// Times spread over the years 1901 to 2099, so that the processor cannot predict branches.
 std::vector<double> spread_times()
 {
     std::vector<double> times(4096);

@@ -1,5 +1,5 @@
-// Reading times, against readers that are told the form: strptime, Abseil, GLib and
-// Howard Hinnant's date library. stock finds out the form itself.
+// Reading times, against strptime, Abseil, GLib and Howard Hinnant's date library. These are
+// told the form of the text; stock finds it out.
 
 #include "stock/str2epoch.h"
 
@@ -34,7 +34,7 @@ void stock(benchmark::State &state, const char *text, double expected)
         benchmark::DoNotOptimize(str2epoch(text));
 }
 
-// strptime has no fractions: a text whose fraction is read by strtod behind it.
+// Reads the fraction with strtod, because strptime reads none.
 double by_strptime(const char *text, const char *format)
 {
     struct tm fields = {};
@@ -87,7 +87,7 @@ BENCHMARK_CAPTURE(absl_ParseTime, words, "Feb 1, 2008 12:30 pm", "%b %d, %Y %I:%
     ->Name("parse_words/absl");
 BENCHMARK_CAPTURE(absl_ParseTime, epoch, "1201869015", "%s", 1201869015)->Name("parse_epoch/absl");
 
-// Takes the zone's name off the end, as a program has to that reads one.
+// Cuts the zone's name off the end first, as a program that uses Abseil has to.
 double in_zone_by_absl(const std::string &text)
 {
     const size_t blank = text.rfind(' ');
@@ -111,7 +111,7 @@ BENCHMARK(absl_ParseTime_zone)->Name("parse_zone/absl");
 #endif
 
 #if STOCK_HAVE_GLIB
-// The zone is that of a text which names none.
+// The zone is for texts that name none.
 double by_glib(const char *text, GTimeZone *zone)
 {
     GDateTime *time = g_date_time_new_from_iso8601(text, zone);

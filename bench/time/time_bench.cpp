@@ -1,5 +1,5 @@
-// Printing times, from the number to a text of its own, against strftime, Abseil,
-// {fmt}, GLib and Howard Hinnant's date library.
+// Printing times as text in the heap, against strftime, Abseil, {fmt}, GLib and Howard Hinnant's
+// date library.
 
 #include "stock/time.h"
 
@@ -39,7 +39,7 @@ void print(benchmark::State &state, Print run, const char *expected)
         benchmark::DoNotOptimize(run(++when));
 }
 
-// A text that stock gave, freed like the strings of the others.
+// Owns a text of stock's and frees it, as the others' strings free theirs.
 struct Given {
     char *text;
     explicit Given(char *given) : text(given) {}

@@ -29,7 +29,7 @@ Caltime fields_of(double when)
     return time;
 }
 
-// The described steps, written down once more in doubles only.
+// The arithmetic of the calendar written down once more, with doubles only.
 struct Steps {
     double year, doy;
 

@@ -1,4 +1,4 @@
-// Epoch times from and to plain numbers, and the same by pointer.
+// Epoch times from and to plain numbers, and the functions for Fortran, which take addresses.
 
 #include "stock/h2e.h"
 

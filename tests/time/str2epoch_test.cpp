@@ -1,5 +1,5 @@
-// Reading times: every row of the table, its neighbours, the settling of the
-// fields, zones, and texts that are no times at all.
+// Reading times: every row of the table and the texts just beside it, what the fields mean
+// together, zones, and texts that are no times at all.
 
 #include "stock/str2epoch.h"
 
@@ -42,7 +42,7 @@ Parsed parse(const std::string &text)
     return parsed;
 }
 
-// The time that a text without problems gives.
+// Returns the time of a text, which must be read without a problem.
 double good(const std::string &text)
 {
     const Parsed parsed = parse(text);
@@ -56,7 +56,7 @@ double at(int year, int month, int day, int hour = 0, int minute = 0, double sec
     return h2e(year, mday2doy(year, month, day), hour, minute, second);
 }
 
-// A text, what it gives, how many problems it has and what is logged.
+// A text, the time that it gives, how many problems it has and what zstr2epoch logs.
 struct Problem {
     const char *text;
     int problems;
@@ -73,7 +73,8 @@ void expect_problems(std::initializer_list<Problem> cases)
     }
 }
 
-// now + offset, within the time that a test takes.
+// Expects the time to be that of the clock and the offset, but for the seconds that the test
+// takes.
 void expect_from_now(const char *text, double offset)
 {
     const double before = std_now();
@@ -204,7 +205,7 @@ TEST(Str2epochRow3, Day000IsUnsetAndGives1January)
 
 TEST(Str2epochRow3, MatchesThreeDigitsOfALongerRun)
 {
-    // 2008-031, then a loose 5: the day of the year stays in force.
+    // 2008-031, then a loose 5: the day of the year still counts.
     EXPECT_EQ(good("2008-0315"), at(2008, 1, 31));
 }
 
@@ -499,7 +500,7 @@ TEST(Str2epochRow57, TakesAnExponentBehindAFraction)
         {"1.5e", 1, "str2epoch: can't interpret 'e'\n"},
         {"1.5e+", 1, "str2epoch: no timezone 'e+'\n"},
     });
-    // A minus is row 55's; the exponent is not.
+    // Row 55 takes the minus and the fraction, but no exponent.
     expect_problems({{"-1.5e9", 1, "str2epoch: no timezone 'e9'\n"}});
 }
 
@@ -720,7 +721,7 @@ TEST(Str2epoch, IntegersOutOfRangeAreProblems)
     }
 }
 
-// A number too small for a double was a problem.
+// A number too small for a double used to be a problem.
 TEST(Str2epoch, RealNumbersBeyondTheRangeOfADoubleAreZeroOrInfinite)
 {
     constexpr double kInf = std::numeric_limits<double>::infinity();
@@ -811,7 +812,7 @@ TEST(Str2epoch, PrintedTimesReadBackInEveryFormThatHoldsThemWhole)
         for (const char *format : formats) {
             const Text text(epoch2str(format, when));
             double back = 0;
-            // %s rounds up to 1000 at most; the row takes it.
+            // %s may print 1000, which the row reads as milliseconds, too.
             ASSERT_EQ(_zstr2epoch(text.get(), &back, 0), 0) << text.get();
             ASSERT_NEAR(back, when, 1e-5) << text.get();
         }
@@ -851,7 +852,7 @@ TEST(Str2epochZones, TheLastSecondOf1969IsRefused)
 
 TEST(Str2epochZones, ADifferenceOfMoreThanADayIsRefused)
 {
-    // Times far away come out of the calendar's guards on a wrong day.
+    // The calendar gives times so far away a wrong day.
     const Parsed parsed = parse("1.0e12 UTC");
     EXPECT_EQ(parsed.result, -1);
     EXPECT_EQ(parsed.log.rfind("str2epoch: invalid timezone difference = ", 0), 0U) << parsed.log;
@@ -955,7 +956,8 @@ TEST(IsTimezone, RefusesNamesThatWouldLeaveTheDirectory)
     EXPECT_EQ(is_timezone(std::string(5000, 'x').c_str()), 0);
 }
 
-// Runs before the others, which make the process find its directory.
+// GoogleTest runs suites named DeathTest first: before another test makes the process find its
+// directory.
 TEST(IsTimezoneDeathTest, LooksWhereZoneinfoSaysAndRemembersIt)
 {
     const Ended ended = in_child([] {

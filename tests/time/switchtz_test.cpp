@@ -1,4 +1,4 @@
-// What happens when the environment cannot be changed.
+// What switchTZ does when the environment cannot be changed.
 
 #include <cerrno>
 #include <cstdlib>
@@ -9,7 +9,7 @@
 #include "stock/str2epoch.h"
 #include "support/child.h"
 
-// Stands in for the system's, here and in the library.
+// Takes the place of the system's putenv for this program and the library.
 extern "C" int putenv(char *)
 {
     errno = ENOMEM;
@@ -25,7 +25,7 @@ TEST(SwitchTZ, EndsTheProcessWhenTheEnvironmentCannotBeChanged)
                     "[*]stack[*]Unexpected failure: switchTZ in file str2epoch, line [0-9]+\n"));
 }
 
-// Not as a zone of that name, which the environment would have to be changed for.
+// LOCAL must not be looked up as a zone named "LOCAL": that would need putenv.
 TEST(SwitchTZ, TheSystemsOwnZoneIsTheOneWithoutAnEntry)
 {
     const Ended ended = in_child([] {

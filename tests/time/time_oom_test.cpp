@@ -28,7 +28,7 @@ TEST(TimeOutOfMemory, NamesTheTextTheProblemTheZoneAndTheFormat)
                 testing::EndsWith(message("switchTZ", "str2epoch.cpp", "7", "time zone")));
 }
 
-// The report reads the reference time, and so comes back to the functions that ran out.
+// The report of the failure reads the reference time, with the functions that ran out of memory.
 TEST(TimeOutOfMemory, WithAReferenceTimeTheReportStillEnds)
 {
     for (const char *reference : {"1", "2008-02-01 12:30 US/Pacific", "02/01/2008"}) {
@@ -51,7 +51,7 @@ TEST(TimeOutOfMemory, WithAReferenceTimeTheReportStillEnds)
     unsetenv("ELOG_REFERENCE_TIME");
 }
 
-// Another thread, whose tag holds the time, waits for the zone with the log's lock held.
+// Another thread holds the log's lock and waits for environment_lock, to print a time in its tag.
 TEST(TimeOutOfMemoryThreads, InAZoneTheReportDoesNotWaitForAThreadThatPrintsTheTime)
 {
     const Ended ended = in_child([] {

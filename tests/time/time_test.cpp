@@ -66,7 +66,7 @@ std::string printf_text(const char *format, double value)
     return text;
 }
 
-// The fields of a day from year and day of the year, printed with one format.
+// Prints a day, given by its year and day of the year, with a format.
 std::string of_fields(const char *format, int year, int doy, int month, int day, int hour,
                       int minute, double second)
 {
@@ -211,7 +211,7 @@ TEST(TimeCodes, TheTextIsCutAt1023Characters)
     EXPECT_EQ(utc((std::string(1020, 'x') + "%Y%Y").c_str()), std::string(1020, 'x') + "200");
 }
 
-// A name was cut after 63 characters, and with the text after 1023.
+// A zone's name used to be cut after 63 characters, and the text with it after 1023.
 TEST(TimeZones, ANameIsPrintedWholeHoweverLong)
 {
     for (const size_t length : {3U, 63U, 64U, 500U, 1023U, 5000U}) {
@@ -287,7 +287,8 @@ TEST(TimePrinters, UseTheDayFirstDefaultsWhenAskedFor)
     EXPECT_EQ(utc("%D"), " 2/01/08");
 }
 
-// Runs before the others, which load them.
+// GoogleTest runs suites named DeathTest first: before another test makes the process read its
+// formats.
 TEST(TimePrintersDeathTest, LoadTheFormatsOnceOnFirstUse)
 {
     const Ended ended = in_child([] {
@@ -304,7 +305,7 @@ TEST(TimePrintersDeathTest, LoadTheFormatsOnceOnFirstUse)
 
 namespace {
 
-// What the body leaves of a child that finds this text as time_formats.pf.
+// Runs the body in a child process that finds the text as its time_formats.pf.
 Ended with_file(const std::string &text, const std::function<void()> &body)
 {
     const TempDir dir;
@@ -345,7 +346,7 @@ TEST(TimeFormatsFile, GivesTheKeysOfTheArrayThatItsLocationNames)
     EXPECT_EQ(with_file(kTables, print_formats).out, "HT|HY|HU|HD|HT %z|HY %z|HU %z|HD %z|1");
 }
 
-// The location used to be read where it had been freed.
+// The location used to be read after it had been freed.
 TEST(TimeFormatsFile, AFormatMayReferToTheLocation)
 {
     const char text[] = "where here\nlocation &where\n"

@@ -1,5 +1,4 @@
-// The scanner that cuts texts of times into tokens: its table is the patterns', whatever they
-// are and however many.
+// The scanner that cuts texts of times into tokens, with other patterns than those of times.
 
 #include "time/token_scanner.h"
 
@@ -30,8 +29,8 @@ void expect_no_match(const char *text)
     expect_match<kRows>(text, kRows.size(), 0);
 }
 
-// What the table stands in for: the lengths that a pattern matches at the start of a text,
-// found one way after the other.
+// Adds each length at which the pattern matches the beginning of the text, found by trying every
+// way to match it. The first `length` characters are matched already.
 void add_lengths(std::string_view pattern, std::string_view text, std::size_t length,
                  std::vector<std::size_t> &lengths)
 {
@@ -55,6 +54,7 @@ void add_lengths(std::string_view pattern, std::string_view text, std::size_t le
     }
 }
 
+// The match that a scanner without a table finds: it tries each row.
 template <const auto &kRows>
 typename stock::TokenScanner<kRows>::Match slow_match(std::string_view text)
 {
@@ -69,7 +69,8 @@ typename stock::TokenScanner<kRows>::Match slow_match(std::string_view text)
     return best;
 }
 
-// Texts of few different characters, so that many of them match long patterns.
+// Compares the scanner with slow_match on texts of these characters: few, so that many texts
+// match long patterns.
 template <const auto &kRows>
 void expect_matches_of_random_texts(std::string_view characters)
 {
@@ -142,7 +143,7 @@ TEST(TokenScanner, KnowsARowThatIsNeverTaken)
 
 namespace {
 
-// 60 patterns of 20 elements: far more states than the 512 that are tried first.
+// 60 patterns of 20 elements have more states than the 512 that the builder makes room for first.
 constexpr std::size_t kLength = 20;
 constexpr auto kLetters = [] {
     std::array<std::array<char, kLength>, 60> patterns{};
@@ -163,8 +164,8 @@ constexpr auto kManyRows = [] {
 
 }  // namespace
 
-// The table was once as large as the patterns of the day needed, and one row more ended the
-// process when a text reached it.
+// The table had room for 384 states once; a pattern more could have ended the process, on the day
+// that a text reached it.
 TEST(TokenScanner, HasAsManyStatesAsThePatternsNeed)
 {
     using Scanner = stock::TokenScanner<kManyRows>;

@@ -1,4 +1,4 @@
-// Pausing: what the system is asked for, and what its answers make of it.
+// Pausing: what nanosleep is asked for, and what its answers lead to.
 
 #include "stock/wait_for_time.h"
 
@@ -22,7 +22,7 @@
 
 namespace {
 
-// What stands in for the system's nanosleep, here and in the library.
+// Takes the place of the system's nanosleep for this program and the library.
 struct Sleep {
     int calls = 0;
     struct timespec asked = {};
@@ -44,7 +44,7 @@ void expect_asked(double seconds, long whole, long nanoseconds)
     EXPECT_EQ(slept.asked.tv_nsec, nanoseconds) << seconds;
 }
 
-// What snoozing prints when the system answers so.
+// Returns what snooze prints when nanosleep answers as set.
 Ended answered(int result, int error, struct timespec left)
 {
     return untagged([=] {

@@ -371,7 +371,7 @@ constexpr Spacing kSpacings[] = {
 };
 // clang-format on
 
-// The first tick after t0.
+// The first tick at t0 or later.
 double first_tick(double t0, double offset, double increment, bool keeps_start)
 {
     if (keeps_start)

@@ -41,8 +41,8 @@ constexpr double kDaySeconds = 86400;
 
 // What has been read of one text: its fields, and the problems that were found.
 struct ParsedTime {
-    // The fields begin as those of 1 January 1970 00:00, with -1 where that is told from
-    // a field that was set. Most are 0 or more.
+    // The fields of a text that sets none: 1 January 1970 00:00, with -1 for "not set" where
+    // that makes a difference.
     int year = 1970;
     int month = -1;
     int day = -1;
@@ -201,6 +201,7 @@ void iso_day(ParsedTime &p, TimeToken &t, int)
         bad_date(p, t);
 }
 
+// `number` is the row's, 1 to 12.
 void month(ParsedTime &p, TimeToken &, int number)
 {
     p.month = number;
@@ -240,6 +241,7 @@ void minute_second(ParsedTime &p, TimeToken &t, int)
     p.second = t.real();
 }
 
+// An hour, a minute and a second, or 2008032:12:30: year and day, hour, minute.
 void hour_minute_second(ParsedTime &p, TimeToken &t, int)
 {
     const int first = t.whole();
@@ -399,11 +401,11 @@ struct Row {
 // The longest match wins; of rows that match the same text, the earlier one.
 // clang-format off
 constexpr std::array kRows = std::to_array<Row>({
-    {"#+/#+/#+", slashed_date},
-    {"####-##-##", iso_date},
-    {"####-###", iso_day},
-    {"#+-#+-#+", hyphened_date},
-    {"jan{uary}", month, 1},
+    {"#+/#+/#+", slashed_date},                      // 2/1/2008, or 1/2/2008, or 2008/2/1
+    {"####-##-##", iso_date},                        // 2008-02-01
+    {"####-###", iso_day},                           // 2008-032
+    {"#+-#+-#+", hyphened_date},                     // 2008-1-1
+    {"jan{uary}", month, 1},                         // Jan, january
     {"feb{ruary}", month, 2},
     {"mar{ch}", month, 3},
     {"apr{il}", month, 4},
@@ -416,23 +418,23 @@ constexpr std::array kRows = std::to_array<Row>({
     {"nov{ember}", month, 11},
     {"dec{ember}", month, 12},
     {"now", now},
-    {"mon{day}", weekday, 1},
+    {"mon{day}", weekday, 1},                        // Mon, monday
     {"tue{sday}", weekday, 2},
     {"wed{nesday}", weekday, 3},
     {"thu{rsday}", weekday, 4},
     {"fri{day}", weekday, 5},
     {"sat{urday}", weekday, 6},
     {"sun{day}", weekday, 0},
-    {"#+,", day},
-    {"19#####", jdate},
-    {"20#####", jdate},
-    {"(#+)", day_of_year},
-    {":#+:#+{.#+}", minute_second},
-    {"#+:#+:#+{.#+}", hour_minute_second},
-    {"#######:#+:#+:#+{.#+}", jdate_and_time},
-    {"#+:#+:#+:#+:#+{.#+}", doy_and_time},
-    {"#+:#+:#+:#+:#+:#+", doy_and_time_ms},
-    {"#+:jan:#+:#+:#+:#+{.#+}", month_and_time, 1},
+    {"#+,", day},                                    // 1,
+    {"19#####", jdate},                              // 1999032
+    {"20#####", jdate},                              // 2008032
+    {"(#+)", day_of_year},                           // (32)
+    {":#+:#+{.#+}", minute_second},                  // :30:15.5
+    {"#+:#+:#+{.#+}", hour_minute_second},           // 12:30:15.5
+    {"#######:#+:#+:#+{.#+}", jdate_and_time},       // 2008032:12:30:15.5
+    {"#+:#+:#+:#+:#+{.#+}", doy_and_time},           // 2008:032:12:30:15.5
+    {"#+:#+:#+:#+:#+:#+", doy_and_time_ms},          // 2008:032:12:30:15:500
+    {"#+:jan:#+:#+:#+:#+{.#+}", month_and_time, 1},  // 2008:jan:1:12:30:15.5
     {"#+:feb:#+:#+:#+:#+{.#+}", month_and_time, 2},
     {"#+:mar:#+:#+:#+:#+{.#+}", month_and_time, 3},
     {"#+:apr:#+:#+:#+:#+{.#+}", month_and_time, 4},
@@ -444,26 +446,26 @@ constexpr std::array kRows = std::to_array<Row>({
     {"#+:oct:#+:#+:#+:#+{.#+}", month_and_time, 10},
     {"#+:nov:#+:#+:#+:#+{.#+}", month_and_time, 11},
     {"#+:dec:#+:#+:#+:#+{.#+}", month_and_time, 12},
-    {":#+", minute},
-    {"#+:#+", hour_minute},
-    {"-:#+", minutes_from_now, -1},
-    {"-#+:#+", hours_from_now, -1},
-    {"-#+:#+:#+", seconds_from_now, -1},
-    {"-#+day{s}", days_ago},
-    {"#+day{s}", days_from_1970},
-    {"+:#+", minutes_from_now, 1},
-    {"+#+:#+", hours_from_now, 1},
-    {"+#+:#+:#+", seconds_from_now, 1},
-    {"{-}{#+}.{#+}", epoch_time},
-    {"-#+", epoch_time},
-    {"#+.#+e{~}#+", epoch_time},
-    {"#+", loose_number},
+    {":#+", minute},                                 // :30
+    {"#+:#+", hour_minute},                          // 12:30
+    {"-:#+", minutes_from_now, -1},                  // -:5, five minutes ago
+    {"-#+:#+", hours_from_now, -1},                  // -1:30, an hour and a half ago
+    {"-#+:#+:#+", seconds_from_now, -1},             // -1:30:10
+    {"-#+day{s}", days_ago},                         // -2days
+    {"#+day{s}", days_from_1970},                    // 2days
+    {"+:#+", minutes_from_now, 1},                   // +:5, in five minutes
+    {"+#+:#+", hours_from_now, 1},                   // +1:30
+    {"+#+:#+:#+", seconds_from_now, 1},              // +1:30:10
+    {"{-}{#+}.{#+}", epoch_time},                    // 1201869015.5
+    {"-#+", epoch_time},                             // -5
+    {"#+.#+e{~}#+", epoch_time},                     // 1.5e9
+    {"#+", loose_number},                            // 2008, 1, 1201869015
     {"am", half_of_day, 1},
     {"pm", half_of_day, 0},
     {" ", nothing},
     {"\n", nothing},
     {"\t", nothing},
-    {"@%+", zone},
+    {"@%+", zone},                                   // US/Pacific, LOCAL
 });
 // clang-format on
 
@@ -557,7 +559,8 @@ void complete_fields(ParsedTime &p)
         p.hour += 12;
 }
 
-// Counts the first field that is too large as a problem.
+// Counts the first field that is too large as a problem. Without a date, hours may go on for a
+// week.
 void check_ranges(ParsedTime &p)
 {
     const bool only_time = p.doy == 0 && p.month == 1 && p.day == 1 && p.year == 1970;
@@ -629,6 +632,7 @@ void parse(ParsedTime &p, const char *text)
     scan(p, text);
     if (p.nothing_set())
         ++p.problems;
+    // A number alone is an epoch time.
     if (p.loose1 != 0 && p.loose2 == 0 && !p.month_or_time_set())
         p.epoch = p.loose1;
     if (p.epoch == kNoEpoch)
@@ -661,7 +665,7 @@ int _zstr2epoch(const char *text, double *epoch, int log)
     text = text ? text : "";
     ParsedTime p(log != 0);
     parse(p, text);
-    restoreTZ();
+    restoreTZ();  // of a switch that the caller made, too
     *epoch = p.epoch;
     if (p.message)
         elog_log(0, "%s", p.message.get());

@@ -124,6 +124,7 @@ const char *weekday(const Fields &f)
     return Week[day < 0 ? day + 7 : day];
 }
 
+// Nothing for a month that is none: ztime2str takes any number.
 std::string_view month(const Fields &f)
 {
     return f.month >= 1 && f.month <= 12 ? Month[f.month - 1] : "";
@@ -155,6 +156,7 @@ struct Code {
     void (*print)(FixedText &out, const Fields &f);
 };
 
+// epoch2str(3) lists the codes with examples.
 // clang-format off
 constexpr Code kCodes[] = {
     {'A', [](FixedText &out, const Fields &f) { out.add(weekday(f)); }},
@@ -242,6 +244,8 @@ void expand(FixedText &out, const char *format, const Fields &f)
     }
 }
 
+// ---- Times broken down ----
+
 Fields utc_fields(double epoch)
 {
     Caltime time;
@@ -306,18 +310,16 @@ public:
 private:
     std::size_t break_down(const char *zone, double epoch, std::span<char> name);
 
-    Fields fields_{};  // its zone lies in one of the two names
+    Fields fields_;  // its zone lies in one of the two names
     bool zone_known_ = true;
     char short_name_[64];
     stock::Owned<char> long_name_;
 };
 
-ZonedTime::ZonedTime(const char *zone, double epoch)
+ZonedTime::ZonedTime(const char *zone, double epoch) : fields_(zone ? Fields() : utc_fields(epoch))
 {
-    if (!zone) {
-        fields_ = utc_fields(epoch);
+    if (!zone)
         return;
-    }
     std::span<char> name = short_name_;
     std::size_t length = break_down(zone, epoch, name);
     while (length > name.size()) {
@@ -344,7 +346,7 @@ std::size_t ZonedTime::break_down(const char *zone, double epoch, std::span<char
 
 constexpr std::size_t kTextBytes = 1024;  // for the text of a format, its zones not counted
 
-// How many codes of the format print the zone.
+// How many codes of the format, %Z and %z, print the zone.
 std::size_t zone_codes(const char *format)
 {
     std::size_t codes = 0;
@@ -391,6 +393,7 @@ char *printed(const char *format, const char *zone, double epoch)
     return formatted(format, ZonedTime(zone, epoch).fields());
 }
 
+// Times are rounded before they are broken down, so that 59.9996 s prints as the next minute.
 double to_millisecond(double epoch)
 {
     return std::floor(epoch * 1000 + 0.5) / 1000;
@@ -510,6 +513,7 @@ int fmttime(char *buf, int style, const char *zone, double epoch)
     need_formats();
     if (outside_range(buf, epoch))
         return 0;
+    // Style 8 shows five decimals, the others three at most.
     const double rounded =
         style == 8 ? std::floor(0.5 + epoch * 100000) / 100000 : to_millisecond(epoch);
     const bool utc = !zone || std::strcmp(zone, "UTC") == 0;
@@ -620,7 +624,7 @@ void print_interval(IntervalText &out, double dt)
 
 char *strtdelta(double seconds)
 {
-    constexpr std::size_t kWidth = 21;
+    constexpr std::size_t kWidth = 21;  // characters, with blanks behind a shorter text
     IntervalText out;
     out.add(seconds < 0 ? '-' : ' ');
     print_interval(out, std::fabs(seconds));

@@ -82,7 +82,7 @@ public:
 
     std::size_t count = 1;
     std::array<std::uint8_t, 256> of{};      // the kind of each byte
-    std::array<std::uint64_t, 128> match{};  // the kinds that each element matches
+    std::array<std::uint64_t, 256> match{};  // the kinds that each element matches
 
     // The text holds all elements of the patterns.
     template <std::size_t kSize>
@@ -95,8 +95,8 @@ public:
             of[byte] = kind_of(lower(static_cast<char>(byte)));
         for (std::size_t i = 0; i < element_count_; ++i)
             for (std::size_t kind = 0; kind < count; ++kind)
-                match[static_cast<std::size_t>(elements_[i])] |= (matched_by_[kind] >> i & 1)
-                                                                 << kind;
+                match[static_cast<unsigned char>(elements_[i])] |= (matched_by_[kind] >> i & 1)
+                                                                   << kind;
     }
 
 private:
@@ -204,7 +204,7 @@ private:
     // The kinds that the element at places_[i] matches.
     constexpr std::uint64_t kinds_matched(std::size_t i) const
     {
-        return kKinds<kRows>.match[static_cast<std::size_t>(kPatterns<kRows>.text[places_[i]])];
+        return kKinds<kRows>.match[static_cast<unsigned char>(kPatterns<kRows>.text[places_[i]])];
     }
 
     // Fills the state's row of the table, and adds the states that it leads to.
