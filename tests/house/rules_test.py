@@ -39,6 +39,12 @@ DOCUMENT = """
 |---|---|---|
 | `east` | `rain`, `snow` | snow melts |
 
+## What happens where
+
+| Question | File | Function |
+|---|---|---|
+| Where is rain measured? | `east/rain.cpp` | `rain` |
+
 ## The files
 
 {files}
@@ -180,6 +186,10 @@ class Rules(unittest.TestCase):
     def test_a_line_without_a_file_is_told(self):
         self.assertIn("docs/architecture.md has a line for east/thaw.cpp, which is not there",
                       self.complaints(DOCUMENT.replace("{files}", "{files}\n| `east/thaw.cpp` | gone |")))
+
+    def test_an_answer_that_names_a_function_elsewhere_is_told(self):
+        self.assertIn("docs/architecture.md names snow in east/thaw.cpp, which has no such function",
+                      self.complaints(DOCUMENT.replace("`east/rain.cpp` | `rain`", "`east/thaw.cpp` | `snow`")))
 
     def test_a_picture_that_was_not_drawn_anew_is_told(self):
         self.assertEqual(self.complaints(east__hail_cpp='#include "log/log.h"\n'),
