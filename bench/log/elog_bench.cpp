@@ -52,7 +52,7 @@ void logged_and_cleared(benchmark::State &state)
 }
 BENCHMARK(logged_and_cleared)->Name("log_and_clear/stock");
 
-// A library's reasons under a mark, dropped because it worked in the end.
+// Ten messages logged above a mark and dropped, as a library does whose third way works.
 void logged_and_flushed(benchmark::State &state)
 {
     if (Ready != 0 || !keeps_what_is_logged())

@@ -1,5 +1,5 @@
-// Programs that really crash, by every signal and in every situation: each ends by
-// abort, or by the second signal, within seconds and with a report.
+// Programs that really crash, by every signal and in every situation. Each ends within seconds
+// and with a report, by abort or by the signal of a second crash.
 
 #include <csignal>
 #include <cstring>
@@ -19,8 +19,8 @@ using testing::HasSubstr;
 using testing::MatchesRegex;
 using testing::Not;
 
-// The faults that are caught by default and two more, with a part of what the system
-// says of them.
+// The faults that are caught by default and two more signals, with a part of the report of
+// what the system says about them.
 struct Way {
     const char *name;
     int sig;
@@ -46,7 +46,7 @@ const Way kWays[] = {
 };
 // clang-format on
 
-constexpr double kSeconds = 12;  // that a report may take when it cannot get on
+constexpr double kSeconds = 12;  // a report that gets stuck ends in less
 
 // Runs the program; it must not hang.
 Ended crashed(const Way &way, const std::string &situation,
@@ -76,7 +76,8 @@ std::string fault_message(const Way &way)
            strsignal(way.sig) + "\n";
 }
 
-// The report in its order: stack, fault, what waited, description, fault message.
+// Expects the parts of the report in their order: stack, fault, waiting messages, description,
+// fault message.
 void expect_report(const Way &way, const std::string &text, const char *where)
 {
     size_t at = 0;
@@ -130,7 +131,7 @@ TEST(Crash, WithAFullStack)
 
 TEST(Crash, InsideMalloc)
 {
-    // Names of C++ need the heap and stay as they are.
+    // Turning C++ names into plain ones needs the heap: they stay mangled.
     expect_aborts_with_report("malloc", "crash_here");
 }
 
@@ -194,7 +195,7 @@ TEST(Crash, InASecondThreadWithAFullStack)
 
 TEST(Crash, InASecondThreadInsideMalloc)
 {
-    // The alarm that ends an attempt on the heap may come to the first thread.
+    // The alarm that stops the use of the heap may come to the first thread instead.
     const Way &way = kWays[4];
     const Ended ended = crashed(way, "threadmalloc");
     EXPECT_EQ(ended.signal, SIGABRT);
@@ -207,7 +208,7 @@ TEST(Crash, InTwoThreadsAtOnce)
         for (int i = 0; i < 5; ++i) {
             SCOPED_TRACE(way.name);
             const Ended ended = crashed(way, "two");
-            // The second one may come before the first has prepared for it.
+            // The second fault may come before the first thread has set handlers for it.
             EXPECT_TRUE(ended.signal == SIGABRT || ended.signal == way.sig) << ended.signal;
             if (ended.signal == SIGABRT && way.sig != SIGABRT)
                 expect_report(way, ended.err, "crasher::");
@@ -232,7 +233,7 @@ TEST(Crash, InsideTheReportByTheSameSignal)
     for (const Way &way : kWays) {
         SCOPED_TRACE(way.name);
         const Ended ended = crashed(way, "again");
-        // What is no fault waits until its handler returns, which is never.
+        // USR1 stays blocked until its handler returns, which it never does.
         EXPECT_EQ(ended.signal, way.sig == SIGUSR1 ? SIGABRT : way.sig);
         EXPECT_THAT(ended.err,
                     AllOf(HasSubstr("\n\nStack\n"), HasSubstr(way.fault),
@@ -355,7 +356,7 @@ TEST(Crash, TheDebuggerOfFaultsRunsBeforeTheAbort)
                                      "Running debugger: 'echo the debugger >&2'\nthe debugger\n"));
 }
 
-// The end says with malloc's lock held what it can: its text, and what waited.
+// The end prints without the heap what it can: its text and the waiting messages.
 TEST(Crash, AnEndThatATimerBeginsInsideMallocComesToItsEnd)
 {
     const struct {

@@ -1,7 +1,7 @@
 // A program that crashes: usage: crasher SIGNAL SITUATION [FILE].
 //
-// It wraps malloc in a lock of its own, so that a crash inside it leaves a heap that
-// blocks whoever needs it.
+// It wraps malloc in a lock of its own, so that after a crash inside malloc every use of the
+// heap blocks.
 
 #include <atomic>
 #include <cerrno>
@@ -31,7 +31,7 @@ volatile int Zero = 0;
 int How;
 bool Crash_in_malloc = false;
 bool Stay_in_malloc = false;
-bool In_a_hurry = false;  // the last limit of an end comes after one second
+bool In_a_hurry = false;  // an end is limited to one second
 pthread_mutex_t Heap_lock = PTHREAD_MUTEX_INITIALIZER;
 
 }  // namespace
@@ -45,7 +45,7 @@ void __libc_free(void *block);
 
 namespace crasher {
 
-// Ends in the signal: by a fault where one can be made, else by raising it.
+// Causes the signal: by a fault where it has one, else by raising it.
 [[gnu::noinline]] void crash_here(int sig)
 {
     switch (sig) {
@@ -58,7 +58,7 @@ namespace crasher {
         break;
     }
     case SIGBUS: {
-        // The file has no byte behind the mapping.
+        // The file is empty, and so shorter than the mapping.
         char name[] = "/tmp/crasher.XXXXXX";
         const int fd = mkstemp(name);
         unlink(name);
@@ -73,7 +73,7 @@ namespace crasher {
     default: break;
     }
     raise(sig);
-    asm volatile("");  // raise is not the last call, and this function stays on the stack
+    asm volatile("");  // keeps this function on the stack: raise is not its last call
 }
 
 class Heap {
@@ -133,7 +133,7 @@ void plainly()
     crash_here(How);
 }
 
-// Fills the stack of this thread but for a little.
+// Uses up the stack of this thread but for a little.
 [[gnu::noinline]] void with_a_full_stack(const char *end)
 {
     volatile char frame[512];
@@ -158,17 +158,17 @@ void overflowing()
 void inside_malloc()
 {
     Crash_in_malloc = true;
-    void *volatile block = malloc(10);  // volatile: a compiler may leave out what is only freed
+    void *volatile block = malloc(10);  // volatile: a compiler may omit a block that is only freed
     free(block);
 }
 
-// Overwrites what the heap knows of its free memory.
+// Overwrites malloc's own records of free memory.
 void with_a_broken_heap()
 {
-    char *block = static_cast<char *>(malloc(1 << 16));  // the last one
+    char *block = static_cast<char *>(malloc(1 << 16));  // the last block of the heap
     memset(block, 0xa5, static_cast<size_t>(static_cast<char *>(sbrk(0)) - block));
     if (How == SIGABRT)
-        block = static_cast<char *>(malloc(1 << 17));  // finds it out
+        block = static_cast<char *>(malloc(1 << 17));  // malloc finds out and aborts
     *block = 1;
     crash_here(How);
 }
@@ -272,7 +272,7 @@ void in_two_threads()
     });
 }
 
-// The report itself runs into a second fault.
+// The report itself causes a second fault.
 int callback_of_fault(int severity, const char *, Tbl *)
 {
     if (severity == 6)
@@ -372,7 +372,7 @@ void with_many_messages()
     crash_here(How);
 }
 
-// The program's own handler of the abort does not end it.
+// The program's own handler of SIGABRT never returns.
 void refusing_to_abort()
 {
     signal(
@@ -383,7 +383,7 @@ void refusing_to_abort()
     crash_here(How);
 }
 
-// The report is stopped before it has said anything.
+// The report blocks before it has printed anything.
 int callback_that_blocks_at_once(int, const char *, Tbl *)
 {
     for (;;)
@@ -396,7 +396,7 @@ void blocking_at_once()
     crash_here(How);
 }
 
-// While the report is made another thread has a fault, and then waits for its end.
+// While the report is made, another thread faults. It then waits for the process's end.
 std::atomic<bool> Second_is_due{false};
 
 int callback_of_a_fault_elsewhere(int severity, const char *, Tbl *)
@@ -431,7 +431,7 @@ void while_another_crashes()
     while_it_is_reported(How == SIGSEGV ? SIGFPE : SIGSEGV);
 }
 
-// The report leaves this signal to the log's handler.
+// The report sets no handler of its own for this signal, so the log's is called.
 void while_another_is_signalled()
 {
     while_it_is_reported(SIGUSR1);
@@ -459,7 +459,7 @@ void dying_inside_malloc_by_grace()
     free(block);
 }
 
-// The alarm comes at any moment of this.
+// The alarm may interrupt this anywhere.
 void dying_at_work()
 {
     In_a_hurry = true;

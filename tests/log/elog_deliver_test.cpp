@@ -44,7 +44,7 @@ bool Close_fails = false;
 
 }  // namespace
 
-// Stands before the system's: closes, and says that it failed when told to.
+// Replaces the system's close: closes, and fails all the same when Close_fails is set.
 extern "C" int close(int fd)
 {
     static const auto closes = reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"));
@@ -180,7 +180,7 @@ TEST(ElogDeliver, ADeliveryStringMayBeOfAnyLength)
 
 namespace {
 
-// A stream that reports while it is written.
+// A stream that reports each time it is written to.
 FILE *reporting_stream()
 {
     const auto write = [](void *, const char *text, size_t size) -> ssize_t {
@@ -204,7 +204,7 @@ TEST(ElogDeliver, ReportsFromWithinADeliveryGoThrough)
         elog_notify(0, "end");
     });
     EXPECT_EQ(ended.out, "why\nx\n");
-    // The report from within delivered the stack again and emptied it.
+    // The notification from within delivered the stack and so emptied it.
     EXPECT_EQ(ended.err, "why\nlogged from within\ntold from within\nx\nend\n");
     EXPECT_EQ(ended.status, 0);
 }
@@ -295,7 +295,7 @@ TEST(ElogFile, ATerminalDoesNotBecomeTheControllingOne)
         char text[10] = "";
         printf("%zd%d", read(master, text, sizeof text), open("/dev/tty", O_RDONLY));
     });
-    EXPECT_EQ(ended.out, "3-1");  // a terminal ends its lines with two characters
+    EXPECT_EQ(ended.out, "3-1");  // a terminal turns "\n" into "\r\n"
     EXPECT_EQ(ended.err, "");
 }
 
@@ -398,7 +398,7 @@ TEST(ElogPrintfd, EachRecordIsOneWrite)
 {
     const std::string large(9000, 'x');
     const Ended ended = logged({}, [&] {
-        int ends[2];  // each write is a packet of its own
+        int ends[2];  // of a pipe that keeps each write as a packet of its own
         if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0)
             abort();
         errno = EACCES;

@@ -1,4 +1,4 @@
-// What the log remembers of the signals that it catches.
+// The actions that signals had before the log caught them.
 
 #include <csignal>
 

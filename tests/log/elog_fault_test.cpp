@@ -1,5 +1,5 @@
-// Fault handlers, stack traces on request, the debugger, and what is said of a fault.
-// Real crashes are in tests/crash.
+// Fault handlers, stack traces on request, the debugger, and the text about a fault.
+// Real crashes are in crash_test.cpp.
 
 #include "stock/elog_fault.h"
 
@@ -23,10 +23,10 @@
 #include "support/logging.h"
 #include "support/temp_dir.h"
 
-// What the table of signals gives.
+// What signal_bysig and signal_byname give.
 static enum { Everything, No_description, No_record } Signals = Everything;
 
-// These stand before the library's own.
+// The program's own functions, which replace the library's.
 extern "C" Signal *signal_bysig(int sig)
 {
     static const auto real = reinterpret_cast<Signal *(*)(int)>(dlsym(RTLD_NEXT, "signal_bysig"));
@@ -53,7 +53,7 @@ using testing::HasSubstr;
 using testing::Not;
 using testing::StartsWith;
 
-// Runs a body that expects things; what fails in the child is printed to its output.
+// Runs a body with expectations in a child. Those that fail there are printed to its output.
 Ended checked(std::initializer_list<std::string> settings, const std::function<void()> &body)
 {
     const Ended ended = logged(settings, body);
@@ -248,8 +248,8 @@ TEST(ElogSet, TheSignalListInstallsHandlers)
     });
 }
 
-// What a report of each severity, log first, prints with this ELOG_STACK: 's' with a
-// stack behind it, '-' without.
+// A letter for each severity, log first, with this ELOG_STACK: 's' when a stack follows its
+// report, '-' when none does.
 std::string severities_with_stack(const std::string &value)
 {
     std::string found;
@@ -368,10 +368,11 @@ TEST(ShowStackTraceString, BeginsWithTheCallerAndIsLaidOutAsTheSystemDoes)
     std::vector<std::string> ours;
     for (size_t at = 8; at < text.size(); at = text.find('\n', at) + 1)
         ours.push_back(text.substr(at, text.find('\n', at) - at));
-    // The first address differs, and C++ names are plain here; the C library's are not.
+    // Compared with the trace of the C library, which leaves C++ names mangled. The first
+    // addresses differ, because the two were called from different lines.
     ASSERT_GE(ours.size(), 4U);
     ASSERT_LE(ours.size(), static_cast<size_t>(count));
-    // The sanitizers come first in the system's.
+    // The C library's trace may begin with functions of a sanitizer.
     char **lines = all + count - ours.size();
     const auto image = [](const std::string &line) { return line.substr(0, line.find('(')); };
     EXPECT_EQ(image(ours[0]), image(lines[0]));
@@ -399,7 +400,7 @@ TEST(ShowStackTraceString, BeginsWithTheCallerAndIsLaidOutAsTheSystemDoes)
 TEST(ShowStackTraceString, HasNoMoreLinesThan128AddressesGive)
 {
     EXPECT_LE(lines_this_deep(400), 128);
-    EXPECT_GE(lines_this_deep(400), 120);  // the tracer's own are left out
+    EXPECT_GE(lines_this_deep(400), 120);  // without the functions that make the trace
 }
 
 TEST(ShowStackTraceString, CutsTheHeading)
@@ -414,7 +415,7 @@ TEST(ShowStackTraceString, CutsTheHeading)
 TEST(ShowStackTraceString, CutsTheLastLineAndEndsItWithANewline)
 {
     const std::string whole = trace(65536);
-    // The addresses of the first two lines, here, differ from call to call.
+    // The addresses in the first two lines differ from call to call.
     const size_t line = whole.find('\n', whole.find('\n', 8) + 1) + 1;
     for (int size = 10; size < 600 && size < static_cast<int>(whole.size()); ++size) {
         const std::string text = trace(size);
@@ -502,7 +503,7 @@ TEST(ShowFault, ANegativeCodeNamesTheSender)
                       "  signal sent by pid 123, user 45\n  Type: unrecognized si->si_code = " +
                           std::to_string(code) + "\n");
         }
-    // Meant: those of a process that are not negative are read as faults.
+    // Meant: a code above 0 is read as that of a fault, also when a process sent the signal.
     EXPECT_EQ(fault(SIGTERM, info_of(0x10001)),
               "  no additional information available about signal\n");
 }

@@ -16,7 +16,7 @@ namespace {
 
 const char *const kDefaults[] = {"d0", "d1", "d2", "d3", "d4", "d5", "d6"};
 
-// Seven settings, each "." before, after a value was applied, with bars between.
+// The seven settings after a value was applied, with bars between. Each was "." before.
 std::string applied(const char *value, int fill_defaults = 0, const char *before = ".")
 {
     char table[7][ELOG_FIELD_SIZE];
@@ -173,7 +173,7 @@ struct FreePf {
     void operator()(Pf *pf) const { pffree(pf); }
 };
 
-// Seven settings, each "." before, after the table ELOG_TAG of a parameter text was applied.
+// The seven settings after ELOG_TAG of a parameter text was applied. Each was "." before.
 std::string applied_from(const char *parameters)
 {
     Pf *pf = nullptr;

@@ -1,4 +1,4 @@
-// What the log says when memory runs out, in itself and while it says so.
+// What the log reports when memory runs out, in the log itself and while it reports that.
 
 #include "stock/elog.h"
 
@@ -19,7 +19,7 @@
 
 namespace {
 
-// The message with its tag, from the source file and line named.
+// The out-of-memory message with its tag, without the line and the file.
 std::string message(const std::string &function, const std::string &bytes, const std::string &item)
 {
     return "oom_test *fatal*: Out of memory in " + function + "\n\tCan't malloc " + bytes +
@@ -34,7 +34,7 @@ std::string without_lines(std::string text)
     return text;
 }
 
-// Runs the body in a child whose allocations all fail after the first so many.
+// Runs the body in a child in which `successes` allocations succeed and all later ones fail.
 Ended starved(std::initializer_list<std::string> settings, const std::function<void()> &before,
               const std::function<void()> &body, long successes = 0)
 {
@@ -245,7 +245,7 @@ TEST(ElogOutOfMemory, NoNumberOfAllocationsThatWorkMakesItHangOrCrash)
         }
 }
 
-// What "&file(" takes off the log is gone before memory is asked for again.
+// "&file(" takes messages off the log, and must not free them twice when memory runs out.
 TEST(ElogOutOfMemory, ReasonsThatAreTakenBackAreFreedOnce)
 {
     const BlanklessDir dir;

@@ -1,4 +1,4 @@
-// What the log takes from elog.pf, and when the environment wins over it.
+// The settings that the log takes from elog.pf, and where the environment overrides them.
 
 #include <cstdlib>
 #include <string>
@@ -12,7 +12,7 @@
 
 namespace {
 
-// What a fresh process reports with this elog.pf in its way.
+// What a new process reports when it finds this elog.pf.
 std::string report(const std::string &settings, const std::function<void()> &body)
 {
     const PfPath path;

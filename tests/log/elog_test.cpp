@@ -1,4 +1,4 @@
-// The message log: reporting, the stack, folding, the limit, questions and settings.
+// The message log: reporting, the stack, repetitions, the limit, questions and settings.
 
 #include "stock/elog.h"
 
@@ -43,7 +43,7 @@ void report(int severity, int flag, const char *format, ...)
 
 }  // namespace
 
-// Stands before the system's: gives this description of every errno when there is one.
+// Replaces the system's strerror_r: gives this description of every errno, if there is one.
 static const char *Description = nullptr;
 extern "C" char *strerror_r(int error, char *buffer, size_t size) noexcept
 {
@@ -245,8 +245,8 @@ TEST(ElogText, LongTextsAreCutWithAndWithoutTheNotice)
 {
     const struct {
         size_t length;    // of the text that is reported
-        size_t kept;      // characters of it that are printed
-        std::string end;  // what follows them
+        size_t kept;      // characters of the text that are printed
+        std::string end;  // what follows these
     } cases[] = {
         {10235, 10235, "\n"},    {10236, 10236, "\n"},    {10237, 10237, "\n"},
         {10238, 10237, "\n"},    {10239, 10237, "\n"},    {10240, 10237, "\n"},
@@ -503,7 +503,7 @@ TEST(ElogStack, ClearRegisterDeliversOnlyWhenAsked)
         elog_clear_register(1);
         printf("%d %d", elog_mark(), errno);
     });
-    // The errno of the call is not part of what is delivered.
+    // errno at the time of the call is not delivered.
     EXPECT_EQ(ended.err, "b\n");
     EXPECT_EQ(ended.out, "0 0");
 }
@@ -908,7 +908,7 @@ TEST(ElogCallback, MayReportItselfAndIsNotCalledForThat)
     EXPECT_EQ(ended.status, 0);
 }
 
-// Far more often than reports may be made inside reports.
+// The callback throws far more often than reports may be made inside reports.
 TEST(ElogCallback, IsCalledAgainAfterItThrew)
 {
     const Ended ended = untagged([] {
@@ -1495,7 +1495,7 @@ TEST(ElogStream, ReportsFromWithinAStreamDoNotDisturbWhatItPrints)
         fclose(stream);
     });
     EXPECT_EQ(ended.status, 0);
-    // The first write holds the first three messages; the complaint then emptied the stack.
+    // The first write printed the first three messages; the complaint then emptied the stack.
     std::string first;
     for (int i = 0; i < 3; ++i)
         first += std::to_string(i) + std::string(5000, 'x') + "\n";

@@ -52,7 +52,7 @@ std::string line(int thread, int i)
     return "thread " + std::to_string(thread) + " message " + std::to_string(i);
 }
 
-// Each thread's messages, once each and nothing else.
+// Expects the messages of all threads once each, and nothing else.
 void expect_all_once(const std::string &text, const std::string &tag = "")
 {
     const std::map<std::string, int> lines = lines_of(text);
@@ -276,7 +276,7 @@ TEST(ElogThreads, InitialisingDoesNotWaitForADelivery)
         while (!inside)
             std::this_thread::yield();
         setenv("ELOG_DELIVER", "stdout", 1);
-        elog_init(0, nullptr);  // returns although the other thread holds the log
+        elog_init(0, nullptr);  // returns although the other thread holds the log's lock
         go_on = true;
         complaining.join();
     });
@@ -286,7 +286,7 @@ TEST(ElogThreads, InitialisingDoesNotWaitForADelivery)
 
 namespace {
 
-// A pipe that is written to when the test says so.
+// A pipe. say() writes to it and closes its writing end.
 struct Pipe {
     int ends[2];
     Pipe()
@@ -304,8 +304,8 @@ struct Pipe {
 
 }  // namespace
 
-// The first report used to convert ELOG_REFERENCE_TIME under the log's lock, which reads a
-// parameter file, while a parse that was about to report held the lock of all parses.
+// The first report used to convert ELOG_REFERENCE_TIME, which reads a parameter file, with the
+// log's lock held. It waited for a parse in another thread, which waited for the log to report.
 TEST(ElogThreads, TheFirstReportReadsTheReferenceTimeWhileAnotherThreadsParseReports)
 {
     const Ended ended = logged({"ELOG_REFERENCE_TIME=02/01/2008 12:30", "ELOG_TAG=%s"}, [] {
@@ -360,8 +360,8 @@ TEST(ElogThreads, ALogFunctionThatParsesDoesNotWaitForAParseThatReports)
     EXPECT_EQ(ended.status, 0) << ended.err;
 }
 
-// A parse used to hold a lock while it read, so that the log function waited for a pipe with
-// the log's lock held, and everybody who reported waited with it.
+// A parse used to hold a lock while it read from a pipe. The log function waited for that lock
+// with the log's lock held, and so did every thread that reported.
 TEST(ElogThreads, ALogFunctionThatParsesDoesNotWaitForOneThatReadsAPipe)
 {
     const Ended ended = logged({"ELOG_TAG=%s"}, [] {
@@ -389,8 +389,8 @@ TEST(ElogThreads, ALogFunctionThatParsesDoesNotWaitForOneThatReadsAPipe)
     EXPECT_EQ(ended.out, "north");
 }
 
-// The state could not be saved, which was about to be reported, while the log function of
-// another thread waited to save it.
+// One thread could not save the state and was about to report that. In another thread the log
+// function, with the log's lock held, waited to save the state.
 TEST(ElogThreads, ALogFunctionThatSavesTheStateDoesNotWaitForASaveThatReports)
 {
     const Ended ended = logged({"ELOG_MAXMSG=0"}, [] {
@@ -415,8 +415,8 @@ TEST(ElogThreads, ALogFunctionThatSavesTheStateDoesNotWaitForASaveThatReports)
     EXPECT_EQ(ended.status, 0) << ended.err;
 }
 
-// An update used to hold a lock while it read a file and reported, and the log function of
-// another thread waited for it with the log's lock held.
+// An update used to hold a lock while it read a file and reported. In another thread the log
+// function waited for that lock with the log's lock held.
 TEST(ElogThreads, ALogFunctionThatUpdatesDoesNotWaitForAnUpdateThatReports)
 {
     const Ended ended = logged({"ELOG_MAXMSG=0"}, [] {

@@ -15,7 +15,7 @@
 
 namespace {
 
-// Routines that take part in the tests, as they are compiled into the library.
+// The sources from which the tests make messaging libraries.
 const std::string kPrinting = R"(
 #include <stdio.h>
 int qelelog(const char *target, const char *program, const char *text)
@@ -143,7 +143,7 @@ TEST(Qelelog, ABadWordAfterItShowsTheStackStill)
     EXPECT_EQ(ended.err, "unrecognized delivery 'xyz'\nwhy\n");
 }
 
-// The library used to be sent messages that the bad word's report had printed and freed.
+// The library used to get messages that the report of the bad word had printed and freed.
 TEST(Qelelog, AWordBehindABadOneGetsOnlyWhatIsStillThere)
 {
     const Root root(kPrinting);
@@ -276,7 +276,7 @@ __attribute__((constructor)) static void begin(void) { elog_complain(0, "the lib
     EXPECT_EQ(ended.out, "{a|qelelog_test|x\n}");
 }
 
-// Runs the body while another thread is in a library's constructor, which then logs.
+// Runs the body while another thread is inside a library's constructor, which logs later.
 Ended beside_a_constructor(const std::function<void()> &body)
 {
     const Root root(kPrinting);
@@ -317,8 +317,8 @@ __attribute__((constructor)) static void begin(void)
     });
 }
 
-// The log used to load the library with its lock held: the system's own lock was held by the
-// other thread, whose constructor waited for the log.
+// The log used to load the library with its lock held. It waited for the system loader's lock,
+// which the other thread held, and that thread's constructor waited for the log's lock.
 TEST(QelelogThreads, ALibraryIsLoadedWhileAnotherThreadsConstructorLogs)
 {
     const Ended ended = beside_a_constructor([] { elog_complain(0, "x"); });
@@ -327,7 +327,7 @@ TEST(QelelogThreads, ALibraryIsLoadedWhileAnotherThreadsConstructorLogs)
     EXPECT_EQ(ended.status, 0);
 }
 
-// The same held for the names of the functions in a trace.
+// Looking up the names of functions for a trace needs the system loader's lock too.
 TEST(QelelogThreads, AStackIsTracedWhileAnotherThreadsConstructorLogs)
 {
     const Ended ended = beside_a_constructor([] { elog_notify(0, "*stack*x"); });

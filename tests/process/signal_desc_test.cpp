@@ -36,7 +36,7 @@ using SignalRecord = Signals;
 
 }  // namespace
 
-// The system's descriptions, or none where a test wants that.
+// Replaces the system's strsignal: gives its description, or null when a test wants that.
 extern "C" char *strsignal(int sig) noexcept
 {
     static char text[64];

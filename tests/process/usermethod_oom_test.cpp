@@ -1,4 +1,4 @@
-// The user library without memory.
+// The user library when memory runs out.
 
 #include "stock/usermethod.h"
 

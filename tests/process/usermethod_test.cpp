@@ -1,5 +1,5 @@
-// Functions from real user libraries. The clock is the tests' own, so that the
-// interval between two looks at the library's file passes at once.
+// Functions from real user libraries. The tests set the clock themselves, so that the interval
+// after which usermethod looks at the library's file again passes at once.
 
 #include "stock/usermethod.h"
 
@@ -33,7 +33,7 @@ int call(const char *name)
     return function ? reinterpret_cast<int (*)()>(function)() : -1;
 }
 
-// A library file of the test's own, which USER_LIBRARY names.
+// A test with a library file of its own, which USER_LIBRARY names.
 class Usermethod : public testing::Test {
 protected:
     Usermethod()
@@ -44,7 +44,7 @@ protected:
         clock_seconds += 1000;
     }
 
-    // Puts a library in place, as an installation does: beside it, then renamed.
+    // Installs a library as an installation does: writes it beside the old one and renames it.
     void install(const char *library)
     {
         const std::string beside = file_ + ".new";
@@ -79,7 +79,7 @@ extern "C" int dlclose(void *handle) noexcept
     return reinterpret_cast<int (*)(void *)>(dlsym(RTLD_NEXT, "dlclose"))(handle);
 }
 
-// First: in a process that has loaded none yet.
+// This test comes first, while the process has loaded no library.
 TEST_F(Usermethod, WithoutALibraryThereIsNoFunction)
 {
     EXPECT_EQ(usermethod("version"), nullptr);
@@ -150,9 +150,9 @@ TEST_F(Usermethod, AFunctionThatTheLibraryLacksIsAskedForOnce)
     call("version");
     dlerror();
     EXPECT_EQ(usermethod("added"), nullptr);
-    EXPECT_NE(dlerror(), nullptr);  // the library was asked
+    EXPECT_NE(dlerror(), nullptr);  // it was looked up in the library
     EXPECT_EQ(usermethod("added"), nullptr);
-    EXPECT_EQ(dlerror(), nullptr);  // and now was not
+    EXPECT_EQ(dlerror(), nullptr);  // it was not looked up again
 }
 
 TEST_F(Usermethod, AReplacedLibraryIsTakenWhenMoreThanTenSecondsHavePassed)
@@ -260,7 +260,7 @@ TEST_F(Usermethod, ALibraryThatCannotBeClosedIsComplainedOfAndForgotten)
                              "\n\tDevice or resource busy\n");
 }
 
-// A library with unique symbols is one of these, too.
+// The system keeps libraries that are linked as nodelete, and those with unique symbols.
 TEST_F(Usermethod, ALibraryThatTheSystemKeepsIsReplacedAllTheSame)
 {
     const Ended ended = in_child([this] {

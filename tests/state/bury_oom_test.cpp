@@ -1,4 +1,4 @@
-// The state file without memory.
+// The state file when memory runs out.
 
 #include "stock/bury.h"
 

@@ -1,5 +1,5 @@
 // The state file: read, written, locked, and saved when the program is stopped.
-// A process has one grave, so nearly every test is a child.
+// A process has one state file, so nearly every test runs in a child.
 
 #include "stock/bury.h"
 
@@ -42,14 +42,14 @@ using testing::Not;
 
 namespace {
 
-// What the system answers, replaced where a test needs another answer.
+// System calls that the tests replace, and what they are to give.
 int write_error, fsync_error, rename_error, lock_error, timer_error;
 bool in_a_hurry;  // a timer of ten seconds runs out after one
 bool is_remote;   // every file lies on another host
 std::string
-    events;  // what was done for the disk: f file, r rename, d the state's directory, ? other
+    events;  // f: file flushed, r: renamed, d: the state's directory flushed, ?: other flush
 std::string directory_of_state;
-void (*before_lock)();  // called once, between opening and locking
+void (*before_lock)();  // called once, when the file is open and not yet locked
 
 template <class Function>
 Function *real(const char *name)
@@ -110,7 +110,7 @@ extern "C" int setitimer(__itimer_which_t which, const struct itimerval *timer,
         return refused(timer_error);
     const int result = system(which, &set, old);
     if (result == 0)
-        errno = EDOM;  // what success leaves there is anybody's guess
+        errno = EDOM;  // a call that succeeds may leave any errno
     return result;
 }
 
@@ -127,7 +127,7 @@ namespace {
 
 constexpr char kInUse[] = "' for exclusive use: it is already in use.\n";
 
-// A state file that may be there, and programs that use it one after the other.
+// A test with a path for a state file, and programs that use it one after the other.
 class Bury : public testing::Test {
 protected:
     const TempDir dir;
@@ -138,7 +138,7 @@ protected:
         return exhume(state.c_str(), flag, grace, extra);
     }
     std::string text() const { return read_file(state); }
-    // What is printed by a program that opens the state file first.
+    // The output of a program that opens the state file and then runs the body.
     std::string program(const std::function<void()> &body) const
     {
         const Ended ended = untagged([&] {
@@ -151,7 +151,8 @@ protected:
     }
 };
 
-// What comes back of a value, and the text of the state file in between.
+// Saves a value and restores it in another process. Gives the restored value, and the text of
+// the state file.
 template <class T>
 T there_and_back(T value, int type, std::string *text = nullptr)
 {
@@ -198,7 +199,7 @@ std::string string_and_back(std::string value, std::string *text = nullptr)
         .out;
 }
 
-// A process that did something and then waits; it is killed at the end of the scope.
+// A process that runs a body and then waits. It is killed at the end of the scope.
 class Waiting {
 public:
     explicit Waiting(const std::function<void()> &body)
@@ -599,7 +600,7 @@ TEST_F(Bury, ALeftoverAlternateFileLeavesNoTail)
     EXPECT_FALSE(fs::exists(state + "+"));
 }
 
-// The file before it gets its name, and then the directory that holds the name.
+// The file is flushed before it is renamed, and its directory afterwards.
 TEST_F(Bury, FileAndDirectoryAreFlushedEachTime)
 {
     EXPECT_EQ(program([&] {
@@ -715,7 +716,7 @@ TEST_F(Bury, NamesThatWouldNotComeBackAreRefused)
     };
     const struct {
         std::string name;
-        const char *why;  // empty: it comes back
+        const char *why;  // it is refused; empty: it is restored
     } cases[] = {
         {std::string(1023, 'n'), ""},
         {"mm{" + std::string(2000, 'n') + "}", ""},
@@ -1042,7 +1043,7 @@ TEST_F(Bury, TheRefusedProcessSavesNothing)
     EXPECT_EQ(text(), "count\t1\n");
 }
 
-// The file that was opened has lost its name to another, and its lock is free.
+// Between open and lock another process replaces the file. The lock of the old file is free.
 TEST_F(Bury, ALockOnAFileThatLostItsNameIsNotEnough)
 {
     static std::atomic<int> *step;
@@ -1073,7 +1074,8 @@ TEST_F(Bury, ALockOnAFileThatLostItsNameIsNotEnough)
     munmap(step, sizeof(int));
 }
 
-// Between looking for the file and making it, another process made it, buried and ended.
+// The file is not there when it is looked for. Before it is locked, another process has created
+// it, saved its state and ended.
 TEST_F(Bury, AFileThatAnotherProcessMadeMeanwhileIsRead)
 {
     const Ended ended = untagged([&] {
@@ -1087,8 +1089,8 @@ TEST_F(Bury, AFileThatAnotherProcessMadeMeanwhileIsRead)
     EXPECT_EQ(ended.out, "1 0 9");
 }
 
-// Eight processes want the state file; the one that has it buries for as long as there
-// are others. Then nobody has it, and the next eight come.
+// Eight processes open the state file at once. The one that gets it saves again and again until
+// the others have ended. Then the next eight start.
 TEST_F(Bury, OfEightProcessesExactlyOneEverHasTheFile)
 {
     struct Shared {
@@ -1121,14 +1123,14 @@ TEST_F(Bury, OfEightProcessesExactlyOneEverHasTheFile)
         }
         EXPECT_EQ(shared->owners, 1);
         if (round % 5 == 0)
-            fs::remove(state);  // the next eight race to make it
+            fs::remove(state);  // the next eight compete to create it
     }
     EXPECT_GT(shared->burials, kRounds);
     munmap(shared, sizeof(Shared));
 }
 
-// Killed at any moment, the program leaves a whole state that is not older than its
-// last complete burial, and goes on from there.
+// A program that is killed at any moment leaves a whole state, not older than its last complete
+// bury, and the next one continues from there.
 TEST_F(Bury, AfterAKillTheStateIsWholeAndNeverOlderThanTheLastBurial)
 {
     auto *buried = static_cast<std::atomic<int> *>(
@@ -1156,7 +1158,7 @@ TEST_F(Bury, AfterAKillTheStateIsWholeAndNeverOlderThanTheLastBurial)
                 *buried = count;
             }
         }
-        // After none, one or two burials, and some of the next: however slow the machine is.
+        // Waits for none, one or two more burials, and then for a part of the next one.
         const int before = *buried;
         for (int waited = 0; *buried < before + i % 3 && waited < 20'000; ++waited)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
@@ -1371,7 +1373,7 @@ TEST_F(Bury, ABurialThatNeverEndsIsGivenUp)
     EXPECT_EQ(ended.status, 1);
 }
 
-// The handler saves by itself, and may have interrupted what its burial waits for.
+// The signal handler itself saves, and may have interrupted a lock that saving waits for.
 TEST_F(Bury, ABurialOfTheHandlerThatNeverEndsIsGivenUpThoughAlarmsAreBlocked)
 {
     const Ended ended = untagged([&] {
@@ -1412,7 +1414,7 @@ TEST_F(Bury, AnAlarmInsideABurialSavesAndEndsTheProcessBehindIt)
     EXPECT_EQ(text(), "count\t8\nextra\twhole\n");
 }
 
-// The program buries as it should, and the disk does not answer.
+// The program saves after a stop signal, as it should, and the disk does not answer.
 TEST_F(Bury, ABurialThatBlocksWhileTheGraceRunsOutIsGivenUp)
 {
     const Ended ended = untagged([&] {
@@ -1455,7 +1457,7 @@ TEST_F(Bury, ABurialThatBlocksInAnotherThreadIsGivenUp)
     EXPECT_EQ(ended.status, 1);
 }
 
-// The grace is over inside the burial, which comes to its end in time.
+// The grace is over while the program saves, and saving then ends within the limit.
 TEST_F(Bury, ABurialThatOutlastsTheGraceStopsTheAlarm)
 {
     const Ended ended = untagged([&] {
@@ -1500,7 +1502,7 @@ TEST_F(Bury, ASignalDuringSuchABurialHasItsOwnGrace)
     EXPECT_EQ(ended.status, 1);
 }
 
-// The alarm saves the state, and then what runs at exit blocks.
+// The alarm saves the state, and then a function that runs at exit blocks.
 TEST_F(Bury, AnEndThatBlocksBehindTheBurialIsGivenUp)
 {
     const Ended ended = untagged([&] {
@@ -1540,10 +1542,10 @@ TEST_F(Bury, ASecondSignalDoesNotPutOffTheLimit)
     EXPECT_EQ(ended.status, 1);
 }
 
-// A program that does nothing but bury. It counts its burials.
-class Burying {
+// A process that calls bury again and again, and counts the calls.
+class BuryingProcess {
 public:
-    Burying(const char *state, int grace)
+    BuryingProcess(const char *state, int grace)
     {
         pid_ = fork();
         if (pid_ == 0) {
@@ -1561,14 +1563,14 @@ public:
         while (*burials_ == 0)
             std::this_thread::yield();
     }
-    ~Burying() { munmap(burials_, sizeof(int)); }
-    Burying(const Burying &) = delete;
-    Burying &operator=(const Burying &) = delete;
+    ~BuryingProcess() { munmap(burials_, sizeof(int)); }
+    BuryingProcess(const BuryingProcess &) = delete;
+    BuryingProcess &operator=(const BuryingProcess &) = delete;
 
     int burials() const { return *burials_; }
     void signal(int sig) const { kill(pid_, sig); }
     bool lives() const { return waitpid(pid_, nullptr, WNOHANG) == 0; }
-    // Waits for its end.
+    // Waits until the process ends.
     int status() const
     {
         int status = 0;
@@ -1587,7 +1589,7 @@ TEST_F(Bury, StopSignalsDuringBurialsEndTheProcessWithItsStateSaved)
     unsigned seed = 3;
     for (int i = 0; i < 100; ++i) {
         fs::remove(state);
-        const Burying program(state.c_str(), 0);
+        const BuryingProcess program(state.c_str(), 0);
         seed = seed * 1103515245 + 12345;
         std::this_thread::sleep_for(std::chrono::microseconds((seed >> 8) % 5000));
         program.signal(SIGTERM);
@@ -1604,7 +1606,7 @@ TEST_F(Bury, StopSignalsDuringBurialsEndTheProcessWithItsStateSaved)
 
 TEST_F(Bury, AProgramThatGoesOnBuryingOutlivesItsGrace)
 {
-    const Burying program(state.c_str(), 1);
+    const BuryingProcess program(state.c_str(), 1);
     program.signal(SIGTERM);
     std::this_thread::sleep_for(std::chrono::milliseconds(1300));
     EXPECT_TRUE(program.lives());

@@ -1,4 +1,4 @@
-// Stopping in order without a state file: flags, real timers, and the ends they make.
+// Stopping in order without a state file: flags, real timers, and how they end the process.
 
 #include "stock/halt.h"
 
@@ -42,7 +42,7 @@ void (*in_write)() = nullptr;  // called once, before something is written
 
 }  // namespace
 
-// What the system answers, replaced where a test needs another answer.
+// System calls that the tests replace.
 extern "C" int sigaction(int sig, const struct sigaction *action, struct sigaction *old)
 {
     if (sig == refused_signal) {
@@ -67,7 +67,7 @@ extern "C" int setitimer(__itimer_which_t which, const struct itimerval *timer,
         set.it_value.tv_sec = 1;
     const int result = real(which, &set, old);
     if (result == 0)
-        errno = EDOM;  // what success leaves there is anybody's guess
+        errno = EDOM;  // a call that succeeds may leave any errno
     return result;
 }
 
@@ -260,7 +260,7 @@ TEST(DieSoon, ATimeThatIsNoneEndsItToo)
     }
 }
 
-// ---- Ends that do not come to their end ----
+// ---- Ends that get stuck ----
 
 namespace {
 
@@ -346,7 +346,7 @@ TEST(LastLimit, SignalsDoNotPutItOff)
     EXPECT_LT(seconds, 5);
 }
 
-// Nobody reads what is said at the limit, and the process ends all the same.
+// Nothing reads what is printed at the limit. The process ends all the same.
 TEST(LastLimit, StandardErrorThatBlocksDoesNotStopIt)
 {
     const auto [ended, seconds] = timed([] {
@@ -384,7 +384,7 @@ TEST(LastLimit, ADebuggerTakesTheTimeThatItTakes)
 
 namespace {
 
-// Interrupts this thread while it writes a message to a file.
+// Raises a signal in this thread while it writes a message to a file.
 void interrupt_delivery(const TempDir &dir, int sig)
 {
     static int interrupting;

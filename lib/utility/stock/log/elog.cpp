@@ -53,6 +53,7 @@ bool begins_with_stack(const char *text)
     return text && std::strncmp(text, kStackPrefix.data(), kStackPrefix.size()) == 0;
 }
 
+// Whether a stack trace follows the message: because of its severity, its text or its tag.
 bool wants_stack(const Draft &draft)
 {
     const int severity = draft.msg.severity;
@@ -161,7 +162,7 @@ STOCK_PRINTF(3, 0) void report(int severity, int flag, const char *format, va_li
     const int error = errno;
     need_init();
     Draft draft;
-    errno = error;
+    errno = error;  // for "%m" in the format
     draft_text(draft, format, args);
     Field command = "";
     {
@@ -172,10 +173,10 @@ STOCK_PRINTF(3, 0) void report(int severity, int flag, const char *format, va_li
             store(command, The_settings.debug.fields[severity]);
     }
     errno = 0;
-    if (!*command)
-        return;
-    _elog_debug(command);
-    errno = 0;
+    if (*command) {
+        _elog_debug(command);
+        errno = 0;
+    }
 }
 
 Setting setting_of(int severity, const SettingTable &table)
@@ -187,6 +188,7 @@ Setting setting_of(int severity, const SettingTable &table)
     return setting;
 }
 
+// Gives a record that duptbl has copied strings of its own.
 void *copy_strings(void *entry)
 {
     auto *msg = static_cast<Elog_msg *>(entry);
@@ -241,6 +243,7 @@ int set_tag(int severity, const char *value)
 void store(Field &field, std::string_view text)
 {
     const std::size_t length = std::min(text.size(), sizeof field - 1);
+    // The text may lie in the field: elog_set may be given what elog_query has given.
     std::memmove(field, text.data(), length);
     std::memset(field + length, 0, sizeof field - length);
 }
@@ -273,6 +276,7 @@ void draft_text(Draft &draft, const char *format, va_list args)
 char *describe(int error, char *buffer, std::size_t size)
 {
     char *text = stock::errno_text(error, buffer, size);
+    // Some systems leave the number of an unknown error out.
     if (text && *text && std::strcmp(text, "Unknown error") != 0)
         return text;
     std::snprintf(buffer, size, "Unknown error: %d", error);
@@ -281,6 +285,8 @@ char *describe(int error, char *buffer, std::size_t size)
 
 void draft_record(Draft &draft, int severity, int error)
 {
+    // A newline in front of the text moves in front of the tag, so that an empty line comes
+    // first. A text that is only a newline has no tag.
     const bool leading = draft.text[0] == '\n';
     const bool empty = leading && draft.text[1] == '\0';
     draft.tag[0] = '\n';
@@ -298,6 +304,7 @@ bool keep_note(const Elog_msg &msg)
     Note &note = The_stack.note;
     if (note.kept)
         return false;
+    // The last byte of both buffers is 0, as static memory is.
     note.msg = msg;
     note.msg.sys = nullptr;
     note.msg.tag = std::strncpy(note.tag, msg.tag ? msg.tag : "", sizeof note.tag - 1);
@@ -411,7 +418,7 @@ void elog_truncate(int mark)
 
 void elog_clear(void)
 {
-    if (The_startup.done) {
+    if (The_startup.done) {  // else there are no messages, and nothing to initialise for them
         const Holding hold(Lock);
         truncate_stack(0);
     }

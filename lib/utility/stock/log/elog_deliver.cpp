@@ -57,6 +57,7 @@ int print_to_file(int fd, const Batch &batch)
     return error;
 }
 
+// Appends the batch to a file. errno stays, unless the file cannot be opened or closed.
 void to_file(std::string_view word, const Batch &batch)
 {
     FixedTextOf<kWordSize> path;
@@ -116,6 +117,7 @@ private:
     Tbl *records_;
 };
 
+// Sends the text of the batch to the messaging library.
 void to_library(std::string_view word, Batch &batch)
 {
     FixedTextOf<kWordSize> target;
@@ -150,6 +152,7 @@ bool deliver_word(std::string_view word, Batch &batch)
     }
 }
 
+// Hands the batch to each destination of the list. True when one of them counts as delivered.
 bool deliver_words(std::string_view words, Batch &batch)
 {
     bool delivered = false;

@@ -51,6 +51,7 @@ constexpr int kPrintingSignals[] = {SIGPIPE, SIGXFSZ};
 
 // ---- The crash that is reported ----
 
+// Whether this is the thread that reports the crash.
 bool is_reporter()
 {
     return pthread_equal(pthread_self(), The_crash.thread) != 0;
@@ -384,6 +385,8 @@ void crash_was_told()
 
 void abort_process()
 {
+    // In a crash SIGABRT has the report's handler. The program gets its own back, but not the
+    // log's, which would report once more.
     if (crashing()) {
         const bool ours = (The_crash.on_abort.sa_flags & SA_SIGINFO) &&
                           The_crash.on_abort.sa_sigaction == _elog_fault;
@@ -405,6 +408,7 @@ void setup_fault_handlers(Fault_handler handler, const char *list)
     std::memset(Old_handler, 0, sizeof Old_handler);
     struct sigaction action = {};
     action.sa_sigaction = handler;
+    // SA_RESETHAND: a fault inside a program's own handler ends the process.
     action.sa_flags = static_cast<int>(SA_SIGINFO | SA_RESETHAND | SA_ONSTACK);
     sigemptyset(&action.sa_mask);
     The_fault_handlers.list = list ? list : "";
@@ -421,7 +425,7 @@ void setup_fault_handlers(Fault_handler handler, const char *list)
 void elog_setup_fault_handler(const char *list)
 {
     if (list && *list) {
-        prepare_stack_trace();
+        prepare_stack_trace();  // the system may load a library for it, now and not in a crash
         pthread_once(&The_fault_handlers.alt_stack_once, make_alt_stack_key);
         The_fault_handlers.installed = true;
         prepare_thread();

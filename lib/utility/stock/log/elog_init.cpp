@@ -230,6 +230,7 @@ private:
     char text_[ELOG_FIELD_SIZE];
 };
 
+// Gives each empty field its default.
 void fill_empty(Field *table, const char *const *defaults)
 {
     for (int i = 0; i < kSeverities; ++i)
@@ -254,7 +255,7 @@ int initialise(int argc, char **argv, double reference)
     if (given)
         set_command_line(argc, argv, hold.owns_lock());
     The_startup.reference_time = reference;
-    if (!hold)
+    if (!hold)  // another thread delivers, with the settings as they are
         return 0;
     if (!The_startup.done)
         set_up_once();

@@ -27,7 +27,7 @@ constexpr std::size_t kLongestRecord = kFormatSize + kTagMax + kErrorSize + 64;
 constexpr std::string_view kRepeated = "\t** repeated %d times\n";
 
 // Writes to a stream, and goes on when a signal handler interrupts that.
-struct ToStream {
+struct AllToStream {
     std::FILE *stream;
 
     void operator()(std::string_view text) const
@@ -43,6 +43,7 @@ struct ToStream {
     }
 };
 
+// The bytes of a record's text.
 std::size_t size_of(const Elog_msg &msg)
 {
     std::size_t size = 0;
@@ -64,6 +65,8 @@ std::size_t most_bytes(const Elog_msg &msg)
     return length;
 }
 
+// Flushes the stream. When that fails, prints the name of the call and errno to standard error:
+// reporting it would come here again.
 bool flush_or_complain(std::FILE *stream, const char *call)
 {
     const int result = std::fflush(stream);
@@ -77,7 +80,7 @@ bool flush_or_complain(std::FILE *stream, const char *call)
 
 void print_records(std::FILE *stream, const Batch &batch)
 {
-    Gatherer<2 * kLongestRecord, ToStream> gather(ToStream{stream});
+    Gatherer<2 * kLongestRecord, AllToStream> gather(AllToStream{stream});
     for_each(batch, [&](const Elog_msg &msg) {
         lay_out(msg, kTab, std::ref(gather));
         // Now, before the next record: writing may run code that frees messages.
@@ -115,6 +118,7 @@ void print_batch(std::FILE *stream, const Batch &batch)
         return;
     const int error = errno;
     bool flushed = true;
+    // What the program printed before the message comes out before it.
     if (stream == stderr)
         flushed &= flush_or_complain(stdout, "fflush(stdout)");
     print_records(stream, batch);
@@ -131,6 +135,7 @@ void elog_vfail(const char *format, va_list args)
 {
     const int error = errno;
     const Holding hold(Lock);
+    // Straight to standard error: the log's own ways are what fails.
     std::vfprintf(stderr, format, args);
     if (error != 0) {
         char buffer[kErrorSize];

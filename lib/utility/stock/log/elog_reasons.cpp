@@ -34,6 +34,7 @@ Noted *noted_at(const Tbl *noted, std::int64_t i)
     return static_cast<Noted *>(gettbl(noted, i));
 }
 
+// Notes a message, or counts it as a repetition of the one that was noted last.
 void note(Tbl *noted, const Elog_msg &msg, const char *on_stack)
 {
     Noted *last = noted->count ? noted_at(noted, noted->count - 1) : nullptr;

@@ -30,6 +30,7 @@ constexpr std::string_view kCut = " *...";
 constexpr std::size_t kNumberSize = 64 + 1;  // a time or number is cut to 64 characters
 constexpr std::size_t kAnnouncement = 1024;  // bytes of the text of elog_commandline
 
+// The host's name up to its first dot.
 void host(FixedText &out)
 {
     char name[MAXHOSTNAMELEN + 1];
@@ -37,6 +38,7 @@ void host(FixedText &out)
     out.add(name);
 }
 
+// The arguments without the program's name, a blank after each.
 void arguments(FixedText &out)
 {
     char **argv = The_program.argv;
@@ -92,7 +94,8 @@ void expand_code(FixedText &out, char code, int severity)
     }
 }
 
-// The path of the program as a new string, or null when it is not found.
+// The path of the program as a new string, or null when it is not found. A name without a
+// directory is looked up along PATH.
 char *find_command()
 {
     char **argv = The_program.argv;
@@ -121,7 +124,8 @@ void elog_expand(const char *text, int severity, char *out, int max)
         return;
     const KeepErrno keep;
     const Holding hold(Lock);  // elog_init frees former command lines
-    // Leaves room for the mark of a cut.
+    // Leaves room for the mark of a cut, which is added when more than max - kLeastRoom
+    // characters are there.
     const int most = std::max(max - static_cast<int>(kCut.size()), 1);
     FixedText expanded(out, static_cast<std::size_t>(most));
     bool cut = false;

@@ -21,8 +21,8 @@ inline constexpr int kRememberedSignals = 50;
 
 // ---- State, defined in log_state.cpp ----
 
-// The actions that setup_fault_handlers found, by signal number. Written while handlers are
-// set up, by one thread.
+// The actions that setup_fault_handlers has replaced, by signal number. No lock guards them:
+// handlers are set up before there are threads.
 extern struct sigaction Old_handler[kRememberedSignals];
 
 // The name and description of a signal that is caught, copied before there is a fault.
@@ -31,7 +31,7 @@ struct Description {
     char text[kErrorSize];
 };
 
-// The handlers of faults. Like Old_handler, but for the atomics.
+// The handlers of faults. No lock guards this, but atomics may change while threads run.
 struct FaultHandlers {
     std::atomic<bool> installed;    // threads need a stack for handlers from now on
     const char *list;               // the signals that are caught, as the caller gave them

@@ -20,12 +20,14 @@ namespace stock::logging {
 
 namespace {
 
+// Starts the timer, which then runs out again every second, or stops it with 0 seconds.
 void arm(int seconds)
 {
     const itimerval timer = {{seconds > 0, 0}, {seconds, 0}};
     ::setitimer(ITIMER_REAL, &timer, nullptr);
 }
 
+// The limit's timer may have been stopped: a program may have set the interval timer anew.
 bool timer_runs()
 {
     itimerval timer = {};
@@ -74,6 +76,7 @@ void unblock(int sig)
 void set_limit(int seconds, void (*over)(int sig))
 {
     const KeepErrno keep;
+    // The end may come while this thread holds any lock. The limit makes up for a deadlock.
     lock_order::forget();
     if (!The_end.over)
         ::sigaction(SIGALRM, nullptr, &The_end.before);
@@ -106,6 +109,7 @@ LimitPaused::~LimitPaused()
 bool limit_end(const char *text)
 {
     const KeepErrno keep;
+    // A limit that stands holds, and its step keeps the time that is left to it.
     if (The_end.over && timer_runs())
         return false;
     The_end.text = text;
@@ -129,6 +133,7 @@ bool end_is_limited()
 void lift_limit()
 {
     const KeepErrno keep;
+    // The limit of a crash is not lifted.
     void (*ours)(int) = end_now;
     if (!The_end.over.compare_exchange_strong(ours, nullptr))
         return;

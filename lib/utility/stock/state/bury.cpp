@@ -112,6 +112,7 @@ bool is_largest(const char *text)
     return std::strcmp(text, strdbl(largest, std::numeric_limits<double>::max())) == 0;
 }
 
+// The number that save_double has written.
 double number_of(const char *text)
 {
     const bool negative = *text == '-';
@@ -141,6 +142,8 @@ struct SavedType {
     void (*restore)(void *address, const char *text);
 };
 
+// Each save function puts the text of a variable into the tree. Returns 0, or -1 when the tree
+// refuses the name.
 int save_int(Pf *pf, const char *name, void *address)
 {
     char text[16];
@@ -394,6 +397,7 @@ Grave *new_grave(const char *filename, volatile int *stop_flag, int grace_second
 
 // ---- Stop signals ----
 
+// Sets the timer after which alarm_handler ends the process. Returns 0, or -1.
 int start_grace(const Grave *g)
 {
     return std_set_timer([](int) { alarm_handler(); }, g->grace_seconds);
@@ -459,7 +463,7 @@ int exhume(const char *filename, volatile int *stop_flag, int grace_seconds,
     if (!filename)
         return -1;
     Grave *g = new_grave(filename, stop_flag, grace_seconds, extra_values);
-    make_pathdirs(filename);
+    make_pathdirs(filename);  // when it fails, opening the file fails too
     int result = open_locked(g);
     if (result == 1)
         result = read_saved(g);
@@ -504,7 +508,7 @@ int bury()
         return -1;
     const StateFileHeld held;
     const RunningBurial running(g);
-    set_signalled(g, 0);
+    set_signalled(g, 0);  // this call answers a stop signal: its alarm does not end the process
     Pf *pf = pfnew(PFFILE);
     add_extra_values(g, pf);
     const int saved = save_variables(g, pf);

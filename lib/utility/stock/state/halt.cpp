@@ -51,6 +51,7 @@ int setup_signals(volatile int *flag, void (*mortician)(Pf *pf), int seconds)
 
 int setup_signal_handlers(void (*handler)(int sig))
 {
+    // The messages stand whole, so that a search for one finds it.
     static constexpr struct {
         int number;
         const char *refusal;
@@ -75,6 +76,7 @@ int die_soon(double seconds)
     const bool at_once = seconds >= 0 && seconds < kShortestTimer;
     if (std_set_timer([](int) { end_in_time(); }, at_once ? kShortestTimer : seconds) == 0)
         return 0;
+    // Without a timer the calling thread waits and dies itself.
     snooze(seconds);
     elog_die(0, "failed to setup timer to die");
 }
