@@ -534,6 +534,17 @@ TEST(ElogDebug, RunsTheExpandedCommandAndWaits)
     EXPECT_EQ(ended.status, 0);
 }
 
+TEST(ElogDebug, ANegativeWaitIsComplainedAboutAndOneWithoutEndIsNone)
+{
+    const std::string started = "Running debugger: 'true'\n";
+    const auto debug = [] { _elog_debug("true"); };
+    EXPECT_THAT(checked({"ELOG_WAIT=-1"}, debug).err,
+                StartsWith(started + "elog_fault_test: *stack* invalid argument to snooze: "
+                                     "-1.000\n\n\nStack\n"));
+    for (const char *wait : {"ELOG_WAIT=inf", "ELOG_WAIT=nan", "ELOG_WAIT=0"})
+        EXPECT_EQ(checked({wait}, debug).err, started) << wait;
+}
+
 TEST(ElogDebug, ACommandThatFailsEndsTheProcess)
 {
     const Ended ended = checked({"ELOG_WAIT=0"}, [] {

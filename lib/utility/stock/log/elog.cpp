@@ -21,14 +21,14 @@
 
 namespace stock::logging {
 
-const char *const severity_name[] = {"log",      "debug", "notify", "alert",
-                                     "complain", "die",   "fault",  nullptr};
+const char *const kSeverityNames[] = {"log",      "debug", "notify", "alert",
+                                      "complain", "die",   "fault",  nullptr};
 
 namespace {
 
-constexpr int kWritten = 10238;    // bytes that a format may write, the terminator included
-constexpr int kNeeded = 10240;     // characters; a message that needs more gets the notice
-constexpr int kTruncated = 10239;  // characters of a message with the notice
+constexpr int kWrittenSize = 10238;      // bytes that a format may write, the terminator included
+constexpr int kNeededLength = 10240;     // characters; a message that needs more gets the notice
+constexpr int kTruncatedLength = 10239;  // characters of a message with the notice
 constexpr std::string_view kNotice = "\n\t...  ** truncated by elog ***\n";
 static_assert(kNotice.size() == 32);
 
@@ -38,14 +38,14 @@ constexpr std::string_view kStackPrefix = "*stack*";
 // circle when, say, a delivery complains each time that it is made.
 constexpr int kDeepestReport = 8;
 
-// Puts the notice at the end of a text of kTruncated characters. Blanks fill what a format
+// Puts the notice at the end of a text of kTruncatedLength characters. Blanks fill what a format
 // that failed early has not written.
 void put_notice(char *text)
 {
-    const std::size_t length = strnlen(text, kWritten - 1);
-    std::memset(text + length, ' ', kTruncated - length);
-    std::memcpy(text + kTruncated - kNotice.size(), kNotice.data(), kNotice.size());
-    text[kTruncated] = '\0';
+    const std::size_t length = strnlen(text, kWrittenSize - 1);
+    std::memset(text + length, ' ', kTruncatedLength - length);
+    std::memcpy(text + kTruncatedLength - kNotice.size(), kNotice.data(), kNotice.size());
+    text[kTruncatedLength] = '\0';
 }
 
 bool begins_with_stack(const char *text)
@@ -264,11 +264,11 @@ void draft_text(Draft &draft, const char *format, va_list args)
     text[0] = '\0';
     int needed = 0;
     if (format)
-        needed = std::vsnprintf(text, kWritten, format, args);
-    if (needed < 0 || needed > kNeeded)
+        needed = std::vsnprintf(text, kWrittenSize, format, args);
+    if (needed < 0 || needed > kNeededLength)
         return put_notice(text);
     // Meant: 10,238 to 10,240 characters are cut to 10,237 without the notice.
-    const int length = std::min(needed, kWritten - 1);
+    const int length = std::min(needed, kWrittenSize - 1);
     if (length == 0 || text[length - 1] != '\n')
         std::memcpy(text + length, "\n", 2);
 }
@@ -290,7 +290,7 @@ void draft_record(Draft &draft, int severity, int error)
     const bool leading = draft.text[0] == '\n';
     const bool empty = leading && draft.text[1] == '\0';
     draft.tag[0] = '\n';
-    elog_expand(tag_of(severity).text, severity, draft.tag + 1, kTagMax);
+    elog_expand(tag_of(severity).text, severity, draft.tag + 1, kTagSize);
     draft.msg = {.tag = empty ? nullptr : draft.tag + (leading ? 0 : 1),
                  .msg = draft.text + (leading && !empty ? 1 : 0),
                  .sys = error ? describe(error, draft.error, sizeof draft.error) : nullptr,
@@ -470,7 +470,7 @@ char *elog_string(int mark)
 
 const char *elog_severity(int severity)
 {
-    return is_severity(severity) ? severity_name[severity] : nullptr;
+    return is_severity(severity) ? kSeverityNames[severity] : nullptr;
 }
 
 void elog_free_msg(void *entry)

@@ -185,8 +185,8 @@ void drop(const Batch &batch)
         The_stack.limit_reached = true;
         deliver(delivery_of(ELOG_DIE).text, 0, msg);
     }
-    char tag[kTagMax + 1];
-    elog_expand(tag_of(ELOG_DIE).text, ELOG_DIE, tag, kTagMax);
+    char tag[kTagSize + 1];
+    elog_expand(tag_of(ELOG_DIE).text, ELOG_DIE, tag, kTagSize);
     std::fprintf(stderr,
                  "%s: quitting because log has %d messages\n   eliminate this limit with\n"
                  "      setenv ELOG_MAXMSG 0\n   or by editing elog.pf.  See elog(3).\n",

@@ -72,9 +72,9 @@ void begin_to_end()
     const int attempt = ++This_thread.last_words;
     if (attempt > 2)
         ::_exit(1);
-    char tag[kTagMax + 1] = "";
+    char tag[kTagSize + 1] = "";
     if (attempt == 1)
-        elog_expand(tag_of(ELOG_DIE).text, ELOG_DIE, tag, kTagMax);
+        elog_expand(tag_of(ELOG_DIE).text, ELOG_DIE, tag, kTagSize);
     char error[kErrorSize];
     const Elog_msg msg = {.tag = tag,
                           .msg = const_cast<char *>(text),

@@ -44,7 +44,7 @@ constexpr int kGivingUpSeconds = 1;      // each part of what is printed when gi
 constexpr int kOtherReportSeconds = 15;  // the report of another thread, which ends the process
 
 constexpr std::size_t kAltStackSize = 256 * 1024;
-constexpr std::size_t kEnoughStack = 32 * 1024;  // bytes; the program's own stack may do
+constexpr std::size_t kEnoughStackSize = 32 * 1024;  // a stack of the program's own will do
 
 // Signals by which printing would end the process before the report is out.
 constexpr int kPrintingSignals[] = {SIGPIPE, SIGXFSZ};
@@ -155,7 +155,7 @@ bool try_on_heap(void (*function)(void *argument), void *argument)
 // ---- A second fault, and the timer ----
 
 // Another thread's report ends the process. When it does not, this thread does.
-[[noreturn]] void await_the_end(int sig)
+[[noreturn]] void await_the_reporter(int sig)
 {
     wait_until(kOtherReportSeconds, [] { return false; });
     die_by(sig);
@@ -165,7 +165,7 @@ bool try_on_heap(void (*function)(void *argument), void *argument)
 void second_fault(int sig)
 {
     if (!is_reporter())
-        await_the_end(sig);
+        await_the_reporter(sig);
     leave_the_heap();
     print_the_rest();
     die_by(sig);
@@ -299,7 +299,7 @@ bool has_alt_stack()
 {
     stack_t now = {};
     return ::sigaltstack(nullptr, &now) != 0 ||
-           (!(now.ss_flags & SS_DISABLE) && now.ss_size >= kEnoughStack);
+           (!(now.ss_flags & SS_DISABLE) && now.ss_size >= kEnoughStackSize);
 }
 
 void set_alt_stack()
@@ -342,12 +342,12 @@ void intercept(const char *name, const struct sigaction &action, bool (&saved)[k
 
 // ---- The debugger ----
 
-constexpr int kCommandMax = 1024;  // characters that a debugger command is expanded to
+constexpr int kCommandSize = 1024;  // bytes that a debugger command is expanded into
 
 void start_debugger(const char *command)
 {
-    char text[kCommandMax];
-    elog_expand(command, ELOG_DEBUG, text, kCommandMax);
+    char text[kCommandSize];
+    elog_expand(command, ELOG_DEBUG, text, kCommandSize);
     std::fprintf(stderr, "Running debugger: '%s'\n", text);
     errno = 0;
     if (std::system(text) != 0)

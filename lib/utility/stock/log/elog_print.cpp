@@ -23,7 +23,7 @@ namespace stock::logging {
 namespace {
 
 constexpr std::string_view kTab = "\t";
-constexpr std::size_t kLongestRecord = kFormatSize + kTagMax + kErrorSize + 64;
+constexpr std::size_t kLongestRecordSize = kMessageSize + kTagSize + kErrorSize + 64;
 constexpr std::string_view kRepeated = "\t** repeated %d times\n";
 
 // Writes to a stream, and goes on when a signal handler interrupts that.
@@ -80,11 +80,11 @@ bool flush_or_complain(std::FILE *stream, const char *call)
 
 void print_records(std::FILE *stream, const Batch &batch)
 {
-    Gatherer<2 * kLongestRecord, AllToStream> gather(AllToStream{stream});
+    Gatherer<2 * kLongestRecordSize, AllToStream> gather(AllToStream{stream});
     for_each(batch, [&](const Elog_msg &msg) {
         lay_out(msg, kTab, std::ref(gather));
         // Now, before the next record: writing may run code that frees messages.
-        gather.room_for(kLongestRecord);
+        gather.room_for(kLongestRecordSize);
     });
 }
 

@@ -27,8 +27,8 @@ namespace {
 
 constexpr int kLeastRoom = 100;  // expansion stops when less than this is left of the size
 constexpr std::string_view kCut = " *...";
-constexpr std::size_t kNumberSize = 64 + 1;  // a time or number is cut to 64 characters
-constexpr std::size_t kAnnouncement = 1024;  // bytes of the text of elog_commandline
+constexpr std::size_t kNumberSize = 64 + 1;      // a time or number is cut to 64 characters
+constexpr std::size_t kAnnouncementSize = 1024;  // bytes of the text of elog_commandline
 
 // The host's name up to its first dot.
 void host(FixedText &out)
@@ -84,7 +84,7 @@ void expand_code(FixedText &out, char code, int severity)
     case 'p': out.addf("%d", static_cast<int>(::getpid())); break;
     case 'T': out.addf("%lu", static_cast<unsigned long>(thread_number())); break;
     case 'h': host(out); break;
-    case 's': out.add(is_severity(severity) ? severity_name[severity] : "<BAD>"); break;
+    case 's': out.add(is_severity(severity) ? kSeverityNames[severity] : "<BAD>"); break;
     case 'a': arguments(out); break;
     case 'r': asking([&] { out.add(elog_cmdline()); }); break;
     case 'e': seconds_since_reference(out); break;
@@ -161,9 +161,9 @@ char *elog_commandline_str(void)
     need_init();
     const Holding hold(Lock);
     // Meant: line 1096 is part of the message.
-    auto *dst =
-        static_cast<char *>(allocate_zeroed(kAnnouncement, "dst", "elog_commandline_str", 1096));
-    FixedText text(dst, kAnnouncement);
+    auto *dst = static_cast<char *>(
+        allocate_zeroed(kAnnouncementSize, "dst", "elog_commandline_str", 1096));
+    FixedText text(dst, kAnnouncementSize);
     text.add("\n--> ");
     text.add(The_program.name);
     char **argv = The_program.argv;

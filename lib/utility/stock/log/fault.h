@@ -69,11 +69,11 @@ struct Crash {
     int sig;
     const siginfo_t *info;  // points to info_copy, or null
     siginfo_t info_copy;
-    SignalWords words;                       // of the signal; null until they are looked up
-    struct sigaction on_abort;               // the program's action for SIGABRT
-    sigjmp_buf before_heap;                  // with heap in_use: where to go on without it
-    char record[kFormatSize + 2 * kTagMax];  // a message that is written to a file
-    char trace[64 * 1024];                   // the stack as text, when giving up
+    SignalWords words;                         // of the signal; null until they are looked up
+    struct sigaction on_abort;                 // the program's action for SIGABRT
+    sigjmp_buf before_heap;                    // with heap in_use: where to go on without it
+    char record[kMessageSize + 2 * kTagSize];  // a message that is written to a file
+    char trace[64 * 1024];                     // the stack as text, when giving up
 };
 extern Crash The_crash;
 

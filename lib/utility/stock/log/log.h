@@ -39,11 +39,11 @@
 
 namespace stock::logging {
 
-inline constexpr std::size_t kFormatSize = 10240;  // bytes of a message and its terminator
-inline constexpr int kTagMax = 1023;               // characters that a tag is expanded to
-inline constexpr std::size_t kErrorSize = 128;     // bytes of the description of an errno
+inline constexpr std::size_t kMessageSize = 10240;  // bytes of a message and its terminator
+inline constexpr int kTagSize = 1023;               // bytes that a tag is expanded into
+inline constexpr std::size_t kErrorSize = 128;      // bytes of the description of an errno
 
-extern const char *const severity_name[kSeverities + 1];
+extern const char *const kSeverityNames[kSeverities + 1];
 
 constexpr bool is_severity(int severity)
 {
@@ -84,7 +84,7 @@ extern Program The_program;
 // What a crash reports about its signal, kept without allocating.
 struct Note {
     bool kept;
-    char tag[kTagMax + 2];
+    char tag[kTagSize + 2];
     char text[kErrorSize];
     Elog_msg msg;
 };
@@ -144,8 +144,8 @@ void store(Field &field, std::string_view text);
 
 // A message before anything is copied: its strings point into the buffers.
 struct Draft {
-    char text[kFormatSize];
-    char tag[kTagMax + 2];  // with room for a newline in front
+    char text[kMessageSize];
+    char tag[kTagSize + 2];  // with room for a newline in front
     char error[kErrorSize];
     Elog_msg msg;
 };

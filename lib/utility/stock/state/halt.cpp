@@ -21,7 +21,7 @@ using stock::The_halt_request;
 namespace {
 
 constexpr char kTimeOver[] = "quitting from die_soon alarm\n";
-constexpr double kShortestTimer = 2e-6;  // seconds; a shorter timer would never run out
+constexpr double kShortestTimerSeconds = 2e-6;  // a shorter timer would never run out
 
 // The timer of die_soon has run out.
 void end_in_time()
@@ -73,8 +73,8 @@ int setup_signal_handlers(void (*handler)(int sig))
 
 int die_soon(double seconds)
 {
-    const bool at_once = seconds >= 0 && seconds < kShortestTimer;
-    if (std_set_timer([](int) { end_in_time(); }, at_once ? kShortestTimer : seconds) == 0)
+    const bool at_once = seconds >= 0 && seconds < kShortestTimerSeconds;
+    if (std_set_timer([](int) { end_in_time(); }, at_once ? kShortestTimerSeconds : seconds) == 0)
         return 0;
     // Without a timer the calling thread waits and dies itself.
     snooze(seconds);
