@@ -17,25 +17,28 @@ void expect(bool so)
 }
 
 // Aborts unless the tree holds what the entry holds at the end of the text.
-void compare(const Entry &entry, const Pf *pf)
+void compare(const SourceEntry &entry, const Pf *pf)
 {
     switch (pf->type) {
-    case PFSTRING: return expect(entry.kind == Entry::Kind::text && entry.text == pf->value.s);
+    case PFSTRING:
+        return expect(entry.kind == SourceEntry::Kind::text && entry.text == pf->value.s);
     case PFFUNCTION:
-        return expect(entry.kind == Entry::Kind::function && entry.text == pf->value.pffunct->text);
+        return expect(entry.kind == SourceEntry::Kind::function &&
+                      entry.text == pf->value.pffunct->text);
     case PFTBL: {
         const auto list = elements(entry);
-        expect(entry.kind == Entry::Kind::list && static_cast<long>(list.size()) == pfmaxtbl(pf));
+        expect(entry.kind == SourceEntry::Kind::list &&
+               static_cast<long>(list.size()) == pfmaxtbl(pf));
         for (std::size_t i = 0; i < list.size(); ++i)
             compare(*list[i],
                     static_cast<Pf *>(gettbl(pf->value.tbl, static_cast<std::int64_t>(i))));
         return;
     }
-    default: expect(entry.kind == Entry::Kind::table);
+    default: expect(entry.kind == SourceEntry::Kind::table);
     }
-    for (const Entry &child : entry.children) {
+    for (const SourceEntry &child : entry.children) {
         const auto *value = static_cast<const Pf *>(getarr(pf->value.arr, child.key.c_str()));
-        const Entry *last = find_key(entry, child.key);
+        const SourceEntry *last = find_key(entry, child.key);
         expect((value != nullptr) == (last != nullptr));
         if (last == &child)
             compare(child, value);
@@ -46,9 +49,9 @@ void compare(const Entry &entry, const Pf *pf)
     freetbl(keys, nullptr);
 }
 
-void check_places(const Entry &entry, std::size_t size)
+void check_places(const SourceEntry &entry, std::size_t size)
 {
-    for (const Entry &child : entry.children) {
+    for (const SourceEntry &child : entry.children) {
         expect(child.begin <= child.value_begin && child.value_begin <= child.value_end);
         expect(child.value_end <= child.end && child.end <= size);
         check_places(child, size);
@@ -64,7 +67,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const std::string text(reinterpret_cast<const char *>(data), size);
     Pf *pf = nullptr;
     const bool refused = pfcompile_counted(text.data(), static_cast<long>(size), &pf) != 0;
-    const Source source = scan_source(text, OnError::stop);
+    const SourceText source = scan_source(text, OnError::stop);
     expect(source.failed == refused);
     compare(source.top, pf);
     pffree(pf);

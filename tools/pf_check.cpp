@@ -1,6 +1,6 @@
 // stock pf check: what is wrong, or looks wrong, in parameter files.
 //
-// A Source brings the problems of its text. Check adds keys that are given twice and
+// A SourceText brings the problems of its text. Check adds keys that are given twice and
 // references that lead to nothing, and prints all in the order of the file.
 
 #include <algorithm>
@@ -38,14 +38,14 @@ constexpr const char *kHelp =
 
 class Check {
 public:
-    Check(const Sources &sources, const Source &source) : sources_(sources), source_(source)
+    Check(const Sources &sources, const SourceText &source) : sources_(sources), source_(source)
     {
         found_ = source.problems;
-        Place top{&source, &source.top, {}};
+        PlacedValue top{&source, &source.top, {}};
         container(top);
     }
 
-    // Prints what was found, in the order of the file. Whether there was anything.
+    // Prints the problems in the order of the file. Whether there are any.
     bool print()
     {
         std::stable_sort(found_.begin(), found_.end(),
@@ -57,19 +57,19 @@ public:
     }
 
 private:
-    void add(const Entry &entry, std::string text)
+    void add(const SourceEntry &entry, std::string text)
     {
         found_.push_back({entry.begin, std::move(text)});
     }
 
-    void container(const Place &place)
+    void container(const PlacedValue &place)
     {
-        std::map<std::string, const Entry *> given;
-        const bool table = place.entry->kind == Entry::Kind::table;
-        for (const Entry &entry : place.entry->children) {
+        std::map<std::string, const SourceEntry *> given;
+        const bool table = place.entry->kind == SourceEntry::Kind::table;
+        for (const SourceEntry &entry : place.entry->children) {
             if (table)
                 once(given, entry);
-            Place child{place.source, &entry, place.around};
+            PlacedValue child{place.source, &entry, place.around};
             if (place.entry != &source_.top)
                 child.around.push_back(place.entry);
             if (entry.is_container())
@@ -80,13 +80,13 @@ private:
     }
 
     // Complains of a key that was given before. Behind its "&Undef{}" it may be given again.
-    void once(std::map<std::string, const Entry *> &given, const Entry &entry)
+    void once(std::map<std::string, const SourceEntry *> &given, const SourceEntry &entry)
     {
-        if (entry.kind == Entry::Kind::undef) {
+        if (entry.kind == SourceEntry::Kind::undef) {
             given.erase(entry.key);
             return;
         }
-        const Entry *&first = given[entry.key];
+        const SourceEntry *&first = given[entry.key];
         if (first)
             add(entry, "key " + quoted(entry.key) + " is given again, first on line " +
                            std::to_string(source_.line_of(first->begin)));
@@ -95,7 +95,7 @@ private:
 
     // Whether the writer meant a reference. "&1" in "2>&1" is none, and a swallowed "&Tbl{"
     // is a problem of the source already.
-    static bool is_meant(const Reference &reference)
+    static bool is_meant(const WrittenReference &reference)
     {
         for (const char *mark : {"&Tbl", "&Arr", "&Literal"})
             if (reference.written == mark)
@@ -104,11 +104,11 @@ private:
         return c == '{' || c == '_' || stock::is_letter(c);
     }
 
-    void references(const Place &place)
+    void references(const PlacedValue &place)
     {
         const std::string &text = place.entry->text;
         bool plain = true;
-        for (const Reference &reference : references_in(text)) {
+        for (const WrittenReference &reference : references_in(text)) {
             plain = false;
             if (is_meant(reference) && !find_reference(sources_, place, reference.name).entry)
                 add(*place.entry, quoted(reference.written) + " leads to nothing");
@@ -117,26 +117,26 @@ private:
             add(*place.entry, "references in references, more than 10 deep");
         // With a reference in it, the argument of a function is known only when it is
         // evaluated.
-        if (place.entry->kind == Entry::Kind::function && plain && !leads_somewhere(text))
+        if (place.entry->kind == SourceEntry::Kind::function && plain && !leads_somewhere(text))
             add(*place.entry,
                 quoted(text.substr(0, text.find_last_of(')') + 1)) + " leads to nothing");
     }
 
     // Whether the library refuses to expand it ("massive recursion"), as when a reference
     // leads back to its own value.
-    bool is_too_deep(const Place &place) { return leads_on(place, kMaxReferences + 1); }
+    bool is_too_deep(const PlacedValue &place) { return leads_on(place, kMaxReferences + 1); }
 
     // Whether a chain of `count` references begins in the value, each in the value that the
     // last one stands for.
-    bool leads_on(const Place &place, int count)
+    bool leads_on(const PlacedValue &place, int count)
     {
         if (count == 0)
             return true;
         const auto [known, added] = leads_on_.try_emplace({place.entry, count}, false);
         if (!added)
             return known->second;
-        for (const Reference &reference : references_in(place.entry->text))
-            if (const Place to = find_reference(sources_, place, reference.name);
+        for (const WrittenReference &reference : references_in(place.entry->text))
+            if (const PlacedValue to = find_reference(sources_, place, reference.name);
                 to.entry && leads_on(to, count - 1))
                 return leads_on_[{place.entry, count}] = true;
         return false;
@@ -180,13 +180,13 @@ private:
     }
 
     const Sources &sources_;
-    const Source &source_;
+    const SourceText &source_;
     std::vector<Problem> found_;
-    std::map<std::pair<const Entry *, int>, bool> leads_on_;  // results of leads_on()
-    std::map<std::string, Sources> named_;                    // the files of other names
+    std::map<std::pair<const SourceEntry *, int>, bool> leads_on_;  // results of leads_on()
+    std::map<std::string, Sources> named_;                          // the files of other names
 };
 
-std::optional<Source> read(const std::string &file)
+std::optional<SourceText> read(const std::string &file)
 {
     return file == "-" ? read_standard_input(OnError::go_on) : read_source(file, OnError::go_on);
 }
@@ -212,7 +212,7 @@ int pf_check(int argc, char **argv)
             sources.push_back(std::move(*source));
         else
             status = kFailed;
-    for (const Source &source : sources)
+    for (const SourceText &source : sources)
         if (Check(sources, source).print())
             status = kFailed;
     return status;

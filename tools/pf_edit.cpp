@@ -236,9 +236,9 @@ std::string replaced(std::string text, size_t begin, size_t end, const std::stri
     return text.replace(begin, end - begin, with);
 }
 
-// The text with a value of the container added behind its last one.
-std::string added(const Source &source, const Entry &container, const std::vector<Step> &steps,
-                  size_t at, const std::string &written)
+// The text with a new value behind the last one of the container.
+std::string added(const SourceText &source, const SourceEntry &container,
+                  const std::vector<Step> &steps, size_t at, const std::string &written)
 {
     const std::string &text = source.text;
     const bool top = &container == &source.top;
@@ -255,12 +255,12 @@ std::string added(const Source &source, const Entry &container, const std::vecto
 }
 
 // The texts that may give the tree that is wanted, the best one first.
-std::vector<std::string> candidates(const Source &source, const std::vector<Step> &steps,
+std::vector<std::string> candidates(const SourceText &source, const std::vector<Step> &steps,
                                     const std::string &written)
 {
-    const Entry *container = &source.top;
+    const SourceEntry *container = &source.top;
     size_t at = 0;
-    const Entry *entry = nullptr;
+    const SourceEntry *entry = nullptr;
     while ((entry = take_step(*container, steps[at])) && at + 1 < steps.size()) {
         container = entry;
         ++at;
@@ -432,7 +432,7 @@ struct Target {
 
 enum class Written { done, in_place, changed, failed };
 
-// Whether the file is still the one that was read, with this text.
+// Whether the name still belongs to the file that was read, and the file has this text.
 bool is_still(const Target &target, std::string_view text)
 {
     struct stat now {};
@@ -589,7 +589,7 @@ std::unique_ptr<Target> open_for_edit(const char *file, Clock::time_point deadli
 }
 
 // Gives the new text of a file, or nothing after a complaint.
-using Edit = std::function<std::optional<std::string>(const Source &source)>;
+using Edit = std::function<std::optional<std::string>(const SourceText &source)>;
 
 // Edits a file. When another program has changed it meanwhile, edits what it is then.
 int edit_file(const char *file, const Edit &edit)
@@ -599,7 +599,7 @@ int edit_file(const char *file, const Edit &edit)
         const auto target = open_for_edit(file, deadline);
         if (!target)
             return kFailed;
-        const std::optional<Source> source = read_descriptor(target->fd, file, OnError::stop);
+        const std::optional<SourceText> source = read_descriptor(target->fd, file, OnError::stop);
         if (!source)
             return kFailed;
         if (source->failed || source->text.find('\0') != std::string::npos) {
@@ -624,7 +624,8 @@ int edit_file(const char *file, const Edit &edit)
 
 // The first of the texts that has no error and whose tree is good; nothing, after a complaint,
 // when there is none.
-std::optional<std::string> first_good(const Source &source, const std::vector<std::string> &texts,
+std::optional<std::string> first_good(const SourceText &source,
+                                      const std::vector<std::string> &texts,
                                       const std::function<bool(Pf *)> &is_good, const char *address)
 {
     for (const std::string &text : texts)
@@ -635,7 +636,7 @@ std::optional<std::string> first_good(const Source &source, const std::vector<st
     return {};
 }
 
-std::optional<std::string> set_value(const Source &source, const std::vector<Step> &steps,
+std::optional<std::string> set_value(const SourceText &source, const std::vector<Step> &steps,
                                      const char *address, const char *value)
 {
     const std::string function = function_in(value);
@@ -658,7 +659,8 @@ std::optional<std::string> set_value(const Source &source, const std::vector<Ste
     return first_good(
         source, texts,
         [&](Pf *tree) {
-            // Of a function, the blanks and the newline behind it are part of the text.
+            // The text of a function includes the blanks and the newline behind it, which
+            // the new file may have and `value` has not.
             Pf *set = nullptr;
             Pf *now = holder_of(tree, steps);
             if (!function.empty() && now && pfvalue(now, key, &set) && set->type == PFFUNCTION &&
@@ -669,12 +671,12 @@ std::optional<std::string> set_value(const Source &source, const std::vector<Ste
         address);
 }
 
-std::optional<std::string> without_value(const Source &source, const std::vector<Step> &steps,
+std::optional<std::string> without_value(const SourceText &source, const std::vector<Step> &steps,
                                          const char *address)
 {
     const std::vector<Step> outer(steps.begin(), steps.end() - 1);
-    const Entry *container = take_steps(&source.top, outer, 0);
-    const Entry *entry = container ? take_step(*container, steps.back()) : nullptr;
+    const SourceEntry *container = take_steps(&source.top, outer, 0);
+    const SourceEntry *entry = container ? take_step(*container, steps.back()) : nullptr;
     if (!entry) {
         elog_complain(0, "no entry '%s' in parameter file %s", address, source.file.c_str());
         return {};
@@ -685,7 +687,7 @@ std::optional<std::string> without_value(const Source &source, const std::vector
     std::string text = source.text;
     for (auto child = container->children.rbegin(); child != container->children.rend(); ++child)
         if (&*child == entry || (steps.back().index < 0 && child->key == steps.back().key &&
-                                 child->kind != Entry::Kind::undef))
+                                 child->kind != SourceEntry::Kind::undef))
             text = replaced(text, line_begin(text, child->begin), child->end, "");
     return first_good(
         source, {text}, [&](Pf *tree) { return same(wanted.get(), tree); }, address);
@@ -702,8 +704,9 @@ int pf_set(int argc, char **argv)
     const auto steps = parse_address(argv[2]);
     if (!steps)
         return wrong_usage("stock pf set", "'%s' is no address", argv[2]);
-    return edit_file(
-        argv[1], [&](const Source &source) { return set_value(source, *steps, argv[2], argv[3]); });
+    return edit_file(argv[1], [&](const SourceText &source) {
+        return set_value(source, *steps, argv[2], argv[3]);
+    });
 }
 
 int pf_del(int argc, char **argv)
@@ -715,6 +718,6 @@ int pf_del(int argc, char **argv)
     const auto steps = parse_address(argv[2]);
     if (!steps)
         return wrong_usage("stock pf del", "'%s' is no address", argv[2]);
-    return edit_file(argv[1],
-                     [&](const Source &source) { return without_value(source, *steps, argv[2]); });
+    return edit_file(
+        argv[1], [&](const SourceText &source) { return without_value(source, *steps, argv[2]); });
 }

@@ -1,4 +1,7 @@
 // stock pf explain: where a value comes from and how its references are resolved.
+//
+// The files are read as SourceTexts for the places, and as one tree for the value that a
+// program gets.
 
 #include "pf_origin.h"
 #include "pf_tool.h"
@@ -21,23 +24,23 @@ constexpr const char *kHelp =
     "\n"
     "The exit status is 1 when there is no value.\n";
 
-// The value on one line.
-std::string described(const Entry &entry)
+// The value as it is written, on one line; of a list or table its size.
+std::string described(const SourceEntry &entry)
 {
     switch (entry.kind) {
-    case Entry::Kind::text: return quoted(entry.text);
-    case Entry::Kind::undef: return "&Undef{}";
-    case Entry::Kind::list: return "a list of " + std::to_string(elements(entry).size());
-    case Entry::Kind::function: return entry.text.substr(0, entry.text.find_last_of(')') + 1);
+    case SourceEntry::Kind::text: return quoted(entry.text);
+    case SourceEntry::Kind::undef: return "&Undef{}";
+    case SourceEntry::Kind::list: return "a list of " + std::to_string(elements(entry).size());
+    case SourceEntry::Kind::function: return entry.text.substr(0, entry.text.find_last_of(')') + 1);
     default: break;
     }
     size_t count = 0;
-    for (const Entry &child : entry.children)
+    for (const SourceEntry &child : entry.children)
         count += find_key(entry, child.key) == &child;
     return "a table of " + std::to_string(count);
 }
 
-std::string place_of(const Source &source, const Entry &entry)
+std::string place_of(const SourceText &source, const SourceEntry &entry)
 {
     return file_and_line(source, entry.begin);
 }
@@ -49,22 +52,22 @@ public:
     {
     }
 
-    const Entry *winner() const { return winner_.entry; }
+    const SourceEntry *winner() const { return winner_.entry; }
 
     void print() const
     {
-        for (const Source &source : sources_)
+        for (const SourceText &source : sources_)
             print_source(source);
     }
 
 private:
-    void print_source(const Source &source) const
+    void print_source(const SourceText &source) const
     {
         bool any = false;
-        for (const Entry &entry : source.top.children)
+        for (const SourceEntry &entry : source.top.children)
             if (entry.key == steps_[0].key)
                 any = print_below(source, entry, 1) || any;
-        const Entry *top = last_of(source.top, steps_[0].key);
+        const SourceEntry *top = last_of(source.top, steps_[0].key);
         if (top && !any)
             printf("  %s: %s, without '%s' in it\n", place_of(source, *top).c_str(),
                    described(*top).c_str(), last_step().c_str());
@@ -76,26 +79,26 @@ private:
         return step.index < 0 ? step.key : "[" + std::to_string(step.index) + "]";
     }
 
-    // Prints what stands at the rest of the address from the entry on.
-    bool print_below(const Source &source, const Entry &entry, size_t step) const
+    // Prints the entries to which the steps from number `step` on lead. Whether there are any.
+    bool print_below(const SourceText &source, const SourceEntry &entry, size_t step) const
     {
-        // "&Undef{}" of a table around the value is as good as one of the value.
-        if (step == steps_.size() || entry.kind == Entry::Kind::undef) {
+        // An "&Undef{}" of a table around the value takes the value away too.
+        if (step == steps_.size() || entry.kind == SourceEntry::Kind::undef) {
             print_entry(source, entry);
             return true;
         }
         bool any = false;
         if (steps_[step].index >= 0) {
-            const Entry *element = take_step(entry, steps_[step]);
+            const SourceEntry *element = take_step(entry, steps_[step]);
             return element && print_below(source, *element, step + 1);
         }
-        for (const Entry &child : entry.children)
-            if (entry.kind == Entry::Kind::table && child.key == steps_[step].key)
+        for (const SourceEntry &child : entry.children)
+            if (entry.kind == SourceEntry::Kind::table && child.key == steps_[step].key)
                 any = print_below(source, child, step + 1) || any;
         return any;
     }
 
-    void print_entry(const Source &source, const Entry &entry) const
+    void print_entry(const SourceText &source, const SourceEntry &entry) const
     {
         const bool wins = &entry == winner_.entry;
         printf("%c %s: %s\n", wins ? '*' : ' ', place_of(source, entry).c_str(),
@@ -106,21 +109,21 @@ private:
 
     static void indent(int depth) { printf("%*s", 2 + 2 * depth, ""); }
 
-    static void print_references(const Sources &sources, const Place &from, int depth)
+    static void print_references(const Sources &sources, const PlacedValue &from, int depth)
     {
         const std::string &text = from.entry->text;
-        for (const Reference &reference : references_in(text)) {
-            const Place to = find_reference(sources, from, reference.name);
+        for (const WrittenReference &reference : references_in(text)) {
+            const PlacedValue to = find_reference(sources, from, reference.name);
             indent(depth);
             printf("%s ", reference.written.c_str());
             print_target(sources, to, depth);
         }
         const std::string argument = argument_of(text, "&ref(");
-        if (from.entry->kind == Entry::Kind::function && !argument.empty())
+        if (from.entry->kind == SourceEntry::Kind::function && !argument.empty())
             print_other_file(sources, from, depth);
     }
 
-    static void print_target(const Sources &sources, const Place &to, int depth)
+    static void print_target(const Sources &sources, const PlacedValue &to, int depth)
     {
         if (!to.entry) {
             puts("leads to nothing");
@@ -134,8 +137,8 @@ private:
         puts("and so on, too deep");
     }
 
-    // The file and the address may be references themselves.
-    static void print_other_file(const Sources &sources, const Place &from, int depth)
+    // Prints where "&ref(file, address)" leads. References in its argument are expanded first.
+    static void print_other_file(const Sources &sources, const PlacedValue &from, int depth)
     {
         indent(depth);
         const auto text = expanded(sources, from);
@@ -151,15 +154,15 @@ private:
         if (address.empty() && !others.empty())
             puts("is the whole file");
         else
-            print_target(others, steps ? find_place(others, *steps) : Place{}, depth);
+            print_target(others, steps ? find_place(others, *steps) : PlacedValue{}, depth);
     }
 
     const Sources &sources_;
     const std::vector<Step> &steps_;
-    Place winner_;
+    PlacedValue winner_;
 };
 
-// What a program gets.
+// Prints the value that a program gets.
 int print_value(Pf *tree, const char *address)
 {
     Pf *node = nullptr;
@@ -197,7 +200,7 @@ int pf_explain(int argc, char **argv)
     const Sources sources = read_sources(argv[1]);
     const Explanation explanation(sources, *steps);
     explanation.print();
-    const Entry *winner = explanation.winner();
+    const SourceEntry *winner = explanation.winner();
     if (!winner) {
         elog_complain(0, "no entry '%s' in parameter file %s", argv[2], argv[1]);
         return kFailed;

@@ -106,7 +106,7 @@ void print_double(double value)
     puts(strdbl(text, value));
 }
 
-// What is asked for, for the functions that the library calls.
+// What the command asks for. The functions below, which the library calls, use it.
 struct {
     const char *name;
     const char *address;
@@ -119,8 +119,8 @@ int watch_complaints(int severity, const char *, Tbl *)
     return 0;
 }
 
-// Tells which line gives the value, for a value that something is wrong with. There is
-// nothing to tell of one that is missing.
+// Prints the file and the line of a value that something is wrong with. A value that is
+// missing has none.
 void tell_place()
 {
     char path[stock::kPathSize];
@@ -132,7 +132,7 @@ void tell_place()
         elog_complain(0, "'%s' is written in %s:%d\n", Asked.address, path, line);
 }
 
-// The die function: a value is missing or of the wrong type.
+// The library's die function, called for a value that is missing or of the wrong type.
 void die_with_place(Pf *pf, const char *address, int expected, int got, Pf **result)
 {
     tell_place();
@@ -178,7 +178,7 @@ int get_string(Pf *pf, const char *address)
     return kDone;
 }
 
-// The elements of the list itself tell which of its entries are texts.
+// Prints the elements one by one: pfget_tbl does not tell texts and nodes apart.
 int get_tbl(Pf *pf, const char *address)
 {
     Pf *node = nullptr;
@@ -214,7 +214,7 @@ int get_arr(Pf *pf, const char *address)
     return kDone;
 }
 
-// A value of any type, as it is.
+// Prints a value of any type.
 int get_any(Pf *pf, const char *address)
 {
     Pf *node = nullptr;
@@ -282,7 +282,7 @@ int pf_get(int argc, char **argv)
         return wrong_usage("stock pf get", "no option '%s'", argv[first]);
     if (argc - first != 2)
         return wrong_usage("stock pf get", "a name and an address, please");
-    // The library would print the marks that make no address.
+    // The library would print stray marks to standard output.
     const char *address = argv[first + 1];
     if (*address && !parse_address(address))
         return wrong_usage("stock pf get", "'%s' is no address", address);
@@ -340,8 +340,8 @@ bool is_variable_name(std::string_view text)
 // Prints the assignments and remembers which variables it gave.
 class Shell {
 public:
-    // The tree's texts, under variables that begin with the name. A key below the
-    // top stands behind a "_".
+    // Prints the texts of a node as variables that begin with the name. The separator stands
+    // between the name and a key: nothing at the top, "_" below it.
     void print(const std::string &name, const char *separator, Pf *node)
     {
         Pf *value = node->type == PFFUNCTION ? pfinterpret(node) : node;

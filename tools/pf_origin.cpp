@@ -14,15 +14,16 @@
 namespace {
 
 // The value of a key of the top level: what the last file that has the key gives it.
-Place find_top(const Sources &sources, const std::string &key)
+PlacedValue find_top(const Sources &sources, const std::string &key)
 {
     for (auto source = sources.rbegin(); source != sources.rend(); ++source)
-        if (const Entry *entry = last_of(source->top, key))
-            return entry->kind == Entry::Kind::undef ? Place{} : Place{&*source, entry, {}};
+        if (const SourceEntry *entry = last_of(source->top, key))
+            return entry->kind == SourceEntry::Kind::undef ? PlacedValue{}
+                                                           : PlacedValue{&*source, entry, {}};
     return {};
 }
 
-bool is_text(const Entry *entry)
+bool is_text(const SourceEntry *entry)
 {
     return entry && !entry->is_container();
 }
@@ -34,11 +35,11 @@ bool is_name_character(char c)
 
 }  // namespace
 
-Place find_place(const Sources &sources, const std::vector<Step> &steps)
+PlacedValue find_place(const Sources &sources, const std::vector<Step> &steps)
 {
     if (steps[0].index >= 0)
         return {};
-    Place place = find_top(sources, steps[0].key);
+    PlacedValue place = find_top(sources, steps[0].key);
     for (size_t i = 1; place.entry && i < steps.size(); ++i) {
         place.around.push_back(place.entry);
         place.entry = take_step(*place.entry, steps[i]);
@@ -46,24 +47,24 @@ Place find_place(const Sources &sources, const std::vector<Step> &steps)
     return place;
 }
 
-Place find_reference(const Sources &sources, const Place &from, const std::string &name)
+PlacedValue find_reference(const Sources &sources, const PlacedValue &from, const std::string &name)
 {
     for (size_t depth = from.around.size(); depth > 0; --depth) {
-        const Entry &table = *from.around[depth - 1];
-        if (table.kind != Entry::Kind::table)
+        const SourceEntry &table = *from.around[depth - 1];
+        if (table.kind != SourceEntry::Kind::table)
             continue;
-        if (const Entry *entry = find_key(table, name); is_text(entry)) {
+        if (const SourceEntry *entry = find_key(table, name); is_text(entry)) {
             const auto end = from.around.begin() + static_cast<std::ptrdiff_t>(depth);
             return {from.source, entry, {from.around.begin(), end}};
         }
     }
-    Place top = find_top(sources, name);
-    return is_text(top.entry) ? top : Place{};
+    PlacedValue top = find_top(sources, name);
+    return is_text(top.entry) ? top : PlacedValue{};
 }
 
-std::vector<Reference> references_in(std::string_view text)
+std::vector<WrittenReference> references_in(std::string_view text)
 {
-    std::vector<Reference> found;
+    std::vector<WrittenReference> found;
     size_t at = 0;
     while ((at = text.find('&', at)) < text.size()) {
         const stock::Reference read = stock::reference_at(text.substr(at), is_name_character);
@@ -81,15 +82,15 @@ namespace {
 constexpr size_t kMaxExpandedBytes = 1'000'000;
 
 // `depth` references lead to this value.
-std::optional<std::string> expanded(const Sources &sources, const Place &from, int depth)
+std::optional<std::string> expanded(const Sources &sources, const PlacedValue &from, int depth)
 {
     std::string text = from.entry->text;
-    const std::vector<Reference> references = references_in(text);
+    const std::vector<WrittenReference> references = references_in(text);
     for (auto reference = references.rbegin(); reference != references.rend(); ++reference) {
-        const Place to = find_reference(sources, from, reference->name);
+        const PlacedValue to = find_reference(sources, from, reference->name);
         if (!to.entry)
             continue;
-        if (depth == kMaxReferences || to.entry->kind == Entry::Kind::function)
+        if (depth == kMaxReferences || to.entry->kind == SourceEntry::Kind::function)
             return {};
         const auto value = expanded(sources, to, depth + 1);
         if (!value || text.size() + value->size() > kMaxExpandedBytes)
@@ -101,7 +102,7 @@ std::optional<std::string> expanded(const Sources &sources, const Place &from, i
 
 }  // namespace
 
-std::optional<std::string> expanded(const Sources &sources, const Place &from)
+std::optional<std::string> expanded(const Sources &sources, const PlacedValue &from)
 {
     return expanded(sources, from, 0);
 }
@@ -133,7 +134,7 @@ Sources read_sources(const char *name)
     return sources;
 }
 
-std::string file_and_line(const Source &source, size_t place)
+std::string file_and_line(const SourceText &source, size_t place)
 {
     return source.file + ":" + std::to_string(source.line_of(place));
 }

@@ -11,35 +11,36 @@
 #include "pf_source.h"
 
 // The files of a name, in the order in which they are read.
-using Sources = std::vector<Source>;
+using Sources = std::vector<SourceText>;
 
 // A value and the containers that it lies in. Borrowed from Sources.
-struct Place {
-    const Source *source = nullptr;
-    const Entry *entry = nullptr;       // null when there is no such value
-    std::vector<const Entry *> around;  // the tables and lists, the outermost first
+struct PlacedValue {
+    const SourceText *source = nullptr;
+    const SourceEntry *entry = nullptr;       // null when there is no such value
+    std::vector<const SourceEntry *> around;  // the tables and lists, the outermost first
 };
 
 constexpr int kMaxReferences = 10;  // that the library follows, each in the value of the last
 
 // The value at an address that a program gets.
-Place find_place(const Sources &sources, const std::vector<Step> &steps);
+PlacedValue find_place(const Sources &sources, const std::vector<Step> &steps);
 
 // What a reference in the value at `from` stands for: the text under that name in the
 // nearest table around the value that has one, or in the top level.
-Place find_reference(const Sources &sources, const Place &from, const std::string &name);
+PlacedValue find_reference(const Sources &sources, const PlacedValue &from,
+                           const std::string &name);
 
 // The references of a text, "&name" and "&{name}".
-struct Reference {
+struct WrittenReference {
     std::string name;
     std::string written;
     size_t at;  // where it stands in the text
 };
-std::vector<Reference> references_in(std::string_view text);
+std::vector<WrittenReference> references_in(std::string_view text);
 
 // The text of a value with its references replaced by what they stand for; nothing when
 // one of them stands for a function, whose result is known only when it is evaluated.
-std::optional<std::string> expanded(const Sources &sources, const Place &from);
+std::optional<std::string> expanded(const Sources &sources, const PlacedValue &from);
 
 // The argument of a function that begins with the prefix, such as "&ref("; empty when the
 // function is another.
@@ -53,4 +54,4 @@ std::pair<std::string, std::string> split_argument(std::string_view argument);
 Sources read_sources(const char *name);
 
 // "FILE:LINE" of a place in a file.
-std::string file_and_line(const Source &source, size_t place);
+std::string file_and_line(const SourceText &source, size_t place);

@@ -31,10 +31,10 @@ constexpr const char *kHelp =
 struct Options {
     bool from = false;
     bool json = false;
-    int first = 1;  // of the words that are files
+    int first = 1;  // the first word that names a file
 };
 
-// Reads the words; null, or the one that is no option.
+// Reads the options. Gives the first word that begins with "-" and is no option, or null.
 const char *read_options(int argc, char **argv, Options &options)
 {
     for (int &i = options.first; i < argc && argv[i][0] == '-' && argv[i][1]; ++i) {
@@ -81,7 +81,7 @@ std::string without_controls(std::string text)
     return text;
 }
 
-// Each value behind a comment that names its file.
+// Prints each value behind a comment that names its file.
 void print_with_files(const Pf *tree)
 {
     for (const std::string &key : keys_of(tree)) {

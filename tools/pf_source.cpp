@@ -20,20 +20,20 @@
 
 namespace {
 
-// The sink of the scanner that keeps a Source: every value as an Entry, every slip and error
-// as a Problem. `place_` is where the scanner stands.
+// The sink of the scanner that keeps a SourceText: every value as a SourceEntry, every slip and
+// error as a Problem. `place_` is where the scanner stands.
 class PlaceKeeper {
 public:
-    using Value = Entry;
+    using Value = SourceEntry;
 
-    PlaceKeeper(Source &source, OnError on_error)
+    PlaceKeeper(SourceText &source, OnError on_error)
         : source_(source), go_on_(on_error == OnError::go_on)
     {
     }
     PlaceKeeper(const PlaceKeeper &) = delete;
     PlaceKeeper &operator=(const PlaceKeeper &) = delete;
 
-    bool in_list() const { return innermost().kind == Entry::Kind::list; }
+    bool in_list() const { return innermost().kind == SourceEntry::Kind::list; }
     int open_containers() const { return static_cast<int>(open_.size()); }
 
     // ---- Places ----
@@ -55,18 +55,18 @@ public:
 
     // ---- Values ----
 
-    Entry no_text()
+    SourceEntry no_text()
     {
         const size_t place = in_list() ? token_ : key_end_;
-        Entry empty = entry(Entry::Kind::text, place, place);
+        SourceEntry empty = entry(SourceEntry::Kind::text, place, place);
         if (empty.key.ends_with('\r') && source_.text[key_end_ - 1] == '\r')
             problem(place, "key '" + key_ + "' ends in a carriage return");
         return empty;
     }
 
-    Entry plain_text(std::string_view text, size_t length, bool)
+    SourceEntry plain_text(std::string_view text, size_t length, bool)
     {
-        Entry plain = entry(Entry::Kind::text, token_, place_ + length);
+        SourceEntry plain = entry(SourceEntry::Kind::text, token_, place_ + length);
         plain.text = text;
         if (const std::string_view mark = stock::swallowed_mark(text); !mark.empty())
             problem(token_, "the value swallows '" + std::string(mark) + "'");
@@ -77,17 +77,17 @@ public:
         return plain;
     }
 
-    Entry literal(std::string_view text, size_t length)
+    SourceEntry literal(std::string_view text, size_t length)
     {
-        Entry literal = entry(Entry::Kind::text, token_, place_ + length);
+        SourceEntry literal = entry(SourceEntry::Kind::text, token_, place_ + length);
         literal.text = text;
         return literal;
     }
 
-    Entry function(std::string_view text, bool)
+    SourceEntry function(std::string_view text, bool)
     {
         const size_t close = text.rfind(')');
-        Entry function = entry(Entry::Kind::function, token_, place_ + close + 1);
+        SourceEntry function = entry(SourceEntry::Kind::function, token_, place_ + close + 1);
         function.text = text;
         return function;
     }
@@ -95,10 +95,10 @@ public:
     void undefine()
     {
         constexpr size_t kLength = std::string_view("&Undef{}").size();
-        store(entry(Entry::Kind::undef, token_, token_ + kLength), 0);
+        store(entry(SourceEntry::Kind::undef, token_, token_ + kLength), 0);
     }
 
-    void store(Entry entry, int)
+    void store(SourceEntry entry, int)
     {
         entry.end = place_;
         innermost().children.push_back(std::move(entry));
@@ -109,7 +109,7 @@ public:
     void open(stock::ContainerKind kind, int)
     {
         const bool list = kind == stock::ContainerKind::list;
-        store(entry(list ? Entry::Kind::list : Entry::Kind::table, token_, token_), 0);
+        store(entry(list ? SourceEntry::Kind::list : SourceEntry::Kind::table, token_, token_), 0);
         open_.push_back(&innermost().children.back());
     }
 
@@ -132,29 +132,32 @@ public:
 
     void end_mark() { source_.text_end = token_; }
 
-    void unfinished_literal() { not_closed(entry(Entry::Kind::text, token_, place_), "literal"); }
+    void unfinished_literal()
+    {
+        not_closed(entry(SourceEntry::Kind::text, token_, place_), "literal");
+    }
 
     bool stray_brace(int) { return error("'}' closes nothing"); }
     bool too_deep(int) { return error("nested more than 11 deep"); }
 
-    // What the end of the text leaves unfinished. `key_only` says that a key is the last thing
-    // of the text.
-    void finish(bool key_only)
+    // Called behind the scan: notes what the end of the text leaves unfinished. `behind_key`
+    // says that the scan ended between a key and its value.
+    void finish(bool behind_key)
     {
-        // Behind an end mark nobody looks for one.
+        // A zero byte behind an end mark does no harm.
         if (place_ == source_.text_end && place_ < source_.text.size())
             problem(place_, "zero byte, behind which nothing is read");
-        if (key_only && open_.empty() && !source_.failed)
+        if (behind_key && open_.empty() && !source_.failed)
             unfinished_key();
-        for (Entry *container : open_) {
-            not_closed(*container, container->kind == Entry::Kind::list ? "list" : "table");
+        for (SourceEntry *container : open_) {
+            not_closed(*container, container->kind == SourceEntry::Kind::list ? "list" : "table");
             container->value_end = container->end = source_.text_end;
         }
     }
 
 private:
-    Entry &innermost() { return open_.empty() ? source_.top : *open_.back(); }
-    const Entry &innermost() const { return open_.empty() ? source_.top : *open_.back(); }
+    SourceEntry &innermost() { return open_.empty() ? source_.top : *open_.back(); }
+    const SourceEntry &innermost() const { return open_.empty() ? source_.top : *open_.back(); }
 
     void problem(size_t place, std::string text)
     {
@@ -169,26 +172,27 @@ private:
         return go_on_;
     }
 
-    void not_closed(const Entry &entry, const std::string &kind)
+    void not_closed(const SourceEntry &entry, const std::string &kind)
     {
         const std::string name = entry.key.empty() ? "" : " '" + entry.key + "'";
         problem(entry.value_begin, kind + name + " is not closed");
         source_.failed = true;
     }
 
-    // Where the text ends behind a key, an end mark without its newline among them.
+    // Notes a key that the text ends in. An end mark without its newline is such a key, and no
+    // problem.
     void unfinished_key()
     {
-        source_.unfinished = entry(Entry::Kind::text, key_end_, key_end_);
+        source_.unfinished = entry(SourceEntry::Kind::text, key_end_, key_end_);
         source_.unfinished->end = source_.text_end;
         if (key_ != "__END__" && key_ != "__DATA__" && key_ != "__EOF__")
             problem(key_begin_, "key '" + key_ + "' is cut: the last line has no newline");
     }
 
-    // A value that is written from here to there.
-    Entry entry(Entry::Kind kind, size_t begin, size_t end) const
+    // A new entry for a value under the last key, written between these places.
+    SourceEntry entry(SourceEntry::Kind kind, size_t begin, size_t end) const
     {
-        Entry entry;
+        SourceEntry entry;
         entry.kind = kind;
         entry.key = in_list() ? "" : key_;
         entry.begin = in_list() ? begin : key_begin_;
@@ -197,7 +201,7 @@ private:
         return entry;
     }
 
-    Source &source_;
+    SourceText &source_;
     const bool go_on_;
     size_t place_ = 0;
     size_t token_ = 0;  // where the last token began
@@ -208,20 +212,20 @@ private:
     std::string gathered_;
     // The open lists and tables. An outer one takes nothing while an inner one is open, so
     // these stay where they are.
-    std::vector<Entry *> open_;
+    std::vector<SourceEntry *> open_;
 };
 
 }  // namespace
 
-int Source::line_of(size_t place) const
+int SourceText::line_of(size_t place) const
 {
     const auto next = std::lower_bound(newlines.begin(), newlines.end(), place);
     return 1 + static_cast<int>(next - newlines.begin());
 }
 
-Source scan_source(std::string text, OnError on_error)
+SourceText scan_source(std::string text, OnError on_error)
 {
-    Source source;
+    SourceText source;
     source.text = std::move(text);
     for (size_t at = 0; (at = source.text.find('\n', at)) != std::string::npos; ++at)
         source.newlines.push_back(at);
@@ -234,7 +238,7 @@ Source scan_source(std::string text, OnError on_error)
     return source;
 }
 
-std::optional<Source> read_descriptor(int fd, const std::string &file, OnError on_error)
+std::optional<SourceText> read_descriptor(int fd, const std::string &file, OnError on_error)
 {
     std::string text;
     char chunk[65536];
@@ -245,31 +249,31 @@ std::optional<Source> read_descriptor(int fd, const std::string &file, OnError o
         elog_complain(1, "can't read parameter file '%s'", file.c_str());
     if (got < 0)
         return {};
-    Source source = scan_source(std::move(text), on_error);
+    SourceText source = scan_source(std::move(text), on_error);
     source.file = file;
     return source;
 }
 
-std::optional<Source> read_source(const std::string &file, OnError on_error)
+std::optional<SourceText> read_source(const std::string &file, OnError on_error)
 {
     const int fd = reopen(file.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         elog_complain(1, "can't open parameter file '%s'", file.c_str());
         return {};
     }
-    std::optional<Source> source = read_descriptor(fd, file, on_error);
+    std::optional<SourceText> source = read_descriptor(fd, file, on_error);
     close(fd);
     return source;
 }
 
-std::optional<Source> read_standard_input(OnError on_error)
+std::optional<SourceText> read_standard_input(OnError on_error)
 {
     return read_descriptor(STDIN_FILENO, "-", on_error);
 }
 
-const Entry *last_of(const Entry &table, std::string_view key)
+const SourceEntry *last_of(const SourceEntry &table, std::string_view key)
 {
-    const std::vector<Entry> &children = table.children;
+    const std::vector<SourceEntry> &children = table.children;
     std::vector<size_t> &by_key = table.by_key;
     const auto key_at = [&](size_t i) { return std::string_view(children[i].key); };
     if (by_key.size() != children.size()) {
@@ -282,17 +286,17 @@ const Entry *last_of(const Entry &table, std::string_view key)
     return there ? &children[behind[-1]] : nullptr;
 }
 
-const Entry *find_key(const Entry &table, std::string_view key)
+const SourceEntry *find_key(const SourceEntry &table, std::string_view key)
 {
-    const Entry *entry = last_of(table, key);
-    return entry && entry->kind != Entry::Kind::undef ? entry : nullptr;
+    const SourceEntry *entry = last_of(table, key);
+    return entry && entry->kind != SourceEntry::Kind::undef ? entry : nullptr;
 }
 
-std::vector<const Entry *> elements(const Entry &list)
+std::vector<const SourceEntry *> elements(const SourceEntry &list)
 {
-    std::vector<const Entry *> found;
-    for (const Entry &entry : list.children)
-        if (entry.kind != Entry::Kind::undef)
+    std::vector<const SourceEntry *> found;
+    for (const SourceEntry &entry : list.children)
+        if (entry.kind != SourceEntry::Kind::undef)
             found.push_back(&entry);
         else if (!found.empty())
             found.pop_back();
@@ -331,18 +335,18 @@ std::optional<std::vector<Step>> parse_address(const char *address)
     return steps;
 }
 
-const Entry *take_step(const Entry &from, const Step &step)
+const SourceEntry *take_step(const SourceEntry &from, const Step &step)
 {
     if (step.index < 0)
-        return from.kind == Entry::Kind::table ? find_key(from, step.key) : nullptr;
-    if (from.kind != Entry::Kind::list)
+        return from.kind == SourceEntry::Kind::table ? find_key(from, step.key) : nullptr;
+    if (from.kind != SourceEntry::Kind::list)
         return nullptr;
-    const std::vector<const Entry *> found = elements(from);
+    const std::vector<const SourceEntry *> found = elements(from);
     const auto i = static_cast<size_t>(step.index);
     return i < found.size() ? found[i] : nullptr;
 }
 
-const Entry *take_steps(const Entry *from, const std::vector<Step> &steps, size_t first)
+const SourceEntry *take_steps(const SourceEntry *from, const std::vector<Step> &steps, size_t first)
 {
     for (size_t i = first; from && i < steps.size(); ++i)
         from = take_step(*from, steps[i]);

@@ -96,7 +96,7 @@ std::string now()
     return text;
 }
 
-// Appends the lines of what differs, in the order of the addresses.
+// The lines that tell what differs, in the order of the addresses.
 std::string differences(const Values &before, const Values &after)
 {
     std::string out;
@@ -137,7 +137,7 @@ bool read_number(const char *text, double least, double *number)
     return end != text && !*end && *number >= least && *number <= 1e6;
 }
 
-// Reads the words; null, or the one that is wrong.
+// Reads the words of the command line. Gives the one that is wrong, or null.
 const char *read_options(int argc, char **argv, Options &options)
 {
     for (int i = 1; i < argc; ++i) {

@@ -287,7 +287,7 @@ void count_values(benchmark::State &state, int64_t tables)
     state.SetItemsProcessed(state.iterations() * tables * kValues);
 }
 
-// Whether the reader gives what the document says; else the race is off.
+// Whether the reader gives the values of the document; otherwise the benchmark is skipped.
 template <class Reader>
 bool reads_right(benchmark::State &state, const Reader &reader)
 {
@@ -567,11 +567,12 @@ BENCHMARK_CAPTURE(parse_long_value, here_document, "k &Literal\"E\n", "some \"li
 
 // ---- Time per value of small and large documents ----
 //
-// The parse alone, twice. As it comes, where malloc gives the pages of a large tree
-// back to the system and takes them again for the next; and with the pages kept, so
-// that what is left of the difference is the parse's own. Last, since the heap stays so.
+// The parse alone, without the freeing, in two settings of malloc. By default malloc gives the
+// pages of a large tree back to the system and takes them again for the next tree. With the
+// pages kept, the difference between small and large documents is the parse's own. These run
+// last, because the setting stays.
 
-// Not the clock's: the machine may be busy with more than this.
+// The processor time of this process, because other processes may run beside it.
 double processor_time()
 {
     timespec time{};

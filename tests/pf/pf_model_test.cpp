@@ -1,6 +1,6 @@
-// Trees that are read, changed, taken apart and put together again at random, beside a
-// simple model of what they hold. Parts that were read together share memory, whatever
-// tree they end in: what matters is that none is freed twice, too early or never.
+// Trees that are read, changed, taken apart and put together again at random, compared with a
+// simple model of what they hold. A part may end in another tree than the one it was read into:
+// the sanitizers find one that is freed twice, too early or never.
 
 #include "stock/pf.h"
 
@@ -110,14 +110,14 @@ public:
 private:
     size_t pick(size_t n) { return std::uniform_int_distribution<size_t>(0, n - 1)(random_); }
 
-    // Of lengths around whole words, and as long as keys may be.
+    // Keys of lengths around multiples of 8, and of the longest length.
     std::string key()
     {
         static constexpr size_t kLengths[] = {1, 6, 7, 8, 9, 15, 16, 17, 100, 1023};
         return std::string(kLengths[pick(std::size(kLengths))], "ab"[pick(2)]);
     }
 
-    // Mostly short; now and then too long to share memory.
+    // Texts that are mostly short, and now and then long.
     std::string text()
     {
         const size_t longest = pick(50) ? 24 : 30'000;
@@ -175,7 +175,7 @@ private:
         pfput_string(tree.pf.get(), name.c_str(), tree.model[name].text.c_str());
     }
 
-    // At an address of two steps; a text or list that stands in the way refuses.
+    // Sets a text at an address of two steps. A text or list under the first key is refused.
     void set_deeper(Tree &tree)
     {
         const std::string name = key(), inner(1 + pick(20), 'k'), content = text();

@@ -22,7 +22,7 @@
 #include "support/pf_text.h"
 #include "support/temp_dir.h"
 
-// The program stands in front of poll, which a signal may interrupt.
+// Replaces poll, so that a test can let it fail with EINTR.
 
 namespace {
 
@@ -42,7 +42,7 @@ extern "C" int poll(pollfd *fds, nfds_t n, int timeout)
 
 namespace {
 
-// What one entry point makes of a text.
+// The result of one entry point.
 struct Parsed {
     int status;
     std::string tree;
@@ -611,7 +611,7 @@ TEST(PfinThreads, EightThreadsParseTheirOwnTexts)
     EXPECT_EQ(right, 400);
 }
 
-// It used to wait, and so did whoever waited for it, a thread with the log's lock included.
+// Parses used to wait for each other, and threads that held the log's lock waited with them.
 TEST(PfinThreads, AParseDoesNotWaitForAnotherThatReadsAPipe)
 {
     const Ended ended = in_child([] {

@@ -11,27 +11,27 @@
 
 namespace {
 
-bool same(const Entry &entry, const Pf *pf);
+bool same(const SourceEntry &entry, const Pf *pf);
 
-bool same_table(const Entry &entry, const Pf *pf)
+bool same_table(const SourceEntry &entry, const Pf *pf)
 {
     Tbl *keys = pfkeys(pf);
     bool equal = true;
     for (int64_t i = 0; i < keys->count; ++i) {
         const auto *key = static_cast<const char *>(gettbl(keys, i));
-        const Entry *child = find_key(entry, key);
+        const SourceEntry *child = find_key(entry, key);
         equal = equal && child && same(*child, static_cast<Pf *>(getarr(pf->value.arr, key)));
     }
     freetbl(keys, nullptr);
-    for (const Entry &child : entry.children)
+    for (const SourceEntry &child : entry.children)
         if (find_key(entry, child.key))
             equal = equal && getarr(pf->value.arr, child.key.c_str());
     return equal;
 }
 
-bool same_list(const Entry &entry, const Pf *pf)
+bool same_list(const SourceEntry &entry, const Pf *pf)
 {
-    const std::vector<const Entry *> list = elements(entry);
+    const std::vector<const SourceEntry *> list = elements(entry);
     if (static_cast<long>(list.size()) != pfmaxtbl(pf))
         return false;
     for (size_t i = 0; i < list.size(); ++i)
@@ -41,23 +41,23 @@ bool same_list(const Entry &entry, const Pf *pf)
 }
 
 // Whether the library's tree holds in the end what the entry holds.
-bool same(const Entry &entry, const Pf *pf)
+bool same(const SourceEntry &entry, const Pf *pf)
 {
     switch (entry.kind) {
-    case Entry::Kind::text: return pf->type == PFSTRING && entry.text == pf->value.s;
-    case Entry::Kind::function:
+    case SourceEntry::Kind::text: return pf->type == PFSTRING && entry.text == pf->value.s;
+    case SourceEntry::Kind::function:
         return pf->type == PFFUNCTION && entry.text == pf->value.pffunct->text;
-    case Entry::Kind::list: return pf->type == PFTBL && same_list(entry, pf);
-    case Entry::Kind::table:
+    case SourceEntry::Kind::list: return pf->type == PFTBL && same_list(entry, pf);
+    case SourceEntry::Kind::table:
         return (pf->type == PFARR || pf->type == PFFILE) && same_table(entry, pf);
     default: return false;
     }
 }
 
 // Whether the entries lie one behind the other, each with its parts in order.
-bool in_order(const std::vector<Entry> &entries, size_t from, size_t to)
+bool in_order(const std::vector<SourceEntry> &entries, size_t from, size_t to)
 {
-    for (const Entry &entry : entries) {
+    for (const SourceEntry &entry : entries) {
         if (entry.begin < from || entry.value_begin < entry.begin ||
             entry.value_end < entry.value_begin || entry.end < entry.value_end || entry.end > to)
             return false;
@@ -146,7 +146,7 @@ TEST(PfSource, FindsInRandomTextsWhatTheLibraryReads)
         Pf *tree = nullptr;
         const int result = pfcompile(text.c_str(), &tree);
         elog_clear();
-        const Source source = scan_source(text, OnError::stop);
+        const SourceText source = scan_source(text, OnError::stop);
         ASSERT_EQ(source.failed, result != 0);
         ASSERT_TRUE(same(source.top, tree));
         pffree(tree);
@@ -161,7 +161,7 @@ TEST(PfSource, KeepsPlacesInOrderBehindErrorsToo)
     for (int i = 0; i < 50000; ++i) {
         const std::string text = random_text(random);
         SCOPED_TRACE(text);
-        const Source source = scan_source(text, OnError::go_on);
+        const SourceText source = scan_source(text, OnError::go_on);
         EXPECT_EQ(source.failed, scan_source(text, OnError::stop).failed);
         ASSERT_TRUE(in_order(source.top.children, 0, text.size()));
     }
@@ -169,7 +169,7 @@ TEST(PfSource, KeepsPlacesInOrderBehindErrorsToo)
 
 TEST(PfSource, GoesOnBehindAnError)
 {
-    const Source source = scan_source("a 1\n}\nb 2\n", OnError::go_on);
+    const SourceText source = scan_source("a 1\n}\nb 2\n", OnError::go_on);
     EXPECT_TRUE(source.failed);
     ASSERT_NE(find_key(source.top, "b"), nullptr);
     EXPECT_EQ(scan_source("a 1\n}\nb 2\n", OnError::stop).top.children.size(), 1U);
@@ -177,7 +177,7 @@ TEST(PfSource, GoesOnBehindAnError)
 
 TEST(PfSource, EndsAtAZeroByteAsTheLibraryDoes)
 {
-    const Source source = scan_source(std::string("a 1\nb 2\0c 3\n", 12), OnError::stop);
+    const SourceText source = scan_source(std::string("a 1\nb 2\0c 3\n", 12), OnError::stop);
     ASSERT_EQ(source.top.children.size(), 2U);
     EXPECT_EQ(source.top.children[1].text, "2");
     EXPECT_EQ(source.text_end, 7U);
@@ -202,9 +202,9 @@ TEST(PfSource, KnowsTheBytesOfEachValue)
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.text);
-        const Source source = scan_source(c.text, OnError::stop);
+        const SourceText source = scan_source(c.text, OnError::stop);
         ASSERT_EQ(source.top.children.size(), 1U);
-        const Entry &entry = source.top.children[0];
+        const SourceEntry &entry = source.top.children[0];
         EXPECT_EQ(source.text.substr(entry.value_begin, entry.value_end - entry.value_begin),
                   c.value);
         EXPECT_EQ(entry.begin, 0U);
@@ -214,7 +214,7 @@ TEST(PfSource, KnowsTheBytesOfEachValue)
 
 TEST(PfSource, CountsTheLinesOfAllThatTheLibraryDoesNotCount)
 {
-    const Source source =
+    const SourceText source =
         scan_source("a x\\\ny\n'q\nq' &Literal\"E\n1\n2\"E\nb 1\n", OnError::stop);
     EXPECT_EQ(source.line_of(find_key(source.top, "b")->begin), 7);
 }

@@ -35,7 +35,8 @@ char *copied(std::string_view text, const char *item)
     return copy;
 }
 
-// Frees a value that another one replaces, or that "&Undef{}" takes away.
+// Stores values in a table and what is in it. It owns nothing: the nodes belong to the table,
+// and the buffer to the caller.
 class TreeSink {
 public:
     using Value = Pf *;
@@ -115,7 +116,6 @@ public:
 
     // ---- A value with escapes ----
 
-    // buffer_.size is a power of two.
     void start_gathering()
     {
         gathered_ = 0;
@@ -161,7 +161,7 @@ private:
             elog_complain(0, "value contains '&Arr{'\n\t'%s'\n", text);
     }
 
-    // Gives the value that the key had, or null.
+    // Stores the value under the last key. Gives the value that the key had, or null.
     Pf *set_in_table(Pf *pf) const
     {
         const auto allocate_part = [](std::size_t bytes, const char *item) {
@@ -177,6 +177,8 @@ private:
         pffree(old);
     }
 
+    // Makes the buffer at least that large. Sizes are powers of two, so that a long value is
+    // copied a bounded number of times.
     void make_room(std::size_t size)
     {
         if (size <= buffer_.size)

@@ -1,9 +1,9 @@
-// Where a value stands: the files of a name are read again, and the line is kept that gave
-// the value at an address its text last.
+// pfwhere: the file and the line that give the value at an address its text.
 //
-// Trees carry no places. PlaceFinder, a sink of the scanner, makes no tree: it follows the
-// address from container to container and notes a file and a line. Each value that comes
-// where the address leads, or around it, replaces what was noted.
+// Trees keep no places, so the files of the name are scanned again. PlaceFinder, a sink of the
+// scanner, makes no tree. It follows the address from container to container and notes where
+// the value is set. When a later line sets the value, or a container around it, once more, the
+// note changes.
 
 #include "stock/pf.h"
 
@@ -34,18 +34,18 @@ using stock::Kept_buffers;
 // ---- The address ----
 
 // A step from a container to what it holds.
-struct Step {
+struct AddressStep {
     std::string_view key;  // in a table
     int index = -1;        // in a list; below 0: the step is a key
 };
 
-// The steps of an address. Text has no value that lies more than kMost steps deep; of an
-// address that goes further only their number is kept.
+// The steps of an address. No value in a text lies more than kMost steps deep: steps beyond
+// are counted, but not kept.
 class Steps {
 public:
     static constexpr int kMost = stock::kMaxOpenContainers + 1;
 
-    // False when the text is no address of a value.
+    // Reads an address. False when it cannot lead to a value.
     bool read(const char *text)
     {
         bool leading_brace = false;  // "{a}" is the plain key a
@@ -75,18 +75,18 @@ public:
 
     int count() const { return count_; }
 
-    // Step i, which is below count() and kMost.
-    const Step &operator[](int i) const { return steps_[static_cast<std::size_t>(i)]; }
+    // Step i, where i is less than count() and kMost.
+    const AddressStep &operator[](int i) const { return steps_[static_cast<std::size_t>(i)]; }
 
 private:
-    void add(Step step)
+    void add(AddressStep step)
     {
         if (count_ < kMost)
             steps_[static_cast<std::size_t>(count_)] = step;
         ++count_;
     }
 
-    std::array<Step, kMost> steps_{};
+    std::array<AddressStep, kMost> steps_{};
     int count_ = 0;
 };
 
@@ -100,7 +100,7 @@ public:
     PlaceFinder(const PlaceFinder &) = delete;
     PlaceFinder &operator=(const PlaceFinder &) = delete;
 
-    // What is found from here on stands in this file.
+    // Call it before the scan of each file. The path must live as long as the finder.
     void begin_file(const char *path)
     {
         path_ = path;
@@ -131,7 +131,7 @@ public:
     static Value literal(std::string_view, std::size_t) { return Value::text; }
     static Value function(std::string_view, bool) { return Value::function; }
 
-    // A step at a function stays at the function.
+    // Meant: a step at a function stays at the function, as in pfresolve.
     void store(Value value, int) { begin_value(value == Value::function); }
 
     void undefine()
@@ -176,11 +176,11 @@ private:
         int count = 0;  // elements of a list so far
     };
 
-    // The step that leads on from the innermost container, while that is on the way.
-    const Step &step() const { return steps_[depth_]; }
+    // The step that leads on from the innermost container. The container must be on the way.
+    const AddressStep &step() const { return steps_[depth_]; }
 
-    // Whether the value under the last key, or the next element of the list, is where the
-    // address leads, or around it.
+    // Whether the value under the last key, or the next element of the list, is the one that
+    // step() leads to.
     bool is_on_way() const
     {
         if (in_list())
@@ -188,7 +188,8 @@ private:
         return step().index < 0 && step().key == key_;
     }
 
-    // Notes the place of a value that begins with this token. Whether it is on the way.
+    // Called when a value is set. When it is on the way, what was noted is replaced, and the
+    // result is true. `ends_the_way` says that no step leads on from it.
     bool begin_value(bool ends_the_way)
     {
         if (depth_ != steps_taken_)
@@ -210,8 +211,8 @@ private:
     int key_line_ = 1;
     std::string_view key_;
 
-    // The open containers behind the top level, which is the first. The outermost of them
-    // that are on the way are as many as the steps that were taken.
+    // The top level and the open containers, the innermost at depth_. Those up to steps_taken_
+    // are on the way, and the others are not.
     std::array<Container, Steps::kMost> containers_{};
     int depth_ = 0;
     int steps_taken_ = 0;

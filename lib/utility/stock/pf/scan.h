@@ -126,8 +126,8 @@ constexpr bool is(char c, unsigned classes)
 
 // Each opening delimiter of a literal, and behind it the closing one.
 // Meant: each closes with the next of the row, so "}" closes with "(". Behind the last, the
-// single quote, stands nothing that could close it.
-constexpr std::string_view kDelimiters = "{}()[]<>`'";
+// single quote, stands the zero byte, which no text holds.
+inline constexpr char kDelimiters[] = "{}()[]<>`'";
 
 // How a here-document ends: its quote and the word behind it, which is cut to 127 bytes.
 constexpr std::size_t kMaxEndWord = 1 + 127;
@@ -157,9 +157,9 @@ public:
             if (!*text_.start)
                 return true;
             sink_.token();
-            const Outcome outcome = next_token();
-            if (outcome != Outcome::go_on)
-                return outcome == Outcome::ended;
+            const AfterToken outcome = next_token();
+            if (outcome != AfterToken::go_on)
+                return outcome == AfterToken::ended;
         }
     }
 
@@ -173,7 +173,7 @@ public:
 private:
     using Value = typename Sink::Value;
     enum class State { key, value };
-    enum class Outcome { go_on, ended, refused };
+    enum class AfterToken { go_on, ended, refused };
     using enum scan::CharacterClass;
 
     static bool is(char c, unsigned classes) { return scan::is(c, classes); }
@@ -290,11 +290,11 @@ private:
 
     void expect_next() { state_ = sink_.in_list() ? State::value : State::key; }
 
-    Outcome store(Value &&value)
+    AfterToken store(Value &&value)
     {
         sink_.store(std::move(value), line_);
         expect_next();
-        return Outcome::go_on;
+        return AfterToken::go_on;
     }
 
     // ---- How long a token is: 0 when the text at the start is another ----
@@ -366,65 +366,65 @@ private:
 
     // ---- What is done with a token of that length ----
 
-    Outcome ignore(std::size_t length)
+    AfterToken ignore(std::size_t length)
     {
         take(length);
-        return Outcome::go_on;
+        return AfterToken::go_on;
     }
 
-    Outcome count_line(std::size_t length)
+    AfterToken count_line(std::size_t length)
     {
         ++line_;
         return ignore(length);
     }
 
-    Outcome end_mark(std::size_t length)
+    AfterToken end_mark(std::size_t length)
     {
         sink_.end_mark();
         count_line(length);
-        return Outcome::ended;
+        return AfterToken::ended;
     }
 
-    Outcome comment_line(std::size_t)
+    AfterToken comment_line(std::size_t)
     {
         skip_line();
-        return Outcome::go_on;
+        return AfterToken::go_on;
     }
 
     // ---- Containers ----
 
-    Outcome close_container(std::size_t length)
+    AfterToken close_container(std::size_t length)
     {
         const bool stray = sink_.open_containers() == 0;
         if (stray && !sink_.stray_brace(line_))
-            return Outcome::refused;
+            return AfterToken::refused;
         take(length);
         skip_line();
         if (!stray)
             sink_.close();
         expect_next();
-        return Outcome::go_on;
+        return AfterToken::go_on;
     }
 
     template <ContainerKind kind>
-    Outcome open_container(std::size_t length)
+    AfterToken open_container(std::size_t length)
     {
         if (sink_.open_containers() >= kMaxOpenContainers && !sink_.too_deep(line_))
-            return Outcome::refused;
+            return AfterToken::refused;
         sink_.open(kind, line_);
         take(length);
         skip_line();
         expect_next();
-        return Outcome::go_on;
+        return AfterToken::go_on;
     }
 
-    Outcome undefine(std::size_t length)
+    AfterToken undefine(std::size_t length)
     {
         take(length);
         skip_line();
         sink_.undefine();
         expect_next();
-        return Outcome::go_on;
+        return AfterToken::go_on;
     }
 
     // ---- Keys ----
@@ -436,22 +436,22 @@ private:
     }
 
     // Takes the key's text, which ends at p, and tells the sink.
-    Outcome key_ends(const char *p)
+    AfterToken key_ends(const char *p)
     {
         take_to(p);
         sink_.key({key_, key_length_});
         state_ = State::value;
-        return Outcome::go_on;
+        return AfterToken::go_on;
     }
 
-    Outcome quoted_key(std::size_t length)
+    AfterToken quoted_key(std::size_t length)
     {
         set_key({text_.start + 1, length - 2});
         return key_ends(text_.start + length);
     }
 
     // A "#" in the key begins a comment, which is left in the text.
-    Outcome plain_key(std::size_t)
+    AfterToken plain_key(std::size_t)
     {
         const char *p = find<kBlank | kNewline | kHash | kBackslash>(text_.start);
         set_key({text_.start, length_to(p)});
@@ -475,7 +475,7 @@ private:
 
     // ---- Values ----
 
-    Outcome empty_value(std::size_t)
+    AfterToken empty_value(std::size_t)
     {
         Value value = sink_.no_text();
         skip_line();
@@ -483,7 +483,7 @@ private:
     }
 
     template <bool names_file>
-    Outcome function(std::size_t length)
+    AfterToken function(std::size_t length)
     {
         Value value = sink_.function(std::string_view(text_.start, length), names_file);
         take(length);
@@ -522,7 +522,7 @@ private:
         return trimmed(text.substr(0, text.find('\0')), is_white);
     }
 
-    Outcome plain_value(std::size_t)
+    AfterToken plain_value(std::size_t)
     {
         const char *p = find<kNewline | kHash | kBackslash | kAmpersand>(text_.start);
         const bool has_ampersand = *p == '&';
@@ -532,7 +532,7 @@ private:
         if (!as_written)
             p = gather_value(p);
         if (!*p && text_.error())
-            return Outcome::ended;  // what was read of it is not all of it
+            return AfterToken::ended;  // what was read of it is not all of it
         const char *end = p;
         while (end != text_.start && is(end[-1], kBlank))
             --end;
@@ -547,14 +547,14 @@ private:
 
     // ---- Literals ----
 
-    Outcome unfinished_literal(const char *end)
+    AfterToken unfinished_literal(const char *end)
     {
         take_to(end);
         sink_.unfinished_literal();
-        return Outcome::ended;
+        return AfterToken::ended;
     }
 
-    Outcome store_literal(const char *end, std::size_t closing, Count count)
+    AfterToken store_literal(const char *end, std::size_t closing, Count count)
     {
         const std::size_t length = length_to(end);
         Value value = sink_.literal(std::string_view(text_.start, length), length + closing);
@@ -565,7 +565,7 @@ private:
     }
 
     // From the line behind a quote and a word to the same quote and word.
-    Outcome here_document(std::size_t length)
+    AfterToken here_document(std::size_t length)
     {
         take(length - 1);
         const char *newline = find_char(text_.start, '\n');
@@ -591,27 +591,28 @@ private:
         }
     }
 
-    // From the line behind an opening delimiter to the closing one that balances it.
-    Outcome bracketed(std::size_t length)
+    // From the line behind an opening delimiter to the closing one that balances it. A pair
+    // that is not in the row of delimiters stands in the text, the closing one second.
+    AfterToken bracketed(std::size_t length)
     {
         const char open = text_.start[length - 1];
         take(length);
-        const std::size_t i = scan::kDelimiters.find(open);
-        char close = 0;
-        if (i != scan::kDelimiters.npos) {
-            close = i + 1 < scan::kDelimiters.size() ? scan::kDelimiters[i + 1] : '\0';
-        } else {
-            // Any other pair stands in the text: the closing one behind the opening one.
-            const char *p = text_.start;
-            if (!more_at(p))
-                return unfinished_literal(p);
-            close = *p;
+        const std::size_t i = std::string_view(scan::kDelimiters).find(open);
+        const bool in_row = i != std::string_view::npos;
+        if (const char *p = text_.start; !in_row && !more_at(p))
+            return unfinished_literal(p);
+        const char close = in_row ? scan::kDelimiters[i + 1] : *text_.start;
+        if (!in_row) {
             line_ += close == '\n';
-            take_to(p + 1);
+            take(1);
         }
         if (!at_line_start_)
             skip_line();
+        return balanced_text(open, close);
+    }
 
+    AfterToken balanced_text(char open, char close)
+    {
         std::int64_t depth = 1;
         for (const char *p = text_.start;; ++p) {
             if (!more_at(p))
@@ -628,7 +629,7 @@ private:
     struct Token {
         std::string_view first;  // what it may begin with; empty: anything but kNotPlain
         std::size_t (TextScanner::*match)();
-        Outcome (TextScanner::*act)(std::size_t length);
+        AfterToken (TextScanner::*act)(std::size_t length);
     };
 
     using Self = TextScanner;
@@ -684,7 +685,7 @@ private:
         return rows;
     }
 
-    Outcome longest_token(const Token *tokens, unsigned rows)
+    AfterToken longest_token(const Token *tokens, unsigned rows)
     {
         const Token *longest = &tokens[std::countr_zero(rows)];
         std::size_t length = 0;
@@ -699,7 +700,7 @@ private:
         return (this->*longest->act)(length);
     }
 
-    Outcome next_token()
+    AfterToken next_token()
     {
         static constexpr auto kKeyRows = rows_by_first(kKeyTokens);
         static constexpr auto kValueRows = rows_by_first(kValueTokens);
