@@ -27,6 +27,7 @@
 #include "stock/mapfile.h"
 #include "stock/path.h"
 #include "stock/pf.h"
+#include "stock/pfwant.h"
 #include "stock/pushstr.h"
 #include "stock/redblack.h"
 #include "stock/restat.h"

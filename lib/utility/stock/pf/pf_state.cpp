@@ -47,3 +47,9 @@ void keep(Buffer &kept, Buffer buffer)
 }
 
 }  // namespace stock
+
+namespace stock::want {
+
+constinit Follower *Followers = nullptr;
+
+}  // namespace stock::want

@@ -33,7 +33,7 @@ Buffer take_kept(Buffer &kept);
 // Gives a buffer to the next parse: keeps the larger of the two and frees the other.
 void keep(Buffer &kept, Buffer buffer);
 
-// Guards Known_trees. It is held for moments only: files are read without it, and running
+// Guards Known_trees and want::Followers. It is held for moments only: files are read without it, and running
 // out of memory is reported without it, for what that runs may free trees.
 extern OrderedLock Trees_mutex;
 
@@ -51,6 +51,16 @@ struct KnownTrees {
     Arr *names;          // whose keys are the names that trees borrow; it has no values
 };
 extern KnownTrees Known_trees;  // guarded by Trees_mutex
+
+namespace want {
+
+struct Follower;  // pffollow.cpp
+
+// What pffollow keeps for each name and table, linked. The records are never moved, and only
+// the thread that uses a table changes its record.
+extern Follower *Followers;  // guarded by Trees_mutex
+
+}  // namespace want
 
 // Guards Idle_references.
 extern OrderedLock References_mutex;
