@@ -1,4 +1,4 @@
-// The locks of parameter trees: what waits for none, and what shows that a parse runs.
+// The locks of parameter trees: which calls wait for none, and how running parses are counted.
 
 #include <string>
 #include <thread>
@@ -59,7 +59,8 @@ TEST(PfLocks, AParseIsCountedUntilItEnds)
     pffree(pf);
 }
 
-// A number that was given back serves another tree; a record that still has it does not count.
+// A number that was given back is given to another tree. A record that still has the number
+// is an unknown tree.
 TEST(PfLocks, AStaleNumberForgetsNothing)
 {
     Pf *first = pfnew(PFFILE);

@@ -1,4 +1,4 @@
-// What parameter files say when memory runs out.
+// The messages of the parameter files when memory runs out.
 
 #include <csignal>
 #include <set>
@@ -22,8 +22,8 @@ constexpr const char *kText = "a 1\n"
                               "d &Tbl{\n&Arr{\nk v\n}\n}\n"
                               "e &Literal{\n x}\n";
 
-// What a fault of the scanner says when memory runs out at the allocation of at
-// least so many bytes.
+// The first line of standard error when an allocation of at least so many bytes fails in the
+// body, which must end with a fault of the scanner.
 std::string fault_at(size_t bytes, const std::function<void()> &body)
 {
     const Ended ended = in_child([&] {
@@ -191,7 +191,8 @@ TEST(PfOutOfMemory, TheRegistryNamesWhatItCannotKeep)
                               "pfnew: 40 for pf"}));
 }
 
-// What ends the process frees known trees: the lock must be free by then.
+// A program's log function, called for the message, may free known trees: Trees_mutex must not
+// be held then.
 TEST(PfOutOfMemory, TheRegistryIsNotLockedWhileItIsReported)
 {
     EXPECT_THAT(wanted_bytes([] {

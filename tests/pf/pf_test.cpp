@@ -145,7 +145,7 @@ TEST(Pffree, ComplainsOfTypesWithoutAValueAndFreesTheRest)
         const Ended ended = in_child([=] {
             Pf *pf = pfnew(type);
             pf->filled_out = strdup("expanded");
-            errno = ENOENT;  // of something else: it is no part of the message
+            errno = ENOENT;  // left by an earlier call: it is no part of the message
             pffree(pf);
         });
         EXPECT_EQ(ended.err, "pf_test: pffree: didn't free type " + std::to_string(type) + "\n");

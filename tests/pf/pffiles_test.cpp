@@ -1,4 +1,4 @@
-// Which files a name stands for, in which order, and how old they are.
+// Which files a name stands for, in which order, and when they were changed.
 
 #include <cerrno>
 #include <string>

@@ -21,8 +21,8 @@ PfPtr parse(const char *text)
     return PfPtr(pf);
 }
 
-// What the body leaves on standard error, and that it ends with the status. An
-// expectation that fails in the body fails here.
+// The standard error of the body, which must end the process with the status. An expectation
+// that fails in the body fails here.
 std::string says(int status, const std::function<void()> &body)
 {
     const Ended ended = in_child([&] {
@@ -161,7 +161,7 @@ TEST(PfgetTyped, BadTextIsComplainedAboutAndConvertedAllTheSame)
               "T: Bad floating point value '' for e\n");
 }
 
-// What errno holds from earlier is no reason of theirs.
+// A reason that an earlier call left in errno is not part of the message.
 TEST(PfgetTyped, ComplaintsTellNoReasonOfTheSystem)
 {
     const PfPtr pf = parse("i 12abc\nd 1.5x\nb maybe\nt never\n");
@@ -409,7 +409,7 @@ TEST(PfgetTyped, ListsAndArraysOfValues)
     EXPECT_STREQ(static_cast<char *>(getarr(top.get(), "home")), "/u");
 }
 
-// The later value used to free what the earlier one had given.
+// Reading the later value used to free the text of the earlier one.
 TEST(PfgetTyped, ValuesOfAnArrayMayReferToEachOther)
 {
     setenv("PF_GET", "value", 1);

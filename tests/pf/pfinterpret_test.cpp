@@ -27,7 +27,7 @@ PfPtr parse(const std::string &text)
     return PfPtr(pf);
 }
 
-// The node that the function evaluates to, as text.
+// The result of the function, as text.
 std::string evaluated(const std::string &function)
 {
     const PfPtr pf = parse("f " + function + "\n");
@@ -38,7 +38,7 @@ std::string evaluated(const std::string &function)
     return tree_text(node);
 }
 
-// Signals that interrupt whatever waits, from now on.
+// Sends this process a signal every 20 ms, which interrupts a system call that waits.
 void interrupt_often()
 {
     struct sigaction action = {};
@@ -147,7 +147,7 @@ TEST(Pfexpand, AValueThatRefersToItselfStopsAfterTenLevels)
     EXPECT_STREQ(pfget_string(pf.get(), "x"), "...........** error ** pf massive recursion");
 }
 
-// Threads used to share one count, and got the error as the value.
+// Threads used to share one count, so one got the error that another had deserved.
 TEST(PfexpandThreads, EachHasItsOwnCountOfNestedReferences)
 {
     std::atomic<long> wrong{0};
@@ -165,7 +165,7 @@ TEST(PfexpandThreads, EachHasItsOwnCountOfNestedReferences)
     EXPECT_EQ(wrong, 0);
 }
 
-// Who is asked may give up: the calls that are left count no longer.
+// A prompt function may leave by longjmp: the calls that it leaves are open no longer.
 TEST(Pfexpand, ACallThatIsLeftByLongjmpIsOpenNoLonger)
 {
     const PfPath path;
@@ -227,7 +227,7 @@ TEST(Pfinterpret, OutputMayBeLargeAndHoldZeroBytes)
               "\"a\"");
 }
 
-// What came behind the signal used to be lost, and the command was taken as failed.
+// The output after the signal used to be lost, and the command was taken as failed.
 TEST(Pfinterpret, ASignalWhileACommandRunsTakesNothingFromItsOutput)
 {
     const Ended ended = in_child([] {
@@ -391,7 +391,7 @@ TEST(Pfinterpret, AReasonThatIsPrintedAtOnceStandsInTheValueToo)
     EXPECT_EQ(ended.err, "pfinterpret_test: '" + file + "' is empty\n");
 }
 
-// Messages of other threads used to be taken for reasons, and off the log.
+// Messages of other threads used to be taken off the log, as if they were reasons.
 TEST(PfinterpretThreads, WhatOthersLogWhileAFileCannotBeReadStays)
 {
     const TempDir dir;
@@ -405,7 +405,7 @@ TEST(PfinterpretThreads, WhatOthersLogWhileAFileCannotBeReadStays)
         std::thread logging([&] {
             for (int i = 0; evaluating; ++i)
                 elog_log(0, "gauge %d", i);
-            // The same text as the reason: only this one may stay.
+            // The same text as the reason. Only this message may stay on the log.
             elog_log(0, "'%s' is empty\n", file.c_str());
             elog_log(0, "end");
         });
@@ -451,7 +451,7 @@ TEST(Pfinterpret, UndefIsNoValue)
     EXPECT_EQ(evaluated("&undef()"), "<none>");
 }
 
-// Before any test that looks for the library in this process.
+// This test stands before all that look for the user library in this process.
 TEST(Pfinterpret, AFunctionOfTheUserLibraryIsCalledWithTheText)
 {
     const Ended ended = in_child([] {
@@ -699,6 +699,7 @@ TEST(Pfexpand, ReferencesThatMultiplyAreBounded)
     EXPECT_NE(value.find("x** error ** pf massive recursion"), std::string::npos);
     EXPECT_LT(value.size(), 200'000'000U);
     EXPECT_EQ(pfget_string(pf.get(), "r8"), std::string(100, 'x'));
-    const std::string next = pfget_string(pf.get(), "r6");  // one text's cost is not the next one's
+    const std::string next =
+        pfget_string(pf.get(), "r6");  // the cost of one text does not count for the next
     EXPECT_EQ(next, std::string(1'000'000, 'x'));
 }

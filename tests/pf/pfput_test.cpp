@@ -20,7 +20,7 @@ PfPtr parse(const char *text)
     return PfPtr(pf);
 }
 
-// What the body says when it ends the process.
+// The standard error of the body, which must end the process with status 1.
 std::string last_words(const std::function<void()> &body)
 {
     const Ended ended = in_child([&] {
@@ -206,7 +206,7 @@ TEST(Pfset, MakesReplacesAndRefuses)
     EXPECT_EQ(tree_text(pf.get()), "{a: \"2\", new: {deep: [<none> \"x\"]}, t: \"was a table\"}");
 }
 
-// The text used to be copied when what it stood in was freed already.
+// The text used to be copied after the node that it stood in was freed.
 TEST(Pfset, TheTextMayBeWhatTheAddressGives)
 {
     const PfPtr pf = parse("home /u\nx &home/y\n");

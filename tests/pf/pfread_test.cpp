@@ -1,4 +1,4 @@
-// Reading parameter files by name: the merge of all of them, and the one of the data path.
+// Reading parameter files by name: pfread merges all of a name, pfload reads one.
 
 #include <cerrno>
 #include <string>
@@ -147,7 +147,7 @@ TEST(Pfload, GivesMinusTwoForAnErrorInTheText)
     elog_clear();
 }
 
-// ---- Files that are there and cannot be opened ----
+// ---- Files that exist and cannot be opened ----
 
 namespace {
 

@@ -37,7 +37,7 @@ TEST(Pfrequire, OnlyTheLastFileCounts)
                               "', \n\tbut program requires date after 02/02/2008\n");
 }
 
-// What errno holds from earlier is no reason of theirs.
+// A reason that an earlier call left in errno is not part of the message.
 TEST(Pfrequire, TellsNoReasonOfTheSystem)
 {
     const PfPath path;

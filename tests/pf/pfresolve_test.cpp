@@ -1,4 +1,4 @@
-// Addresses: keys, braces, brackets, what does not fit, and making what is missing.
+// Addresses: keys, braces and brackets, steps that do not fit, and missing steps that are made.
 
 #include <string>
 
@@ -17,7 +17,7 @@ PfPtr parse(const char *text)
     return PfPtr(pf);
 }
 
-// What an address gives: the node, or the error code.
+// The node at an address as text, or the error code.
 std::string resolve(Pf *pf, const char *address, int create = 0)
 {
     Pf *node = nullptr;

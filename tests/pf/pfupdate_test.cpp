@@ -191,7 +191,7 @@ TEST(Pfupdate, AFreedTreeThatTheVariableStillHasIsNotFreedAgain)
     }
 }
 
-// The new tree used to be taken for the one that was freed where it lay in the same place.
+// When the new tree lay at the address of the freed one, it used to be taken for that.
 TEST(Pfupdate, ANewTreeInTheVariableIsFreedWhereverItLies)
 {
     const PfPath path;
@@ -277,7 +277,7 @@ TEST(PfupdateThreads, FreeWhatAnotherThreadWasGiven)
     EXPECT_EQ(existsPf("shared"), nullptr);
 }
 
-// The one that was ready first used to be given no tree while another was still reading.
+// The thread that was ready first used to get no tree while another was still reading.
 TEST(PfupdateThreads, ThatUpdateOneVariableTogetherAreAllGivenTheOneTree)
 {
     const PfPath path;
@@ -479,7 +479,7 @@ TEST(Pflist, PutPfFreesTheEarlierTreeAndPutPfNofreeLeavesIt)
     Pf *two = pfnew(PFFILE);
     Pf *three = pfnew(PFFILE);
     putPf("made", one);
-    putPf("made", one);  // the same again is no reason to free it
+    putPf("made", one);  // putting the registered tree again does not free it
     putPf_nofree("made", two);
     putPf("made", three);
     EXPECT_EQ(existsPf("made"), three);
@@ -533,7 +533,7 @@ TEST(Pflist, ACopyOfARegisteredNodeIsNotRegistered)
     EXPECT_EQ(freePf("limit"), 0);
 }
 
-// The registry used to look for the tree by what the record says, and crashed.
+// The registry used to find the tree by `known` of the overwritten record, and crashed.
 TEST(Pflist, ARecordWrittenOverTheRegisteredOneCanBeTakenOutAndPutAgain)
 {
     Pf *tree = watched_tree();
@@ -642,7 +642,7 @@ TEST(Pflist, UpdatePfOfAFileThatWentWrongLeavesTheRegisteredTreeWhole)
     for (const char *wrong : {"a 2\n}\n", "a 3\n}\n"}) {
         change(site, wrong);
         EXPECT_EQ(updatePf("prog"), -2);
-        EXPECT_EQ(updatePf("prog"), 0);  // it is told once
+        EXPECT_EQ(updatePf("prog"), 0);  // the fault is reported once
         EXPECT_EQ(existsPf("prog"), registered);
         EXPECT_EQ(value_at(existsPf("prog"), "a"), "1");
     }

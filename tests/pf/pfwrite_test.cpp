@@ -6,6 +6,7 @@
 #include <functional>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <pthread.h>
@@ -64,7 +65,7 @@ Pf *text_node(const std::string &text)
     return pf;
 }
 
-// A tree that holds one text under the key k and in a list.
+// A tree with the text under the key k and in a list.
 PfPtr tree_with(const std::string &text)
 {
     PfPtr pf(pfnew(PFFILE));
@@ -291,6 +292,49 @@ TEST(Pfout, WritesASingleText)
     EXPECT_EQ(written(PfPtr(text_node("a#b")).get()), "a\\#b\n");
 }
 
+TEST(Pfout, KeepsTheOrderOfShortAndLongTextsAndOfTheStreamsOwn)
+{
+    std::string expected;
+    const PfPtr pf(pfnew(PFFILE));
+    for (const size_t length : {1u, 4094u, 4095u, 4096u, 4097u, 9000u, 10u, 0u}) {
+        const std::string key = "k" + std::to_string(expected.size() + 1'000'000);
+        const std::string text(length, 'x');
+        pfput_string(pf.get(), key.c_str(), text.c_str());
+        expected += key + '\t' + text + '\n';
+    }
+    const TempDir dir;
+    for (const int mode : {_IOFBF, _IONBF}) {
+        FILE *stream = fopen((dir / "x.pf").c_str(), "w");
+        setvbuf(stream, nullptr, mode, BUFSIZ);
+        fputs("# before\n", stream);
+        EXPECT_EQ(pfout(stream, pf.get()), 0);
+        fputs("# behind\n", stream);
+        fclose(stream);
+        EXPECT_EQ(read_file(dir / "x.pf"), "# before\n" + expected + "# behind\n");
+    }
+}
+
+TEST(PfoutThreads, WriteEachTreeInOnePiece)
+{
+    const PfPtr north = tree_with(std::string(9000, 'n'));
+    const PfPtr south = tree_with(std::string(9000, 's'));
+    const std::string n = written(north.get()), s = written(south.get());
+    const std::string both = printed([&](FILE *stream) {
+        const auto write = [stream](const Pf *pf) {
+            for (int i = 0; i < 50; ++i)
+                pfout(stream, pf);
+        };
+        std::thread other([&] { write(north.get()); });
+        write(south.get());
+        other.join();
+    });
+    ASSERT_EQ(both.size(), 100 * n.size());
+    for (size_t at = 0; at < both.size(); at += n.size()) {
+        const std::string piece = both.substr(at, n.size());
+        ASSERT_TRUE(piece == n || piece == s) << "at " << at;
+    }
+}
+
 TEST(Pfout, CopesWithNullsInATree)
 {
     const PfPtr pf(pfnew(PFFILE));
@@ -429,8 +473,8 @@ TEST(PfRoundTrip, BringsTenMegabytesBack)
     expect_round_trip(tree_with(std::string(10'000'000, '\n')).get());
 }
 
-// The described quoting looks at special characters only: a text that begins like
-// another token is written as it stands.
+// Only special characters are quoted: a text that begins like another token is written as it
+// stands.
 TEST(PfRoundTrip, DoesNotBringATextBackThatBeginsLikeAnotherToken)
 {
     const auto back = [](const char *text) {
@@ -546,8 +590,8 @@ TEST(PfRoundTrip, BringsAWideTreeBack)
 
 namespace {
 
-// So many tables and lists around each other, by turns, in a top node: a list as key
-// k is the outermost, and innermost stands the text "deepest".
+// A top node with `depth` lists and tables around each other, by turns. The outermost is a
+// list under the key k; in the innermost stands the text "deepest".
 class DeepTree {
 public:
     explicit DeepTree(int depth) : top_(pfnew(PFFILE))
@@ -594,7 +638,7 @@ private:
     Pf *top_;
 };
 
-// What is written of such a tree.
+// The text of DeepTree(depth), with so many blanks for each level.
 std::string deep_text(int depth, int blanks)
 {
     std::string text = "k\t", end;
@@ -629,7 +673,7 @@ void on_a_small_stack(std::function<void()> body)
     pthread_attr_destroy(&attributes);
 }
 
-// What the body complains of; an expectation that fails in it fails here.
+// The complaints that the body prints. An expectation that fails in the body fails here.
 std::string complaints(const std::function<void()> &body)
 {
     const Ended ended = in_child([&] {

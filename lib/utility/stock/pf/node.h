@@ -11,10 +11,6 @@
 
 namespace stock {
 
-// Levels of a tree that is made by addresses. Text nests eleven deep at most.
-constexpr int kMaxTreeDepth = 1000;
-constexpr char kTooDeep[] = "pf tree is more than %d levels deep";
-
 // The bytes of a record up to the first zero byte, as a string function would read them.
 template <class Record>
 std::string_view record_as_text(const Record *record)
@@ -47,12 +43,20 @@ inline Pf *child_of(const Pf *pf, const char *key)
                                                : getarr(pf->value.arr, key));
 }
 
+// A copy of the text, which need not be terminated. The rest is named when memory runs out.
+inline char *copy_view(std::string_view text, const char *item, const char *function = "copy_view",
+                       int line = __builtin_LINE(), const char *file = __builtin_FILE())
+{
+    auto *copy = static_cast<char *>(allocate(text.size() + 1, item, function, line, file));
+    copy[text.copy(copy, text.size())] = 0;
+    return copy;
+}
+
 // A PFSTRING with a copy of the text. `function` is named when memory runs out.
 inline Pf *new_text(std::string_view text, const char *function)
 {
     void *block = allocate(sizeof(Pf), "pf", "pfnew");
-    auto *copy = static_cast<char *>(allocate(text.size() + 1, "pf->value.s", function));
-    copy[text.copy(copy, text.size())] = 0;
+    char *copy = copy_view(text, "pf->value.s", function);
     return new (block) Pf{PFSTRING, 0, {copy}, nullptr, nullptr, nullptr};
 }
 

@@ -5,9 +5,6 @@
 
 #include "stock/pf.h"
 
-#include <cstring>
-
-#include "base/alloc.h"
 #include "pf/node.h"
 #include "stock/elog.h"
 
@@ -47,15 +44,6 @@ void fill(EmptyCopy copy)
         applyarr(copy.from->value.arr, copy_entry, &copy);
 }
 
-char *copy_bytes(std::string_view bytes)
-{
-    char *copy =
-        static_cast<char *>(stock::allocate(bytes.size() + 1, "dup->value.pffunct->text", "pfdup"));
-    std::memcpy(copy, bytes.data(), bytes.size());
-    copy[bytes.size()] = 0;
-    return copy;
-}
-
 // A copy of the node. That of a container is empty and put on the list.
 Pf *copied(const Pf *pf, Tbl *waiting)
 {
@@ -79,7 +67,8 @@ Pf *copied(const Pf *pf, Tbl *waiting)
         // Meant: the text of the copy is the record's own bytes, the first of which
         // are the address of the text: "&env(HOME)\n" gives about six bytes.
         if (pf->value.pffunct)
-            dup->value.pffunct->text = copy_bytes(stock::record_as_text(pf->value.pffunct));
+            dup->value.pffunct->text = stock::copy_view(stock::record_as_text(pf->value.pffunct),
+                                                        "dup->value.pffunct->text", "pfdup");
         break;
     case PFINVALID: dup = pfnew(pf->type); break;
     default: elog_die(0, "Bad type in pfdup : %d\n", pf->type);

@@ -87,6 +87,7 @@ Tbl *pffiles(const char *name, int all)
 
     const stock::Owned<char> path = search_path();
     Tbl *files = datasearch(path.get(), nullptr, file, all ? kExpand | kUnreadable : kExpand);
+    // Meant: the list is searched for the directory, not for the file.
     if (has_no_directory(name, dir) || holds(files, dir))
         return files;
     if (all || access(whole, R_OK) == 0)
@@ -101,7 +102,7 @@ Tbl *pftimes(const char *name)
     for (int64_t i = 0; i < files->count; ++i) {
         const auto *path = static_cast<const char *>(gettbl(files, i));
         struct stat status {};
-        if (restat(path, &status) != 0)
+        if (restat(path, &status) != 0)  // removed since it was listed
             continue;
         const Pftime time{stock::modification_time(status), stock::copy_text(path, "path")};
         pushtbl(times, &time);

@@ -80,6 +80,7 @@ void free_all(Pf *pf, FreeFirst free_first)
     Waiting_to_be_freed = outer;
 }
 
+// The result, which may be a container, waits like a child.
 void free_function(Pffunction *function)
 {
     if (!function)
@@ -90,7 +91,7 @@ void free_function(Pffunction *function)
     std::free(function);
 }
 
-// Frees the value of a node. What it contains may be left waiting.
+// Frees the value of a node. Containers and functions in it are left waiting.
 void free_parts(Pf *pf)
 {
     switch (pf->type) {

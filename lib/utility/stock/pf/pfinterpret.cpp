@@ -23,6 +23,7 @@
 #include "base/limits.h"
 #include "base/uninterrupted.h"
 #include "log/reasons.h"
+#include "pf/node.h"
 #include "pf/open_calls.h"
 #include "pf/pf_state.h"
 #include "stock/datasearch.h"
@@ -48,7 +49,7 @@ using stock::Owned;
 using stock::ReferredFile;
 
 constexpr int kMaxEvaluations = 4;  // the fourth in a chain is one too many
-constexpr int kMaxReferences = 10;  // files that refer to files that refer to files
+constexpr int kMaxReferences = 10;  // &ref( within &ref(, each in a file of its own
 static_assert(kMaxReferences < stock::OpenCalls::kMost);
 constexpr std::size_t kErrorSize = 1024;  // of a text that tells why a reference has no value
 
@@ -59,7 +60,7 @@ struct FunctionCall {
     const char *argument;  // the text between the first "(" and the last ")"
 };
 
-// A node that takes the text over.
+// A node that takes over the text, which malloc made.
 Pf *text_node(char *owned, int type = PFSTRING)
 {
     Pf *node = pfnew(type);
@@ -80,20 +81,14 @@ std::string_view without_tail(std::string_view text)
     return text.substr(0, last == text.npos ? 0 : last + 1);
 }
 
-char *copy_view(std::string_view text)
-{
-    auto *copy = static_cast<char *>(stock::allocate(text.size() + 1, "pf->value.s"));
-    copy[text.copy(copy, text.size())] = 0;
-    return copy;
-}
-
 // Empty when there is no pair of parentheses.
 Owned<char> argument_of(std::string_view text)
 {
     const std::size_t open = text.find('(');
     const std::size_t close = text.rfind(')');
     const bool has = open != text.npos && close != text.npos && close > open;
-    return Owned<char>(copy_view(has ? text.substr(open + 1, close - open - 1) : ""));
+    return Owned<char>(
+        stock::copy_view(has ? text.substr(open + 1, close - open - 1) : "", "pf->value.s"));
 }
 
 // ---- Commands, patterns and the environment ----
@@ -138,6 +133,7 @@ char *output_of(const ShellCommand &command)
     return popstr(&stack, 1);
 }
 
+// Ends as PFEXEC_ERROR when the command's status is not 0. Without its last newline.
 Pf *call_exec(const FunctionCall &call)
 {
     ShellCommand command(call.argument);
@@ -148,6 +144,7 @@ Pf *call_exec(const FunctionCall &call)
     return text_node(output, command.close() == 0 ? PFSTRING : PFEXEC_ERROR);
 }
 
+// A list of the paths that match, which may be empty.
 Pf *call_glob(const FunctionCall &call)
 {
     Pf *list = pfnew(PFTBL);
@@ -180,7 +177,8 @@ char *contents_of(const char *path)
     char *text = nullptr;
     if (size >= 0) {
         const auto *bytes = static_cast<const char *>(address);
-        text = copy_view({bytes, strnlen(bytes, static_cast<std::size_t>(size))});
+        text = stock::copy_view({bytes, strnlen(bytes, static_cast<std::size_t>(size))},
+                                "pf->value.s");
     }
     unmaparr(cache);
     freearr(cache, std::free);
@@ -338,7 +336,7 @@ Owned<char> prompt_of(std::string_view text)
     }
     if (!text.empty() && text.back() == ')')
         text.remove_suffix(1);
-    return Owned<char>(copy_view(text));
+    return Owned<char>(stock::copy_view(text, "pf->value.s"));
 }
 
 struct CloseStream {

@@ -31,6 +31,7 @@ Pf *string_node(const char *text)
     return text ? stock::new_text(text, "pfput") : pfnew(PFSTRING);
 }
 
+// Makes the table, or list, the parent of one of its values, which may be null.
 int adopt_value(void *, void *value, void *parent)
 {
     if (value)
@@ -43,7 +44,7 @@ int adopt_entry(void *entry, void *parent)
     return adopt_value(nullptr, entry, parent);
 }
 
-// A table or list that takes the values of the caller's container over.
+// A table that takes over the caller's array; an empty one when that is null.
 Pf *table_node(Arr *arr, int type)
 {
     Pf *node = pfnew(type);
@@ -54,6 +55,7 @@ Pf *table_node(Arr *arr, int type)
     return node;
 }
 
+// The same of a list.
 Pf *list_node(Tbl *tbl)
 {
     Pf *node = pfnew(PFTBL);
@@ -96,6 +98,7 @@ Pf *node_of(void *value, int type)
     }
 }
 
+// Puts a copy of an array's text into a table under the same key.
 int copy_text_entry(void *key, void *value, void *table)
 {
     put_child(static_cast<Pf *>(table), static_cast<const char *>(key),

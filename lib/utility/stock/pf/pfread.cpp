@@ -1,5 +1,8 @@
 // Reading parameter files by name: pfread reads all files of a name into one tree, pfload the
 // one file that the data path leads to.
+//
+// A key of a later file replaces that of an earlier one, because each parse goes on with the
+// same tree. The caller gets a tree in every case, even an empty one.
 
 #include "stock/pf.h"
 
@@ -17,7 +20,7 @@
 
 namespace {
 
-// An empty tree in *pf. It borrows the caller's name.
+// Stores an empty tree in *pf. It borrows the caller's name.
 Pf *new_top(const char *name, Pf **pf)
 {
     *pf = pfnew(PFARR);
@@ -25,19 +28,19 @@ Pf *new_top(const char *name, Pf **pf)
     return *pf;
 }
 
-// The messages of the parse name the path.
+// Adds the file to the tree. Returns what pfinfd does: 0, or -2 for an error in the text.
 int parse_file(int fd, const char *path, Pf **pf)
 {
-    Pffilename = path;
+    Pffilename = path;  // for the messages of pfinfd, which forgets it
     return pfinfd(fd, pf);
 }
 
-// Adds the file to the tree. 1 when it could not be opened.
+// The same for a file that is not open yet; 1 when it cannot be opened.
 int read_file(const char *path, Pf **pf)
 {
     const stock::Fd fd(reopen(path, O_RDONLY | O_CLOEXEC));
     if (fd.get() < 0) {
-        errno = 0;
+        errno = 0;  // else a later message would give this as its reason
         return 1;
     }
     return parse_file(fd.get(), path, pf);
@@ -62,7 +65,8 @@ int pfread(const char *name, Pf **pf)
     }
     freetbl(files, std::free);
     top->type = PFFILE;
-    return opened == 0 || top->value.arr->root == rb_null ? -1 : sum;
+    const bool has_keys = top->value.arr->root != rb_null;
+    return opened > 0 && has_keys ? sum : -1;
 }
 
 int pfload(const char *dir, const char *subdir, const char *name, Pf **pf)
@@ -78,7 +82,7 @@ int pfload(const char *dir, const char *subdir, const char *name, Pf **pf)
     const stock::Fd fd(reopen(path.get(), O_RDONLY | O_CLOEXEC));
     if (fd.get() >= 0)
         return parse_file(fd.get(), path.get(), pf);
-    if (errno == ENOENT)
+    if (errno == ENOENT)  // removed since datapath found it
         errno = 0;
     else
         elog_log(1, "can't open '%s'", path.get());

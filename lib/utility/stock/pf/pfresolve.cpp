@@ -24,6 +24,7 @@ namespace {
 constexpr int kMissing = -31;                 // a step was not found
 constexpr int kMisfit = -32;                  // a step does not fit the node
 constexpr std::size_t kMaxBracedBytes = 255;  // a longer key in braces is cut
+constexpr int kMaxTreeDepth = 1000;           // levels that steps make; text nests eleven deep
 
 // ---- The components of an address ----
 
@@ -104,12 +105,11 @@ Component next_component(const char *text, bool behind_first_key)
 // The key with a terminator behind it.
 stock::Owned<char> terminated(std::string_view key)
 {
-    stock::Owned<char> text(
-        static_cast<char *>(stock::allocate(key.size() + 1, "key", "pfresolve")));
-    text.get()[key.copy(text.get(), key.size())] = 0;
-    return text;
+    return stock::Owned<char>(stock::copy_view(key, "key", "pfresolve"));
 }
 
+// The child of a table, or null. A table with an order of its own, whose compare function
+// needs a terminated key, is rare.
 Pf *child_under(const Pf *table, std::string_view key)
 {
     const Arr *arr = table->value.arr;
@@ -119,17 +119,18 @@ Pf *child_under(const Pf *table, std::string_view key)
                                                     : getarr(arr, terminated(key).get()));
 }
 
-// Whether a step from the node would make a tree deeper than kMaxTreeDepth; if so it is logged.
+// Whether a child of the node would lie deeper than kMaxTreeDepth; if so it is logged.
 bool is_too_deep(const Pf *node)
 {
     int depth = 0;
-    for (const Pf *at = node; at && depth <= stock::kMaxTreeDepth; at = at->parent)
+    for (const Pf *at = node; at && depth <= kMaxTreeDepth; at = at->parent)
         ++depth;
-    if (depth > stock::kMaxTreeDepth)
-        elog_log(0, stock::kTooDeep, stock::kMaxTreeDepth);
-    return depth > stock::kMaxTreeDepth;
+    if (depth > kMaxTreeDepth)
+        elog_log(0, "pf tree is more than %d levels deep", kMaxTreeDepth);
+    return depth > kMaxTreeDepth;
 }
 
+// Follows an address through a tree, from the tree itself to the node that it leads to.
 class AddressWalk {
 public:
     AddressWalk(Pf *pf, bool create) : node_(pf), create_(create) {}
@@ -163,6 +164,7 @@ private:
         }
     }
 
+    // Meant: "[" goes to standard error, any other character to standard output.
     void report_stray(char c)
     {
         if (c == '[') {
@@ -176,8 +178,9 @@ private:
         }
     }
 
-    // `fits` says whether the node may be asked for this key as it is. A placeholder may when
-    // steps are made, for then it becomes a table. A function is never left.
+    // Goes to the child under the key. `fits` says whether the node may be asked for it as it
+    // is. A placeholder may when steps are made, for it becomes a table. At a function the walk
+    // stays: what it gives is known only after its evaluation.
     void step_to_key(std::string_view key, bool fits)
     {
         if (node_->type == PFFUNCTION)
@@ -227,8 +230,8 @@ private:
 
     void fail(int error) { error_ = error; }
 
-    Pf *node_;
-    bool create_;
+    Pf *node_;     // where the walk stands
+    bool create_;  // a child that is missing is made
     bool behind_first_key_ = false;
     bool leading_brace_ = false;  // the address began with "{": the next "}" is no stray one
     int error_ = 0;
