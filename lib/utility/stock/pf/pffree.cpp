@@ -174,8 +174,6 @@ void stock::free_value(Pf *pf)
 
 void stock::put_child(Pf *pf, const char *key, Pf *node, int line, const char *file)
 {
-    if (!is_container(pf))
-        elog_die(0, "Bad pf pointer in pfput.\n");
     if (pf->type != PFTBL && !key)
         return pffree(node);
     Pf *old = store_child(pf, key, node, line, file);

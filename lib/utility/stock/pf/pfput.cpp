@@ -98,6 +98,14 @@ Pf *node_of(void *value, int type)
     }
 }
 
+// Ends the process when pf takes no children. Called before a child is made where possible,
+// so that none is left behind.
+void require_container(const Pf *pf)
+{
+    if (!stock::is_container(pf))
+        elog_die(0, "Bad pf pointer in pfput.\n");
+}
+
 // Puts a copy of an array's text into a table under the same key.
 int copy_text_entry(void *key, void *value, void *table)
 {
@@ -135,11 +143,14 @@ bool reads_as_other(std::string_view text)
 
 void pfput(Pf *pf, const char *key, void *value, int type)
 {
-    put_child(pf, key, node_of(value, type));
+    Pf *node = node_of(value, type);
+    require_container(pf);
+    put_child(pf, key, node);
 }
 
 void pfput_string(Pf *pf, const char *key, const char *value)
 {
+    require_container(pf);
     put_child(pf, key, string_node(value));
 }
 
@@ -171,6 +182,7 @@ void pfput_time(Pf *pf, const char *key, double value)
 
 void pfput_tbl(Pf *pf, const char *key, const Tbl *values)
 {
+    require_container(pf);
     Pf *list = pfnew(PFTBL);
     for (int64_t i = 0; values && i < values->count; ++i)
         put_child(list, pfindex(i), string_node(static_cast<const char *>(gettbl(values, i))));
@@ -179,6 +191,7 @@ void pfput_tbl(Pf *pf, const char *key, const Tbl *values)
 
 void pfput_arr(Pf *pf, const char *key, const Arr *values)
 {
+    require_container(pf);
     Pf *table = pfnew(PFARR);
     applyarr(values, copy_text_entry, table);
     put_child(pf, key, table);
