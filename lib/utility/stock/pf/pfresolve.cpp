@@ -1,106 +1,26 @@
-// Addresses: a key, then keys in braces and indexes in brackets, one step each.
+// Addresses in a tree: a key, then keys in braces and indexes in brackets, one step each.
 //
-// next_component cuts an address into components. AddressWalk takes one step for each: from
-// the current node to its child, which is made as a placeholder where that is asked for.
+// next_component (address.h) cuts an address into components. AddressWalk takes one step for
+// each: from the current node to its child, which is made as a placeholder where that is
+// asked for.
 
 #include "stock/pf.h"
 
-#include <algorithm>
-#include <array>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <string_view>
 
 #include "arrays/node.h"
 #include "base/alloc.h"
 #include "base/ascii.h"
+#include "pf/address.h"
 #include "pf/node.h"
 #include "stock/elog.h"
 
 namespace {
 
-constexpr int kMissing = -31;                 // a step was not found
-constexpr int kMisfit = -32;                  // a step does not fit the node
-constexpr std::size_t kMaxBracedBytes = 255;  // a longer key in braces is cut
-constexpr int kMaxTreeDepth = 1000;           // levels that steps make; text nests eleven deep
-
-// ---- The components of an address ----
-
-enum class Kind {
-    blanks,      // outside of braces, which is no step
-    plain_key,   // north
-    braced_key,  // {limit}
-    index,       // [2]
-    stray,       // one of { } [ ] that belongs to no component
-};
-
-struct Component {
-    Kind kind;
-    std::size_t length;    // of its text
-    std::string_view key;  // of a key
-    int index = 0;         // of an index
-};
-
-// The characters that end a key, the terminator among them.
-constexpr auto kEndsKey = [] {
-    std::array<bool, 256> ends{};
-    for (const char c : {'{', '}', '[', ']', '\0'})
-        ends[static_cast<unsigned char>(c)] = true;
-    return ends;
-}();
-
-std::string_view key_at(const char *text)
-{
-    const char *end = text;
-    while (!kEndsKey[static_cast<unsigned char>(*end)])
-        ++end;
-    return {text, static_cast<std::size_t>(end - text)};
-}
-
-// "{key}" or a stray brace.
-Component braced_key_at(const char *text)
-{
-    const std::string_view key = key_at(text + 1);
-    if (text[1 + key.size()] != '}')
-        return {Kind::stray, 1, {}};
-    const std::string_view trimmed = stock::trimmed(key, stock::is_blank);
-    return {Kind::braced_key, key.size() + 2, trimmed.substr(0, kMaxBracedBytes)};
-}
-
-// What atoi gives, within the limits of an int.
-int index_from(const char *digits)
-{
-    return static_cast<int>(std::clamp<long>(std::strtol(digits, nullptr, 10), INT_MIN, INT_MAX));
-}
-
-// "[12]", "[-1]" or a stray bracket.
-Component index_at(const char *text)
-{
-    const std::size_t digits = text[1] == '-' ? 2 : 1;
-    const std::size_t close = digits + std::strspn(text + digits, "0123456789");
-    if (close == digits || text[close] != ']')
-        return {Kind::stray, 1, {}};
-    return {Kind::index, close + 1, {}, index_from(text + 1)};
-}
-
-// The component at the start of the text, which is not empty. Before the first key there
-// are no braced keys and indexes.
-Component next_component(const char *text, bool behind_first_key)
-{
-    const std::string_view key = key_at(text);
-    if (!key.empty())
-        return {stock::trimmed(key, stock::is_blank).empty() ? Kind::blanks : Kind::plain_key,
-                key.size(), key};
-    if (behind_first_key && text[0] == '{')
-        return braced_key_at(text);
-    if (behind_first_key && text[0] == '[')
-        return index_at(text);
-    return {Kind::stray, 1, {}};
-}
-
-// ---- The steps through a tree ----
+constexpr int kMissing = -31;        // a step was not found
+constexpr int kMisfit = -32;         // a step does not fit the node
+constexpr int kMaxTreeDepth = 1000;  // levels that steps make; text nests eleven deep
 
 // The key with a terminator behind it.
 stock::Owned<char> terminated(std::string_view key)
@@ -139,7 +59,8 @@ public:
     Pf *to(const char *address)
     {
         while (*address && !error_) {
-            const Component component = next_component(address, behind_first_key_);
+            const stock::AddressComponent component =
+                stock::next_component(address, behind_first_key_);
             take(component, *address);
             address += component.length;
         }
@@ -150,17 +71,23 @@ public:
     int error() const { return error_; }
 
 private:
-    void take(const Component &component, char first)
+    // `first` is the first character of the component.
+    void take(const stock::AddressComponent &component, char first)
     {
-        switch (component.kind) {
-        case Kind::blanks: break;
-        case Kind::plain_key:
+        using Part = stock::AddressPart;
+        switch (component.part) {
+        case Part::blanks: break;
+        case Part::plain_key:
             behind_first_key_ = true;
             step_to_key(component.key, true);
             break;
-        case Kind::braced_key: step_to_key(component.key, node_->type == PFARR); break;
-        case Kind::index: step_to_index(component.index); break;
-        case Kind::stray: report_stray(first); break;
+        case Part::braced_key:
+            step_to_key(
+                stock::trimmed(component.key, stock::is_blank).substr(0, stock::kMaxBracedBytes),
+                node_->type == PFARR);
+            break;
+        case Part::index: step_to_index(component.index); break;
+        case Part::stray: report_stray(first); break;
         }
     }
 
