@@ -319,15 +319,17 @@ TEST(PfoutThreads, WriteEachTreeInOnePiece)
     const PfPtr north = tree_with(std::string(9000, 'n'));
     const PfPtr south = tree_with(std::string(9000, 's'));
     const std::string n = written(north.get()), s = written(south.get());
-    const std::string both = printed([&](FILE *stream) {
-        const auto write = [stream](const Pf *pf) {
-            for (int i = 0; i < 50; ++i)
-                pfout(stream, pf);
-        };
-        std::thread other([&] { write(north.get()); });
-        write(south.get());
-        other.join();
-    });
+    const TempDir dir;
+    FILE *stream = fopen((dir / "x.pf").c_str(), "w");
+    const auto write = [stream](const Pf *pf) {
+        for (int i = 0; i < 50; ++i)
+            pfout(stream, pf);
+    };
+    std::thread other([&] { write(north.get()); });
+    write(south.get());
+    other.join();
+    fclose(stream);
+    const std::string both = read_file(dir / "x.pf");
     ASSERT_EQ(both.size(), 100 * n.size());
     for (size_t at = 0; at < both.size(); at += n.size()) {
         const std::string piece = both.substr(at, n.size());
