@@ -10,7 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <mutex>
 #include <string_view>
 #include <utility>
@@ -20,6 +19,7 @@
 
 #include "base/alloc.h"
 #include "base/fixed_text.h"
+#include "base/guards.h"
 #include "base/limits.h"
 #include "base/uninterrupted.h"
 #include "log/reasons.h"
@@ -339,15 +339,10 @@ Owned<char> prompt_of(std::string_view text)
     return Owned<char>(stock::copy_view(text, "pf->value.s"));
 }
 
-struct CloseStream {
-    void operator()(FILE *stream) const { std::fclose(stream); }
-};
-using Terminal = std::unique_ptr<FILE, CloseStream>;
-
-// Null without a terminal. The mode is one of fopen.
-Terminal terminal(const char *mode)
+// Opens the terminal of the process in a mode of fopen. Null without a terminal.
+stock::OwnedStream terminal(const char *mode)
 {
-    return Terminal(std::fopen("/dev/tty", mode));
+    return stock::OwnedStream(std::fopen("/dev/tty", mode));
 }
 
 // One line without its newline, at most 1023 bytes; the empty text at the end of the file.
@@ -363,12 +358,12 @@ char *line_of(FILE *stream)
 char *ask_terminal(const char *prompt)
 {
     {
-        const Terminal out = terminal("we");
+        const stock::OwnedStream out = terminal("we");
         if (!out)
             elog_die(1, "Can't open /dev/tty for prompt.\n");
         std::fprintf(out.get(), "%s : ", prompt);
     }
-    const Terminal in = terminal("re");
+    const stock::OwnedStream in = terminal("re");
     return in ? line_of(in.get()) : stock::copy_text("", "pf->value.s");
 }
 

@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "base/alloc.h"
+#include "base/guards.h"
 #include "stock/elog.h"
 #include "stock/str2epoch.h"
 #include "stock/strings.h"
@@ -20,12 +21,8 @@ using stock::Owned;
 // Reads one file into a new tree. What pfin returns, or -1 when it cannot be opened.
 int read_one(const char *path, Pf **pf)
 {
-    FILE *stream = std::fopen(path, "re");
-    if (!stream)
-        return -1;
-    const int result = pfin(stream, pf);
-    std::fclose(stream);
-    return result;
+    const stock::OwnedStream stream(std::fopen(path, "re"));
+    return stream ? pfin(stream.get(), pf) : -1;
 }
 
 // The logged reason and the result of pfrequire for a file that is too old.

@@ -19,6 +19,7 @@
 #include "base/fixed_text.h"
 #include "base/gatherer.h"
 #include "base/growing_text.h"
+#include "base/guards.h"
 #include "pf/node.h"
 #include "pf/parsing.h"
 #include "stock/elog.h"
@@ -263,7 +264,8 @@ private:
         open_.pop();
     }
 
-    // False when all children of the container are written. write_node may move `container`.
+    // False when all children of the container are written. `container` is not used after
+    // write_node, which may move all open containers.
     bool write_next_child(Open &container)
     {
         const int level = container.level;
@@ -348,17 +350,12 @@ struct ToStream {
     void operator()(std::string_view text) const { fwrite(text.data(), 1, text.size(), stream); }
 };
 
-// Writes while no other thread writes to the stream. Returns the depth.
+// Writes the tree in one piece, whatever other threads write. Returns the depth.
 int write_to_stream(FILE *stream, const Pf *pf)
 {
-    flockfile(stream);
-    int depth = 0;
-    {
-        stock::Gatherer<4096, ToStream> gather(ToStream{stream});
-        depth = TreeWriter(gather, Layout::indented).write(pf, 0);
-    }
-    funlockfile(stream);
-    return depth;
+    const stock::StreamLock lock(stream);
+    stock::Gatherer<4096, ToStream> gather(ToStream{stream});
+    return TreeWriter(gather, Layout::indented).write(pf, 0);
 }
 
 // Builds the text in a block of its own and pushes it once, so that the stack grows by no
