@@ -6,10 +6,7 @@
 
 namespace stock {
 
-inline constexpr std::size_t kLibraryPathSize = kPathSize;
-
-// Writes the path that std_dlopen opens for the name into a buffer of kPathSize bytes. False
-// when it does not fit.
-bool library_path(const char *name, char *path);
+// Writes the path that std_dlopen opens for the name. False when it does not fit.
+bool library_path(const char *name, char (&path)[kPathSize]);
 
 }  // namespace stock

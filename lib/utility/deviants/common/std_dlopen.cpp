@@ -10,7 +10,7 @@
 #include "deviants/system.h"
 #include "stock/gettaluvine.h"
 
-bool stock::library_path(const char *name, char *path)
+bool stock::library_path(const char *name, char (&path)[kPathSize])
 {
     const int length = *name == '/' ? snprintf(path, kPathSize, "%s", name)
                                     : snprintf(path, kPathSize, "%s/lib/lib%s%s", gettaluvine(),

@@ -24,6 +24,7 @@
 #include "base/alloc.h"
 #include "base/errno_text.h"
 #include "base/guards.h"
+#include "base/limits.h"
 #include "base/mtime.h"
 #include "base/uninterrupted.h"
 #include "deviants.h"
@@ -48,7 +49,7 @@ int64_t whole_seconds()
 // Fills in the status of the library's file. Returns 0, or -1.
 int file_status(const char *name, struct stat *status)
 {
-    char path[stock::kLibraryPathSize];
+    char path[stock::kPathSize];
     return stock::library_path(name, path) ? restat(path, status) : -1;
 }
 
@@ -89,7 +90,7 @@ bool close_library(UserLibrary &library)
     const bool closed = dlclose(library.handle) == 0;
     const stock::KeepErrno keep;
     library.handle = nullptr;
-    char path[stock::kLibraryPathSize];
+    char path[stock::kPathSize];
     if (!stock::library_path(library.name, path))
         return closed;
     void *still_there = dlopen(path, RTLD_LAZY | RTLD_NOLOAD);
@@ -134,7 +135,7 @@ void fill_reason(Reason &reason, bool of_loader)
 // loads the copy. Null, with the reason, when that fails.
 void *load_copy_in(const char *directory, size_t length, int from, Reason &reason)
 {
-    char copy[stock::kLibraryPathSize + 32];
+    char copy[stock::kPathSize + 32];
     snprintf(copy, sizeof copy, "%.*s/.usermethod.XXXXXX", static_cast<int>(length), directory);
     const stock::Fd to(mkostemp(copy, O_CLOEXEC));
     const bool copied = to.get() >= 0 && copy_file(from, to.get());
@@ -160,7 +161,7 @@ void *load_copy(const char *path, Reason &reason)
         return handle;
     const char *named = getenv("TMPDIR");
     const char *temporary =
-        named && *named == '/' && strlen(named) < stock::kLibraryPathSize ? named : "/tmp";
+        named && *named == '/' && strlen(named) < stock::kPathSize ? named : "/tmp";
     return load_copy_in(temporary, strlen(temporary), from.get(), reason);
 }
 
@@ -169,7 +170,7 @@ void *load_copy(const char *path, Reason &reason)
 void load(UserLibrary &library, Reason &reason)
 {
     struct stat found;
-    char path[stock::kLibraryPathSize];
+    char path[stock::kPathSize];
     if (*library.name != '/' || restat(library.name, &found) == 0) {
         if (library.kept_by_system && stock::library_path(library.name, path) &&
             getarr(library.kept_by_system, path))
