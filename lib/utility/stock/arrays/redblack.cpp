@@ -56,15 +56,15 @@ struct KeyPlace {
     bool found() const { return node != kNil && order == 0; }
 };
 
-constexpr size_t kStart = sizeof(Rbnode::start);
-static_assert(kStart == 4 && sizeof(Rbnode) == 48);
+constexpr size_t kStartBytes = sizeof(Rbnode::start);
+static_assert(kStartBytes == 4 && sizeof(Rbnode) == 48);
 
 // The first four bytes of a text as a big-endian number, with zeros behind its end. Texts
 // whose numbers differ are ordered as these numbers.
 uint32_t start_of(std::string_view text)
 {
     uint32_t start = 0;
-    for (size_t i = 0; i < kStart; ++i)
+    for (size_t i = 0; i < kStartBytes; ++i)
         start = start << 8 | (i < text.size() ? static_cast<unsigned char>(text[i]) : 0);
     return start;
 }
@@ -108,7 +108,7 @@ public:
             return start_ < node->start ? -1 : 1;
         if ((start_ & 0xff) == 0)  // both texts end here
             return 0;
-        return order_from(common_ + kStart, node);
+        return order_from(common_ + kStartBytes, node);
     }
 
 private:
@@ -349,7 +349,7 @@ void set_starts(Rbnode *node, size_t common)
     for (; node != kNil; node = node->right) {
         set_starts(node->left, common);
         const char *text = text_of(node) + common;
-        node->start = start_of({text, strnlen(text, kStart)});
+        node->start = start_of({text, strnlen(text, kStartBytes)});
     }
 }
 

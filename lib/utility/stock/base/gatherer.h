@@ -7,6 +7,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdio>
 #include <string_view>
 #include <utility>
 
@@ -56,6 +57,16 @@ private:
     Sink sink_;
     std::size_t used_ = 0;
     char buffer_[kSize];
+};
+
+// A sink that writes to a stream. Whether that failed stands in the stream.
+struct ToStream {
+    std::FILE *stream;
+
+    void operator()(std::string_view text) const
+    {
+        std::fwrite(text.data(), 1, text.size(), stream);
+    }
 };
 
 }  // namespace stock

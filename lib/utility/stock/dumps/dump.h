@@ -1,11 +1,10 @@
-// What the dumps of memory share: which memory may be read, what is printed in place of memory
-// that may not, and how a dump reaches a stream.
+// What the dumps of memory share: which memory may be read, and what is printed in place of
+// memory that may not.
 
 #pragma once
 
 #include <cstdint>
 #include <cstdio>
-#include <string_view>
 
 #include "deviants.h"
 
@@ -28,15 +27,5 @@ inline void no_memory(char (&text)[kNoMemorySize], const void *p)
     std::snprintf(text, sizeof text, "no memory at %lx\n",
                   static_cast<unsigned long>(reinterpret_cast<std::uintptr_t>(p)));
 }
-
-// A gatherer's sink: writes the text to a stream.
-struct ToStream {
-    std::FILE *stream;
-
-    void operator()(std::string_view text) const
-    {
-        std::fwrite(text.data(), 1, text.size(), stream);
-    }
-};
 
 }  // namespace stock

@@ -176,14 +176,15 @@ char *strsub(const char *source, const char *old_text, const char *new_text, cha
 
 void strtr(char *string, const char *from, const char *to)
 {
-    constexpr std::size_t kPairs = 256;
+    // Meant: pairs beyond the 256th are ignored.
+    constexpr std::size_t kCharacters = 256;
     if (!string || !from || !to)
         return;
-    const std::size_t pairs = std::min(strnlen(from, kPairs), strnlen(to, kPairs));
+    const std::size_t pairs = std::min(strnlen(from, kCharacters), strnlen(to, kCharacters));
     if (pairs == 0)
         return;
-    unsigned char turns_into[kPairs];
-    for (std::size_t i = 0; i < kPairs; ++i)
+    unsigned char turns_into[kCharacters];
+    for (std::size_t i = 0; i < kCharacters; ++i)
         turns_into[i] = static_cast<unsigned char>(i);
     for (std::size_t i = 0; i < pairs; ++i)
         turns_into[static_cast<unsigned char>(from[i])] = static_cast<unsigned char>(to[i]);
