@@ -97,8 +97,8 @@ typedef struct Grave {
  *
  * A file that another process uses ends this one, with "*fatal* Can't lock state file
  * '%s' for exclusive use: it is already in use.\n" and status 1. From another host's
- * file system a lock may not be had: it complains "Can't lock '%s' on an nfs
- * filesystem: proceeding without lock".
+ * file system a file may not be lockable: it complains "Can't lock '%s' on an nfs
+ * filesystem: proceeding without lock" and goes on.
  */
 STOCK_API int exhume(const char *filename, volatile int *stop_flag, int grace_seconds,
                      void (*extra_values)(Pf *pf));
@@ -127,8 +127,8 @@ STOCK_API int resurrect(const char *name, void *address, int type);
 /*
  * Writes the extra values and all registered variables to the state file: to the
  * alternate file first, which is made anew, flushed to the disk and takes the place of
- * the state file when it is complete. Whatever had the alternate name is removed; a link
- * is not followed.
+ * the state file when it is complete. A file that has the alternate name is removed first;
+ * a link there is not followed.
  *
  * Returns 0; or -1 before exhume, when it is called while the same thread is inside
  * it, or when it fails, and then the earlier state stays:
@@ -161,8 +161,8 @@ STOCK_API void lockstate(Grave *grave);
 
 /*
  * The handlers of exhume. signal_handler leaves errno alone; without exhume it dies.
- * alarm_handler buries and dies unless there was a bury since the signal; one that has
- * begun since is given 10 seconds.
+ * alarm_handler buries and dies unless there was a bury since the signal. A bury that has
+ * begun since and still runs gets 10 seconds.
  */
 STOCK_API void signal_handler(int sig);
 STOCK_API void alarm_handler(void);

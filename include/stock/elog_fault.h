@@ -54,9 +54,9 @@ typedef void (*Fault_handler)(int sig, siginfo_t *info, void *context);
  * its default action again. It runs on the thread's alternate stack if there is one.
  *
  * The list is not copied: it stays the caller's and must live as long as it is the one
- * that ELOG_SIGNAL_LIST gives. With a null list that is "" and nothing else changes.
+ * that ELOG_SIGNAL_LIST gives. A null list makes that "" and changes nothing else.
  *
- * A signal that does not exist or cannot be caught is told on standard error with
+ * A signal that does not exist or cannot be caught is reported on standard error with
  * "Couldn't intercept signal %s\n", and the others are caught all the same.
  */
 STOCK_API void setup_fault_handlers(Fault_handler handler, const char *list);

@@ -42,8 +42,8 @@ STOCK_API int setup_signals(volatile int *flag, void (*mortician)(Pf *pf), int s
  * Installs a handler for SIGHUP, SIGINT, SIGQUIT and SIGTERM. System calls that the
  * signal interrupts fail with EINTR. The handlers that were there are not kept.
  *
- * Returns 0; ends the process with "Couldn't intercept signal SIGHUP\n", or the
- * signal that it is, when the system refuses.
+ * Returns 0. When the system refuses a signal it ends the process with "Couldn't
+ * intercept signal SIGHUP\n", or with the name of the other signal.
  */
 STOCK_API int setup_signal_handlers(void (*handler)(int sig));
 
@@ -59,7 +59,7 @@ STOCK_API int die_soon(double seconds);
 /*
  * The handlers of setup_signals and of die_soon. halt_signal_handler leaves errno
  * alone, and ends the process with "received signal #%d but failed to set alarm
- * timer" when there is no timer. The other two end the process.
+ * timer" when the timer cannot be set. The other two end the process.
  */
 STOCK_API void halt_signal_handler(int sig);
 STOCK_NORETURN STOCK_API void halt_alarm_handler(void);

@@ -20,17 +20,17 @@ enum { USERMETHOD_INTERVAL = 10 };
 
 /*
  * Finds a function of the user library. A library that is not loaded is looked
- * for at every call; a function that it lacks is asked for once.
+ * for at every call; a function that a library lacks is looked up in it once.
  *
  * Returns the function's address, or null: for a null or empty name, without a
  * library, or when the library has no such function. The address is good until a
- * later call finds the library replaced, so ask again rather than keep it. A
- * library that cannot be closed then is complained of, and forgotten.
+ * later call finds the library replaced, so ask again rather than keep it. When
+ * the old library cannot be closed, that is complained about, and it is not used.
  *
  * Some libraries stay in memory when they are closed, such as those of C++ with unique
  * symbols. The new one is then loaded from a copy, made for that moment in its own
- * directory or that of temporary files. When that fails it says so once, and the
- * earlier library is used until the file is replaced again.
+ * directory or that of temporary files. When that fails, that is complained about once,
+ * and the earlier library is used until the file is replaced again.
  */
 STOCK_API void *usermethod(const char *name);
 
