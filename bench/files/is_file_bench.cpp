@@ -20,7 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A directory that lives as long as the program, with files in subdirectories.
+// A directory with files in subdirectories, removed when the program ends.
 class Tree {
 public:
     Tree(int dirs, int files_each) : dirs_(dirs), files_each_(files_each)
@@ -57,7 +57,7 @@ const Tree &tree()
     return planted;
 }
 
-int64_t blocks = 0;  // what the walks add up
+int64_t link_counts = 0;  // the sum of all link counts: every walk must take each status
 
 int add_stock(const char *, const struct stat *status, void *argument)
 {
@@ -69,7 +69,7 @@ int64_t walk_stock(const char *path)
 {
     int64_t links = 0;
     const int entries = fstraverse(path, 0, add_stock, &links);
-    blocks += links;
+    link_counts += links;
     return entries;
 }
 
@@ -78,7 +78,7 @@ int64_t walk_nftw(const char *path)
     static int64_t entries = 0;
     entries = -1;  // the root is counted, too
     const auto add = [](const char *, const struct stat *status, int, struct FTW *) {
-        blocks += static_cast<int64_t>(status->st_nlink);
+        link_counts += static_cast<int64_t>(status->st_nlink);
         ++entries;
         return 0;
     };
@@ -93,7 +93,7 @@ int64_t walk_iterator(const char *path)
     for (const fs::directory_entry &entry : fs::recursive_directory_iterator(path, follow)) {
         struct stat status;
         if (stat(entry.path().c_str(), &status) == 0)
-            blocks += static_cast<int64_t>(status.st_nlink);
+            link_counts += static_cast<int64_t>(status.st_nlink);
         ++entries;
     }
     return entries;

@@ -1,4 +1,4 @@
-// Asking again for a file that is mapped, against mapping it each time.
+// Finding a mapped file in the cache, against mapping it each time.
 
 #include <cstdint>
 #include <cstdlib>
@@ -19,7 +19,7 @@ namespace {
 
 constexpr int kSize = 10000;
 
-// So many files of kSize bytes, gone at the end.
+// Files of kSize bytes, removed by the destructor.
 class FilesOnDisk {
 public:
     explicit FilesOnDisk(int64_t count)

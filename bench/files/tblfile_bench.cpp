@@ -30,7 +30,7 @@ Record record_of(int64_t i)
     return record;
 }
 
-// The size of the file, or -1; the file is gone then.
+// The size of the file, or -1. Removes the file.
 int64_t remove_file(const char *path)
 {
     struct stat status;

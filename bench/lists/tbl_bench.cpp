@@ -113,7 +113,7 @@ void prepend(benchmark::State &state)
     state.SetItemsProcessed(state.iterations() * n);
 }
 
-// A hundred entries wait while n go through.
+// n entries pass through a queue that holds a hundred.
 template <class List>
 void queue(benchmark::State &state)
 {

@@ -13,7 +13,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A directory so many levels deep, and a crooked path to it.
+// A directory `levels` deep, a straight path to it and one with "." and "..".
 struct Tree {
     explicit Tree(int64_t levels)
     {
@@ -54,7 +54,7 @@ std::string with_lexically_normal(const std::string &path)
     return clean;
 }
 
-// What cleanpath also tells: whether all on the way is there.
+// cleanpath also tells whether every directory on the way exists.
 std::string with_lexically_normal_and_exists(const std::string &path)
 {
     const bool there = fs::exists(fs::path(path));

@@ -1,5 +1,4 @@
-// What listings, walks, mappings and facts about file systems say when memory
-// runs out.
+// The messages of listings, walks, mappings and infopath when memory runs out.
 
 #include <set>
 #include <string>

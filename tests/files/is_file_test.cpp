@@ -1,7 +1,7 @@
 // Files: what they are, what a directory holds, and walks of trees.
 //
-// The program stands in front of readdir, so that a reading can break off or
-// show a name twice.
+// The program replaces readdir, so that reading a directory can fail halfway or give a name
+// twice.
 
 #include "stock/is_file.h"
 
@@ -29,7 +29,7 @@
 
 namespace {
 
-int reads_left = -1;       // readdir fails when none is left; negative: never
+int reads_left = -1;       // readdir fails when it is 0; never when negative
 bool shows_twice = false;  // readdir gives each entry twice
 
 }  // namespace
@@ -121,7 +121,8 @@ using Dirfiles = Files;
 using Directory = Files;
 using DirectoryThreads = Files;
 
-// The calls of a walk as "path" or "path/" lines, paths without the tree's own.
+// The calls of a walk, one line each: "path" for a file and "path/" for a directory, without
+// the path of the tree.
 struct Walked {
     std::string root;
     std::vector<std::string> calls;

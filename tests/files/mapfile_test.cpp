@@ -1,7 +1,7 @@
-// Mapped files: one mapping for each file of a cache, and what happens when the
-// system has no room, fails, or changes the file meanwhile.
+// Mapped files: one mapping for each file of a cache, and what happens when the system has
+// no room, when a call fails, or when the file changes meanwhile.
 //
-// The program stands in front of the system's calls, so that they can fail.
+// The program replaces system calls, so that they can fail.
 
 #include "stock/mapfile.h"
 
@@ -33,8 +33,8 @@
 namespace {
 
 int maps = 0;                 // how often mmap was called for a shared mapping
-int map_failures = 0;         // so many of the next mappings fail ...
-int map_errno = ENOMEM;       // ... like this
+int map_failures = 0;         // how many of the next mappings fail ...
+int map_errno = ENOMEM;       // ... with this errno
 int refused_protections = 0;  // how often mprotect failed
 bool unmap_fails = false;
 bool status_fails = false;
@@ -42,7 +42,7 @@ std::function<void()> after_status;  // runs once, behind the next status
 
 }  // namespace
 
-// The first two are called before the thread sanitizer is up.
+// The thread sanitizer calls the first two before it is initialised.
 #define UNWATCHED __attribute__((no_sanitize("thread")))
 
 extern "C" {
@@ -410,7 +410,7 @@ TEST_F(Wmapfile, AMappingForReadingBecomesWritableWhereItIs)
     EXPECT_EQ(read_file(file), "TWELVE bytes");
 }
 
-// The other file's bytes used to appear there.
+// The bytes of the new file used to appear in the mapping of the old one.
 TEST_F(Wmapfile, AMappingWhoseFileWasReplacedIsGivenForReading)
 {
     const std::string file = dir_.file("f", "twelve bytes");
@@ -441,7 +441,7 @@ TEST_F(Wmapfile, AMappingWhoseFileWasRemovedIsGivenForReading)
     EXPECT_EQ(take_log(), "");
 }
 
-// The same address is no sign of the same file.
+// The mapping was once known by its address alone, which another file's mapping may have got.
 TEST_F(Wmapfile, AMappingThatAnotherFileTookMeanwhileKeepsItsBytes)
 {
     const std::string file = dir_.file("f", "north");
@@ -612,7 +612,7 @@ TEST_F(Vmapfile, MapsMoreThanTheProcessMayHold)
     EXPECT_EQ(ended.out, "1");
 }
 
-// Makes mappings until the system refuses, then gives so many back.
+// Makes mappings until the system refuses, then unmaps the given number of them.
 void take_all_mappings_but(size_t spare)
 {
     const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
@@ -625,7 +625,7 @@ void take_all_mappings_but(size_t spare)
     mprotect(pages + (i - spare) * page, (spare + 1) * page, PROT_NONE);
 }
 
-// Whether the process can have so many more mappings.
+// Whether the system gives the process that many more mappings.
 bool can_have_mappings(size_t n)
 {
     const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
@@ -636,7 +636,7 @@ bool can_have_mappings(size_t n)
     return true;
 }
 
-// Used to take the last one, and memory ran out then.
+// vmapfile used to take the last mapping, so that memory ran out.
 TEST_F(Vmapfile, LeavesMappingsToTheRestOfTheProcess)
 {
     constexpr int kFiles = 300;
@@ -661,8 +661,8 @@ TEST_F(Vmapfile, LeavesMappingsToTheRestOfTheProcess)
     EXPECT_EQ(ended.err, "");
 }
 
-// Whoever asks for more than are left has the last ones for that moment, and other threads
-// get none. That was so at every fourth call.
+// Asking the system how many mappings are left takes the last ones for a moment, so that other
+// threads get none. vmapfile used to ask at every fourth call.
 TEST_F(Vmapfile, SeldomAsksTheSystemForMoreMappingsThanAreLeft)
 {
     constexpr int kFiles = 600;
@@ -773,7 +773,7 @@ TEST_F(Unmapfile, TheOldestIsFoundAlsoAfterTheCountWrappedAround)
     map(a);
     map(b);
     record(a)->used = 1;
-    record(b)->used = INT_MAX;  // long before the count came around to 1
+    record(b)->used = INT_MAX;  // used before the count wrapped around to 1
     EXPECT_EQ(vunmapfile(cache_.get()), 0);
     EXPECT_EQ(record(b)->address, nullptr);
     EXPECT_NE(record(a)->address, nullptr);
@@ -869,7 +869,7 @@ TEST_F(Lmapfile, ACallThatFailsLeavesNoView)
     EXPECT_EQ(view(dir_ / "none", 0, 1), -1);
     EXPECT_EQ(address_, kNone);
     EXPECT_EQ(take_log(), "Couldn't open " + dir_ / "none" + "\n\tNo such file or directory\n");
-    // The log may have taken the place for memory of its own meanwhile.
+    // Perhaps not unmapped: the log may have allocated memory at that address meanwhile.
     EXPECT_NE(protection_at(before), "r--s");
 }
 
@@ -881,7 +881,7 @@ TEST_F(Lmapfile, OffsetsAndLengthsThatCannotBeMappedAreRefused)
     } cases[] = {{2 * page_, 1}, {3 * page_, 1}, {INT64_MAX, 1}, {-page_, 1}, {INT64_MIN, 1},
                  {1, 1},         {page_ - 1, 1}, {0, 0},         {0, -1},     {0, INT64_MIN}};
     for (const auto &c : cases) {
-        errno = ENOENT;  // the reason is the call's own
+        errno = ENOENT;  // an old error, which is not the reason
         EXPECT_EQ(view(file, c.offset, c.length), -1) << c.offset << " " << c.length;
         EXPECT_EQ(address_, kNone);
         EXPECT_EQ(take_log(), "Can't map file " + file + "\n\tInvalid argument\n");

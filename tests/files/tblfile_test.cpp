@@ -30,7 +30,7 @@
 #include "support/printed.h"
 #include "support/temp_dir.h"
 
-// The program stands in front of two of the system's calls.
+// The program replaces two system calls.
 
 namespace {
 
@@ -105,7 +105,7 @@ std::string bytes_of(const T &value)
     return bytes_of(&value, sizeof value);
 }
 
-// An image without a comment whose record the caller spoils.
+// The image of a file without a comment, whose record the caller changes.
 std::string spoiled(const std::function<void(Tbl &)> &spoil, const Point *null_value = nullptr)
 {
     std::string image = image_of(points(3, null_value).get(), nullptr);
@@ -133,7 +133,7 @@ protected:
     {
         const std::string path = dir.file("bad", bytes);
         char *comment = const_cast<char *>("untouched");
-        errno = ENOENT;  // left over, and no reason of the list's
+        errno = ENOENT;  // an old error, which is not the reason
         EXPECT_EQ(readtbl(path.c_str(), &comment, writable), nullptr);
         EXPECT_EQ(read_file(path), bytes);
         std::string log = take_log();
@@ -303,7 +303,7 @@ TEST_F(Savetbl, ClosesTheFileWhateverHappens)
     EXPECT_EQ(after, before);
 }
 
-// What used to end the process by the signal of the file-size limit.
+// The signal of the file-size limit used to end the process.
 TEST_F(Savetbl, FailsBeyondTheFileSizeLimit)
 {
     const std::string path = dir / "list";
@@ -785,7 +785,7 @@ TEST_F(MappedTbl, MapsOverNothingWhenItsAddressesAreTaken)
     expect_points(opened(path).get(), 3);
 }
 
-// The sanitizers need more addresses than the limit leaves.
+// The sanitizers themselves need more addresses than this limit allows.
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 TEST_F(MappedTbl, SetsLessRoomAsideWhereAddressesAreScarce)
 {
@@ -815,7 +815,7 @@ TEST_F(MappedTbl, ReadOnlyCannotGrow)
          }) {
         const Ended ended = in_child([&] {
             Tbl *tbl = readtbl(path.c_str(), nullptr, 0);
-            errno = ENOENT;  // left over: not why it ends
+            errno = ENOENT;  // an old error, which is not the reason
             grow(tbl);
         });
         EXPECT_EQ(ended.status, 1);
@@ -868,7 +868,7 @@ TEST_F(MappedTbl, FreeNeverCallsTheFreeFunction)
 TEST_F(MappedTbl, FreeGivesItsAddressesBack)
 {
     const std::string path = saved(points(3));
-    for (int i = 0; i < 5000; ++i)  // 320 TiB would not do
+    for (int i = 0; i < 5000; ++i)  // if all kept their 64 GiB, there would not be enough
         ASSERT_NE(opened(path), nullptr);
 }
 
@@ -876,7 +876,7 @@ TEST_F(MappedTbl, FreeGivesItsAddressesBack)
 
 const std::string kRefused = " to write tbl: another writer has it open.\n";
 
-// What opening for writing logs; empty when it works.
+// Opens the file for writing and returns what is logged; empty when it opens.
 std::string refusal(const std::string &path)
 {
     elog_clear();
@@ -1005,7 +1005,8 @@ TEST_F(MappedTbl, LosesNothingThatManyWritersAdd)
     EXPECT_EQ(tbl->count, kProcesses * kEach);
 }
 
-// The record used to be read twice, and the size of the file before it.
+// The size of the file used to be asked for before the record was read, and the record was
+// read a second time after the check.
 TEST_F(Readtbl, OpensAListThatAnotherProcessIsGrowing)
 {
     const std::string path = saved(points(0), "rain");
@@ -1058,7 +1059,7 @@ private:
     int fd_;
 };
 
-// Sums of its size used to overflow, which the sanitizer shows.
+// Sums of the file's size used to overflow, which the undefined-behaviour sanitizer reports.
 TEST_F(Readtbl, SaysThatAFileIsLargerThanAllAddresses)
 {
     for (const int64_t slots : {int64_t{10}, INT64_MAX / 16 - 100, INT64_MAX / 32})
@@ -1201,7 +1202,7 @@ TEST_F(Filetbl, EnlargesWithTheSameEntriesAndTheGivenComment)
     EXPECT_EQ(files, 1U);  // nothing is left beside it
 }
 
-// The name of the file beside it used to be too long.
+// The name of the new file beside it used to be too long.
 TEST_F(Filetbl, EnlargesAFileWhoseNameIsAsLongAsNamesMayBe)
 {
     for (const size_t length : {248U, 249U, 254U, 255U}) {
@@ -1266,7 +1267,7 @@ TEST_F(Filetbl, KeepsTheOwnerOfAFileThatItReplaces)
     }
 }
 
-// What the old group may do is not for the members of another.
+// The new group would get what only the old group was allowed.
 TEST_F(Filetbl, GivesAnotherGroupNoMoreThanEverybody)
 {
     if (geteuid() != 0)
@@ -1315,7 +1316,7 @@ TEST_F(Filetbl, AskingForMoreOfAnotherKindGivesMinus1AndTheListsMessage)
     EXPECT_EQ(read_file(path).size(), before.size());
 }
 
-// What filetbl does with a path, in a child: its result and what it prints.
+// Calls filetbl in a child: its result and what it prints.
 struct Opened {
     int result;
     std::string err;
@@ -1335,7 +1336,7 @@ Opened filetbl_in_child(const std::string &path, const char *comment = nullptr, 
     return {atoi(ended.out.c_str()), ended.err};
 }
 
-// Used to overwrite the file.
+// filetbl used to overwrite such a file.
 TEST_F(Filetbl, KeepsUnderAnotherNameWhatIsNoList)
 {
     const std::string image = image_of(points(3).get(), "c");
@@ -1549,7 +1550,7 @@ TEST_F(Filetbl, LeavesAListAloneThatIsNotOpenedForWantOfDescriptorsOrAddresses)
             setrlimit(resource, &limit);
             Tbl *tbl = nullptr;
             const int result = filetbl(path.c_str(), nullptr, 10, nullptr, 8, &tbl);
-            // Not exit: the leak checker would need a descriptor.
+            // Not exit, because the leak checker would need a descriptor.
             _exit(result == -1 && !tbl ? 5 : 6);
         });
     };
@@ -1573,7 +1574,7 @@ TEST_F(Filetbl, RefusesRecordsBelowOneByte)
 {
     const std::string path = dir / "list";
     Tbl *tbl = nullptr;
-    errno = ENOENT;  // none of the list's reasons
+    errno = ENOENT;  // an old error, which is not the reason
     EXPECT_EQ(filetbl(path.c_str(), nullptr, 10, nullptr, 0, &tbl), -1);
     EXPECT_EQ(take_log(), "filetbl needs an entry size of at least 1, not 0\n");
     EXPECT_FALSE(std::filesystem::exists(path));

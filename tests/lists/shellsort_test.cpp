@@ -15,7 +15,7 @@ namespace {
 template <class T>
 int ascending(const void *a, const void *b, void *)
 {
-    T left, right;  // elements of five bytes lie anywhere
+    T left, right;  // not aligned in elements of five bytes
     std::memcpy(&left, a, sizeof left);
     std::memcpy(&right, b, sizeof right);
     return (left > right) - (left < right);
@@ -30,7 +30,8 @@ std::vector<int> random_numbers(int n)
     return numbers;
 }
 
-// A record of any size with its key in the first bytes and its tail telling that it moved whole.
+// A record of any size: the key in the first bytes, then bytes that depend on the key and
+// show that the record was moved whole.
 std::vector<unsigned char> records(const std::vector<int> &keys, size_t size)
 {
     std::vector<unsigned char> bytes;

@@ -151,7 +151,7 @@ TEST(Tbl, OfPointersHasEntriesOfEightBytesWhateverSizeSays)
 TEST(TblDeathTest, OfRecordsBelowOneByteEndsTheProcess)
 {
     const Ended ended = in_child([] {
-        errno = ENOENT;  // left over: not why it ends
+        errno = ENOENT;  // an old error, which is not the reason
         inittbl(0, 0, 1, nullptr, 0);
     });
     EXPECT_EQ(ended.status, 1);
@@ -536,7 +536,7 @@ TEST(Tbl, DeletingARecordGivesTheSameBufferEveryTime)
     EXPECT_EQ(point_at(tbl, 2), kNowhere);
 }
 
-// What used to be overwritten while the list made room for it.
+// Growing used to overwrite a record of the list that was pushed onto the same list.
 TEST(Tbl, TakesItsOwnRecordsBackWhileItGrows)
 {
     TblPtr tbl = points({});
@@ -730,7 +730,8 @@ TEST(Tbl, AQueueThatGrewAtTheOtherEndMovesItsEntriesOftenUnlessItsIncrementIsLar
     EXPECT_LE(moves_of_a_queue(TblPtr(newtbl(1264)).get(), 1264), 2);
 }
 
-// Used to see freed records: they were reset when all had been freed.
+// The records used to be reset only after all of them had been freed, so the function saw
+// freed ones.
 TEST(Tbl, AFreeFunctionThatLooksAtTheListSeesNoFreedRecord)
 {
     static Tbl *list = nullptr;
@@ -883,7 +884,7 @@ TEST(Cattbl, RefusesUnlikeListsWithAMessage)
         const Tbl before = *c.a;
         const int64_t count = c.b->count;
         c.a->left_grow = 1;
-        errno = ENOENT;  // left over: not why they are refused
+        errno = ENOENT;  // an old error, which is not the reason
         EXPECT_EQ(cattbl(c.a.get(), c.b.get()), 1);
         EXPECT_EQ(take_log(), c.message);
         EXPECT_EQ(c.a->count, before.count);

@@ -49,7 +49,7 @@ std::string path_of(const char *variable, const char *subdir, const char *name, 
     return found ? found.get() : "(null)";
 }
 
-// Two directories of data, a and b, and an environment that points at neither.
+// Two directories of data, a and b, which no environment variable names.
 class DataTest : public testing::Test {
 protected:
     DataTest()
@@ -225,7 +225,7 @@ TEST_F(Datasearch, AnElementOf1024BytesIsTooLongThoughTheSystemFindsIt)
     EXPECT_THAT(candidates(element + ":" + a_, "x"), ElementsAre(a_ + "/x"));
 }
 
-// The subdirectory was looked for in the current directory then.
+// The subdirectory used to be looked for in the current directory instead.
 TEST_F(Datasearch, AHomeDirectoryThatIsTooLongIsNoElement)
 {
     std::filesystem::current_path(a_);

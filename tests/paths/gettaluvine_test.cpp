@@ -1,5 +1,5 @@
-// The installation root. What the system says of the standard directories and of
-// this program's name is replaced, so that nothing depends on what is installed.
+// The installation root. The program replaces the functions that look for the standard
+// directories and for its own name, so that nothing depends on what is installed.
 
 #include "stock/gettaluvine.h"
 
@@ -72,7 +72,7 @@ std::string guessed(const std::string &before)
 
 }  // namespace
 
-// The default root is there when a test says so.
+// stat finds the default root when a test says so.
 extern "C" int stat(const char *path, struct stat *status) noexcept
 {
     if (strcmp(path, "/opt/taluvine/5.3") != 0)
@@ -84,7 +84,7 @@ extern "C" int stat(const char *path, struct stat *status) noexcept
     return fstatat(AT_FDCWD, "/", status, 0);
 }
 
-// The standard directories are those that a test lists.
+// glob finds the standard directories that a test lists.
 extern "C" int glob(const char *pattern, int flags, int (*)(const char *, int), glob_t *matches)
 {
     asked_pattern = pattern + std::to_string(flags);

@@ -44,7 +44,8 @@ TEST(PathOom, PuttaluvineNamesTheEnvironmentsEntry)
                 EndsWith(message("puttaluvine", "gettaluvine.cpp", "12", "Setenv")));
 }
 
-// Loading the library that is told looks for the root, which used to be locked.
+// Loading the messaging library asks for the root, whose lock puttaluvine used to hold while
+// it allocated: the report waited for ever.
 TEST(PathOom, PuttaluvineTellsAMessagingLibrary)
 {
     const std::string root = "/" + std::string(995, 'x');

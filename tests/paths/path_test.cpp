@@ -26,7 +26,7 @@ namespace {
 using namespace std::string_literals;
 namespace fs = std::filesystem;
 
-// A buffer of exactly the promised size, so that the sanitizers see one byte more.
+// A buffer of exactly the promised size, so that the sanitizers notice a byte written behind.
 struct Buffer {
     std::vector<char> bytes = std::vector<char>(1024, '#');
     char *get() { return bytes.data(); }
@@ -376,7 +376,7 @@ TEST(CleanpathLinks, ATargetThatDoesNotFitTheBufferCannotBeRead)
 
 TEST(CleanpathLinks, ALinkThatMayNotBeReadIsReported)
 {
-    // Links of the system's own that an ordinary user may look at but not read.
+    // Links in /proc that an ordinary user may examine but not read.
     const Ended ended = as_nobody([] {
         printf("%d %s", clean_status("/proc/1/cwd/x", CLEANPATH_LINKS),
                logged([] { clean("/proc/1/cwd/x", CLEANPATH_LINKS); }).c_str());
@@ -435,7 +435,7 @@ TEST(CleanpathLength, APathOf5000BytesIsRefusedAndNotCutIntoAnother)
     EXPECT_EQ(clean(times(2000, "../")), "");
 }
 
-// Such a path became "/".
+// The clean path used to be "/".
 TEST(CleanpathLength, ATildeWithANameThatIsTooLongIsRefused)
 {
     for (size_t length : {1023U, 1100U, 4999U})
@@ -679,7 +679,7 @@ TEST(Relpath, FromAFileTheWayStartsInItsDirectoryWithMinusOne)
     EXPECT_EQ(buffer.text(), "x");
 }
 
-// The name of the file was looked for a "/" that it does not have.
+// The start used to be searched for a "/" that it does not have.
 TEST(Relpath, FromAFileWhoseNameBeginsLikeAHomeDirectoryIsRefused)
 {
     const InTempDir dir;
@@ -694,7 +694,7 @@ TEST(Relpath, FromAFileWhoseNameBeginsLikeAHomeDirectoryIsRefused)
     EXPECT_EQ(way("~nosuchuser", "~nosuchuser/a"), "");
 }
 
-// From a directory it was given with 0, from a file it was the end of the process.
+// A path from a directory used to be returned with 0, and one from a file ended the process.
 TEST(Relpath, WithoutAKnownCurrentDirectoryNoWayIsGiven)
 {
     const InTempDir dir;
@@ -953,7 +953,7 @@ TEST(Makedir, ADirectoryThatCannotBeWrittenToIsRefused)
                          "Can't open or create directory readonly/x\n");
 }
 
-// As in a program with the permissions of its file's owner.
+// The effective user is another one in a program that runs with its owner's permissions.
 TEST(Makedir, TheEffectiveUserDecidesWhatCanBeWrittenTo)
 {
     if (geteuid() != 0)

@@ -21,6 +21,7 @@
 #include "stock/shellsort.h"
 #include "stock/ssearch.h"
 
+// Files hold this record as it lies in memory, and gettbl is inline in programs.
 static_assert(sizeof(Tbl) == 96);
 static_assert(offsetof(Tbl, null_value) == 16 && offsetof(Tbl, left) == 32);
 static_assert(offsetof(Tbl, count) == 40 && offsetof(Tbl, nalloc) == 48);
@@ -34,8 +35,8 @@ using stock::bytes_for;
 
 using FreeEntry = void (*)(void *entry);
 
-constexpr int64_t kDefaultGrowth = 10;
-constexpr int kPointerSize = 8;
+constexpr int64_t kDefaultGrowth = 10;  // slots of the first growth at an end
+constexpr int kPointerSize = 8;         // bytes of an entry of an indirect list
 
 // The sum of two slot counts, or the largest number when it overflows. bytes_for makes
 // that a size that no allocation gives, so it ends in the out-of-memory message.
@@ -56,6 +57,7 @@ char *slot(const Tbl *tbl, int64_t i)
     return static_cast<char *>(tbl->base) + i * tbl->size;
 }
 
+// Bytes of so many slots, which exist: the product cannot overflow.
 size_t slots_size(const Tbl *tbl, int64_t slots)
 {
     return static_cast<size_t>(slots) * static_cast<size_t>(tbl->size);
@@ -66,11 +68,13 @@ char *block_start(const Tbl *tbl)
     return slot(tbl, tbl->left);
 }
 
+// What slot i of an indirect list stores.
 void *&pointer(const Tbl *tbl, int64_t i)
 {
     return static_cast<void **>(tbl->base)[i];
 }
 
+// Whether 0 <= i < count, in one comparison.
 bool has(const Tbl *tbl, int64_t i)
 {
     return static_cast<uint64_t>(i) < static_cast<uint64_t>(tbl->count);
@@ -116,19 +120,19 @@ void store(Tbl *tbl, int64_t i, const void *entry)
 
 // An entry that is about to be stored. A record inside the list's own block, such as
 // shifttbl returns, is copied first, because growing and moving would overwrite it.
-class Incoming {
+class EntryToStore {
 public:
-    Incoming(const Tbl *tbl, const void *entry) : entry_(entry)
+    EntryToStore(const Tbl *tbl, const void *entry) : entry_(entry)
     {
         if (!tbl->direct || !lies_in_block(tbl, entry))
             return;
         const auto size = static_cast<size_t>(tbl->size);
-        if (size > sizeof near_)
-            far_.reset(static_cast<char *>(stock::allocate(size, "entry", "settbl")));
-        entry_ = std::memcpy(far_ ? far_.get() : near_, entry, size);
+        if (size > sizeof on_stack_)
+            on_heap_.reset(static_cast<char *>(stock::allocate(size, "entry", "settbl")));
+        entry_ = std::memcpy(on_heap_ ? on_heap_.get() : on_stack_, entry, size);
     }
-    Incoming(const Incoming &) = delete;
-    Incoming &operator=(const Incoming &) = delete;
+    EntryToStore(const EntryToStore &) = delete;
+    EntryToStore &operator=(const EntryToStore &) = delete;
 
     const void *get() const { return entry_; }
 
@@ -140,10 +144,11 @@ private:
     }
 
     const void *entry_;
-    char near_[256];
-    stock::Owned<char> far_;
+    char on_stack_[256];
+    stock::Owned<char> on_heap_;
 };
 
+// A first block for the list, of zero bytes.
 void *new_block(const Tbl *tbl, int64_t slots, const char *function)
 {
     return stock::allocate_zeroed(bytes_for(slots, tbl->size), "tbl->base.cp", function);
@@ -246,6 +251,7 @@ void left_growtbl(Tbl *tbl)
         use_back_slots(tbl);
 }
 
+// Compares the bytes with themselves, moved by one.
 bool all_zero(const char *bytes, size_t n)
 {
     return n == 0 || (bytes[0] == 0 && std::memcmp(bytes, bytes + 1, n - 1) == 0);
@@ -253,8 +259,8 @@ bool all_zero(const char *bytes, size_t n)
 
 // Whether slot i holds no entry.
 //
-// Meant: an indirect list compares with the address of its null value, so the
-// slots that growth filled with a copy of that value count as entries.
+// Meant: an indirect list compares with the address of its null value, so slots that growth
+// filled with a copy of the null value's bytes count as entries.
 bool is_null_entry(const Tbl *tbl, int64_t i)
 {
     if (!tbl->direct)
@@ -315,16 +321,13 @@ char *append(char *to, const char *bytes, size_t n)
     return to + n;
 }
 
-int print_text(const char *text)
-{
-    return std::puts(text);
-}
-
+// Prints an entry on a line, with the caller's function if there is one. Returns the result
+// of the function that printed.
 int print_entry(const Tbl *tbl, int64_t i, int (*print)(const void *entry))
 {
     if (print)
         return print(entry_at(tbl, i));
-    return print_text(EntryText(tbl, i).get());
+    return std::puts(EntryText(tbl, i).get());
 }
 
 bool same_null_value(const Tbl *a, const Tbl *b)
@@ -391,11 +394,11 @@ int64_t settbl(Tbl *tbl, int64_t i, const void *entry)
     if (i < 0)
         i = tbl->count;
     if (i < tbl->nalloc) {
-        store(tbl, i, entry);
+        store(tbl, i, entry);  // nothing moves, so the entry may lie in the block
     } else {
-        const Incoming incoming(tbl, entry);
+        const EntryToStore kept(tbl, entry);
         need_slot(tbl, i);
-        store(tbl, i, incoming.get());
+        store(tbl, i, kept.get());
     }
     tbl->count = std::max(tbl->count, i + 1);
     return i;
@@ -409,6 +412,7 @@ void *addrtbl(const Tbl *tbl, int64_t i)
 int64_t pushtbl(Tbl *tbl, const void *entry)
 {
     const int64_t i = tbl->count;
+    // A pointer that has a slot is stored right here, for speed.
     if (tbl->direct || i >= tbl->nalloc)
         return settbl(tbl, i, entry);
     pointer(tbl, i) = const_cast<void *>(entry);
@@ -425,14 +429,14 @@ void *poptbl(Tbl *tbl)
 
 int64_t unshifttbl(Tbl *tbl, const void *entry)
 {
-    const Incoming incoming(tbl, entry);
+    const EntryToStore kept(tbl, entry);
     if (tbl->left == 0)
         left_growtbl(tbl);
     tbl->base = slot(tbl, -1);
     ++tbl->count;
     ++tbl->nalloc;
     ++tbl->left;
-    store(tbl, 0, incoming.get());
+    store(tbl, 0, kept.get());
     return 0;
 }
 
@@ -440,7 +444,7 @@ void *shifttbl(Tbl *tbl)
 {
     if (tbl->count < 1)
         return tbl->null_value;
-    void *entry = entry_at(tbl, 0);
+    void *entry = entry_at(tbl, 0);  // a record stays valid: its slot is only free from now on
     tbl->base = slot(tbl, 1);
     --tbl->count;
     --tbl->nalloc;
@@ -454,11 +458,11 @@ int64_t instbl(Tbl *tbl, int64_t i, const void *entry)
         return unshifttbl(tbl, entry);
     if (i >= tbl->count)
         return pushtbl(tbl, entry);
-    const Incoming incoming(tbl, entry);
+    const EntryToStore kept(tbl, entry);
     need_slot(tbl, tbl->count);
     std::memmove(slot(tbl, i + 1), slot(tbl, i), slots_size(tbl, tbl->count - i));
     ++tbl->count;
-    store(tbl, i, incoming.get());
+    store(tbl, i, kept.get());
     return i;
 }
 
@@ -523,7 +527,7 @@ void clrtbl(Tbl *tbl, void (*free_entry)(void *entry))
 
 int applytbl(Tbl *tbl, int (*function)(void *entry, void *argument), void *argument)
 {
-    unsigned sum = 0;
+    unsigned sum = 0;  // wraps around instead of overflowing
     const int64_t count = tbl->count;
     for (int64_t i = 0; i < count; ++i)
         if (void *entry = gettbl(tbl, i))
@@ -574,7 +578,7 @@ Tbl *duptbl(const Tbl *tbl, void *(*copy)(void *entry))
         return dup;
     const int64_t count = tbl->count;
     for (int64_t i = 0; i < count; ++i) {
-        // An indirect list knows a missing entry by the source's null value.
+        // Asked of the source, because the copy has a null value at another address.
         if (is_null_entry(tbl, i))
             continue;
         void *entry = copy(entry_at(dup, i));
@@ -590,6 +594,7 @@ Tbl *strtbl(const char *first, ...)
     va_list args;
     va_start(args, first);
     pushtbl(tbl, first);
+    // A null first text is pushed, and ends the arguments.
     for (const char *text = first; text && (text = va_arg(args, const char *));)
         pushtbl(tbl, text);
     va_end(args);
@@ -642,7 +647,7 @@ int dumptbl(const char *title, const Tbl *tbl, int (*print)(const void *entry))
     if (title && *title)
         std::puts(title);
     if (tbl->count < 1)
-        return print ? print(kNone) : print_text(kNone);
+        return print ? print(kNone) : std::puts(kNone);
     int result = 0;
     for (int64_t i = 0; i < tbl->count; ++i) {
         std::printf("%3ld : ", static_cast<long>(i));

@@ -94,7 +94,7 @@ public:
         string_view clean = text();
         if (clean.starts_with("./"))
             clean.remove_prefix(2);
-        if (clean.starts_with("//"))
+        if (clean.starts_with("//"))  // a home directory may be given so
             clean.remove_prefix(1);
         copy_whole(clean.empty() ? "/" : clean, buffer);
     }
