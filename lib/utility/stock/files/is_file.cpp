@@ -41,7 +41,7 @@ namespace {
 using stock::kPathSize;
 using stock::Owned;
 
-constexpr std::size_t kLongestRoot = 1000;  // bytes of the path that fstraverse takes
+constexpr std::size_t kLongestRootBytes = 1000;  // bytes of the path that fstraverse takes
 
 // Single files.
 
@@ -631,7 +631,7 @@ int fstraverse(const char *path, int flags,
 {
     if (!path)
         return -1;
-    if (std::strlen(path) > kLongestRoot) {
+    if (std::strlen(path) > kLongestRootBytes) {
         elog_log(0, "path is too long: %s\n", path);
         return -1;
     }

@@ -454,8 +454,8 @@ Mapping map_cached(const char *file, const Request &request)
     return found;
 }
 
-// Sets *address, -1 for an empty mapping, and returns the size, -1 likewise.
-int64_t give(const Mapping &mapping, void **address)
+// Sets *address to where the mapping begins and returns its size; both -1 when it is empty.
+int64_t with_address(const Mapping &mapping, void **address)
 {
     if (address)
         *address = mapping ? mapping.address : MAP_FAILED;
@@ -532,12 +532,12 @@ Mapping map_view(const char *file, const Request &request)
 
 int64_t mapfile(const char *file, void **address, Arr *cache)
 {
-    return give(map_cached(file, {.cache = cache}), address);
+    return with_address(map_cached(file, {.cache = cache}), address);
 }
 
 int64_t wmapfile(const char *file, void **address, Arr *cache)
 {
-    return give(map_cached(file, {.writable = true, .cache = cache}), address);
+    return with_address(map_cached(file, {.writable = true, .cache = cache}), address);
 }
 
 Mapdata *vmapfile(const char *file, Arr *cache)
@@ -547,7 +547,7 @@ Mapdata *vmapfile(const char *file, Arr *cache)
 
 int64_t lmapfile(const char *file, void **address, int64_t offset, int64_t length)
 {
-    return give(map_view(file, {.offset = offset, .length = length}), address);
+    return with_address(map_view(file, {.offset = offset, .length = length}), address);
 }
 
 int unmapfile(const char *file, Arr *cache)

@@ -420,8 +420,8 @@ struct FreeTbl {
 };
 using ListPtr = std::unique_ptr<Tbl, FreeTbl>;
 
-// The arguments of filetbl; slots is not negative.
-struct Wanted {
+// The list that filetbl is to open or make: its arguments; slots is not negative.
+struct WantedList {
     const char *path;
     const char *comment;
     int64_t slots;
@@ -431,7 +431,7 @@ struct Wanted {
 
 // Makes an empty list in memory with at least as many slots as are wanted. All of them hold
 // the null value.
-Tbl *empty_list(const Wanted &wanted)
+Tbl *empty_list(const WantedList &wanted)
 {
     const Owned<char> local_null(static_cast<char *>(
         wanted.null_value
@@ -541,7 +541,7 @@ bool good_size(int size)
 
 // Opens the list that the file holds. When it has too few slots, a larger list with the old
 // entries is made in memory and its file replaces the old one. Returns what filetbl returns.
-int open_or_enlarge(Fd &fd, const Wanted &wanted, const Image &image, Tbl **tbl)
+int open_or_enlarge(Fd &fd, const WantedList &wanted, const Image &image, Tbl **tbl)
 {
     if (wanted.comment && !has_comment(fd.get(), image, wanted.comment))
         return -2;
@@ -562,7 +562,7 @@ int open_or_enlarge(Fd &fd, const Wanted &wanted, const Image &image, Tbl **tbl)
 
 // Makes a file that was missing. When another process has made it meanwhile, filetbl starts
 // again with that file.
-int make_file(const Wanted &wanted, const Tbl *list, Tbl **tbl)
+int make_file(const WantedList &wanted, const Tbl *list, Tbl **tbl)
 {
     if (make_pathdirs(wanted.path) != 0)
         return -1;
@@ -604,7 +604,7 @@ Owned<char> rename_aside(const char *file, int fd)
 
 // Renames a file that is no usable list and makes a list under its name. When that fails the
 // file gets its name back.
-int replace_unusable(const Fd &fd, const Wanted &wanted, const Tbl *list, Tbl **tbl)
+int replace_unusable(const Fd &fd, const WantedList &wanted, const Tbl *list, Tbl **tbl)
 {
     struct stat status;
     const bool known = refstat(fd.get(), &status) == 0;
@@ -665,7 +665,7 @@ int filetbl(const char *path, const char *comment, int64_t slots, const void *nu
             Tbl **tbl)
 {
     *tbl = nullptr;
-    const Wanted wanted{path, comment, std::max<int64_t>(slots, 0), null_value, size};
+    const WantedList wanted{path, comment, std::max<int64_t>(slots, 0), null_value, size};
     Image image;
     Fd fd(open_file(path, true));
     if (fd.get() < 0 && errno != ENOENT) {

@@ -167,7 +167,7 @@ char *from_exec(char *buffer)
 
 char *guess_taluvine(char *buffer)
 {
-    glob_t matches;
+    glob_t matches;  // sorted by name, so that the last is the newest release
     if (glob("/opt/taluvine/[1-9].[0-9][a-z]*", 0, nullptr, &matches) == 0) {
         size_t i = matches.gl_pathc;
         while (i > 0 && !is_dir(matches.gl_pathv[i - 1]))
