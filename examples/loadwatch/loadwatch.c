@@ -2,19 +2,20 @@
  * loadwatch - a daemon that watches the load and the memory of its machine.
  *
  *     loadwatch [--crash] [NAME]
+ *     loadwatch --parameters
  *
  * It takes a sample every few seconds, keeps the newest ones in a list file, raises an
  * alert when a limit is passed and says so when things are back to normal. The
  * parameter file NAME ("loadwatch" unless given) says how, and may change while the
  * daemon runs. What it remembers survives a restart and a crash. SIGTERM, SIGINT,
  * SIGHUP and SIGQUIT end it in order; with --crash it crashes after its first sample,
- * to show the report. It stays in the foreground and needs no terminal.
+ * to show the report; --parameters prints what the file may say. It stays in the
+ * foreground and needs no terminal.
  *
  * This is the program to read first. Begin at the end, with main and run; the rest
  * stands above them by what it does, and shows how a program
  *
- *     reads parameters, and follows them         follow, with number, path and limits
- *     survives parameters that are wrong         unusable
+ *     declares its parameters and follows them   Wants, run
  *     keeps records in a list that is a file     main (filetbl), keep_sample
  *     writes numbers that any machine can read   append_packed
  *     has one instance and a memory              remember (exhume), sample_once (bury)
@@ -31,8 +32,9 @@
 #include "deviants.h"
 #include "stock.h"
 
-/* What is measured: its name in the parameter file, and how messages write it. */
+/* What is measured, and how messages write it; the parameter file uses the same names. */
 enum { LOAD1, LOAD5, LOAD15, USED, QUANTITIES };
+#define QUANTITY_NAMES "load1 load5 load15 used"
 static const struct {
     const char *name, *unit;
     double scale;
@@ -45,17 +47,37 @@ typedef struct Sample {
     double value[QUANTITIES]; /* load averages of 1, 5 and 15 minutes; bytes of memory */
 } Sample;
 
-enum { PATH_SIZE = 1024 };
-
-/* What loadwatch.pf says, under the same names; it tells what each is for. */
-typedef struct Settings {
-    char samples[PATH_SIZE], state[PATH_SIZE], packed[PATH_SIZE];
-    char loadavg[PATH_SIZE], meminfo[PATH_SIZE];
+/* What the parameter file says. pffollow changes it, all or nothing. */
+static struct {
+    char *samples, *state, *packed, *loadavg, *meminfo;
     double interval, grace; /* seconds */
     double quiet_until;     /* seconds since 1970 */
-    double keep;
-    double limit[QUANTITIES]; /* infinite for what is not watched */
-} Settings;
+    int64_t keep;
+    Tbl *watch;        /* of int: what is watched */
+    double load[USED]; /* the limits of the loads, */
+    int64_t used;      /* and of the memory in bytes */
+} Now;
+
+/* Each parameter: what it is, its default, its bounds. loadwatch --parameters prints it. */
+static const Pfwant Wants[] = {
+    {"samples", PFWANT_TEXT(&Now.samples), PFWANT_REQUIRED, 1, 1023, "the newest samples"},
+    {"state", PFWANT_TEXT(&Now.state), PFWANT_REQUIRED, 1, 1023, "what stays from run to run"},
+    {"packed", PFWANT_TEXT(&Now.packed), "", 0, 1023, "every sample as a packed record"},
+    {"loadavg", PFWANT_TEXT(&Now.loadavg), PFWANT_REQUIRED, 1, 1023, "where the loads stand"},
+    {"meminfo", PFWANT_TEXT(&Now.meminfo), PFWANT_REQUIRED, 1, 1023, "and the memory"},
+    {"watch", PFWANT_WORDS(&Now.watch, QUANTITY_NAMES), PFWANT_REQUIRED, 0, 0, "what is watched"},
+    {"limits{load1}", PFWANT_DOUBLE(&Now.load[LOAD1]), "inf", 1e-3, INFINITY, "of 1 minute"},
+    {"limits{load5}", PFWANT_DOUBLE(&Now.load[LOAD5]), "inf", 1e-3, INFINITY, "of 5 minutes"},
+    {"limits{load15}", PFWANT_DOUBLE(&Now.load[LOAD15]), "inf", 1e-3, INFINITY, "of 15 minutes"},
+    {"limits{used}", PFWANT_SIZE(&Now.used), "1E", 1, INFINITY, "bytes of memory in use"},
+    {"interval", PFWANT_DURATION(&Now.interval), PFWANT_REQUIRED, 0.01, 86400, "between samples"},
+    {"grace", PFWANT_DURATION(&Now.grace), "5 s", 1, 3600, "to finish in after a stop signal"},
+    {"quiet_until", PFWANT_TIME(&Now.quiet_until), "1 Jan 2008", 0, 0, "no alert before this"},
+    {"keep", PFWANT_SIZE(&Now.keep), PFWANT_REQUIRED, 1, 1e9, "samples in the list"},
+    {"directory", PFWANT_ANY(), NULL, 0, 0, "to refer to"},
+    {"processors", PFWANT_ANY(), NULL, 0, 0, "to refer to"},
+    PFWANT_END,
+};
 
 /* What is remembered from run to run: each variable has its line in the state file. */
 static struct {
@@ -79,96 +101,6 @@ static const struct {
 
 /* The library's signal handler stores the number of the stop signal here. */
 static volatile int Stop;
-
-/* ---- Settings ---- */
-
-/* How many parameters could not be used since somebody last looked. */
-static int Unusable;
-
-/*
- * A program dies of a missing parameter, unless it says otherwise. A daemon that has run
- * for a year should not die of a slip in an editor, so main makes the library call this
- * instead of dying; the getter then returns 0. The log keeps the reason until somebody
- * complains, and puts it in front of the complaint.
- */
-static void unusable(Pf *pf, const char *key, int expected, int got, Pf **result)
-{
-    (void)pf, (void)expected, (void)result;
-    elog_log(0, "parameter '%s' is %s", key, got == PFINVALID ? "missing" : "of the wrong kind");
-    Unusable++;
-}
-
-static double number(Pf *pf, const char *key, double low, double high)
-{
-    const int before = Unusable;
-    const double value = pfget_size(pf, key); /* "10k" is 10000 */
-    if (Unusable == before && !(value >= low && value <= high)) {
-        elog_log(0, "parameter '%s' is %g, not within %g and %g", key, value, low, high);
-        Unusable++;
-    }
-    return value;
-}
-
-/* A text of the tree is gone when the file is read again, so it is copied. */
-static void path(Pf *pf, const char *key, char *copy)
-{
-    const char *value = pfget_string(pf, key);
-    if (!value || strlen(value) >= PATH_SIZE)
-        unusable(pf, key, PFSTRING, value ? PFSTRING : PFINVALID, NULL);
-    else
-        strcpy(copy, value);
-}
-
-/* The list "watch" names what is watched, the table "limits" says up to where. */
-static void limits(Pf *pf, double *limit)
-{
-    for (int i = 0; i < QUANTITIES; i++)
-        limit[i] = INFINITY;
-    Pf *watch = NULL; /* the list itself: a getter takes an element of it like a value */
-    _pfeval(pf, "watch", &watch, PFTBL);
-    for (long n = 0; watch && n < pfmaxtbl(watch); n++) {
-        const char *name = okstr(pfget_string(watch, pfindex(n))); /* it may be no text */
-        int i = 0;
-        while (i < QUANTITIES && strcmp(name, Quantity[i].name) != 0)
-            i++;
-        char address[64]; /* of a value in a table */
-        snprintf(address, sizeof address, "limits{%s}", name);
-        if (i < QUANTITIES)
-            limit[i] = number(pf, address, 1e-3, 1e18);
-        else
-            unusable(pf, address, PFSTRING, PFINVALID, NULL);
-    }
-}
-
-/*
- * Follows the parameter file, which pfupdate reads when it is new or has changed.
- * Returns 1 with new settings, 0 when nothing changed, -1 with the reasons logged and
- * the settings as they were.
- */
-static int follow(const char *name, Settings *settings)
-{
-    static Pf *pf; /* pfupdate remembers it by its address */
-    const int status = pfupdate(name, &pf);
-    if (status <= 0)
-        return status < 0 ? -1 : 0;
-
-    Settings new = {0};
-    Unusable = 0;
-    path(pf, "samples", new.samples);
-    path(pf, "state", new.state);
-    path(pf, "packed", new.packed);
-    path(pf, "loadavg", new.loadavg);
-    path(pf, "meminfo", new.meminfo);
-    new.interval = number(pf, "interval", 0.01, 86400);
-    new.grace = number(pf, "grace", 1, 3600);
-    new.keep = number(pf, "keep", 1, 1e9);
-    new.quiet_until = pfget_time(pf, "quiet_until");
-    limits(pf, new.limit);
-    if (Unusable)
-        return -1;
-    *settings = new;
-    return 1;
-}
 
 /* ---- Sampling ---- */
 
@@ -211,12 +143,12 @@ static int read_memory(const char *file, double *used)
     return -1;
 }
 
-static int take_sample(const Settings *settings, Sample *sample)
+static int take_sample(Sample *sample)
 {
     sample->time = std_now();
-    if (read_load(settings->loadavg, &sample->value[LOAD1]) < 0)
+    if (read_load(Now.loadavg, &sample->value[LOAD1]) < 0)
         return -1;
-    return read_memory(settings->meminfo, &sample->value[USED]);
+    return read_memory(Now.meminfo, &sample->value[USED]);
 }
 
 /* ---- Keeping ---- */
@@ -242,15 +174,15 @@ static int append_packed(const char *file, const Sample *sample)
     return -1;
 }
 
-static int keep_sample(const Settings *settings, Tbl *list, const Sample *sample)
+static int keep_sample(Tbl *list, const Sample *sample)
 {
     pushtbl(list, sample); /* the list lies in the file: this writes it */
-    while ((double)list->count > settings->keep)
+    while (list->count > Now.keep)
         shifttbl(list);
     Kept.samples++;
     Kept.time = sample->time;
     Kept.load = sample->value[LOAD1];
-    return *settings->packed ? append_packed(settings->packed, sample) : 0;
+    return *Now.packed ? append_packed(Now.packed, sample) : 0;
 }
 
 /* What the state file says besides the variables. */
@@ -260,13 +192,13 @@ static void sign(Pf *state)
 }
 
 /* Locks the state file, so that there is one daemon to it, and restores what it holds. */
-static void remember(const Settings *settings)
+static void remember(void)
 {
-    const int status = exhume(settings->state, &Stop, (int)settings->grace, sign);
+    const int status = exhume(Now.state, &Stop, (int)Now.grace, sign);
     if (status < 0)
-        elog_die(1, "can't open the state file %s", settings->state);
+        elog_die(1, "can't open the state file %s", Now.state);
     if (status == 2)
-        elog_complain(0, "can't read the state file %s: starting afresh", settings->state);
+        elog_complain(0, "can't read the state file %s: starting afresh", Now.state);
     Kept.started = std_now();
     for (size_t i = 0; i < sizeof Relics / sizeof *Relics; i++)
         resurrect(Relics[i].name, Relics[i].variable, Relics[i].type);
@@ -295,29 +227,38 @@ static void end_alert(int i, double value)
     Kept.raised &= ~(1 << i);
 }
 
-/* Tells each change once: the first sample above a limit, and the first one back. */
-static void compare(const Settings *settings, const Sample *sample)
+/* Above what an alert is raised: infinite for what is not watched. */
+static double limit_of(int i)
 {
-    const int quiet = sample->time < settings->quiet_until;
+    for (int64_t n = 0; n < Now.watch->count; n++)
+        if (*(int *)gettbl(Now.watch, n) == i)
+            return i == USED ? (double)Now.used : Now.load[i];
+    return INFINITY;
+}
+
+/* Tells each change once: the first sample above a limit, and the first one back. */
+static void compare(const Sample *sample)
+{
+    const int quiet = sample->time < Now.quiet_until;
     for (int i = 0; i < QUANTITIES; i++) {
-        const int above = sample->value[i] > settings->limit[i];
+        const int above = sample->value[i] > limit_of(i);
         const int raised = Kept.raised >> i & 1;
         if (above && !raised && !quiet)
-            raise_alert(i, sample->value[i], settings->limit[i]);
+            raise_alert(i, sample->value[i], limit_of(i));
         else if (raised && !above)
             end_alert(i, sample->value[i]);
     }
 }
 
 /* One round. A failure is told when it begins and when it is over, not each time. */
-static void sample_once(const Settings *settings, Tbl *list)
+static void sample_once(Tbl *list)
 {
     static int failing;
     Sample sample;
-    int status = take_sample(settings, &sample);
+    int status = take_sample(&sample);
     if (status == 0) {
-        compare(settings, &sample);
-        status = keep_sample(settings, list, &sample);
+        compare(&sample);
+        status = keep_sample(list, &sample);
     }
     if (status < 0 && !failing && !Stop) /* a stop signal may have cut it short */
         elog_complain(0, "sampling fails; trying on");
@@ -333,7 +274,7 @@ static void sample_once(const Settings *settings, Tbl *list)
  * with -rdynamic (in CMake: ENABLE_EXPORTS).
  */
 void crash_on_purpose(Tbl *list);
-void run(const char *name, Settings *settings, Tbl *list, int crash);
+void run(const char *name, Tbl *list, int crash);
 
 /* Outside its entries, a list without a null value gives a null pointer. */
 __attribute__((noinline)) void crash_on_purpose(Tbl *list)
@@ -344,28 +285,26 @@ __attribute__((noinline)) void crash_on_purpose(Tbl *list)
 }
 
 /* Samples and follows the parameters until a stop signal comes. */
-void run(const char *name, Settings *settings, Tbl *list, int crash)
+void run(const char *name, Tbl *list, int crash)
 {
     const double nap = 0.2; /* short, lest a signal that comes just before it waits long */
     double last = -INFINITY;
-    int followed = 0;
     while (!Stop) {
         const double now = std_now();
-        if (now >= last + settings->interval || now < last) { /* or the clock was set back */
+        if (now >= last + Now.interval || now < last) { /* or the clock was set back */
             last = now;
-            sample_once(settings, list);
+            sample_once(list);
             if (crash)
                 crash_on_purpose(list);
         }
-        const int before = followed;
-        followed = follow(name, settings);
+        const int followed = pffollow(name, Wants);
         if (followed > 0)
             elog_notify(0, "parameters of %s read again", name);
-        else if (followed < 0 && before >= 0)
+        else if (followed < 0)
             elog_complain(0, "can't use the parameters of %s: the old ones stay", name);
         elog_clear();
         if (!Stop)
-            snooze(fmin(nap, settings->interval));
+            snooze(fmin(nap, Now.interval));
     }
 }
 
@@ -375,30 +314,31 @@ int main(int argc, char **argv)
     int next = 1;
     const int crash = next < argc && strcmp(argv[next], "--crash") == 0;
     next += crash;
+    if (argc == 2 && strcmp(argv[1], "--parameters") == 0)
+        return pfwant_print(Wants, stdout) == 0 ? 0 : 1;
     const char *name = next < argc ? argv[next++] : "loadwatch";
     if (next < argc || !*name || *name == '-') {
-        fprintf(stderr, "usage: %s [--crash] [NAME]\n", argv[0]);
+        fprintf(stderr, "usage: %s [--parameters | [--crash] [NAME]]\n", argv[0]);
         return 2;
     }
 
-    Settings settings = {0};
-    pfconfig("die", (void *)unusable);
-    if (follow(name, &settings) < 0)
+    if (pffollow(name, Wants) < 0)
         elog_die(0, "can't start without the parameters of %s", name);
-    remember(&settings);
+    remember();
 
     Tbl *list = NULL;
-    if (filetbl(settings.samples, "loadwatch", 64, NULL, sizeof(Sample), &list) < 0)
-        elog_die(0, "%s is no list of samples", settings.samples);
+    if (filetbl(Now.samples, "loadwatch", 64, NULL, sizeof(Sample), &list) < 0)
+        elog_die(0, "%s is no list of samples", Now.samples);
     char *since = strtime(Kept.started);
     elog_notify(0, "start %d: %d samples and %d alerts since %s, the last: %s", Kept.starts,
                 Kept.samples, Kept.alerts, since, Kept.alert);
     free(since);
 
-    run(name, &settings, list, crash);
+    run(name, list, crash);
 
     const int status = bury(); /* first what is remembered: the grace time is running */
     freetbl(list, NULL);
+    pfwant_free(Wants);
     elog_notify(0, "stopped by %s after %d samples", signal_bysig(Stop)->name, Kept.samples);
     return status == 0 ? 0 : 1;
 }

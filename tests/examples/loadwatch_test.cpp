@@ -3,6 +3,8 @@
 #include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <random>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <utility>
@@ -26,6 +28,7 @@
 namespace {
 
 using testing::AllOf;
+using testing::AnyOf;
 using testing::ContainsRegex;
 using testing::HasSubstr;
 using testing::Not;
@@ -277,16 +280,18 @@ TEST_F(Loadwatch, DoesNotStartWithParametersThatItCannotUse)
     const struct {
         const char *own, *message;
     } cases[] = {
-        {"interval &Undef{}\n", "parameter 'interval' is missing\n"},
-        {"interval -1\n", "parameter 'interval' is -1, not within 0.01 and 86400\n"},
-        {"interval nan\n", "parameter 'interval' is nan, not within 0.01 and 86400\n"},
-        {"state &Undef{}\n", "parameter 'state' is missing\n"},
-        {"watch &Tbl{\nload9\n}\n", "parameter 'limits{load9}' is missing\n"},
-        {"watch &Tbl{\n&Arr{\n}\n}\n", "parameter 'limits{<null>}' is missing\n"},
-        {"watch here\n", "parameter 'watch' is of the wrong kind\n"},
-        {"limits &Tbl{\n1\n}\n", "parameter 'limits{load1}' is missing\n"},
-        {"limits &Arr{\n", "Unterminated arrays or tables"},
-        {"}\n", "invalid right brace"},
+        {"interval &Undef{}\n", ": interval: is missing (a duration)\n"},
+        {"interval -1\n", ":44: interval: '-1' is out of range (0.01 s to 86400 s)\n"},
+        {"interval nan\n", "interval: 'nan' is not a duration (0.01 s to 86400 s)\n"},
+        {"state &Undef{}\n", ": state: is missing (a text)\n"},
+        {"intreval 5\n", "intreval: nothing wants this; did you mean 'interval'?\n"},
+        {"watch &Tbl{\nload9\n}\n", "watch[0]: 'load9' is none of load1, load5, load15, used\n"},
+        {"watch &Tbl{\n&Arr{\n}\n}\n", "watch[0]: is a table, not a word\n"},
+        {"watch here\n", "watch: 'here' is not a list\n"},
+        {"limits &Tbl{\n1\n}\n",
+         "limits{load1}: is missing: what it should stand in is no table\n"},
+        {"limits &Arr{\n", "this table is not closed\n"},
+        {"}\n", "this '}' closes nothing\n"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.own);
@@ -308,7 +313,7 @@ TEST_F(Loadwatch, KeepsTheOldParametersWhenNewOnesCannotBeUsed)
     start();
     wait_for_samples(1);
     parameters("interval 0\n");
-    wait_for_log("parameter 'interval' is 0, not within 0.01 and 86400\n");
+    wait_for_log("interval: '0' is out of range (0.01 s to 86400 s)\n");
     wait_for_log("*error*: can't use the parameters of loadwatch: the old ones stay\n");
     std::this_thread::sleep_for(std::chrono::milliseconds(200));
     unlink((dir_ / "loadwatch.pf").c_str());
@@ -318,6 +323,107 @@ TEST_F(Loadwatch, KeepsTheOldParametersWhenNewOnesCannotBeUsed)
     parameters("");
     wait_for_log("parameters of loadwatch read again\n");
     EXPECT_EQ(stop(), 0);
+}
+
+// What may happen to the file of a daemon that runs for years. Every setting that a file
+// without it would lose shows: an alert would be over, a packed record would be missing.
+TEST_F(Loadwatch, ItsFileMaySufferAHundredTimesWithoutALostSetting)
+{
+    const std::string file = dir_ / "loadwatch.pf";
+    const auto whole = [](int round) {
+        return "packed packed\nlimits &Arr{\n    load1 0.1\n    used 1G\n}\nwatch &Tbl{\nload1\n"
+               "used\n}\ngrace " +
+               std::to_string(5 + round) +
+               " s\nloadavg load\nmeminfo memory\nsamples loadwatch.tbl\nstate "
+               "./loadwatch.state\ninterval 20 ms\nquiet_until 1 Jan 2008\nkeep 50\n";
+    };
+    std::mt19937 random(1);
+    const auto pause = [&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(random() % 30));
+    };
+    replace("loadwatch.pf", whole(0));
+    start();
+    wait_for_log("*alert*: load1 is 0.50, above 0.10\n");
+    for (int round = 1; round <= 100; ++round) {
+        SCOPED_TRACE(round);
+        const std::string text = whole(round);
+        const bool let_it_see = round % 10 == 0;
+        const auto seen = [&](const std::string &what) {
+            if (let_it_see)
+                wait_for_log(what);
+            else
+                pause();
+        };
+
+        const int fd = open(file.c_str(), O_WRONLY | O_TRUNC);
+        for (size_t i = 0; i < text.size(); ++i) {
+            ASSERT_EQ(write(fd, &text[i], 1), 1);
+            if (i % 32 == 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        close(fd);
+        seen(" -> " + std::to_string(5 + round) + " s\n");
+
+        const size_t before = count(log(), "the old ones stay");
+        const auto told = [&](size_t n) {
+            if (let_it_see)
+                wait_until("a complaint",
+                           [&] { return count(log(), "the old ones stay") >= before + n; });
+            else
+                pause();
+        };
+        ASSERT_EQ(truncate(file.c_str(), static_cast<off_t>(random() % text.size())), 0);
+        told(1);
+        replace("loadwatch.pf", "interval 10\nintreval 5\nload1 many\n");
+        told(2);
+        // The superuser may read what nobody may, but no directory.
+        chmod(file.c_str(), 0);
+        if (geteuid() == 0) {
+            unlink(file.c_str());
+            mkdir(file.c_str(), 0755);
+        }
+        told(3);
+        if (geteuid() == 0)
+            rmdir(file.c_str());
+        std::string rubbish;
+        for (int i = 0; i < 2000; ++i)
+            rubbish += static_cast<char>(random());
+        replace("loadwatch.pf", rubbish);
+        told(4);
+        const size_t mended = count(log(), "parameters of loadwatch read again");
+        replace("loadwatch.pf", text);
+        if (let_it_see)
+            wait_until("mended",
+                       [&] { return count(log(), "parameters of loadwatch read again") > mended; });
+        else
+            pause();
+        ASSERT_EQ(kill(pid_, 0), 0);
+    }
+    wait_for_samples(saved_int("samples") + 3);
+    EXPECT_EQ(stop(), 0);
+    EXPECT_EQ(errors(), "");
+    EXPECT_EQ(saved("starts"), "1");
+    EXPECT_EQ(saved("alerts"), "1");
+    EXPECT_EQ(saved("raised"), "1");
+    EXPECT_THAT(log(), Not(HasSubstr("back to normal")));
+    EXPECT_EQ(read_file(dir_ / "packed").size(),
+              kPackedSize * static_cast<size_t>(saved_int("samples")));
+    // Every problem of the file names its line; of a file that cannot be read there is none.
+    std::istringstream lines(log());
+    for (std::string line; std::getline(lines, line);)
+        if (line.find("loadwatch.pf") != line.npos) {
+            EXPECT_THAT(line, AnyOf(ContainsRegex("loadwatch: ./loadwatch.pf:[0-9]+: .+"),
+                                    HasSubstr("./loadwatch.pf: can't be read: ")));
+        }
+}
+
+TEST_F(Loadwatch, PrintsWhatItsFileMaySay)
+{
+    const Ended ended = run_program({LOADWATCH, "--parameters"});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_THAT(ended.out, HasSubstr("# between samples\n"
+                                     "#: interval: duration, 0.01 s to 86400 s, required\n"
+                                     "#interval        \n"));
 }
 
 TEST_F(Loadwatch, TellsOnceThatSamplingFailsAndOnceThatItWorksAgain)
