@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <string_view>
 #include <system_error>
 
@@ -28,29 +27,6 @@ inline std::int64_t take_whole(std::string_view &text, std::size_t most = SIZE_M
             value = value * 10 + (text[i] - '0');
     text.remove_prefix(i);
     return value;
-}
-
-// Reads a number of digits and perhaps a point that a 64-bit number and a power of ten hold
-// exactly: their quotient is the nearest double. Returns false for any other text.
-inline bool read_short_number(std::string_view text, double &value)
-{
-    static constexpr double kTens[] = {1,   1e1, 1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                       1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
-    if (text.size() >= std::size(kTens))
-        return false;
-    std::int64_t digits = 0;
-    std::size_t point = text.size();
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '.' && point == text.size())
-            point = i;
-        else if (is_digit(text[i]))
-            digits = digits * 10 + (text[i] - '0');
-        else
-            return false;
-    }
-    const std::size_t decimals = point < text.size() ? text.size() - point - 1 : 0;
-    value = static_cast<double>(digits) / kTens[decimals];
-    return true;
 }
 
 // The place of the first digit that is not 0: 1 is just before the point and counts up to
@@ -84,9 +60,10 @@ inline double read_extreme_number(std::string_view text)
 inline double read_number(std::string_view text, bool &out_of_range)
 {
     double value = 0;
-    if (read_short_number(text, value))
+    const char *end = text.data() + text.size();
+    if (read_short_decimal(text.data(), end, value))
         return value;
-    const auto result = read_decimal(text.data(), text.data() + text.size(), value);
+    const auto result = read_decimal(text.data(), end, value);
     if (result.ec != std::errc::result_out_of_range)
         return value;
     out_of_range |= text.find('.') == text.npos;
