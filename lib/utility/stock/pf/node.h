@@ -64,7 +64,8 @@ inline Pf *new_text(std::string_view text, const char *function)
 void free_value(Pf *pf);
 
 // Puts the node, which may be null, into a container under a key or at an index, and frees
-// the node that it replaces. A table has no null key: the node itself is freed then.
+// the node that it replaces. A table has no null key: the node itself is freed then. Running
+// out of memory names pfput with the caller's line and file.
 void put_child(Pf *pf, const char *key, Pf *node, int line = __builtin_LINE(),
                const char *file = __builtin_FILE());
 

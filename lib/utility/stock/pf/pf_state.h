@@ -33,8 +33,8 @@ Buffer take_kept(Buffer &kept);
 // Gives a buffer to the next parse: keeps the larger of the two and frees the other.
 void keep(Buffer &kept, Buffer buffer);
 
-// Guards Known_trees and want::Followers. It is held for moments only: files are read without it, and running
-// out of memory is reported without it, for what that runs may free trees.
+// Guards Known_trees and want::Followers. It is held for moments only: files are read without
+// it, and running out of memory is reported without it, for what that runs may free trees.
 extern OrderedLock Trees_mutex;
 
 struct KnownTree;  // pf/known.h says what the records are

@@ -34,10 +34,11 @@ void free_parts(Pf *pf);
 void free_contents(Pf *pf)
 {
     free_parts(pf);
-    if (pf->filled_out)  // seldom: spares the call
+    if (pf->filled_out)  // seldom: the test spares most nodes a call of free
         std::free(pf->filled_out);
 }
 
+// Frees a tree that pfupdate or the registry may know.
 void free_known(Pf *pf)
 {
     // forget_tree may leave the block to another thread, which may free it at once. So what
@@ -115,7 +116,7 @@ Pf *store_child(Pf *pf, const char *key, Pf *node, int line, const char *file)
         return old;
     }
     if (pf->value.arr)
-        pf->value.arr->replace = 1;  // else an array keeps the old values, and none is freed
+        pf->value.arr->replace = 1;  // else an array may keep the first value of a key
     auto *old = static_cast<Pf *>(setarr(pf->value.arr, key, node));
     if (!old && node && getarr(pf->value.arr, key) != node)  // no memory for the key
         stock::out_of_memory(std::strlen(key) + 1, "key", "pfput", line, file);

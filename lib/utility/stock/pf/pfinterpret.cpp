@@ -277,13 +277,13 @@ private:
     ReferredFile *used_;
 };
 
-// A node of the type PFINVALID with the text "** REASON: 'FUNCTION' **", cut to its size.
-Pf *reference_error(std::string_view reason, const FunctionCall &call)
+// A node of the type PFINVALID with the text that the format makes of the function, cut to
+// its size.
+Pf *reference_error(const char *format, const FunctionCall &call)
 {
+    const std::string_view text = without_tail(call.text);
     stock::FixedTextOf<kErrorSize> error;
-    for (const std::string_view part : {std::string_view("** "), reason, std::string_view(": '"),
-                                        without_tail(call.text), std::string_view("' **")})
-        error.add(part);
+    error.addf(format, static_cast<int>(text.size()), text.data());
     return copied_node(error.c_str(), PFINVALID);
 }
 
@@ -296,10 +296,10 @@ Pf *reference_error(std::string_view reason, const FunctionCall &call)
     ReferenceInUse reference(file);
     Pf *tree = reference.tree();
     if (!tree)
-        return reference_error("referenced pf file not found", call);
+        return reference_error("** referenced pf file not found: '%.*s' **", call);
     Pf *node = nullptr;
     _pfeval(tree, address, &node, PFANY);
-    return node ? pfdup(node) : reference_error("reference not resolved", call);
+    return node ? pfdup(node) : reference_error("** reference not resolved: '%.*s' **", call);
 }
 
 Pf *call_ref(const FunctionCall &call)
@@ -312,7 +312,7 @@ Pf *call_ref(const FunctionCall &call)
     strtrim(file.get());
     strtrim(address);
     if (!*file)
-        return reference_error("missing pf name in reference", call);
+        return reference_error("** missing pf name in reference: '%.*s' **", call);
     return resolved(file.get(), address, call);
 }
 
