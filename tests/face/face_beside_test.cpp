@@ -11,7 +11,7 @@
 #include "base/number.h"
 #include "base/regex.h"
 #include "base/thread.h"
-#include "files/listing.h"
+#include "files/files_state.h"
 #include "numbers/decimal.h"
 #include "pf/node.h"
 #include "pf/scan.h"

@@ -345,16 +345,11 @@ private:
 
 // ---- Destinations ----
 
-struct ToStream {
-    FILE *stream;
-    void operator()(std::string_view text) const { fwrite(text.data(), 1, text.size(), stream); }
-};
-
 // Writes the tree in one piece, whatever other threads write. Returns the depth.
 int write_to_stream(FILE *stream, const Pf *pf)
 {
     const stock::StreamLock lock(stream);
-    stock::Gatherer<4096, ToStream> gather(ToStream{stream});
+    stock::Gatherer<4096, stock::ToStream> gather({stream});
     return TreeWriter(gather, Layout::indented).write(pf, 0);
 }
 
