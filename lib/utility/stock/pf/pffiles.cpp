@@ -27,8 +27,8 @@ namespace {
 using stock::kPathSize;
 
 // Bits of the last argument of datasearch.
-constexpr int kExpand = 1;      // expands environment variables in the path
-constexpr int kUnreadable = 2;  // lists files that cannot be read, too
+constexpr int kExpandVariables = 1;  // expands environment variables in the path
+constexpr int kListUnreadable = 2;   // lists files that cannot be read, too
 
 // Copies the name, with the suffix ".pf" unless it has one. `base` is the name without its
 // directory. False when the copy would not fit.
@@ -86,7 +86,8 @@ Tbl *pffiles(const char *name, int all)
         return newtbl(0);
 
     const stock::Owned<char> path = search_path();
-    Tbl *files = datasearch(path.get(), nullptr, file, all ? kExpand | kUnreadable : kExpand);
+    Tbl *files = datasearch(path.get(), nullptr, file,
+                            all ? kExpandVariables | kListUnreadable : kExpandVariables);
     // Meant: the list is searched for the directory, not for the file.
     if (has_no_directory(name, dir) || holds(files, dir))
         return files;

@@ -51,7 +51,7 @@ using stock::ReferredFile;
 constexpr int kMaxEvaluations = 4;  // the fourth in a chain is one too many
 constexpr int kMaxReferences = 10;  // &ref( within &ref(, each in a file of its own
 static_assert(kMaxReferences < stock::OpenCalls::kMost);
-constexpr std::size_t kErrorSize = 1024;  // of a text that tells why a reference has no value
+constexpr std::size_t kReferenceErrorSize = 1024;  // of a text that says why there is no value
 
 // A function of a parameter file that is evaluated.
 struct FunctionCall {
@@ -282,7 +282,7 @@ private:
 Pf *reference_error(const char *format, const FunctionCall &call)
 {
     const std::string_view text = without_tail(call.text);
-    stock::FixedTextOf<kErrorSize> error;
+    stock::FixedTextOf<kReferenceErrorSize> error;
     error.addf(format, static_cast<int>(text.size()), text.data());
     return copied_node(error.c_str(), PFINVALID);
 }
@@ -390,14 +390,14 @@ Pf *call_user(const FunctionCall &call)
     return pfnew(PFINVALID);
 }
 
-struct Function {
+struct FunctionRow {
     std::string_view prefix;  // of the text
     Pf *(*call)(const FunctionCall &call);
 };
 
 // First row that fits wins; the last fits all.
 // clang-format off
-constexpr Function kFunctions[] = {
+constexpr FunctionRow kFunctions[] = {
     {"&exec(",         call_exec},
     {"&glob(",         call_glob},
     {"&file(",         call_file},
@@ -421,7 +421,7 @@ Pf *evaluate(Pf *node)
     const Owned<char> own(stock::copy_text(text, "text"));
     const Owned<char> argument = argument_of(own.get());
     const auto *function =
-        std::find_if(std::begin(kFunctions), std::end(kFunctions), [&](const Function &row) {
+        std::find_if(std::begin(kFunctions), std::end(kFunctions), [&](const FunctionRow &row) {
             return std::string_view(own.get()).substr(0, row.prefix.size()) == row.prefix;
         });
     return function->call({node, own.get(), argument.get()});

@@ -150,7 +150,7 @@ Owned<char> quoted(std::string_view text)
 // ---- The tree ----
 
 // A table or list of which not all children are written.
-struct Open {
+struct OpenContainer {
     const Pf *pf;
     const Rbnode *entry;  // of a table: the next to be written, or rb_null
     int64_t element;      // of a list: the next to be written
@@ -163,22 +163,22 @@ struct Open {
 class OpenContainers {
 public:
     int count() const { return count_; }
-    Open &innermost() { return all_.get()[count_ - 1]; }
+    OpenContainer &innermost() { return all_.get()[count_ - 1]; }
     void pop() { --count_; }
 
-    void push(const Open &open)
+    void push(const OpenContainer &open)
     {
         if (count_ == room_) {
             room_ = 2 * room_ + kMaxOpenContainers;
-            all_.reset(static_cast<Open *>(
-                stock::reallocate(all_.release(), static_cast<std::size_t>(room_) * sizeof(Open),
-                                  "containers", "pfout")));
+            all_.reset(static_cast<OpenContainer *>(stock::reallocate(
+                all_.release(), static_cast<std::size_t>(room_) * sizeof(OpenContainer),
+                "containers", "pfout")));
         }
         all_.get()[count_++] = open;
     }
 
 private:
-    Owned<Open> all_;
+    Owned<OpenContainer> all_;
     int count_ = 0;
     int room_ = 0;
 };
@@ -255,7 +255,7 @@ private:
 
     void close()
     {
-        const Open &container = open_.innermost();
+        const OpenContainer &container = open_.innermost();
         if (container.braces) {
             indent(container.level - 1);
             add_("}\n");
@@ -266,7 +266,7 @@ private:
 
     // False when all children of the container are written. `container` is not used after
     // write_node, which may move all open containers.
-    bool write_next_child(Open &container)
+    bool write_next_child(OpenContainer &container)
     {
         const int level = container.level;
         if (container.pf->type == PFTBL) {
@@ -288,7 +288,7 @@ private:
     }
 
     // The next element that is no hole; null when there is none left.
-    static const Pf *next_element(Open &container)
+    static const Pf *next_element(OpenContainer &container)
     {
         const Tbl *list = container.pf->value.tbl;
         const Pf *child = nullptr;
