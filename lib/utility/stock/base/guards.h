@@ -51,8 +51,8 @@ struct CloseStream {
     }
 };
 
-// Owns an open stream and closes it, errno untouched. Not for a stream that was written to:
-// there the result of fclose matters.
+// Owns an open stream and closes it, errno untouched. The result of fclose is not looked at, so
+// what was written must be flushed and checked before.
 using OwnedStream = std::unique_ptr<std::FILE, CloseStream>;
 
 // Keeps other threads from the stream as long as this object lives.

@@ -19,7 +19,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <memory>
 #include <string_view>
 
 #include <fcntl.h>
@@ -200,17 +199,12 @@ static_assert(stock::kMaxKeyBytes == 1023 && stock::kMaxOpenContainers == 11);
 constexpr mode_t kMode = 0664;
 constexpr int kAttempts = 1000;  // one fails when another process replaces the file meanwhile
 
-struct CloseStream {
-    void operator()(FILE *stream) const { std::fclose(stream); }
-};
-using Stream = std::unique_ptr<FILE, CloseStream>;
-
 // Opens for reading and writing; null with errno set.
-Stream open_file(const char *name, int flags)
+stock::OwnedStream open_file(const char *name, int flags)
 {
     stock::Fd fd(
         stock::uninterrupted([&] { return ::open(name, O_RDWR | O_CLOEXEC | flags, kMode); }));
-    Stream stream(fd.get() < 0 ? nullptr : ::fdopen(fd.get(), "r+"));
+    stock::OwnedStream stream(fd.get() < 0 ? nullptr : ::fdopen(fd.get(), "r+"));
     if (stream)
         fd.release();
     return stream;
@@ -231,7 +225,7 @@ bool is_same(const struct stat &a, const struct stat &b)
 int open_locked(Grave *g)
 {
     for (int i = 0; i < kAttempts; ++i) {
-        Stream stream = open_file(g->name, 0);
+        stock::OwnedStream stream = open_file(g->name, 0);
         const bool missing = !stream && errno == ENOENT;
         if (missing)
             stream = open_file(g->name, O_CREAT);
@@ -278,10 +272,10 @@ void flush_directory(const char *path)
 // removed first: it is left from an earlier run, or it is a link by which somebody wants
 // another file overwritten. On an NFS file system the file need not be locked, like the state
 // file itself.
-Stream open_alternate(const Grave *g)
+stock::OwnedStream open_alternate(const Grave *g)
 {
     constexpr int kNew = O_CREAT | O_EXCL;
-    Stream stream = open_file(g->alternate, kNew);
+    stock::OwnedStream stream = open_file(g->alternate, kNew);
     if (!stream && errno == EEXIST && ::unlink(g->alternate) == 0)
         stream = open_file(g->alternate, kNew);
     if (!stream || (!lock(stream.get()) && is_nfs(g->alternate) != 1))
@@ -322,7 +316,7 @@ bool take_over(const char *alternate, const char *name)
 
 int replace_state(Grave *g, std::string_view text)
 {
-    Stream stream = open_alternate(g);
+    stock::OwnedStream stream = open_alternate(g);
     if (!stream) {
         elog_complain(1, "Can't write alternate state file %s", g->alternate);
         return -1;
@@ -333,7 +327,7 @@ int replace_state(Grave *g, std::string_view text)
         elog_complain(1, "failed to rename state file %s to %s", g->alternate, g->name);
         return -1;
     }
-    const Stream earlier(g->stream);
+    const stock::OwnedStream earlier(g->stream);
     g->stream = stream.release();
     flush_directory(g->name);
     return 0;
