@@ -75,9 +75,9 @@ enum class Fate {
     grafted,  // it becomes a part of another tree
 };
 
-// The hook that pffree and pfput call for a tree whose `known` is not 0: whoever knows the
-// tree, pfupdate or the registry, forgets it and never hands it out again. Returns true when
-// the block of a freed node is to stay: pfupdate frees it later. Takes Trees_mutex.
+// The hook that pffree and pfput call for a tree whose `known` is not 0: pfupdate and the
+// registry forget the tree and never hand it out again. Returns true when the caller must not
+// free the block of a freed node, for pfupdate frees it later. Takes Trees_mutex.
 bool forget_tree(Pf *pf, Fate fate);
 
 // pfresolve without the evaluation: a function is found as it stands.

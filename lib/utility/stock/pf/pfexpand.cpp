@@ -46,7 +46,7 @@ const char *look_up(const Pf *node, std::string_view name)
     return nullptr;
 }
 
-// What stands in place of a reference in the node's text; null when it stays as it is.
+// The text that replaces a reference in the node's text; null when the reference stays.
 const char *replacement(const Pf *node, const stock::Reference &reference)
 {
     const bool is_function = !reference.braced && reference.rest.starts_with('(');

@@ -136,7 +136,7 @@ bool become(Pf *pf, int type)
     return pf && (pf->type == type || (type == PFARR && pf->type == PFFILE));
 }
 
-// What showpf calls a type; null for one that it has no words for.
+// The words of showpf for a type; null for a type without any.
 const char *description(int type)
 {
     switch (type) {

@@ -115,7 +115,7 @@ private:
     FILE *stream_;
 };
 
-// What the command prints, up to a zero byte. All of it is read, so that a full pipe never
+// The output of the command up to a zero byte. All of it is read, so that a full pipe never
 // stops the command.
 char *output_of(const ShellCommand &command)
 {
@@ -318,7 +318,7 @@ Pf *call_ref(const FunctionCall &call)
 
 // ---- Questions to the user ----
 
-// What the user is asked:
+// The prompt for the user:
 //
 //     &ask(rain today?)        rain today?
 //     &ask() # rain today?     " rain today?", which begins behind the "#"

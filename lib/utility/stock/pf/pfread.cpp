@@ -1,8 +1,8 @@
 // Reading parameter files by name: pfread reads all files of a name into one tree, pfload the
 // one file that the data path leads to.
 //
-// A key of a later file replaces that of an earlier one, because each parse goes on with the
-// same tree. The caller gets a tree in every case, even an empty one.
+// A key of a later file replaces the same key of an earlier file, because each parse goes on
+// with the same tree. The caller gets a tree in every case, even an empty one.
 
 #include "stock/pf.h"
 

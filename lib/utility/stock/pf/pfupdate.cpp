@@ -105,8 +105,8 @@ bool give(UpdatedVariable *variable, Pf *tree)
 }
 
 // Begins to read files with these times, which are the variable's from now on. Returns the
-// number of the reading: that of a reading of the same files that is not ready yet, else the
-// next; 0 for a null variable.
+// number of the reading, which is a new one unless another thread is still reading the same
+// files; 0 for a null variable.
 int64_t begin_reading(UpdatedVariable *variable, Tbl *&times)
 {
     if (!variable)
