@@ -188,7 +188,8 @@ private:
 
 std::optional<SourceText> read(const std::string &file)
 {
-    return file == "-" ? read_standard_input(OnError::go_on) : read_source(file, OnError::go_on);
+    return file == "-" ? read_descriptor(STDIN_FILENO, file, OnError::go_on)
+                       : read_source(file, OnError::go_on);
 }
 
 }  // namespace

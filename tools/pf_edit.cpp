@@ -56,6 +56,7 @@ constexpr const char *kDelHelp =
 
 // ---- What the new text must give ----
 
+// Whether two trees hold the same keys and values, functions as they are written.
 bool same(const Pf *a, const Pf *b);
 
 bool same_tables(const Pf *a, const Pf *b)
@@ -93,6 +94,7 @@ bool same(const Pf *a, const Pf *b)
     }
 }
 
+// A callback of the log that takes every message, so that none is delivered.
 int keep_silent(int, const char *, Tbl *)
 {
     return 1;
@@ -191,12 +193,15 @@ size_t line_begin(const std::string &text, size_t place)
     return begin == 0 || text[begin - 1] == '\n' ? begin : place;
 }
 
+// The blanks before a place, when nothing else stands before it on its line.
 std::string blanks_before(const std::string &text, size_t place)
 {
     const size_t begin = line_begin(text, place);
     return text.substr(begin, place - begin);
 }
 
+// The key of a step as it is written, with a tab behind it; nothing for an index. A key that
+// would not read back stands in quotes, or with escapes when it holds both kinds of quotes.
 std::string written_key(const Step &step)
 {
     if (step.index >= 0)
@@ -408,7 +413,7 @@ private:
         return set;
     }
 
-    int fd_ = -1;
+    int fd_ = -1;  // below 0 when the file could not be made
     bool renamed_ = false;
     struct sigaction before_[std::size(kSignals)]{};
 };
@@ -430,7 +435,13 @@ struct Target {
     struct stat status {};
 };
 
-enum class Written { done, in_place, changed, failed };
+// What became of an attempt to write the file.
+enum class Written {
+    done,
+    in_place,  // no new file can take its place: it is to be written over
+    changed,   // another program has changed it since it was read
+    failed,    // after a complaint
+};
 
 // Whether the name still belongs to the file that was read, and the file has this text.
 bool is_still(const Target &target, std::string_view text)
@@ -468,6 +479,8 @@ bool keep_owner_and_mode(const Target &target, int fd)
     return fchmod(fd, (status.st_mode & 0707) | (status.st_mode & everyone << 3)) == 0;
 }
 
+// Makes the new name of a file last: until its directory is synced, a crash may bring the old
+// file back.
 bool sync_directory(const std::string &target)
 {
     const std::string directory = target.substr(0, target.rfind('/') + 1);

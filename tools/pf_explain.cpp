@@ -45,6 +45,7 @@ std::string place_of(const SourceText &source, const SourceEntry &entry)
     return file_and_line(source, entry.begin);
 }
 
+// Prints every entry at an address, with a "*" before the one whose value a program gets.
 class Explanation {
 public:
     Explanation(const Sources &sources, const std::vector<Step> &steps)
@@ -61,6 +62,8 @@ public:
     }
 
 private:
+    // Prints the entries of one file. When the file sets only a container around the value, it
+    // tells that, because the container replaces those of earlier files.
     void print_source(const SourceText &source) const
     {
         bool any = false;
@@ -98,6 +101,7 @@ private:
         return any;
     }
 
+    // Prints one entry, and below the one that wins what its references stand for.
     void print_entry(const SourceText &source, const SourceEntry &entry) const
     {
         const bool wins = &entry == winner_.entry;
@@ -123,6 +127,7 @@ private:
             print_other_file(sources, from, depth);
     }
 
+    // Prints what a reference stands for, and the references in it.
     static void print_target(const Sources &sources, const PlacedValue &to, int depth)
     {
         if (!to.entry) {
@@ -165,6 +170,7 @@ private:
 // Prints the value that a program gets.
 int print_value(Pf *tree, const char *address)
 {
+    // An error and a value that is missing are printed too, but the exit status tells.
     Pf *node = nullptr;
     _pfeval(tree, address, &node, PFANY);
     const bool is_text =

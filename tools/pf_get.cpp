@@ -29,7 +29,20 @@ constexpr const char *kFilesHelp =
     "is 1 when there is no file to read.\n";
 
 constexpr const char *kTimeFormat = "%Y-%m-%d %H:%M:%S.%s";
-constexpr int kTimeWidth = 23;
+constexpr int kTimeWidth = 23;  // characters of such a time
+
+// When each file of a name was changed, by its path. Files that cannot be examined are missing.
+std::map<std::string, double> times_of(const char *name)
+{
+    std::map<std::string, double> times;
+    Tbl *read = pftimes(name);
+    for (int64_t i = 0; i < read->count; ++i) {
+        const auto *time = static_cast<const Pftime *>(gettbl(read, i));
+        times[time->path] = time->mtime;
+    }
+    freetbl(read, pffree_time);
+    return times;
+}
 
 }  // namespace
 
@@ -40,14 +53,7 @@ int pf_files(int argc, char **argv)
     if (argc != 2 || !*argv[1])
         return wrong_usage("stock pf files", argc > 2 ? "one name at a time" : "which name?");
 
-    std::map<std::string, double> times;
-    Tbl *read = pftimes(argv[1]);
-    for (int64_t i = 0; i < read->count; ++i) {
-        const auto *time = static_cast<const Pftime *>(gettbl(read, i));
-        times[time->path] = time->mtime;
-    }
-    freetbl(read, pffree_time);
-
+    const std::map<std::string, double> times = times_of(argv[1]);
     Tbl *all = pffiles(argv[1], 1);
     for (int64_t i = 0; i < all->count; ++i) {
         const auto *path = static_cast<const char *>(gettbl(all, i));
@@ -113,6 +119,8 @@ struct {
     bool complained = false;  // the library has complained of the value
 } Asked;
 
+// The log's callback: notes complaints and worse, which have a severity above 1, and leaves
+// their delivery to the log.
 int watch_complaints(int severity, const char *, Tbl *)
 {
     Asked.complained = Asked.complained || severity > 1;
@@ -125,7 +133,7 @@ void tell_place()
 {
     char path[stock::kPathSize];
     int line = 0;
-    const int mark = elog_mark();
+    const int mark = elog_mark();  // that pfwhere finds nothing is not to be reported
     const bool found = pfwhere(Asked.name, Asked.address, path, &line) == 0;
     elog_truncate(mark);
     if (found)
@@ -199,6 +207,7 @@ int get_tbl(Pf *pf, const char *address)
     return kDone;
 }
 
+// Prints a key, a tab and its text a line.
 int get_arr(Pf *pf, const char *address)
 {
     Arr *values = pfget_arr(pf, address);
@@ -235,9 +244,10 @@ int get_any(Pf *pf, const char *address)
     return kFailed;
 }
 
+// A type that --type takes.
 struct Type {
     const char *name;
-    int (*print)(Pf *pf, const char *address);
+    int (*print)(Pf *pf, const char *address);  // prints the value; gives the exit status
 };
 
 constexpr Type kTypes[] = {
@@ -263,6 +273,27 @@ std::vector<const char *> pf_types()
     return names;
 }
 
+namespace {
+
+// Reads the files of the name and prints the value at the address as the type says.
+int get_value(int (*print)(Pf *pf, const char *address), const char *name, const char *address)
+{
+    PfPtr tree;
+    const bool whole = read_name(name, tree);
+    if (!tree)
+        return kFailed;
+    Asked = {name, address};
+    pfconfig("die", reinterpret_cast<void *>(die_with_place));
+    elog_set(ELOG_CALLBACK_FN, 0, watch_complaints);
+    const int status = print(tree.get(), address);
+    elog_set(ELOG_CALLBACK_FN, 0, static_cast<Elog_callback>(nullptr));
+    if (Asked.complained)
+        tell_place();
+    return whole && !Asked.complained ? status : kFailed;
+}
+
+}  // namespace
+
 int pf_get(int argc, char **argv)
 {
     if (helped(argc, argv, kGetHelp))
@@ -287,18 +318,7 @@ int pf_get(int argc, char **argv)
     if (*address && !parse_address(address))
         return wrong_usage("stock pf get", "'%s' is no address", address);
 
-    PfPtr tree;
-    const bool whole = read_name(argv[first], tree);
-    if (!tree)
-        return kFailed;
-    Asked = {argv[first], address};
-    pfconfig("die", reinterpret_cast<void *>(die_with_place));
-    elog_set(ELOG_CALLBACK_FN, 0, watch_complaints);
-    const int status = print(tree.get(), address);
-    elog_set(ELOG_CALLBACK_FN, 0, static_cast<Elog_callback>(nullptr));
-    if (Asked.complained)
-        tell_place();
-    return whole && !Asked.complained ? status : kFailed;
+    return get_value(print, argv[first], address);
 }
 
 // ---- shell ----
@@ -361,6 +381,7 @@ public:
     int status() const { return status_; }
 
 private:
+    // The key as a part of a variable's name: other characters become "_".
     static std::string variable(std::string key)
     {
         for (char &c : key)
@@ -369,6 +390,8 @@ private:
         return key;
     }
 
+    // Prints name='text'. A single quote in the text ends the quoted string, stands escaped,
+    // and begins the next one: '\''.
     void assign(const std::string &name, const std::string &text)
     {
         if (!given_.insert(name).second)
@@ -385,7 +408,7 @@ private:
         status_ = kFailed;
     }
 
-    std::set<std::string> given_;
+    std::set<std::string> given_;  // the variables that were printed
     int status_ = kDone;
 };
 

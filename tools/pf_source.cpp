@@ -266,11 +266,6 @@ std::optional<SourceText> read_source(const std::string &file, OnError on_error)
     return source;
 }
 
-std::optional<SourceText> read_standard_input(OnError on_error)
-{
-    return read_descriptor(STDIN_FILENO, "-", on_error);
-}
-
 const SourceEntry *last_of(const SourceEntry &table, std::string_view key)
 {
     const std::vector<SourceEntry> &children = table.children;

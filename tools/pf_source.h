@@ -61,9 +61,6 @@ std::optional<SourceText> read_descriptor(int fd, const std::string &file, OnErr
 // Reads a file; nothing, after a complaint, when it cannot be read.
 std::optional<SourceText> read_source(const std::string &file, OnError on_error);
 
-// Reads standard input, whose name is "-".
-std::optional<SourceText> read_standard_input(OnError on_error);
-
 // The last entry of a key, which may be an "&Undef{}"; null when there is none.
 const SourceEntry *last_of(const SourceEntry &table, std::string_view key);
 

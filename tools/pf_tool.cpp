@@ -1,4 +1,7 @@
 // What the commands of "stock pf" share: finding and reading files, and trees in JSON.
+//
+// A tree is written in JSON as it was read: tables are objects, lists are arrays, and texts
+// and functions are strings. References are not expanded.
 
 #include "pf_tool.h"
 
@@ -100,7 +103,7 @@ size_t utf8_length(std::string_view text)
     const auto byte = [&](size_t i) {
         return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
     };
-    const unsigned first = byte(0);
+    const unsigned first = byte(0);  // which tells the length
     const size_t length = first < 0x80   ? 1
                           : first < 0xC2 ? 0
                           : first < 0xE0 ? 2
@@ -118,12 +121,15 @@ size_t utf8_length(std::string_view text)
     return refused ? 0 : length;
 }
 
+// Begins a new line, four blanks for each level.
 void add_newline(std::string &out, int level)
 {
     out += '\n';
     out.append(static_cast<size_t>(level) * 4, ' ');
 }
 
+// The text of a node that is no container; of a function as it was written, without the blanks
+// and the newline behind it.
 std::string_view text_of(const Pf *pf)
 {
     const char *text = pf->type == PFFUNCTION ? pf->value.pffunct->text : pf->value.s;
@@ -174,7 +180,7 @@ void add_json_string(std::string &out, std::string_view text)
         const char c = text[0];
         char escape[8];
         if (length == 0)
-            out += "\\ufffd";
+            out += "\\ufffd";  // stands for a byte that is not UTF-8
         else if (c == '"' || c == '\\')
             (out += '\\') += c;
         else if (c == '\n')

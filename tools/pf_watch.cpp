@@ -32,8 +32,8 @@ constexpr const char *kHelp =
     "\n"
     "A NAME that begins with - stands behind --.\n";
 
-using Values = std::map<std::string, std::string>;  // by address, as they are written
-using Times = std::vector<std::pair<std::string, double>>;
+using Values = std::map<std::string, std::string>;          // by address, as they are written
+using Times = std::vector<std::pair<std::string, double>>;  // path and last change of each file
 
 Times times_of(const char *name)
 {
@@ -47,6 +47,8 @@ Times times_of(const char *name)
     return times;
 }
 
+// Adds the node at an address and all nodes under it. A container is added as well, by its
+// mark, so that one that becomes empty, or changes its kind, is seen.
 void add_values(Values &values, const std::string &address, const Pf *pf)
 {
     switch (pf->type) {
@@ -75,6 +77,7 @@ void add_values(Values &values, const std::string &address, const Pf *pf)
     }
 }
 
+// Parses the files into one tree and gives its values.
 Values values_of(const Times &files)
 {
     Pf *tree = pfnew(PFFILE);
@@ -115,6 +118,7 @@ std::string differences(const Values &before, const Values &after)
     return out;
 }
 
+// Waits that long, signals or not.
 void wait(double seconds)
 {
     timespec left{};
@@ -130,6 +134,7 @@ struct Options {
     const char *name = nullptr;
 };
 
+// Reads a number from `least` to a million; false when the text is none.
 bool read_number(const char *text, double least, double *number)
 {
     char *end = nullptr;
@@ -160,6 +165,8 @@ const char *read_options(int argc, char **argv, Options &options)
     return nullptr;
 }
 
+// Prints changes until there were as many as asked for. Files whose times changed but whose
+// values did not are no change.
 int watch(const Options &options)
 {
     Times times = times_of(options.name);
