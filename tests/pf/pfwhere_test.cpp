@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <sys/stat.h>
@@ -274,6 +275,26 @@ TEST(Pfwhere, ReadsFilesThatAreLongerThanItsBuffer)
     path.site("rain.pf", text + "long " + std::string(300000, 'x') + "\nlast 1\n");
     EXPECT_EQ(place_of("day19999"), "site/rain.pf:20000");
     EXPECT_EQ(place_of("last"), "site/rain.pf:20002");
+}
+
+TEST(PfwhereThreads, AskAtOnceWhileOthersParse)
+{
+    const PfPath path;
+    path.site("rain.pf", "north 1\nlimits &Arr{\n heavy 30 \\# mm\n}\n");
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i)
+        threads.emplace_back([i] {
+            for (int turn = 0; turn < 200; ++turn) {
+                int line = 0;
+                EXPECT_EQ(pfwhere("rain", i % 2 ? "north" : "limits{heavy}", nullptr, &line), 0);
+                EXPECT_EQ(line, i % 2 ? 1 : 3);
+                Pf *pf = nullptr;
+                EXPECT_EQ(pfread("rain", &pf), 0);
+                pffree(pf);
+            }
+        });
+    for (std::thread &thread : threads)
+        thread.join();
 }
 
 namespace {
