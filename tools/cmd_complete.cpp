@@ -1,7 +1,8 @@
-// stock complete: what may stand at the end of a command line, for shells.
+// stock complete: prints the possible completions of the last word of a command line, for shells.
 //
-// The commands and their options are what the help of each one shows. What an
-// argument may be follows from its name there, such as FILE or MEMBER.
+// It reads the help of the commands to learn their options and arguments, so that it needs no
+// table of its own. The name of an argument there, such as FILE or MEMBER, says what to offer
+// for it (kArguments).
 
 #include <algorithm>
 #include <cctype>
@@ -17,6 +18,7 @@
 
 #include <unistd.h>
 
+#include "base/ascii.h"
 #include "command.h"
 #include "deviants.h"
 #include "pf_tool.h"
@@ -34,18 +36,18 @@ constexpr const char *kHelp =
     "it means behind a tab; a line that begins with a tab names what the shell itself\n"
     "knows best: files, directories, variables, commands.\n";
 
-// ---- What the help of a command shows ----
+// ---- Reading the help of a command ----
 
 struct Option {
     std::string name;      // with its dashes
-    std::string argument;  // empty when it takes none
+    std::string argument;  // empty if it takes none
 };
 
-// One of the ways to use a command, a line of its usage.
+// A line of the usage: one way to use a command.
 struct Form {
     std::vector<Option> options;
     std::vector<std::string> arguments;
-    bool repeats = false;  // the last argument may be given again
+    bool repeats = false;  // the last argument may be repeated
 };
 
 struct Help {
@@ -55,7 +57,7 @@ struct Help {
 
 bool begins_upper(const std::string &word)
 {
-    return !word.empty() && std::isupper(static_cast<unsigned char>(word[0]));
+    return !word.empty() && stock::is_letter(word[0]) && stock::lower(word[0]) != word[0];
 }
 
 bool is_control(char c)
@@ -63,7 +65,8 @@ bool is_control(char c)
     return std::iscntrl(static_cast<unsigned char>(c)) != 0;
 }
 
-bool ends_with_dots(std::string &word)
+// Removes "..." from the end of the word. Returns false if there is none.
+bool remove_dots(std::string &word)
 {
     const bool dots = word.ends_with("...");
     if (dots)
@@ -71,10 +74,12 @@ bool ends_with_dots(std::string &word)
     return dots;
 }
 
-// Reads "[--path VARIABLE] [-a | -b] NAME [FILE]..." into a form.
+// Reads a usage such as "[--path VARIABLE] [-a | -b] NAME [FILE]...".
 Form read_form(const std::string &usage)
 {
-    std::string spaced;  // an option takes no argument from behind its bracket
+    // "]" becomes a word of its own, so that an option does not take a word after the bracket
+    // as its argument.
+    std::string spaced;
     for (const char c : usage)
         spaced += c == '[' ? " " : c == ']' ? " ] " : std::string(1, c);
     std::istringstream in(spaced);
@@ -87,7 +92,7 @@ Form read_form(const std::string &usage)
         } else if (may_take && begins_upper(word)) {
             form.options.back().argument = word;
         } else {
-            form.repeats = ends_with_dots(word) || form.repeats;
+            form.repeats = remove_dots(word) || form.repeats;
             if (begins_upper(word) && word != "OPTION")
                 form.arguments.push_back(word);
         }
@@ -96,7 +101,8 @@ Form read_form(const std::string &usage)
     return form;
 }
 
-// Reads "  --path VARIABLE   where the search path is", which a usage line may leave out.
+// Reads a line such as "  --path VARIABLE   where the search path is". If no usage line has the
+// option, adds it to all of them.
 void add_listed(Help &help, const std::string &line)
 {
     std::istringstream in(line.substr(0, line.find("  ", 2)));
@@ -110,6 +116,7 @@ void add_listed(Help &help, const std::string &line)
         form.options.push_back(option);
 }
 
+// Reads the help text of a command such as "stock pf get".
 Help read_help(const std::string &text, const std::string &command)
 {
     Help help;
@@ -122,7 +129,8 @@ Help read_help(const std::string &text, const std::string &command)
             is_family = is_family || usage.starts_with(" COMMAND ");
             help.forms.push_back(read_form(usage));
         } else if (is_family && line.starts_with("  ")) {
-            // The name, its arguments in 28 columns or more, and the summary.
+            // As print_help writes it: two blanks, the name and its arguments in at least 28
+            // columns, a blank, and the summary.
             const auto name_end = line.find(' ', 2);
             const auto gap = line.size() > 31 ? line.find(' ', 30) : std::string::npos;
             help.commands.emplace_back(line.substr(2, name_end - 2),
@@ -134,7 +142,8 @@ Help read_help(const std::string &text, const std::string &command)
     return help;
 }
 
-// What the tool prints on standard output for these words.
+// Runs the tool with these words and returns what it prints on standard output, which is
+// redirected to a temporary file meanwhile.
 std::string printed_for(std::vector<std::string> words)
 {
     std::vector<char *> argv(words.size() + 1);
@@ -167,22 +176,24 @@ Help help_of(const std::vector<std::string> &command)
     return read_help(printed_for(words), name);
 }
 
-// ---- What an argument may be ----
+// ---- Offering completions of an argument ----
 
-// Prints words that go on from the one that is completed.
+// Prints the completions of one word. Each is a line: the completion, a tab and its meaning. A
+// line that begins with a tab tells the shell what to complete itself.
 class Offer {
 public:
     Offer(std::string word, std::string before) : word_(std::move(word)), before_(std::move(before))
     {
     }
 
-    // What would not stay on its line is left out.
+    // Prints the text if it continues the word. Omits texts with control characters: they would
+    // break the line.
     void word(const std::string &text, const std::string &meaning = "") const
     {
         if (text.starts_with(word_) && std::ranges::none_of(text, is_control))
             printf("%s\t%s\n", text.c_str(), meaning.c_str());
     }
-    // What the shell is to look for.
+    // Tells the shell to complete "files", "directories", "variables" or "commands".
     void kind(const char *name) const { printf("\t%s\n", name); }
     bool goes_on_from(const std::string &text) const { return word_.starts_with(text); }
     const std::string &before() const { return before_; }  // the word before; may be empty
@@ -223,10 +234,11 @@ void offer_names_and_files(const Offer &offer)
     offer.kind("files");
 }
 
+// Whether a shell and an address take the key as it is.
 bool needs_no_quotes(const std::string &key)
 {
     return std::ranges::all_of(
-        key, [](unsigned char c) { return std::isalnum(c) || (c && strchr("_.,:+-@%/", c)); });
+        key, [](char c) { return stock::is_letter_or_digit(c) || (c && strchr("_.,:+-@%/", c)); });
 }
 
 std::string step(std::string address, const char *open, const std::string &text, const char *close)
@@ -234,8 +246,8 @@ std::string step(std::string address, const char *open, const std::string &text,
     return address.append(open).append(text).append(close);
 }
 
-// The addresses of what a table or list holds, and of what that holds in turn where the
-// word reaches into it.
+// Offers the addresses of the values in a table or list at the given address, and, where the
+// word already contains such an address and a bracket, of the values under it.
 void offer_addresses(const Offer &offer, const Pf *pf, const std::string &address)
 {
     const auto add = [&](const std::string &place, const Pf *child) {
@@ -311,11 +323,12 @@ void offer_zones(const Offer &offer)
 }
 
 struct Argument {
-    std::string_view behind;  // the command or argument it must come behind; empty: any
-    std::string_view name;    // as the usage line calls it
+    std::string_view after;  // the command or argument that must come before it; empty: any
+    std::string_view name;   // in the usage line
     void (*offer)(const Offer &offer);
 };
 
+// The first row that fits counts.
 // clang-format off
 constexpr Argument kArguments[] = {
     {"FILE", "ADDRESS",     offer_addresses_of_file},
@@ -336,14 +349,14 @@ constexpr Argument kArguments[] = {
 };
 // clang-format on
 
-void offer_argument(const Offer &offer, const std::string &behind, const std::string &name)
+void offer_argument(const Offer &offer, const std::string &after, const std::string &name)
 {
     for (const Argument &argument : kArguments)
-        if (argument.name == name && (argument.behind.empty() || argument.behind == behind))
+        if (argument.name == name && (argument.after.empty() || argument.after == after))
             return argument.offer(offer);
 }
 
-// ---- Where the last word stands ----
+// ---- Finding what the last word is ----
 
 const Option *find_option(const Form &form, const std::string &name)
 {
@@ -353,13 +366,13 @@ const Option *find_option(const Form &form, const std::string &name)
     return nullptr;
 }
 
-// Goes through the words before the last as one form reads them.
-struct Walk {
-    bool fits = true;                // the form has all their options
-    const Option *taking = nullptr;  // the option whose argument comes next
-    std::size_t arguments = 0;       // how many came
+// The words before the last one, read as options and arguments of a form.
+struct FormWords {
+    bool fits = true;                // the form has all options among the words
+    const Option *taking = nullptr;  // the option whose argument is the last word, or null
+    std::size_t arguments = 0;       // the number of arguments among the words
 
-    Walk(const Form &form, const std::vector<std::string> &words)
+    FormWords(const Form &form, const std::vector<std::string> &words)
     {
         for (const std::string &word : words) {
             if (std::exchange(taking, nullptr))
@@ -380,7 +393,7 @@ void offer_options(const Offer &offer, const std::vector<Form> &forms,
 {
     std::set<std::string> names;
     for (const Form &form : forms)
-        if (const Walk walk(form, before); walk.fits && walk.arguments == 0)
+        if (const FormWords words(form, before); words.fits && words.arguments == 0)
             for (const Option &option : form.options)
                 names.insert(option.name);
     if (before.empty())
@@ -389,30 +402,31 @@ void offer_options(const Offer &offer, const std::vector<Form> &forms,
         offer.word(name);
 }
 
+// Completes the word with the first form that has all options among the words before it.
 void complete_arguments(const Help &help, const std::string &family,
                         const std::vector<std::string> &before, const std::string &word)
 {
     const Offer offer(word, before.empty() ? "" : before.back());
     for (const Form &form : help.forms) {
-        const Walk walk(form, before);
-        if (!walk.fits)
+        const FormWords words(form, before);
+        if (!words.fits)
             continue;
-        if (walk.taking)
-            return offer_argument(offer, family, walk.taking->argument);
+        if (words.taking)
+            return offer_argument(offer, family, words.taking->argument);
         if (word.starts_with('-'))
             return offer_options(offer, help.forms, before);
         const std::size_t count = form.arguments.size();
-        if (walk.arguments < count)
+        if (words.arguments < count)
             return offer_argument(offer,
-                                  walk.arguments ? form.arguments[walk.arguments - 1] : family,
-                                  form.arguments[walk.arguments]);
+                                  words.arguments ? form.arguments[words.arguments - 1] : family,
+                                  form.arguments[words.arguments]);
         if (form.repeats && count > 0)
             offer_argument(offer, family, form.arguments[count - 1]);
         return;
     }
 }
 
-// The words are those behind "stock".
+// Completes the last of the words after "stock".
 void complete(const std::vector<std::string> &words)
 {
     std::vector<std::string> command = {"stock"};

@@ -1,4 +1,9 @@
-// stock convert: packed numbers to decimal lines and back, through one converter.
+// stock convert: converts packed numbers to lines of decimal text, or the reverse, with one
+// converter of the library.
+//
+// A converter is found by its name with dlsym: the converters differ only in their names and
+// types, and a name says the types. Values are converted in batches of kBatch. Only if a batch
+// was not exact, its values are converted one by one to find those that were not.
 
 #include <algorithm>
 #include <cerrno>
@@ -12,6 +17,7 @@
 
 #include <dlfcn.h>
 
+#include "base/ascii.h"
 #include "command.h"
 #include "stock.h"
 
@@ -33,14 +39,15 @@ constexpr const char *kHelp =
     "is no number of the type and on bytes left over at the end, 2 on wrong usage.\n";
 
 constexpr const char *kName = "stock convert";
-constexpr std::size_t kBatch = 4096;  // values at a time
+constexpr std::size_t kBatch = 4096;  // values that are converted at a time
 constexpr std::string_view kTypeLetters = "bsilfd";
 
+// One converter.
 struct Member {
     const char *name;
     bool is_unsigned;
-    bool reads;
-    char external, host;  // type letters
+    bool reads;           // from packed numbers to the host's; false: the reverse
+    char external, host;  // type letters of the two sides
     void *function;
 };
 
@@ -54,13 +61,14 @@ bool is_floating(char type)
     return is_one_of("fd", type);
 }
 
+// The bytes of an external value.
 std::size_t width_of(char type)
 {
     return type == 'b' ? 1 : type == 's' ? 2 : is_one_of("if", type) ? 4 : 8;
 }
 
-// Takes a name apart, Xt2hy or hy2Xt with or without a u in front. The members
-// differ in nothing but their names, so the function is found by its name too.
+// Splits a name, Xt2hy or hy2Xt with or without a u before it, and finds the function. Returns
+// false if there is no such converter.
 bool find_member(const char *name, Member *member)
 {
     std::string_view rest = name;
@@ -77,14 +85,15 @@ bool find_member(const char *name, Member *member)
     if (host[0] != 'h' || !is_one_of("mav", external[0]) || !is_one_of(kTypeLetters, host[1]) ||
         !is_one_of(kTypeLetters, external[1]))
         return false;
-    member->function = dlsym(RTLD_DEFAULT, name);  // null between floating types with a u
+    // Null for a u and two floating types: there is no such function.
+    member->function = dlsym(RTLD_DEFAULT, name);
     return member->function;
 }
 
-// Counts the values and those that were not exact.
+// Counts all values, and those that were not converted exactly.
 class Tally {
 public:
-    // A batch of n values. When it was not exact, each is tried alone to find out which.
+    // Adds a batch of n values. If it was not exact, is_exact(i) converts value i alone.
     template <class Alone>
     void add(int n, bool exact, Alone is_exact)
     {
@@ -94,7 +103,7 @@ public:
         values_ += n;
     }
 
-    // Reports what was not exact; gives the exit status.
+    // Complains if some values were not exact. Returns the exit status.
     int report(const char *member) const
     {
         if (inexact_ == 0)
@@ -107,7 +116,7 @@ public:
 private:
     long values_ = 0;
     long inexact_ = 0;
-    long first_ = 0;
+    long first_ = 0;  // the number, from 1, of the first value that was not exact
 };
 
 int cannot_read()
@@ -116,7 +125,7 @@ int cannot_read()
     return kFailed;
 }
 
-// Prints the shortest decimal number that reads back the same.
+// Prints the shortest decimal number that is read back as the same value.
 template <class H>
 void print_line(H value)
 {
@@ -126,7 +135,7 @@ void print_line(H value)
     fwrite(text, 1, static_cast<std::size_t>(end + 1 - text), stdout);
 }
 
-// Packed numbers in, lines out.
+// Reads packed numbers and prints them as host type H, one on each line.
 template <class H>
 int read_all(const Member &member, const char *)
 {
@@ -157,17 +166,17 @@ int read_all(const Member &member, const char *)
     return kFailed;
 }
 
-std::string_view trimmed(std::string_view text)
+// White space around a number. A newline ends the line and is never part of it.
+bool is_space(char c)
 {
-    constexpr std::string_view kBlanks = " \t\r\f\v";
-    text.remove_prefix(std::min(text.find_first_not_of(kBlanks), text.size()));
-    return text.substr(0, text.find_last_not_of(kBlanks) + 1);
+    return is_one_of(" \t\r\f\v", c);
 }
 
-// The lines of standard input that are not blank, one at a time.
+// Reads standard input line by line and skips blank lines.
 class Lines {
 public:
-    // False at the end. Of a line that is longer than any number only the front is kept.
+    // Reads the next line. Returns false at the end of input. A line of kLongest characters is
+    // too long to be a number; only its beginning is kept.
     bool next()
     {
         do {
@@ -177,8 +186,8 @@ public:
         return true;
     }
 
-    std::string_view line() const { return line_; }  // without the blanks around it
-    long number() const { return number_; }
+    std::string_view line() const { return line_; }  // without white space around it
+    long number() const { return number_; }          // from 1, blank lines included
     bool too_long() const { return too_long_; }
 
 private:
@@ -189,7 +198,8 @@ private:
         while ((c = getc_unlocked(stdin)) != EOF && c != '\n' && length < kLongest)
             text_[length++] = static_cast<char>(c);
         too_long_ = length == kLongest;
-        line_ = trimmed({text_, length});
+        line_ = stock::trimmed({text_, length}, is_space);
+        // parse_floating needs a zero byte after the line.
         text_[line_.empty() ? 0 : line_.data() + line_.size() - text_] = '\0';
         ++number_;
         return c != EOF || length != 0;
@@ -202,7 +212,8 @@ private:
     bool too_long_ = false;
 };
 
-// Not every standard library has from_chars for these. The tool's locale is "C".
+// strtof and strtod: not every standard library has std::from_chars for floating types. The
+// tool's locale is "C", so the decimal point is a point.
 char *parse_floating(const char *text, float *value)
 {
     char *end;
@@ -217,7 +228,7 @@ char *parse_floating(const char *text, double *value)
     return end;
 }
 
-// The whole text, behind which there is a null byte.
+// Reads the whole text, which a zero byte follows, as a number. Returns false if it is not one.
 template <class H>
 bool parse_number(std::string_view text, H *value)
 {
@@ -234,7 +245,7 @@ bool parse_number(std::string_view text, H *value)
     }
 }
 
-// Fills in up to kBatch numbers. False on a line that is none.
+// Reads up to kBatch numbers. Returns false at a line that is not a number.
 template <class H>
 bool parse_batch(Lines *lines, std::vector<H> *numbers)
 {
@@ -256,7 +267,7 @@ int no_number(const Lines &lines, const char *type)
     return kFailed;
 }
 
-// Lines in, packed numbers out.
+// Reads one decimal number of host type H from each line and writes packed numbers.
 template <class H>
 int write_all(const Member &member, const char *type)
 {
@@ -284,10 +295,11 @@ int write_all(const Member &member, const char *type)
     return parsed ? status : no_number(lines, type);
 }
 
+// A host type, with the functions that convert from and to it.
 struct Type {
     char letter;
     bool is_unsigned;
-    const char *name;
+    const char *name;  // in messages
     int (*read)(const Member &, const char *);
     int (*write)(const Member &, const char *);
 };
@@ -313,6 +325,7 @@ constexpr Type kTypes[] = {
 
 int run(const Member &member)
 {
+    // The u of uas2hd is about the external integers: the host's doubles have no sign to drop.
     const bool is_unsigned = member.is_unsigned && !is_floating(member.host);
     const Type *const type = std::find_if(std::begin(kTypes), std::end(kTypes), [&](const Type &t) {
         return t.letter == member.host && t.is_unsigned == is_unsigned;

@@ -1,8 +1,9 @@
-// stock dump and stock undump: a file as text that can be read back, and back.
+// stock dump and stock undump: print the bytes of a file as text, and turn that text back into
+// bytes.
 //
-// Both go through their input block by block or line by line; memory does not grow
-// with it. What undump reads of a line must agree with all that the line shows: the
-// address follows from the lines before, the text from the bytes.
+// Both read their input block by block or line by line, so memory does not grow with the input.
+// undump checks each line: its address must follow from the lines before, and its text must be
+// that of its bytes. So a damaged dump is noticed.
 
 #include <algorithm>
 #include <array>
@@ -14,13 +15,15 @@
 #include <string_view>
 #include <vector>
 
+#include "base/ascii.h"
 #include "command.h"
 #include "stock.h"
 
 namespace {
 
-constexpr std::size_t kBlock = 64 * 1024;  // whole lines of a dump
+constexpr std::size_t kBlock = 64 * 1024;  // bytes; a multiple of the 16 of a line
 
+// Closes a stream, but not standard input.
 struct CloseInput {
     void operator()(FILE *stream) const
     {
@@ -33,7 +36,7 @@ using Input = std::unique_ptr<FILE, CloseInput>;
 struct Options {
     const char *file = "-";
     bool ascii = false;
-    unsigned long base = 0;
+    unsigned long base = 0;  // the address of the first byte
 };
 
 bool is_stdin(const char *file)
@@ -54,8 +57,7 @@ bool parse_base(const char *text, unsigned long *base)
     return !errno && end != text && !*end && !strchr(text, '-');
 }
 
-// Fills in the options; gives kDone, or kUsage when a word is wrong. Only a
-// command with an address column takes a base.
+// Reads the options. Returns kDone, or kUsage if a word is wrong. Only dump takes --base.
 int parse_options(const char *command, bool takes_base, int argc, char **argv, Options *options)
 {
     int i = 1;
@@ -78,6 +80,7 @@ int parse_options(const char *command, bool takes_base, int argc, char **argv, O
     return kDone;
 }
 
+// Opens the file. Complains and returns null if it cannot.
 Input open_input(const char *file)
 {
     Input input(is_stdin(file) ? stdin : fopen(file, "re"));
@@ -86,7 +89,16 @@ Input open_input(const char *file)
     return input;
 }
 
-// Passes the input on block by block until it ends or the output fails.
+// The exit status at the end of the input: complains if the input ended with a read error.
+int ended(const Options &options, FILE *input)
+{
+    if (!ferror(input))
+        return kDone;
+    elog_complain(1, "can't read '%s'", shown_name(options.file));
+    return kFailed;
+}
+
+// Calls show(block, n) for each block of the input until the input ends or the output fails.
 template <class Show>
 int show_blocks(const Options &options, Show show)
 {
@@ -100,10 +112,7 @@ int show_blocks(const Options &options, Show show)
             break;
         show(block.data(), static_cast<int>(got));
     }
-    if (!ferror(input.get()))
-        return kDone;
-    elog_complain(1, "can't read '%s'", shown_name(options.file));
-    return kFailed;
+    return ended(options, input.get());
 }
 
 int dump_hex(const Options &options)
@@ -122,15 +131,6 @@ int dump_ascii(const Options &options)
         options, [&](const char *block, int n) { asciidump_piece(stdout, block, n, &column); });
 }
 
-// The status behind the last of the input.
-int ended(const Options &options, FILE *input)
-{
-    if (!ferror(input))
-        return kDone;
-    elog_complain(1, "can't read '%s'", shown_name(options.file));
-    return kFailed;
-}
-
 int undump_ascii(const Options &options)
 {
     const Input input = open_input(options.file);
@@ -143,6 +143,7 @@ int undump_ascii(const Options &options)
         got = read_asciidump_piece(input.get(), block.data(), static_cast<int>(kBlock), &column);
         fwrite(block.data(), 1, static_cast<std::size_t>(got), stdout);
     }
+    // The reader also stops at an invalid escape: then the input goes on.
     if (ferror(input.get()) || ferror(stdout) || getc(input.get()) == EOF)
         return ended(options, input.get());
     elog_complain(0, "'%s' is no such dump behind the first %ld bytes", shown_name(options.file),
@@ -152,37 +153,36 @@ int undump_ascii(const Options &options)
 
 // ---- Lines of hexadecimal ----
 
-constexpr std::size_t kWords = 8;        // of a line, at most
-constexpr std::size_t kTextColumn = 40;  // counted from the first word
-constexpr std::size_t kMaxAddress = 16;  // digits
-constexpr std::size_t kFullAddress = 8;  // digits that dump gives it at least
-constexpr std::string_view kGap = "  ";  // behind the address, as dump prints it
+constexpr std::size_t kWords = 8;        // words in a line, at most
+constexpr std::size_t kTextColumn = 40;  // where the text begins, counted from the first word
+constexpr std::size_t kMaxAddress = 16;  // digits of an address, at most
+constexpr std::size_t kFullAddress = 8;  // digits that dump prints, at least
+constexpr std::string_view kGap = "  ";  // what dump prints after the address
 
 struct DumpLine {
     unsigned long address = 0;
     std::string bytes;
-    bool has_text = false;    // behind the bytes, and more than blanks
-    bool lacks_text = false;  // though it would not be blank
+    bool has_text = false;    // the line has a text that is more than blanks
+    bool lacks_text = false;  // the line has no text, but its bytes would show one
 };
 
-std::string_view without_blanks_behind(std::string_view text)
+std::string_view without_blanks_at_end(std::string_view text)
 {
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t'))
+    while (!text.empty() && stock::is_blank(text.back()))
         text.remove_suffix(1);
     return text;
 }
 
-// The next word, which is taken off the text with the blanks before it.
+// Returns the next word and removes it, with the blanks before it, from the text.
 std::string_view next_word(std::string_view &text)
 {
-    const auto is_blank = [](char c) { return c == ' ' || c == '\t'; };
-    const auto begin = std::ranges::find_if_not(text, is_blank);
-    const auto end = std::find_if(begin, text.end(), is_blank);
+    const auto begin = std::ranges::find_if_not(text, stock::is_blank);
+    const auto end = std::find_if(begin, text.end(), stock::is_blank);
     text = {end, text.end()};
     return {begin, end};
 }
 
-// 0 to 15, or -1 for what is no hexadecimal digit.
+// The value 0 to 15 of each hexadecimal digit, -1 for any other character.
 constexpr auto kValues = [] {
     std::array<signed char, 256> values{};
     values.fill(-1);
@@ -198,6 +198,7 @@ int value_of(char digit)
     return kValues[static_cast<unsigned char>(digit)];
 }
 
+// Returns false if the word is not a hexadecimal number of at most kMaxAddress digits.
 bool read_address(std::string_view word, unsigned long &address)
 {
     address = 0;
@@ -209,7 +210,7 @@ bool read_address(std::string_view word, unsigned long &address)
     return !word.empty() && word.size() <= kMaxAddress;
 }
 
-// Adds the bytes that a word of one or two shows.
+// Adds the one or two bytes that a word shows. Returns false if it is not such a word.
 bool add_word(std::string &bytes, std::string_view word)
 {
     if (word.size() != 2 && word.size() != 4)
@@ -224,68 +225,75 @@ bool add_word(std::string &bytes, std::string_view word)
     return true;
 }
 
-// What a dump shows of a byte in its text.
+// The character for a byte in the text of a dump.
 char text_of(char byte)
 {
-    return byte < ' ' || byte > '~' ? '_' : byte;
+    return stock::is_printable(static_cast<unsigned char>(byte)) ? byte : '_';
 }
 
-// Whether the text is that of the bytes, but for blanks at the end.
+// Whether the text is the text of the bytes. Blanks at the end are ignored.
 bool is_text_of(std::string_view text, std::string_view bytes)
 {
-    text = without_blanks_behind(text);
+    text = without_blanks_at_end(text);
     bytes = bytes.substr(0, bytes.find_last_not_of(' ') + 1);
     return std::ranges::equal(text, bytes, {}, {}, text_of);
 }
 
-// Reads a line that has nothing in it but an address, words, and the text of their bytes.
+// Reads a line: an address, up to kWords words, and the text of their bytes, which may be
+// missing. Returns false if the line has anything else.
 bool read_line(std::string_view text, DumpLine &line)
 {
     const std::string_view address = next_word(text);
     if (!read_address(address, line.address))
         return false;
 
-    // In a line as dump prints it, the text has its column, however few the words are.
+    // In a line that dump printed, the text begins in its column, even if there are few words.
+    // So a short text that looks like a word is not read as one.
     const bool in_columns = address.size() >= kFullAddress && text.starts_with(kGap) &&
                             text.size() > kGap.size() + kTextColumn;
     std::string_view words = in_columns ? text.substr(0, kGap.size() + kTextColumn) : text;
     line.bytes.clear();
     for (std::size_t i = 0; i < kWords; ++i) {
-        std::string_view behind = words;
-        if (!add_word(line.bytes, next_word(behind)))
+        std::string_view rest = words;
+        if (!add_word(line.bytes, next_word(rest)))
             break;
-        words = behind;
+        words = rest;
     }
-    const bool only_words = without_blanks_behind(words).empty();
+    const bool only_words = without_blanks_at_end(words).empty();
     if (line.bytes.empty() || (in_columns && !only_words))
         return false;
     const std::string_view shown = in_columns   ? text.substr(kGap.size() + kTextColumn)
                                    : only_words ? std::string_view()
                                                 : words.substr(1);
-    line.has_text = !without_blanks_behind(shown).empty();
-    // Blanks in the column of the text are the text of blanks.
+    line.has_text = !without_blanks_at_end(shown).empty();
+    // If there are blanks in the column of the text, they are the text of blanks.
     line.lacks_text = !in_columns && !line.has_text && !is_text_of(shown, line.bytes);
     return line.lacks_text || is_text_of(shown, line.bytes);
 }
 
-enum class Taken { line, blank, end, cut };
+enum class Taken {
+    line,
+    blank,
+    end,
+    cut  // the line is too long for a dump or contains a zero byte
+};
 
-// Takes the next line, without its end, which "\r" may be part of. One that is too long
-// for a dump or holds a zero byte is cut.
+// Reads the next line into text, without its newline and a "\r" before that. The text is valid
+// until the next call.
 Taken take_line(FILE *stream, std::string_view &text, bool &has_newline)
 {
     static char line[HEXDUMP_MAX_LINE];
-    memset(line, '\n', sizeof line);  // so that the last zero byte is the one of fgets
+    memset(line, '\n', sizeof line);  // a zero byte after the text then shows one in the input
     if (!fgets(line, sizeof line, stream))
         return Taken::end;
     text = line;
     has_newline = text.ends_with('\n');
-    const std::size_t behind = text.size() + 1;
-    if (!has_newline && (!feof(stream) || memchr(line + behind, 0, sizeof line - behind)))
+    const std::size_t after = text.size() + 1;
+    if (!has_newline && (!feof(stream) || memchr(line + after, 0, sizeof line - after)))
         return Taken::cut;
     text.remove_suffix(has_newline);
     text.remove_suffix(text.ends_with('\r'));
-    return without_blanks_behind(text).empty() ? Taken::blank : Taken::line;
+    return without_blanks_at_end(text).empty() ? Taken::blank : Taken::line;
 }
 
 int damaged(const Options &options, long number, const char *what)
@@ -300,9 +308,9 @@ int undump_hex(const Options &options)
     if (!input)
         return kFailed;
     DumpLine line;
-    unsigned long next = 0;
-    bool any = false;
-    bool with_text = false;
+    unsigned long next = 0;  // the address that the next line must have ...
+    bool any = false;        // ... if there was a line before
+    bool with_text = false;  // a line before had a text: then each line must have one
     std::string_view text;
     bool has_newline = false;
     for (long number = 1; !ferror(stdout); ++number) {

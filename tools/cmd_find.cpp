@@ -1,4 +1,7 @@
-// stock find: data files along the data path.
+// stock find: prints the files that a name may mean along the search path for data files.
+//
+// datasearch lists them twice: once only those that can be read, and once all that are to be
+// printed. The first readable one is the file that programs use.
 
 #include <cstdlib>
 #include <cstring>
@@ -21,13 +24,13 @@ constexpr const char *kHelp =
     "file.\n";
 
 struct Options {
-    const char *variable;
-    const char *subdir;
+    const char *variable;  // the environment variable with the search path, or null
+    const char *subdir;    // or null
     const char *name;
     bool all;
 };
 
-// Reads the words; null, or the word that is wrong.
+// Reads the command line. Returns null, or the first word that is wrong.
 const char *read_options(int argc, char **argv, Options &options)
 {
     for (int i = 1; i < argc; ++i) {

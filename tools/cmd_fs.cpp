@@ -1,7 +1,8 @@
-// stock fs: where the file system of a path comes from, and its room.
+// stock fs: prints the host, size and free space of the file system that contains a path.
 
 #include <memory>
 
+#include "base/limits.h"
 #include "command.h"
 #include "deviants.h"
 #include "stock.h"
@@ -18,6 +19,7 @@ constexpr const char *kHelp =
     "\n"
     "Exit status: 0, 1 when PATH cannot be examined, 2 on wrong usage.\n";
 
+// The word for 1, 0 and, if the question could not be answered, -1.
 const char *yes_or_no(int answer)
 {
     return answer < 0 ? "unknown" : answer ? "yes" : "no";
@@ -34,10 +36,10 @@ void print(const Infopath &info, int nfs)
     printf("%-16s %s\n", "nfs", yes_or_no(nfs));
 }
 
-// Whether the file system of the path is of another host, "~" expanded.
+// Expands a "~" at the beginning, as infopath does, and asks is_nfs: 1, 0, or -1.
 int nfs_of(const char *path)
 {
-    char clean[1024];
+    char clean[stock::kPathSize];
     if (*path == '~')
         cleanpath(path, 0, clean);
     return is_nfs(*path == '~' ? clean : path);

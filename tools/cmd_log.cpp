@@ -1,4 +1,5 @@
-// stock log: a report from a shell script, delivered and tagged as the library does.
+// stock log: reports a message of a shell script through the message log, so that it is
+// delivered and tagged like the messages of programs.
 
 #include <cerrno>
 #include <climits>
@@ -28,12 +29,12 @@ constexpr const char *kHelp =
     "ELOG_DELIVER sends it, such as stderr@l.\n";
 
 struct Report {
-    int severity = 2;
-    int error = 0;
+    int severity = ELOG_NOTIFY;
+    int error = 0;  // the errno to report, 0 for none
     std::string text;
 };
 
-// Reads a whole number from 0 on. False for anything else.
+// Reads a whole number from 0 to INT_MAX. Returns false for anything else.
 bool read_number(const char *word, int &number)
 {
     char *end = nullptr;
@@ -45,6 +46,7 @@ bool read_number(const char *word, int &number)
     return true;
 }
 
+// Reads the name of a severity. Returns false if there is none of that name.
 bool read_severity(const char *word, int &severity)
 {
     for (int i = 0; const char *name = elog_severity(i); ++i)
@@ -55,7 +57,8 @@ bool read_severity(const char *word, int &severity)
     return false;
 }
 
-// Reads the options; gives kDone and the index of the first word behind them.
+// Reads the options and sets i to the index of the first word of the message. Returns kDone or
+// kUsage.
 int read_options(int argc, char **argv, Report &report, int &i)
 {
     for (i = 1; i < argc && argv[i][0] == '-' && argv[i][1]; ++i) {
@@ -77,7 +80,7 @@ int read_options(int argc, char **argv, Report &report, int &i)
     return kDone;
 }
 
-// Reports with any severity, and returns.
+// Calls elog, which takes an argument list and, unlike elog_die, always returns.
 void deliver(int severity, const char *format, ...)
 {
     va_list args;
@@ -91,8 +94,8 @@ void send(const Report &report)
     const char *text = report.text.c_str();
     errno = report.error;
     switch (report.severity) {
-    case 5: elog_die(1, "%s", text);
-    case 6: elog_fault(1, "%s", text);
+    case ELOG_DIE: elog_die(1, "%s", text);
+    case ELOG_FAULT: elog_fault(1, "%s", text);
     default: deliver(report.severity, "%s", text);
     }
 }

@@ -1,39 +1,46 @@
-// stock path: path names as text, one result a line.
+// stock path: cleans path names, makes them absolute or relative, and splits them. Prints one
+// result on each line.
 
 #include <cstring>
 #include <string_view>
 
+#include "base/limits.h"
 #include "command.h"
 #include "stock.h"
 
 namespace {
 
-constexpr size_t kPathSize = 1024;  // of the library's buffers
+using stock::kPathSize;
 
-// How a path was made.
-enum Made { kWhole, kUnexamined, kNone };
+// What became of a path.
+enum Outcome {
+    kComplete,    // the result is right
+    kUnexamined,  // there is a result, but a component of the path could not be examined
+    kNone         // there is no result
+};
 
-// What the library's result and its text, empty where there is none, mean.
-Made made(int result, bool is_there)
+// result is what the library's function returned; has_path says whether its buffer holds a path.
+Outcome outcome_of(int result, bool has_path)
 {
-    return !is_there ? kNone : result == 0 ? kWhole : kUnexamined;
+    return !has_path ? kNone : result == 0 ? kComplete : kUnexamined;
 }
 
-// Prints what make(path, result) makes of each path; nothing where the result is not its path.
+// Calls make(path, buffer), which returns an Outcome, for each path. Prints the buffer, unless
+// the outcome is kNone, and complains unless it is kComplete. Returns the exit status.
 template <class Make>
 int print_each(int count, char **paths, Make make)
 {
     int status = kDone;
     for (int i = 0; i < count; ++i) {
         char path[kPathSize];
-        const int result = make(paths[i], path);
-        if (result != kWhole)
+        const Outcome outcome = make(paths[i], path);
+        if (outcome != kComplete)
             status = kFailed;
-        if (result == kNone)
+        if (outcome == kNone)
             elog_complain(0, "there is no such form of '%s'\n", paths[i]);
         else
             puts(path);
-        if (result == kUnexamined)
+        if (outcome == kUnexamined)
             elog_complain(0, "not every component of '%s' can be examined\n", paths[i]);
     }
     return status;
@@ -54,7 +61,7 @@ int clean(int argc, char **argv)
         return wrong_usage("stock path clean", "which path?");
     return print_each(argc - first, argv + first, [=](const char *path, char *result) {
         const int cleaned = cleanpath(path, links ? CLEANPATH_LINKS : 0, result);
-        return made(cleaned, *result != 0);
+        return outcome_of(cleaned, *result != 0);
     });
 }
 
@@ -71,7 +78,9 @@ int abs(int argc, char **argv)
         return wrong_usage("stock path abs", "which path?");
     return print_each(argc - 1, argv + 1, [](const char *path, char *result) {
         const int absolute = abspath(path, result);
-        return made(absolute, *result == '/' || *result == '~');
+        // A path that abspath could not make absolute is still relative. "~name" of an
+        // unknown user stays as it is and counts as a result.
+        return outcome_of(absolute, *result == '/' || *result == '~');
     });
 }
 
@@ -104,7 +113,8 @@ void print_part(const char *name, std::string_view part)
     putchar('\n');
 }
 
-// The parts that parsepath gives, however long they are.
+// Splits the path as parsepath does, but prints parts of any length: parsepath refuses parts
+// that do not fit its buffers.
 void print_parts(std::string_view path)
 {
     const size_t slash = path.rfind('/');

@@ -1,4 +1,4 @@
-// stock pf: the table of its commands.
+// stock pf: the table of the commands for parameter files, each of which has a source pf_NAME.cpp.
 
 #include "command.h"
 #include "pf_tool.h"

@@ -1,19 +1,21 @@
-// stock root: the installation root and how it was found.
+// stock root: prints the installation root and how it was found.
 
 #include <cstdlib>
 #include <cstring>
 
+#include "base/limits.h"
 #include "command.h"
 #include "stock.h"
 
 namespace {
 
-// Looked at before anything else runs: finding the root changes the environment.
+// Read before main: elog_init finds the root and then sets TALUVINE in the environment.
 const bool kGiven = getenv("TALUVINE") != nullptr;
 
+// Tries the sources of the root in the order of gettaluvine and returns the one that has it.
 const char *how_it_was_found(const char *root)
 {
-    char buffer[1024] = "";
+    char buffer[stock::kPathSize] = "";
     if (kGiven)
         return "the environment variable TALUVINE";
     if (!strcmp(root, Default_taluvinepath))

@@ -1,4 +1,4 @@
-// stock signals: number, name and description.
+// stock signals: prints number, name and description of signals.
 
 #include <climits>
 #include <cstdlib>
@@ -14,7 +14,7 @@ void print(const Signal *signal)
     printf("%3d  %-10s %s\n", signal->number, signal->name, signal->description);
 }
 
-// Prints the signal that a word means, its name or its number. False when none does.
+// Prints the signal with this name or number. Returns false if there is none.
 bool print_signal(const char *word)
 {
     char name[SIGNAL_NAME_SIZE];

@@ -1,4 +1,7 @@
-// stock state: what a program keeps across restarts.
+// stock state: prints the values in the state file of a program.
+//
+// The file is parsed into a tree, and the tree is printed depth first, each value with its
+// address. The file is not locked.
 
 #include <cstring>
 #include <string>
@@ -21,7 +24,8 @@ constexpr const char *kHelp =
     "program that uses the state file meanwhile is not disturbed. The exit status is 1\n"
     "when the file cannot be read or is no parameter text; such a file restores nothing.\n";
 
-// On one line, from which the text can be had again.
+// Escapes the text so that it stays on one line and can be read back: escaped() leaves
+// backslashes alone, so they are doubled first.
 std::string one_line(std::string_view text)
 {
     std::string doubled;
@@ -35,13 +39,14 @@ void print(const std::string &address, std::string_view text)
     printf("%s\t%s\n", one_line(address).c_str(), one_line(text).c_str());
 }
 
-// A function as it was written, without the end of its line.
+// The text of a function without the blanks and the newline after it.
 std::string_view call_of(const Pf *function)
 {
     const std::string_view text = function->value.pffunct->text;
     return text.substr(0, text.find_last_not_of(" \t\n") + 1);
 }
 
+// Prints a node and everything under it; the address of the top node is empty.
 void print_node(const std::string &address, Pf *node)
 {
     switch (node->type) {

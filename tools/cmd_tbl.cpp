@@ -1,7 +1,8 @@
-// stock tbl: what a list file holds.
+// stock tbl: prints the list that a file holds.
 //
-// The bytes are read from the file and not from its mapping, where a file that is cut
-// short meanwhile would end the process.
+// readtbl maps the file and checks it. The bytes to print are then read from the file and not
+// from the mapping: if the file were cut short meanwhile, reading the mapping would raise
+// SIGBUS and end the process.
 
 #include <algorithm>
 #include <cerrno>
@@ -30,7 +31,8 @@ struct CloseTbl {
     void operator()(Tbl *tbl) const { freetbl(tbl, nullptr); }
 };
 
-// Reads what the list has at an address, up to n bytes. Fewer come when the file ends.
+// Reads n bytes from the place in the file that is mapped at the address. Returns fewer bytes if
+// the file ends before.
 std::string read_bytes(const Tbl *tbl, const void *address, size_t n)
 {
     const off_t start = static_cast<const char *>(address) - static_cast<char *>(tbl->mapaddr);
@@ -49,12 +51,13 @@ std::string read_bytes(const Tbl *tbl, const void *address, size_t n)
     return bytes;
 }
 
-// Each returns whether the file still held what was to be printed.
+// The following functions return false if the file no longer has what they were to print.
 
 bool print_comment(const Tbl *tbl, const char *comment)
 {
     printf("%-16s ", "comment");
     std::string text = comment ? "" : "-";
+    // In pieces, up to the zero byte: the length of the comment is not known.
     for (bool more = comment != nullptr; more;) {
         const std::string chunk = read_bytes(tbl, comment + text.size(), 256);
         const size_t end = std::min(chunk.find('\0'), chunk.size());

@@ -1,6 +1,9 @@
-// stock time: times read in any form and printed in one.
+// stock time: reads times in any form of str2epoch and prints them in one form; prints
+// intervals; waits until a time.
+//
+// The library reads and prints. This file adds the ISO 8601 form, with a calendar that is right
+// in every year, and the column in which the text of a time becomes wrong.
 
-#include <cctype>
 #include <cerrno>
 #include <charconv>
 #include <cmath>
@@ -11,6 +14,7 @@
 
 #include <unistd.h>
 
+#include "base/ascii.h"
 #include "command.h"
 #include "deviants.h"
 #include "stock.h"
@@ -35,7 +39,7 @@ constexpr const char *kHelp =
     "The status is 1 when one of the times cannot be read.\n";
 
 struct Options {
-    const char *format = nullptr;  // null: styles of fmttime or what `print` does
+    const char *format = nullptr;  // of zepoch2str; only print_format and print_dated use it
     const char *zone = nullptr;    // null: UTC
     void (*print)(double when, const Options &options);
 };
@@ -61,7 +65,7 @@ void print_format(double when, const Options &options)
     free(text);
 }
 
-// A form of a date; what is no date is printed as fmttime does.
+// Prints a date. A time that is out of range is printed as outside_range describes it.
 void print_dated(double when, const Options &options)
 {
     char text[OUTSIDE_RANGE_SIZE];
@@ -69,8 +73,9 @@ void print_dated(double when, const Options &options)
                               : print_format(when, options);
 }
 
-constexpr int64_t kDay = 86400;
+constexpr int64_t kDaySeconds = 86400;
 
+// Divides and rounds down, also if a is negative.
 int64_t floor_div(int64_t a, int64_t b)
 {
     return a / b - (a % b < 0);
@@ -81,23 +86,24 @@ struct Date {
     int month, day;  // from 1
 };
 
-// The date so many days after 1970-01-01 in the Gregorian calendar, right in any year. Years
-// are counted from 1 March, so that the day that a leap year has more ends one.
+// The date that is the given number of days after 1970-01-01 in the Gregorian calendar. It is
+// right in every year; etoh is not. Years are counted from 1 March, so that a leap day is the
+// last day of its year.
 Date date_of(int64_t days)
 {
-    constexpr int64_t kEra = 146097;            // days of 400 years
-    constexpr int64_t kFrom0000March = 719468;  // days up to 1970-01-01
+    constexpr int64_t kEraDays = 146097;        // 400 years
+    constexpr int64_t kFrom0000March = 719468;  // days from 0000-03-01 to 1970-01-01
     const int64_t from_march = days + kFrom0000March;
-    const int64_t era = floor_div(from_march, kEra);
-    const int64_t day = from_march - era * kEra;  // 0 .. 146096
-    const int64_t year = (day - day / 1460 + day / 36524 - day / (kEra - 1)) / 365;
+    const int64_t era = floor_div(from_march, kEraDays);
+    const int64_t day = from_march - era * kEraDays;  // 0 .. 146096
+    const int64_t year = (day - day / 1460 + day / 36524 - day / (kEraDays - 1)) / 365;
     const int64_t of_year = day - (year * 365 + year / 4 - year / 100);  // 0 .. 365
     const int64_t month = (5 * of_year + 2) / 153;                       // 0 is March
     return {era * 400 + year + (month >= 10), static_cast<int>(month < 10 ? month + 3 : month - 9),
             static_cast<int>(of_year - (153 * month + 2) / 5 + 1)};
 }
 
-// The zone's distance from UTC in minutes, which is all that ISO 8601 has room for.
+// The zone's distance from UTC at a time, in minutes: ISO 8601 has no seconds there.
 int64_t minutes_from_utc(const char *zone, int64_t seconds)
 {
     int year = 0, doy = 0, month = 0, day = 0, hour = 0, minute = 0;
@@ -107,11 +113,12 @@ int64_t minutes_from_utc(const char *zone, int64_t seconds)
          static_cast<double>(seconds));
     free(name);
     const double days = year2days(year) + doy - 1;
-    const double there = days * kDay + hour * 3600 + minute * 60 + second;
+    const double there = days * kDaySeconds + hour * 3600 + minute * 60 + second;
     return std::llround((there - static_cast<double>(seconds)) / 60);
 }
 
-// Whole milliseconds are counted, so that no fraction is below 0 or rounded to a whole second.
+// Computes in whole milliseconds, so that the fraction is neither negative nor rounded up to a
+// whole second.
 void print_iso(double when, const Options &options)
 {
     char text[OUTSIDE_RANGE_SIZE];
@@ -124,8 +131,8 @@ void print_iso(double when, const Options &options)
     const int64_t seconds = floor_div(milliseconds, 1000);
     const int64_t offset = options.zone ? minutes_from_utc(options.zone, seconds) : 0;
     const int64_t local = seconds + offset * 60;
-    const Date date = date_of(floor_div(local, kDay));
-    const auto of_day = static_cast<int>(local - floor_div(local, kDay) * kDay);
+    const Date date = date_of(floor_div(local, kDaySeconds));
+    const auto of_day = static_cast<int>(local - floor_div(local, kDaySeconds) * kDaySeconds);
     const auto distance = static_cast<int>(std::abs(offset));
     printf("%s%04d-%02d-%02dT%02d:%02d:%02d.%03d", date.year < 0 ? "-" : "",
            static_cast<int>(std::abs(date.year)), date.month, date.day, of_day / 3600,
@@ -136,7 +143,8 @@ void print_iso(double when, const Options &options)
         putchar('Z');
 }
 
-// What the library logs of the first `length` bytes of the text.
+// The message that the library logs for the first `length` bytes of the text; empty if none.
+// Takes the message off the log's stack again.
 std::string problem_of(const std::string &text, size_t length)
 {
     const int mark = elog_mark();
@@ -149,12 +157,14 @@ std::string problem_of(const std::string &text, size_t length)
     return problem;
 }
 
-// The column, from 1, from which on the text makes no sense: the shortest beginning that has
-// the problem of the whole ends there, or begins there when it ends with the words that the
-// problem quotes. 0 for a text that only says too little.
+// The column, from 1, where the text becomes wrong; 0 if that is not known.
+//
+// Finds the shortest beginning of the text that has the same problem as the whole text. If it
+// ends with the words that the message quotes, they begin at the column; otherwise it ends
+// there.
 size_t column_of_problem(const std::string &text)
 {
-    constexpr size_t kLongest = 2000;  // every beginning is read once
+    constexpr size_t kLongest = 2000;  // bytes: every beginning is read once
     const std::string problem = problem_of(text, text.size());
     if (problem.empty() || text.size() > kLongest)
         return 0;
@@ -171,7 +181,8 @@ size_t column_of_problem(const std::string &text)
     return length;
 }
 
-// The library says why, this of what. Where the lines of a file are read, line counts from 1.
+// Complains that the text is not a time, after the reason, which the library logs. line is the
+// number of its line from 1, or 0 if the text does not come from standard input.
 void complain(const std::string &text, long line)
 {
     char where[64] = "";
@@ -185,7 +196,7 @@ void complain(const std::string &text, long line)
     elog_complain(0, "%scan't read the time '%.500s'%s\n", where, text.c_str(), from);
 }
 
-// Reads one time and prints it; false when it is none.
+// Reads one time and prints it. Complains and returns false if it is not one.
 bool convert(const char *text, long line, const Options &options)
 {
     double when = 0;
@@ -199,7 +210,7 @@ bool convert(const char *text, long line, const Options &options)
     return true;
 }
 
-// The same for a line of a file, which may hold a zero byte: no time does.
+// The same for a line of standard input. A line with a zero byte is not a time.
 bool convert_line(const char *text, size_t length, long line, const Options &options)
 {
     if (!memchr(text, '\0', length))
@@ -209,11 +220,15 @@ bool convert_line(const char *text, size_t length, long line, const Options &opt
     return false;
 }
 
-// The lines of standard input, as they come, for as long as the output works.
+// Converts the lines of standard input as they arrive, until the input ends or the output fails.
+// Returns false if a line was not a time or an error occurred.
+//
+// It calls read and not fgets, so that a line is answered before the next one is typed, and
+// several lines that arrive together are answered with one write.
 bool convert_lines(const Options &options)
 {
     bool good = true;
-    std::string text;  // of a line that has not ended
+    std::string text;  // the beginning of a line whose end has not yet been read
     char chunk[65536];
     for (long line = 1;;) {
         const ssize_t got = read(STDIN_FILENO, chunk, sizeof chunk);
@@ -266,7 +281,7 @@ int wait_and_run(int argc, char **argv)
         complain(argv[0], 0);
         return kFailed;
     }
-    // A signal may end a pause early.
+    // A signal may end the sleep early.
     for (int verbose = 1; std_now() < when; verbose = 0)
         wait_for_time(verbose, when);
     if (argc == 1)
@@ -277,13 +292,13 @@ int wait_and_run(int argc, char **argv)
     return kFailed;
 }
 
-// "-" is standard input, and -1:30 and -2days are times.
+// "-" is standard input, and "-1:30" and "-2days" are times.
 bool is_option(const char *word)
 {
-    return word[0] == '-' && (isalpha(static_cast<unsigned char>(word[1])) || word[1] == '-');
+    return word[0] == '-' && (stock::is_letter(word[1]) || word[1] == '-');
 }
 
-// Takes the options off the words; null, or the word that is wrong.
+// Reads the options and removes them from argv. Returns null, or the first word that is wrong.
 const char *read_options(int &argc, char **&argv, Options &options)
 {
     for (; argc > 0 && is_option(argv[0]); --argc, ++argv) {

@@ -1,4 +1,5 @@
-// What a command of the tool is made of.
+// What all sources of the tool share: a row in the table of commands, the exit statuses,
+// help and usage, and the function of each command.
 
 #pragma once
 
@@ -6,31 +7,33 @@
 #include <string>
 #include <vector>
 
-// A command gets its own words only: argv[0] is its name. It returns the tool's
-// exit status: 0, 1 when what was asked for failed, 2 on wrong usage.
+// A row in a table of commands; an empty row ends the table.
 struct Command {
     const char *name;
-    const char *arguments;  // as shown behind the name in a usage line
-    const char *summary;    // one line, no full stop
+    const char *arguments;  // printed after the name in a usage line
+    const char *summary;    // one line, without a full stop
+    // Gets the words of the command, argv[0] being its name. Returns the tool's exit status.
     int (*run)(int argc, char **argv);
 };
 
+// Exit statuses: success, failure, a wrong command line.
 enum { kDone = 0, kFailed = 1, kUsage = 2 };
 
-// Prints the wrong word and where help is to the log; gives kUsage.
+// Complains about a wrong command line and says how to get help. Returns kUsage.
 int wrong_usage(const char *command, const char *format, ...) __attribute__((format(printf, 2, 3)));
 
-// Prints the help and is true when the first word asks for it.
+// If the first word is --help or -h, prints the help and returns true.
 bool helped(int argc, char **argv, const char *help);
 
-// Runs the command that argv[1] names out of a family such as "stock pf", or
-// prints the family's help.
+// Runs the command of a family, such as "stock pf", that argv[1] names, or prints the
+// family's help. Returns the exit status.
 int run_family(const char *family, const Command *commands, int argc, char **argv);
 
-// Runs the whole tool: argv[1] is the command.
+// Runs the tool with the command argv[1]. "stock complete" calls it to read the help of
+// other commands.
 int run_tool(int argc, char **argv);
 
-// The names that "stock convert" takes.
+// The names of all converters that "stock convert" accepts.
 std::vector<std::string> converter_names();
 
 int cmd_complete(int argc, char **argv);

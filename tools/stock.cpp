@@ -1,4 +1,5 @@
-// The command-line tool of stock: a table of commands and how one is chosen.
+// The command-line tool of stock: its main function, the table of its commands, and the
+// functions that choose a command from a table and print help.
 
 #include <cstdarg>
 #include <cstring>
