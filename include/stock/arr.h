@@ -1,15 +1,16 @@
 /*
- * arr.h - the associative array from strings to pointers, in key order.
+ * arr.h - associative arrays: ordered maps from strings to pointers.
  *
- * An Arr is a red-black tree (redblack.h) that owns copies of its keys; all
- * functions of the tree may be used on it. Each copy is a string of its own from
- * malloc. What the tree's functions take out is the caller's, to be freed with free:
- * the key in removed behind rbdelete or rbinsert, and all keys when rbdestroy is to
- * free the array, be it before or after. A key that rbinsert puts in is the array's.
+ * An Arr keeps its entries in the order of the keys. It owns copies of the keys; the caller
+ * owns the values. A stored null value looks like a missing key. A null array counts as an
+ * empty one, and a null key is never found in an array of strings.
  *
- * Values belong to the caller, and a stored null value looks like an absent key.
- * A null array reads as an empty one, and a null key is in no array of strings.
- * Nothing here locks: threads that share an array lock it.
+ * An Arr is a red-black tree, and all functions of redblack.h may be used on it. Each copy of
+ * a key is a string of its own from malloc. If those functions remove keys, the caller must
+ * free them with free: the key in removed after rbdelete or rbinsert, and, before or after
+ * rbdestroy, all keys of the array. A key that rbinsert stores belongs to the array.
+ *
+ * Nothing here locks: threads that share an array must lock it.
  */
 
 #ifndef STOCK_ARR_H
@@ -24,88 +25,97 @@ STOCK_BEGIN_DECLS
 typedef Rbtree Arr;
 
 /*
- * A new, empty array. compare orders the keys; null: as strcmp does. Without
- * memory the process ends with the out-of-memory message.
+ * Creates an empty array. compare orders the keys; if it is null, the order is that of
+ * strcmp. Running out of memory ends the process.
  *
  * Returns an array that the caller frees with freearr.
  */
 STOCK_API Arr *newarr(int (*compare)(const void *a, const void *b));
 
 /*
- * Stores a value under a copy of the key. When an equal key is there, its value is
- * replaced. Its copy stays when it is the same text; in another spelling, which the
- * comparison takes for equal, it is freed and the new one kept. removed then holds
- * the old value, and null as the key.
+ * Stores a value under a copy of the key. If the array has an equal key, its value is
+ * replaced. The array keeps its copy of the key if the text is the same; if the texts differ
+ * but compare finds them equal, the new key replaces the old copy, which is freed. Afterwards
+ * removed holds the old value, and null as the key.
  *
- * Returns the value that the key had before, the caller's again; null when the key
- * is new. Without memory nothing is stored, and null returned.
+ * Returns the earlier value of the key, which the caller owns, or null if the key is new. If
+ * there is no memory, stores nothing and returns null.
  */
 STOCK_API void *setarr(Arr *arr, const char *key, void *value);
 
-/* The value stored under the key, or null. The array keeps it. */
+/* Returns the value stored under the key, or null. The value stays in the array. */
 STOCK_API void *getarr(const Arr *arr, const char *key);
 
 /*
- * Removes a key and frees the array's copy of it. removed then holds the value, and
+ * Removes a key and frees the array's copy of it. Afterwards removed holds the value, and
  * null as the key.
  *
- * Returns its value, the caller's again; null when the key is absent.
+ * Returns the value, which the caller owns, or null if the key is missing.
  */
 STOCK_API void *delarr(Arr *arr, const char *key);
 
 /*
- * Frees the array and its keys. free_value, when not null, is called with each
- * value, null ones included, in no particular order. Returns 0.
+ * Frees the array and its keys. If free_value is not null, it is called with each value,
+ * including null values, in no particular order. Returns 0.
  */
 STOCK_API int freearr(Arr *arr, void (*free_value)(void *value));
 
-/* The number of entries, counted one by one. */
+/* Counts the entries, one by one, and returns their number. */
 STOCK_API int64_t cntarr(const Arr *arr);
 
 /*
- * The keys in ascending order. They are the array's own copies, each valid until
- * its entry is removed, or replaced by rbinsert or in another spelling.
+ * Lists the keys in ascending order. The keys are borrowed from the array: each is valid
+ * until its entry is removed, or its key is replaced by rbinsert or by a key with another
+ * text.
  *
- * Returns an indirect list that the caller frees with freetbl(keys, null).
+ * Returns an indirect list that the caller frees with freetbl(keys, NULL).
  */
 STOCK_API Tbl *keysarr(const Arr *arr);
 
-/* The values in ascending order of their keys, as an indirect list like that of keysarr. */
+/*
+ * Lists the values in ascending order of their keys.
+ *
+ * Returns an indirect list that the caller frees with freetbl(values, NULL).
+ */
 STOCK_API Tbl *valsarr(const Arr *arr);
 
 /*
- * Calls function(key, value, argument) with every entry in ascending key order.
- * The function may set values of keys that are there, in any spelling that is equal,
- * but must not add or delete keys. Returns 0.
+ * Calls function(key, value, argument) with each entry in ascending order of the keys. The
+ * function may set the value of a key that the array has, but must not add or delete keys.
+ * Returns 0.
  */
 STOCK_API int applyarr(const Arr *arr, int (*function)(void *key, void *value, void *argument),
                        void *argument);
 
-/* The same over one node's subtree. Returns what the last call returned, 0 when there was none. */
+/*
+ * The same for the subtree of one node. Returns the result of the last call, or 0 if there was
+ * none.
+ */
 STOCK_API int arr_walk(Rbnode *node, int (*function)(void *key, void *value, void *argument),
                        void *argument);
 
 /*
- * A copy with the same comparison, copies of the keys, and copy(value) for each
- * value. With copy null the values themselves are shared.
+ * Copies an array with the same comparison, copies of the keys, and copy(value) for each
+ * value. If copy is null, both arrays share the values.
  *
  * Returns an array that the caller frees with freearr.
  */
 STOCK_API Arr *duparr(const Arr *arr, void *(*copy)(void *value));
 
 /*
- * The keys that the POSIX extended regular expression matches whole, in order;
- * none when it does not compile.
+ * Lists, in order, the keys that match the POSIX extended regular expression as a whole; none
+ * if it does not compile.
  *
- * Returns an indirect list, like that of keysarr.
+ * Returns an indirect list that the caller frees with freetbl(keys, NULL). The keys are
+ * borrowed as those of keysarr.
  */
 STOCK_API Tbl *greparr(const char *pattern, const Arr *arr);
 
 /*
- * The other way round: the keys that, read as expressions, match the whole text.
- * Keys that do not compile are skipped.
+ * The reverse: takes the keys as regular expressions, and lists those that the text matches
+ * as a whole. Keys that do not compile are skipped.
  *
- * Returns an indirect list, like that of keysarr.
+ * Returns a list like that of greparr.
  */
 STOCK_API Tbl *arrgrep(const Arr *arr, const char *text);
 

@@ -1,13 +1,12 @@
 /*
- * asciidump.h - bytes as text that can be read back.
+ * asciidump.h - print bytes as escaped text, and read that text back.
  *
- * The codes 32 to 126 are printable and stand for themselves, but for the
- * backslash, which is doubled. Other bytes are escaped as a backslash, "0x" and
- * two digits: the byte 1 is \0x01. What a function leaves as it is besides is
- * said there.
+ * The codes 32 to 126 are printable and are printed unchanged, except that the backslash is
+ * doubled. Other bytes are escaped as a backslash, "0x" and two digits: the byte 1 is \0x01.
+ * Each function says which other bytes it does not escape.
  *
- * Every dump first asks nomem (deviants.h) whether the memory can be read; a
- * null address with bytes behind it never can. Nothing locks.
+ * Every dump first calls nomem (deviants.h) to find out whether the memory can be read. A null
+ * address with n above 0 can never be read. Nothing here locks.
  */
 
 #ifndef STOCK_ASCIIDUMP_H
@@ -21,71 +20,71 @@ STOCK_BEGIN_DECLS
 
 enum {
     ASCIIDUMP_WIDTH = 80,   /* columns after which asciidump breaks a line */
-    PRINTABLE_CHAR_SIZE = 6 /* bytes that printable_char fills at most */
+    PRINTABLE_CHAR_SIZE = 6 /* bytes of the buffer of printable_char */
 };
 
 /*
- * Prints n bytes as escaped text, tabs and newlines as themselves. A newline is
- * inserted whenever a line has ASCIIDUMP_WIDTH columns or more; a tab counts as
- * one. n below 1 prints just a newline. Memory that cannot be read is shown as
- * "no memory at %lx\n".
+ * Prints n bytes as escaped text; tabs and newlines are not escaped. Inserts a newline after
+ * ASCIIDUMP_WIDTH or more columns; a tab counts as one column. If n is below 1, prints only a
+ * newline. For memory that cannot be read, prints "no memory at %lx\n".
  *
  * Returns the number of characters printed, at most INT_MAX.
  */
 STOCK_API int asciidump(FILE *stream, const char *p, int n);
 
 /*
- * The same for text that comes piece by piece: *column, 0 at first, is where
- * the last piece ended. n below 1 prints nothing.
+ * The same for text that is printed in pieces. *column is 0 at first, and keeps the column in
+ * which the last piece ended. If n is below 1, prints nothing.
  */
 STOCK_API int asciidump_piece(FILE *stream, const char *p, int n, int *column);
 
 /*
- * Reads back up to n bytes of what asciidump printed.
+ * Reads up to n bytes of the output of asciidump.
  *
- *     two backslashes                        one
- *     a backslash and four more characters   the byte with the last two as digits
- *     after ASCIIDUMP_WIDTH columns or more  the next character is dropped
+ *     input                                  byte
+ *     two backslashes                        a backslash
+ *     a backslash and four more characters   the byte whose digits are the last two
+ *     after ASCIIDUMP_WIDTH or more columns  none: the next character is skipped
  *     anything else                          itself
  *
- * Reading ends when n bytes are there, at the end of input, also inside an
- * escape, and behind an escape whose digits are none. Returns how many bytes
- * were read.
+ * Reading ends when n bytes have been read, at the end of input, even inside an escape, and
+ * after an escape with invalid digits. Returns the number of bytes read.
  */
 STOCK_API int read_asciidump(FILE *stream, unsigned char *buf, int n);
 
-/* The same piece by piece: *column, 0 at first, is where the last piece ended. */
+/* The same for text that is read in pieces: *column is 0 at first, as for asciidump_piece. */
 STOCK_API int read_asciidump_piece(FILE *stream, unsigned char *buf, int n, int *column);
 
 /*
- * Writes n bytes as escaped text into a buffer of size bytes, newlines as a
- * backslash and "n". Once size - 5 characters are written the rest is left
- * out. n below 1 gives "\n". Memory that cannot be read gives "no memory at %lx\n",
- * cut to the buffer, from a size of 26 on, "?" from 3 on, and else nothing.
+ * Writes n bytes as escaped text to a buffer of size bytes; newlines become a backslash and
+ * "n". After size - 5 characters the rest is omitted. If n is below 1, the text is "\n". For
+ * memory that cannot be read it is "no memory at %lx\n", cut to the buffer, if size is at
+ * least 26, "?" if it is at least 3, and otherwise nothing.
  *
- * Returns buf, terminated when size is above 0 (above 2 without memory).
+ * Returns buf. It is terminated if size is above 0, or above 2 if the memory cannot be read.
  */
 STOCK_API char *printable_string(char *buf, int size, const char *p, int n);
 
 /*
- * 2 when all n bytes are printable, 1 when the first that is not is a zero
- * byte: a printable, terminated string; else 0. A null address with bytes
- * behind it gives 0.
+ * Returns 2 if all n bytes are printable, 1 if the first one that is not is a zero byte (the
+ * bytes are then a printable, terminated string), and otherwise 0. Returns 0 for a null
+ * address with n above 0.
  */
 STOCK_API int printable(const char *s, int n);
 
 /*
- * A character as a string in buf, of PRINTABLE_CHAR_SIZE bytes: itself when it
- * is printable, a newline, a tab or a carriage return, else the escape of its
- * low byte. Returns buf.
+ * Writes a character as a string to buf, which must have PRINTABLE_CHAR_SIZE bytes: the
+ * character itself if it is printable, a newline, a tab or a carriage return, and otherwise
+ * the escape of its low byte. Returns buf.
  */
 STOCK_API char *printable_char(int ch, char *buf);
 
 /*
- * Shows a value by name. A null name or comment is taken as empty.
+ * Prints a value with its name. A null name or comment counts as an empty one.
  *
- *     printable     name = 'text' comment
- *     else          name (n bytes) # comment, and hexdump of the n bytes
+ *     value          printed
+ *     printable      name = 'text' comment
+ *     otherwise      name (n bytes) # comment, and the hexdump of the n bytes
  */
 STOCK_API void Xchardump(FILE *stream, const char *name, const char *comment, const char *p, int n);
 

@@ -1,8 +1,8 @@
 /*
- * basicread.h - reading a file without the message log.
+ * basicread.h - read a file without using the message log.
  *
- * For what the log itself needs, and for programs that have not started it:
- * errors go straight to standard error.
+ * The log itself uses these functions, and so can a program that has not called elog_init.
+ * Errors are printed to standard error. Nothing here locks.
  */
 
 #ifndef STOCK_BASICREAD_H
@@ -17,10 +17,10 @@ STOCK_BEGIN_DECLS
 /*
  * Reads a whole file.
  *
- * On success 0 comes back, *buffer is a new zero-terminated block that the
- * caller frees with free, and *size its size: the file's size + 1. On failure
- * -1 comes back, *buffer is null, *size is 0, and standard error says why, with
- * the system's words where "..." stands:
+ * On success returns 0: *buffer is a new block that ends in a zero byte and that the caller
+ * frees with free, and *size is its size, the size of the file + 1. On failure returns -1:
+ * *buffer is null, *size is 0, and one of these is printed to standard error, with the
+ * system's reason for "...":
  *
  *     Can't open '%s' : ...\n
  *     fstat failed for '%s' : ...\n
@@ -32,16 +32,16 @@ STOCK_BEGIN_DECLS
 STOCK_API int basicreadfile(const char *path, char **buffer, int64_t *size);
 
 /*
- * Copies one line out of a text of length bytes, from *position up to the next
- * newline or the end of the text, and terminates it.
+ * Copies one line of a text of length bytes, from *position to the next newline or the end of
+ * the text, to line, and terminates it.
  *
- * The line has size bytes: at most size - 1 characters are copied. *position
- * moves one past the place where the copy stopped, so of a line that is too
- * long one character is lost and the next call goes on behind it: meant.
+ * line has size bytes, so at most size - 1 characters are copied. *position is then set to one
+ * character after the place where the copy ended. So if a line is too long, one character is
+ * lost and the next call continues after it: meant.
  *
- * Returns 1 while the new position is inside the text, else 0. The last line
- * comes with 0. A position outside the text gives an empty line and 0; a line
- * of no bytes gives 0 and leaves everything alone.
+ * Returns 1 if the new position is inside the text, and otherwise 0, also with the last line.
+ * If *position is outside the text, line becomes empty and 0 is returned. If size is below 1,
+ * nothing is changed and 0 is returned.
  */
 STOCK_API int basicgetline(const char *text, int64_t length, int64_t *position, char *line,
                            int size);

@@ -1,9 +1,9 @@
 /*
- * bury.h - a program's state, kept across restarts.
+ * bury.h - keep variables of a program across restarts, in a state file.
  *
- * A program names its state file once, registers the variables that are to survive,
- * and gets their values of the last run. The library writes them back when the
- * program says so, dies through elog_die, or is told to stop.
+ * A program names its state file once (exhume) and registers the variables that are to survive
+ * (resurrect), which restores their saved values. The library saves them when the program asks
+ * for it (bury), dies through elog_die, or is told to stop by a signal.
  *
  *     static volatile int stop;
  *     static int count;
@@ -16,19 +16,19 @@
  *         work();
  *     bury();
  *
- * The state file is parameter text, one entry per variable in the order of their
- * names. It is replaced as a whole: whenever the program or the machine stops, the
- * file holds the state of one bury, complete. It also serves as a lock, so that only
- * one process uses it at a time. The process must not open and close the state file
- * by itself: the system would take that for giving the lock up. Some network file
- * systems give no locks: there nothing keeps a second process out.
+ * The state file is parameter text with one entry per variable, in the order of their names.
+ * It is always replaced as a whole: whenever the program or the machine stops, the file holds
+ * the complete state of one bury. It also serves as a lock, so that only one process uses it at
+ * a time. The process must not open and close the state file by itself, because the system
+ * would then release the lock. On network file systems that have no locks, nothing prevents a
+ * second process from using the file.
  *
- * A process made by fork does not have the lock, but would write the state file if it
- * buried or died through the log: it calls exec or _exit.
+ * A child made by fork does not have the lock. It must call exec or _exit: if it called bury or
+ * died through the log, it would write the state file.
  *
- * A registered variable lives as long as the process and is read without a lock by
- * whichever thread buries. The functions may be called from any thread. Running
- * out of memory ends the process.
+ * A registered variable must remain valid until the process ends. The thread that calls bury
+ * reads it without a lock. The functions may be called from any thread. Running out of memory
+ * ends the process.
  */
 
 #ifndef STOCK_BURY_H
@@ -42,111 +42,110 @@
 
 STOCK_BEGIN_DECLS
 
-/* What a registered variable is; the numbers are part of the interface. */
+/* The type of a registered variable. The numbers are part of the interface. */
 enum {
     RELIC_INT = 0,    /* int */
     RELIC_DOUBLE = 1, /* double; 15 digits are kept */
-    RELIC_STRING = 2, /* char *: the text; a null pointer is saved as the empty text */
+    RELIC_STRING = 2, /* char *: a text; a null pointer is saved as the empty text */
     RELIC_TIME = 3    /* double: epoch seconds; milliseconds are kept */
 };
 
 /* The state file of a process. */
 typedef struct Grave {
     char *name;                   /* owned */
-    char *alternate;              /* owned: name and "+", what is written before it is renamed */
-    FILE *stream;                 /* owned: the state file, open as long as the process lives */
-    Arr *relics;                  /* of variables by name */
-    Pf *saved;                    /* what the file held, or null */
+    char *alternate;              /* owned: name and "+", the file that is written and renamed */
+    FILE *stream;                 /* owned: the state file, open until the process ends */
+    Arr *relics;                  /* owned: the registered variables by name */
+    Pf *saved;                    /* owned: what exhume read from the file, or null */
     volatile int *stop_flag;      /* borrowed, or null */
     int grace_seconds;            /* see exhume */
-    void (*extra_values)(Pf *pf); /* or null */
+    void (*extra_values)(Pf *pf); /* see exhume; or null */
     int signalled;                /* 1 from a stop signal to the next bury */
 } Grave;
 
 /*
- * Opens, locks and reads the state file; directories that are missing on its path,
- * and the file, are made. The name is copied, and a relative one made absolute: it
- * holds when the program changes its directory.
+ * Opens, locks and reads the state file. Creates the file and missing directories on its path.
+ * The name is copied and made absolute, so that it remains right when the program changes its
+ * directory.
  *
- * With a stop flag, which is set to 0 first, the signals SIGHUP, SIGINT, SIGQUIT and
- * SIGTERM store their number there and then do what the grace seconds say:
+ * If stop_flag is not null, it is set to 0, and the signals SIGHUP, SIGINT, SIGQUIT and SIGTERM
+ * store their number in it. What the signal does then depends on grace_seconds:
  *
- *     0       bury and exit with status 1, inside the signal handler
- *     -1      nothing: the program sees the flag, buries and ends by itself
- *     5       after 5 seconds without a bury: bury, and die with "quitting from
- *             resurrection alarm\n"
+ *     0       the signal handler saves the state and exits with status 1
+ *     -1      nothing more: the program sees the flag, saves its state and ends by itself
+ *     5       if the program has not called bury after 5 seconds, the state is saved and the
+ *             process dies with "quitting from resurrection alarm\n"
  *
- * The handler may interrupt anything, also malloc, and would then wait for ever. So
- * each step of the end has 10 seconds: saving the state, the last message, and what
- * runs at exit. When a step takes longer the process says so on standard error, prints
- * the messages that wait, and ends with status 1. The same holds for a bury that runs
- * when the grace is over: it has 10 seconds more. A program that can look at its flag
- * is better off with -1 or some seconds.
+ * The handler can interrupt any function, for example malloc, and then wait for ever. Therefore
+ * each step of the end may take 10 seconds: saving the state, the last message, and the exit
+ * functions. If a step takes longer, the process says so on standard error, prints the waiting
+ * messages, and ends with status 1. A bury that is running when the grace period ends also gets
+ * 10 more seconds. A program that can look at its flag should use -1 or some seconds rather
+ * than 0.
  *
- * extra_values may be null. Each bury calls it with the tree that it will write, to
- * put further values in; it may call the functions of this header except bury.
+ * extra_values may be null. Otherwise each bury calls it with the tree that it is going to
+ * write, so that the program can add values. It may call the functions of this header except
+ * bury.
  *
  * Returns
  *
  *     1       the state file was read
- *     2       it is no parameter text: the reasons are logged, nothing is restored
- *     0       there was none, an empty one was made
- *     -1      it could not be opened or made, or is no regular file; bury will try to
- *             write it all the same, but replaces no device, pipe or directory
- *     -2      the process has a state file already
+ *     2       the file is not parameter text: the reasons are logged, nothing is restored
+ *     0       there was no state file; an empty one was created
+ *     -1      the file could not be opened or created, or is not a regular file; bury will
+ *             still try to write it, but replaces no device, pipe or directory
+ *     -2      the process already has a state file
  *
- * A file that another process uses ends this one, with "*fatal* Can't lock state file
- * '%s' for exclusive use: it is already in use.\n" and status 1. From another host's
- * file system a file may not be lockable: it complains "Can't lock '%s' on an nfs
- * filesystem: proceeding without lock" and goes on.
+ * If another process uses the file, this process ends with status 1 and "*fatal* Can't lock
+ * state file '%s' for exclusive use: it is already in use.\n". If the file is on a network file
+ * system without locks, exhume complains "Can't lock '%s' on an nfs filesystem: proceeding
+ * without lock".
  */
 STOCK_API int exhume(const char *filename, volatile int *stop_flag, int grace_seconds,
                      void (*extra_values)(Pf *pf));
 
 /*
- * Registers a variable under a name and stores its saved value in it. A second
- * registration of a name replaces the first. The text of a RELIC_STRING is a copy
- * that lives as long as the process.
+ * Registers a variable under a name and stores its saved value in it. A second registration of
+ * the same name replaces the first. The restored text of a RELIC_STRING is a copy that is never
+ * freed.
  *
- * The name is an address of a parameter tree (pf.h): "a{b}" is entry b of table a. It
- * is written as it is. A name that would not be read back is refused: one that holds a
- * tab, a newline, "#" or a backslash, that begins with a double quote, whose first key
- * is longer than 1023 bytes, or that is nested deeper than 11 levels.
+ * The name is an address in a parameter tree (pf.h): "a{b}" is the entry b of the table a. It
+ * is written unchanged. A name is refused if it would not be read back: if it contains a tab, a
+ * newline, "#" or a backslash, begins with a double quote, has a first key of more than 1023
+ * bytes, or is nested deeper than 11 levels.
  *
- * The text of a RELIC_STRING comes back exactly, with one exception: "&name" or
- * "&{name}" in it, where name is that of another value of the file, stands for
- * that value, as everywhere in parameter text. A RELIC_TIME that is not finite or
- * lies before the year 0 does not come back.
+ * A text is restored exactly, with one exception: if it contains "&name" or "&{name}" and the
+ * state file has a value of that name, the value takes its place, as everywhere in parameter
+ * text. A RELIC_TIME that is not finite, or lies before the year 0, is not restored.
  *
- * Returns 0 when there was a saved value, 1 when there was none and the variable
- * keeps its own, or -1: before exhume; without a name or an address, with a type that
- * there is not, or with a name that is refused, which is complained about.
+ * Returns 0 if there was a saved value, and 1 if there was none and the variable keeps its
+ * value. Returns -1 before exhume, and, with a complaint, if the name or the address is
+ * missing, the type does not exist, or the name is refused.
  */
 STOCK_API int resurrect(const char *name, void *address, int type);
 
 /*
- * Writes the extra values and all registered variables to the state file: to the
- * alternate file first, which is made anew, flushed to the disk and takes the place of
- * the state file when it is complete. A file that has the alternate name is removed first;
- * a link there is not followed.
+ * Writes the extra values and all registered variables to a new alternate file, flushes it to
+ * the disk, and renames it to the state file when it is complete. Any file that had the
+ * alternate name is removed; a link is not followed.
  *
- * Returns 0; or -1 before exhume, when it is called while the same thread is inside
- * it, or when it fails, and then the earlier state stays:
+ * Returns 0 if the state was saved. Returns -1 before exhume and if the same thread is already
+ * inside bury. Also returns -1 if it fails, with one of these complaints; the earlier state
+ * then remains:
  *
  *     Can't write alternate state file %s
  *     Wrote %ld bytes to alternate state file %s instead of %ld
- *     Can't close alternate state file %s                        also when flushing fails
+ *     Can't close alternate state file %s                        also if flushing fails
  *     failed to rename state file %s to %s
  *
- * A variable whose name does not fit between the others, such as "a{b}" beside "a",
- * is complained about with "Can't save '%s' in state file %s"; -1 is returned
- * though the rest was saved.
+ * If a name contradicts another one, such as "a{b}" and "a", bury complains "Can't save '%s' in
+ * state file %s", saves the other values, and returns -1.
  */
 STOCK_API int bury(void);
 
 /*
- * Returns the name of the state file, which is absolute; before exhume the name that
- * custom_gravesite was given, or null. It is borrowed and stays valid.
+ * Returns the absolute name of the state file; before exhume, the name that custom_gravesite was
+ * given, or null. The name is borrowed and valid until the process ends.
  */
 STOCK_API const char *gravesite(void);
 
@@ -154,15 +153,16 @@ STOCK_API const char *gravesite(void);
 STOCK_API void custom_gravesite(const char *filename);
 
 /*
- * Locks the open state file; exhume does so. Ends the process or complains as told
- * there when the file is in use.
+ * Locks the open state file; exhume calls it. If the file is in use, ends the process or
+ * complains as described there.
  */
 STOCK_API void lockstate(Grave *grave);
 
 /*
- * The handlers of exhume. signal_handler leaves errno alone; without exhume it dies.
- * alarm_handler buries and dies unless there was a bury since the signal. A bury that has
- * begun since and still runs gets 10 seconds.
+ * The signal handlers that exhume installs. signal_handler handles the stop signals; it leaves
+ * errno unchanged, and dies if exhume was not called. alarm_handler handles the end of the grace
+ * period: it saves the state and dies, unless bury was called since the signal. A bury that has
+ * begun since gets 10 seconds.
  */
 STOCK_API void signal_handler(int sig);
 STOCK_API void alarm_handler(void);

@@ -1,10 +1,9 @@
 /*
- * convert.h - numbers between the host and packed external data.
+ * convert.h - convert numbers between the host and packed data in another byte order.
  *
- * Each function converts an array of n numbers in one direction. Its name says
- * everything about it: source, "2", destination, where one side is the host's
- * (h and a type letter) and the other one external (an order letter and a type
- * letter), and a leading u makes the integers of both sides unsigned.
+ * Each function converts an array of n numbers in one direction. Its name is the source, "2",
+ * and the destination. The host's side is written as h and a type letter, the external side as
+ * an order letter and a type letter. With a leading u the integers on both sides are unsigned.
  *
  *     order    bytes of the external value
  *     m        most significant first (big-endian)
@@ -18,48 +17,48 @@
  *     f        float               4 bytes, IEEE 754 single precision
  *     d        double              8 bytes, IEEE 754 double precision
  *
- * So ms2hd reads big-endian shorts into doubles, uhl2ab writes unsigned longs as
- * little-endian bytes. Between two floating types there is no u.
+ * So ms2hd reads big-endian shorts into doubles, and uhl2ab writes unsigned longs as
+ * little-endian bytes. There is no u if both types are floating-point.
  *
- * From external to host, int Xt2hy(char **src, y *dst, int n): reads n values from
- * *src, stores them in dst[0] to dst[n-1] and moves *src past them. From host to
- * external, int hy2Xt(const y *src, char **dst, int n): writes src[0] to src[n-1]
- * to *dst and moves *dst past them. The moving pointer lets successive calls read
- * or write a record field by field. External data need not be aligned.
+ * From external to host, int Xt2hy(char **src, y *dst, int n) reads n values from the address
+ * *src, stores them in dst[0] to dst[n-1], and moves *src past them. From host to external,
+ * int hy2Xt(const y *src, char **dst, int n) writes src[0] to src[n-1] to the address *dst and
+ * moves *dst past them. So successive calls read or write a record field by field. External
+ * data need not be aligned.
  *
- * The result is 0 when every value arrived exactly, -1 when one did not; all n are
- * converted either way. Reading cuts and reports, writing goes to the nearer limit
- * and reports:
+ * The result is 0 if every value was converted exactly, and -1 if one was not; all n are
+ * converted in both cases. A value that does not fit is cut when it is read, and becomes the
+ * nearer limit when it is written:
  *
  *     value                                  read                    written
- *     integer beyond a narrower integer      its low bits, -1        the limit, -1
+ *     integer too large for the integer      its low bits, -1        the limit, -1
  *     fraction into an integer               cut off, -1             cut off, 0
- *     floating value beyond an integer       see below, -1           the limit, -1
+ *     floating value too large for integer   see below, -1           the limit, -1
  *     NaN into an integer                    see below, -1           see below, -1
  *     integer that floating cannot hold      the nearest value, -1   the same
  *     double that float cannot hold          the nearest float, -1   the same
  *     NaN between float and double           NaN, -1                 the same
- *     anything into its own type             bit by bit, 0           the same
+ *     any value into its own type            bit by bit, 0           the same
  *
  *     mi2hs    70000    4464, -1             hi2ms    70000    32767, -1
  *     md2hi    2.5      2, -1                hd2mi    2.5      2, 0
  *     ms2hi    -1       -1, 0                hs2ab    -200     -128, -1
  *     ums2hi   65535    65535, 0             uhf2ms   -1.5     0, -1
  *
- * A limit is passed by a fraction as well: 32767.5 written as a short is 32767 and
- * reported, -0.5 written as unsigned is 0 and reported.
+ * A fraction beyond a limit counts too: 32767.5 written as a short is 32767, and the result is
+ * -1; -0.5 written as unsigned is 0, and the result is -1.
  *
- * What an integer cannot hold of a floating value is on every host what the
- * conversion instructions of x86-64 give. The 32-bit one gives -2^31 for NaN and
- * for all that 32 signed bits cannot hold; integers of 8 and 16 bits, signed or
- * not, and signed ones of 32 take the low bits of its result. The 64-bit one gives
- * -2^63 in the same way, for unsigned integers of 32 bits and those of 64. Unsigned
- * 64 bits hold values from 2^63 to 2^64 besides.
+ * A floating value that an integer cannot hold becomes, on every host, what the conversion
+ * instructions of x86-64 return. For integers of 8 and 16 bits and for signed ones of 32, the
+ * value is truncated to a signed 32-bit integer, whose low bits are the result; if it does not
+ * fit into 32 bits, or is NaN, that integer is -2^31. For unsigned integers of 32 bits and
+ * integers of 64, the same is done with 64 bits and -2^63. Unsigned 64-bit integers also hold
+ * values from 2^63 to 2^64.
  *
- * n is not negative; a negative one converts nothing and gives -1. The two places
- * may begin at one address when values are no wider where they arrive, and must
- * not overlap otherwise. Rounding is to nearest, as it is when a program starts.
- * Nothing is allocated or shared: any thread may call at any time.
+ * If n is negative, nothing is converted and the result is -1. Source and destination may begin
+ * at the same address if the values are no wider in the destination; otherwise they must not
+ * overlap. Rounding is to nearest, the default when a program starts. The functions allocate and
+ * share nothing: any thread may call them at any time.
  */
 
 #ifndef STOCK_CONVERT_H

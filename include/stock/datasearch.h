@@ -1,11 +1,10 @@
 /*
- * datasearch.h - data files along a search path of directories.
+ * datasearch.h - find data files along a search path.
  *
- * A path list names directories, or files themselves, separated by ":". Nothing
- * is logged: a file that is not there is a null result or an empty list. A
- * candidate of more than 1023 bytes is passed over, never cut. errno is left
- * alone. Running out of memory ends the process. All functions may be called
- * from any thread once the installation root is known.
+ * A search path is a list of directories or files, separated by ":". If no file is found, the
+ * result is null or an empty list, and nothing is logged. A path of more than 1023 bytes is
+ * skipped, never shortened. errno is left unchanged. Running out of memory ends the process.
+ * All functions may be called from any thread once the installation root is known.
  */
 
 #ifndef STOCK_DATASEARCH_H
@@ -20,22 +19,22 @@ STOCK_BEGIN_DECLS
 
 /* Flags of datasearch, to be added. */
 enum {
-    DATASEARCH_EXPAND = 1, /* environment variables in the path list are expanded */
-    DATASEARCH_ANY = 2     /* candidates need not be readable, nor exist */
+    DATASEARCH_EXPAND = 1, /* expand environment variables in the search path */
+    DATASEARCH_ANY = 2     /* also list files that cannot be read or do not exist */
 };
 
 /*
- * Lists what a file name may mean along a path list, in the list's order.
+ * Lists the files that a name may mean along a search path, in the order of the path.
  *
- * A null or empty path list is the value of DATAPATH, or else the directory
- * "data" of the installation root. A null or empty subdirectory is none.
+ * If paths is null or empty, the search path is the value of DATAPATH, or else the directory
+ * "data" of the installation root. subdir may be null or empty.
  *
- *     element of the list     candidates, when they can be read
+ *     element of the path     files that are listed if they can be read
  *     a directory             element/subdirectory/name, then, for a name with a
  *                             directory part, element/subdirectory/base of name
- *     a file                  the element itself, when it begins with "/"
+ *     a file                  the element itself, if it begins with "/"
  *     begins with "~"         as above from the home directory, links resolved
- *     what does not exist     none
+ *     does not exist          none
  *
  * Returns a new list of new strings, which may be empty; the caller frees it with
  * freetbl(tbl, free).
@@ -43,13 +42,12 @@ enum {
 STOCK_API Tbl *datasearch(const char *paths, const char *subdir, const char *name, uint32_t flags);
 
 /*
- * Finds a data file: the first candidate of datasearch for the name, with "." and
- * the suffix behind it unless that is null or empty.
+ * Finds a data file: the first file that datasearch lists for the name. If suffix is neither
+ * null nor empty, "." and the suffix are added to the name.
  *
- * The path list is the value of the environment variable that is named, when it is
- * set; DATAPATH is then not tried. Otherwise (a null or empty name, a variable that
- * is not set or is empty) it is DATAPATH or the root's data. Variables in it are
- * expanded.
+ * If the environment variable of the given name is set and not empty, its value is the search
+ * path, and DATAPATH is not used. Otherwise the search path is DATAPATH or the directory "data"
+ * of the installation root. Variables in the search path are expanded.
  *
  * Returns a new string that the caller frees with free, or null.
  */

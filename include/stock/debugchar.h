@@ -1,5 +1,5 @@
 /*
- * debugchar.h - lists, arrays and text as a person who looks for a fault wants to see them.
+ * debugchar.h - print lists, arrays and text for debugging.
  *
  * Running out of memory ends the process. Nothing here locks.
  */
@@ -16,13 +16,13 @@
 STOCK_BEGIN_DECLS
 
 enum {
-    DEBUGCHAR_DEFAULT = 50, /* characters shown when the caller does not say */
+    DEBUGCHAR_DEFAULT = 50, /* characters shown if n is not positive */
     DEBUGCHARSTR_SIZE = 100 /* bytes of debugcharstr's buffer, terminator included */
 };
 
 /*
- * Print a list of strings, and an array of strings in key order, one entry a
- * line, below a title that may be null. A null entry shows as "<null>".
+ * Print a list of strings, or an array of strings in the order of its keys, one entry on each
+ * line, below a title, which may be null. A null entry is printed as "<null>".
  *
  *     debugtbl    "\t%3ld %s\n"      index, entry
  *     debugarr    "\t%-15s %s\n"     key, value
@@ -31,29 +31,29 @@ STOCK_API void debugtbl(FILE *stream, const char *title, const Tbl *list);
 STOCK_API void debugarr(FILE *stream, const char *title, const Arr *arr);
 
 /*
- * Prints a title that may be null, and then what a buffer starts with. n not
- * positive means DEBUGCHAR_DEFAULT; printable are the codes 32 to 126.
+ * Prints a title, which may be null, and the beginning of a buffer. If n is not positive, it is
+ * DEBUGCHAR_DEFAULT. The codes 32 to 126 are printable.
  *
- *     the first n bytes, or those before a zero byte     shown as
- *     all printable                                      themselves
+ *     the first n bytes, or those before a zero byte     printed
+ *     all printable                                      the bytes
  *     none, or a null buffer                             ''
- *     some not printable                                 hexdump of 16 bytes
+ *     some not printable                                 the hexdump of 16 bytes
  *
- * A buffer that may hold what is not printable must be 16 bytes long.
+ * So a buffer that may contain bytes that are not printable must have 16 bytes.
  */
 STOCK_API void debugchar(FILE *stream, const char *title, const char *buffer, int n);
 
 /*
- * Text that shows what a string starts with. n not positive means
- * DEBUGCHAR_DEFAULT; printable are the codes 32 to 126.
+ * Returns a text that shows the beginning of a string. If n is not positive, it is
+ * DEBUGCHAR_DEFAULT. The codes 32 to 126 are printable.
  *
  *     string                                          text
  *     null                                            <null>
- *     its first n characters printable, or all        those, at most 99
+ *     its first n characters (or all) printable       these, at most 99
  *     one of its first n characters not printable     the whole string
  *
- * In the last case a string of DEBUGCHARSTR_SIZE bytes or more ends the
- * process with a message. Returns a new string.
+ * In the last case, a string of DEBUGCHARSTR_SIZE bytes or more ends the process with a
+ * message. The caller frees the text with free.
  */
 STOCK_API char *debugcharstr(const char *string, int n);
 

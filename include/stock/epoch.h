@@ -1,18 +1,17 @@
 /*
- * epoch.h - calendar arithmetic on epoch times.
+ * epoch.h - convert between epoch times and calendar dates.
  *
- * An epoch time is a double: seconds since 1970-01-01 00:00:00 UTC, with
- * fractions, negative before 1970. The calendar is the proleptic Gregorian one,
- * always in UTC, without leap seconds. A year-day integer packs a date as
- * year * 1000 + day of the year, which counts from 1: 2008032 is 2008-02-01.
+ * An epoch time is a double: seconds since 1970-01-01 00:00:00 UTC, with fractions, negative
+ * before 1970. The calendar is the proleptic Gregorian calendar, always in UTC, without leap
+ * seconds. A year-day integer is a date as year * 1000 + day of the year; days count from 1, so
+ * 2008032 is 2008-02-01.
  *
- * Nothing is range-checked: day 0 is the last of the year before, hour 25 the
- * first of the next day. No number is too large either: what cannot be held by
- * an int is cut to INT_MIN or INT_MAX, and a time that is not finite has the
- * time of day 00:00:00.
+ * Ranges are not checked: day 0 is the last day of the year before, and hour 25 is the first
+ * hour of the next day. A result that an int cannot hold becomes INT_MIN or INT_MAX. A time that
+ * is not finite has the time of day 00:00:00.
  *
- * Nothing here locks, and every function may be called from any thread. Pointers
- * must not be null, except where it is said.
+ * Every function may be called from any thread; only time_string2epoch locks, as str2epoch does.
+ * Pointers must not be null unless stated otherwise.
  */
 
 #ifndef STOCK_EPOCH_H
@@ -22,7 +21,7 @@
 
 STOCK_BEGIN_DECLS
 
-/* A time broken down into the calendar of UTC. */
+/* A time as date and time of day in UTC. */
 typedef struct Caltime {
     double epoch;  /* seconds since 1970 */
     long date;     /* year-day integer */
@@ -36,7 +35,7 @@ typedef struct Caltime {
     double second; /* 0 .. below 60, with its fraction */
 } Caltime;
 
-/* The months' lengths, February without its leap day, and their short names, from January. */
+/* The lengths of the months and their short names, from January. February has no leap day. */
 STOCK_API extern const int days_in_month[12];
 STOCK_API extern const char *const month_name[12];
 
@@ -44,52 +43,57 @@ STOCK_API extern const char *const month_name[12];
 STOCK_API double epoch(int yyyyddd);
 STOCK_API double dtoepoch(long yyyyddd);
 
-/* Returns the year-day integer of the day that holds a time. */
+/* Returns the year-day integer of the day that contains a time. */
 STOCK_API int yearday(double when);
 
 /* Returns the year-day integer of the current day in UTC. */
 STOCK_API long todaysdate(void);
 
-/* Returns 1 for a leap year, else 0; the Gregorian rule holds for every year, negative ones too. */
+/* Returns 1 for a leap year, else 0. Uses the Gregorian rule for every year, also negative ones. */
 STOCK_API int isleap(int year);
 
-/* Returns the days from 1970-01-01 to 1 January of the year; negative before 1970. */
+/* Returns the number of days from 1970-01-01 to 1 January of the year; negative before 1970. */
 STOCK_API double year2days(double year);
 
 /*
- * Fills every other field from time->epoch. Returns 0.
+ * Sets all other members from time->epoch. Returns 0.
  *
- *     epoch        fields
+ *     epoch        members
  *     -1           1969-12-31, day 365, 23:59:59
- *     -1e-20       1969-12-31 24:00:00, as the rest of the day rounds up: meant
+ *     -1e-20       1969-12-31 24:00:00, because the seconds of the day are rounded up: meant
  *
- * The year is estimated and corrected once. Some 1,500 years from 1970 the
- * estimate is off by more: the time then falls on 1 January of a wrong year.
+ * The year is estimated and corrected by one year at most. About 1,500 years before or after
+ * 1970 the estimate is off by more: the date is then 1 January of a wrong year.
  */
 STOCK_API int etoh(Caltime *time);
 
-/* Computes time->epoch from date, hour, minute and second; no other field is read. Returns 0. */
+/* Computes time->epoch from date, hour, minute and second, and reads no other member. Returns 0. */
 STOCK_API int htoe(Caltime *time);
 
-/* Fills the record with midnight of the current day in UTC. Returns 0. */
+/* Sets the record to midnight of the current day in UTC. Returns 0. */
 STOCK_API int zh_today(Caltime *time);
 
 /*
- * Fills month, mname and day from year and doy. Returns 0. A day beyond the
- * year's end counts on in December from that end: day 366 of 2003 gives 12 and 1.
+ * Sets month, mname and day from year and doy. Returns 0. For a day after the end of the year,
+ * the month is December and the day counts from that end: day 366 of 2003 becomes 12 and 1.
  */
 STOCK_API int month_day(Caltime *time);
 
-/* Fills doy and date from year, month and day; months before 1 or after 12 have no days. Returns 0.
+/*
+ * Sets doy and date from year, month and day. Months before 1 or after 12 count as months
+ * without days. Returns 0.
  */
 STOCK_API int mdtodate(Caltime *time);
 
-/* Prints the record on one line of the standard output. Returns 0. */
+/*
+ * Prints the record on one line of the standard output, with a decimal point in every locale.
+ * Returns 0.
+ */
 STOCK_API int timeprint(const Caltime *time);
 
 /*
- * Reads a duration written as hours, minutes and seconds with any character
- * between them, and returns it in seconds. Null is 0.
+ * Reads a duration, written as hours, minutes and seconds with any character between them, and
+ * returns it in seconds. Null is 0.
  *
  *     text         seconds
  *     1:30:15.5    5415.5
@@ -103,14 +107,14 @@ STOCK_API double timecon(const char *text);
 /* Stores str2epoch(text) in *when. Returns 1, whatever the text. */
 STOCK_API int time_string2epoch(const char *text, double *when);
 
-/* The least size of outside_range's buffer, in bytes; more is never written. */
+/* Bytes of the buffer of outside_range. */
 enum { OUTSIDE_RANGE_SIZE = 64 };
 
 /*
- * Tells whether a time is too far from 1970 to be printed as a date. If so, buf
- * receives what is printed in its place and 1 is returned; else 0, and buf is left
- * alone. Some 1,500 years from 1970 on etoh gets the date wrong, which does not
- * count: the year 5000 gives 0, and is printed as 01/01/5002.
+ * Tells whether a time is too far from 1970 to be printed as a date. If it is, stores the text
+ * that is printed instead in buf, which must have OUTSIDE_RANGE_SIZE bytes, and returns 1.
+ * Otherwise leaves buf unchanged and returns 0. The limit is not the one of etoh: the year 5000
+ * gives 0, and is printed as 01/01/5002.
  *
  *     when                         buf
  *     +infinity                    ** The End of Time (+infinity) **
@@ -122,17 +126,17 @@ enum { OUTSIDE_RANGE_SIZE = 64 };
 STOCK_API int outside_range(char *buf, double when);
 
 /*
- * Picks evenly spaced times for the ticks of an axis from t0 to t1 with about n
- * of them: *start receives the first and *increment the spacing in seconds, a
- * round number of seconds, minutes, hours or days. Returns 0.
+ * Chooses evenly spaced times for about n ticks of an axis from t0 to t1. *start receives the
+ * first tick, and *increment the distance in seconds: a round number of seconds, minutes, hours
+ * or days. Returns 0.
  *
- * Multiples of the increment are counted from the start of a period: the minute,
- * the hour or the day of t0, or the day before its year. A t0 on a multiple is the
- * first tick; at the start of its period, t0 + increment is, unless that is one
- * minute or hour.
+ * The ticks are multiples of the increment, counted from the start of a period: the minute, the
+ * hour or the day of t0, or the day before its year. If t0 is such a multiple, it is the first
+ * tick. But if t0 is the start of its period, the first tick is t0 + increment, unless the
+ * increment is one minute or one hour.
  *
- * With t1 = t0, n < 1, or a distance that is not finite or too small to divide,
- * *start is 0 and *increment is left alone.
+ * If t1 equals t0, n is below 1, or the distance is not finite or too small to divide, *start
+ * becomes 0 and *increment is not changed.
  */
 STOCK_API int get_nice_times(double t0, double t1, int n, double *start, double *increment);
 

@@ -1,5 +1,5 @@
 /*
- * expand_env.h - environment variables in text.
+ * expand_env.h - replace references to environment variables in text.
  */
 
 #ifndef STOCK_EXPAND_ENV_H
@@ -10,12 +10,13 @@
 STOCK_BEGIN_DECLS
 
 /*
- * Replaces references to environment variables by their values.
+ * Copies the text and replaces references to environment variables by their values.
  *
- * "${" and "}" enclose any name, and without a "}" the name runs to the end.
- * Without braces a name is the longest run of letters and digits: no
- * underscore. Names are cut to 1023 characters. A variable that is not set and
- * an empty name leave the reference as it stands. Values are not searched again.
+ * Any name may be enclosed in "${" and "}"; if the "}" is missing, the name extends to the end of
+ * the text. A name without braces consists of letters and digits, without underscores. Names are
+ * cut to 1023 characters. If a variable is not set, or a name is empty, the reference is not
+ * replaced. If a variable is set to the empty text, the reference is removed. References in
+ * values are not replaced.
  *
  *     text            with HOME=/h and NOPE unset
  *     ${HOME}/x       /h/x
@@ -24,9 +25,8 @@ STOCK_BEGIN_DECLS
  *     ${NOPE}/x       ${NOPE}/x
  *     a$              a$
  *
- * Returns a new string that the caller frees with free; for null, an empty one.
- * Running out of memory ends the process. Must not run while another thread
- * changes the environment.
+ * Returns a new string that the caller frees with free; for null, an empty one. Running out of
+ * memory ends the process. It must not run while another thread changes the environment.
  */
 STOCK_API char *expand_env(const char *string);
 

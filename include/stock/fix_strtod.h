@@ -1,5 +1,5 @@
 /*
- * fix_strtod.h - text to a double.
+ * fix_strtod.h - read a double from text in the same way in every locale.
  */
 
 #ifndef STOCK_FIX_STRTOD_H
@@ -10,11 +10,10 @@
 STOCK_BEGIN_DECLS
 
 /*
- * Reads the number that s starts with, behind white space, as strtod does, but
- * with a decimal point in every locale, and special values that end where their
- * name does:
+ * Reads the number at the beginning of s, after white space. It reads numbers as strtod does, but
+ * the decimal point is a point in every locale, and a special value ends where its name ends:
  *
- *     text, in either case    value                       left over
+ *     text, in either case    value                       rest
  *     Inf, -Inf               the infinities
  *     Infinity                plus infinity               inity
  *     NaN                     the quiet NaN
@@ -24,8 +23,8 @@ STOCK_BEGIN_DECLS
  *     1e400, 1e-400           infinity, 0; errno is ERANGE
  *     anything else           0                           all of it
  *
- * *end receives the address of what is left over; end may be null. A null s is
- * taken as an empty one, and *end is null then. May be called from any thread.
+ * If end is not null, *end receives the address of the rest of the text. A null s counts as an
+ * empty one, and *end is then null. It may be called from any thread.
  */
 STOCK_API double fix_strtod(const char *s, char **end);
 

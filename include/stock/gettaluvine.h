@@ -1,10 +1,10 @@
 /*
- * gettaluvine.h - the installation root.
+ * gettaluvine.h - find the installation root.
  *
- * Below one directory, the root, lie bin, lib, data and what else belongs to
- * the suite. It is found once and then kept. The first discovery should happen
- * before threads start: gettaluvine reads what puttaluvine writes without
- * locking. A root longer than 1023 bytes is cut.
+ * The installation root is the directory that contains bin, lib, data and the other directories
+ * of the suite. It is searched for once and then kept. Call gettaluvine once before threads
+ * start, because it reads without a lock what puttaluvine writes. A root longer than 1023 bytes
+ * is cut.
  */
 
 #ifndef STOCK_GETTALUVINE_H
@@ -15,52 +15,50 @@
 STOCK_BEGIN_DECLS
 
 /*
- * The root once it is known, empty until then. To be changed by puttaluvine alone; a
- * program that empties it has the root found anew.
+ * The root if it is known, and empty otherwise. Only puttaluvine should change it. If a program
+ * empties it, the root is searched for again.
  */
 STOCK_API extern char Taluvine_path[1024];
 
-/* The root that is taken when it is there and nothing else was said. */
+/* The default root. */
 STOCK_API extern const char Default_taluvinepath[];
 
-/* What stands before the root in the environment: "TALUVINE=". */
+/* The beginning of the root's entry in the environment: "TALUVINE=". */
 STOCK_API extern const char Taluvine[];
 
-/* The environment's entry, made by the first puttaluvine; null until then, never freed. */
+/* The entry in the environment that the first puttaluvine creates; null until then, never freed. */
 STOCK_API extern char *Setenv;
 
 /*
- * Finds the installation root: the one that is known already, else the value of
- * the environment variable TALUVINE, else the default root when it is a
- * directory, else what from_exec gives, else what guess_taluvine gives. What was
- * found is recorded with puttaluvine.
+ * Returns the installation root. If it is not yet known, the root is the first of these: the
+ * value of the environment variable TALUVINE; the default root, if it is a directory; the result
+ * of from_exec; the result of guess_taluvine. It is recorded with puttaluvine.
  *
- * Returns Taluvine_path; it is empty when nothing was found.
+ * The result is Taluvine_path, which is empty if no root was found.
  */
 STOCK_API char *gettaluvine(void);
 
 /*
- * Records the root in Taluvine_path and, the first time in a process, puts
- * TALUVINE with that root into the environment. Later calls leave the environment
- * alone: meant. A null root is ignored. May be called from any thread.
+ * Records the root in Taluvine_path. The first call in a process also sets TALUVINE to that root
+ * in the environment; later calls do not change the environment: meant. A null root is ignored.
+ * It may be called from any thread.
  */
 STOCK_API void puttaluvine(const char *root);
 
 /*
- * Derives the root from where the running program lies, into a buffer of at least
- * 1024 bytes: for ROOT/bin/program it is ROOT. The program is looked up by its
- * name along PATH; one that is not found there is asked of the system.
+ * Writes the root of the running program to a buffer of at least 1024 bytes: for ROOT/bin/program
+ * it is ROOT. It looks the program up by its name along PATH; if it is not found there, it asks
+ * the system for the path.
  *
- * Returns the buffer, or null, with the buffer empty, for a program that lies in
- * no directory called bin.
+ * Returns the buffer, or null with the buffer empty if the program is not in a directory called
+ * bin.
  */
 STOCK_API char *from_exec(char *buffer);
 
 /*
- * Guesses the root from the standard installation directories, into a buffer of
- * at least 1024 bytes: the last in sorting order of the directories that match
- * /opt/taluvine/[1-9].[0-9][a-z]*. Without one the buffer is left as it was.
- * Returns the buffer.
+ * Searches the standard installation directories and writes the root to a buffer of at least
+ * 1024 bytes: of the directories that match /opt/taluvine/[1-9].[0-9][a-z]*, the last one in
+ * sorting order. If no directory matches, the buffer is not changed. Returns the buffer.
  */
 STOCK_API char *guess_taluvine(char *buffer);
 

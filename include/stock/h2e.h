@@ -1,12 +1,11 @@
 /*
- * h2e.h - epoch times from and to plain numbers, for C and for Fortran.
+ * h2e.h - convert between epoch times and year, day and time of day, for C and for Fortran.
  *
- * The calendar is that of epoch.h: UTC, proleptic Gregorian, no leap seconds,
- * nothing range-checked and nothing that overflows. The names with an underscore
- * are the same functions as Fortran calls them, every argument by pointer.
+ * The calendar is that of epoch.h: UTC, proleptic Gregorian, no leap seconds. Ranges are not
+ * checked, and nothing overflows. The names with an underscore are the same functions for Fortran
+ * programs, with every argument passed by pointer.
  *
- * Nothing here locks, and every function may be called from any thread. Pointers
- * must not be null.
+ * Nothing here locks, and every function may be called from any thread. Pointers must not be null.
  */
 
 #ifndef STOCK_H2E_H
@@ -17,21 +16,21 @@
 STOCK_BEGIN_DECLS
 
 /*
- * Returns the epoch time of a year, day of the year (from 1) and time of day.
- * Fields beyond their range carry over.
+ * Returns the epoch time of a year, day of the year (from 1) and time of day. Values beyond their
+ * range carry over.
  *
- * A negative year and the day pass through one year-day integer, so year -1,
- * day 1 counts as year 0, day -999: meant.
+ * Year and day are first combined into one year-day integer, so year -1, day 1 counts as year 0,
+ * day -999: meant.
  */
 STOCK_API double h2e(int year, int doy, int hour, int minute, double second);
 
-/* Breaks a time down into year, day of the year and time of day. Returns 0. */
+/* Converts a time to year, day of the year and time of day. Returns 0. */
 STOCK_API int e2h(double when, int *year, int *doy, int *hour, int *minute, double *second);
 
-/* Turns a day of the year into month and day of the month, as month_day does. Returns 0. */
+/* Converts a day of the year to month and day of the month, as month_day does. Returns 0. */
 STOCK_API int doy2mday(int doy, int year, int *month, int *day);
 
-/* Returns the day of the year of a month and day, as mdtodate counts it. */
+/* Returns the day of the year for a month and day, as mdtodate does. */
 STOCK_API int mday2doy(int year, int month, int day);
 
 STOCK_API double h2e_(const int *year, const int *doy, const int *hour, const int *minute,

@@ -1,14 +1,14 @@
 /*
- * ieee754.h - the values of a double that are not numbers of the usual kind.
+ * ieee754.h - infinities, NaN and denormalized numbers: make, recognise and print them.
  *
- * Each is known by its eight bytes in big-endian order:
+ * The special values have these bytes in big-endian order:
  *
  *     an_infinity        7ff0000000000000
  *     -an_infinity       fff0000000000000
  *     a_signaling_nan    7ff0000000000001
  *     a_quiet_nan        7fffffffffffffff
  *
- * The tests give 1 or 0. All functions may be called from any thread.
+ * The functions is_... return 1 or 0. All functions may be called from any thread.
  */
 
 #ifndef STOCK_IEEE754_H
@@ -24,19 +24,19 @@ STOCK_API double an_infinity(void);
 STOCK_API double a_signaling_nan(void);
 STOCK_API double a_quiet_nan(void);
 
-/* The quiet one. */
+/* Returns the quiet NaN. */
 STOCK_API double a_nan(void);
 
-/* Whether x is plus infinity, minus infinity, either of them. */
+/* Tell whether x is plus infinity, minus infinity, or either of them. */
 STOCK_API int is_infinity(double x);
 STOCK_API int is_negative_infinity(double x);
 STOCK_API int is_inf(double x);
 
-/* Whether the exponent field of x is all zeros: also true of zero. */
+/* Tells whether all bits of the exponent of x are zero; this is also true for zero. */
 STOCK_API int is_denormalized(double x);
 
 /*
- * Print a blank and the value's big-endian bytes, 16 or 8 digits. Return the
+ * Print a blank and the bytes of the value in big-endian order, 16 or 8 digits. Return the
  * number of characters printed.
  */
 STOCK_API int showdouble(FILE *stream, double x);
