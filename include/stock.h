@@ -1,5 +1,13 @@
 /*
- * stock.h - everything of stock, one header per family.
+ * stock.h - a support library for programs that process data and run for a long time: message log,
+ * parameter files, lists, arrays, times, text, packed numbers, paths, files, state across restarts.
+ *
+ * This header includes the headers of all families. Each describes its functions; what holds for
+ * the whole family is at its top. Two rules hold everywhere:
+ *
+ * - A pointer argument must not be null unless its description says what null means.
+ * - Running out of memory ends the process with a message and status 1, unless a description says
+ *   that the function returns null then.
  */
 
 #ifndef STOCK_H

@@ -1,16 +1,16 @@
 /*
- * stock.hpp - stock for programs in C++20 and later, header only.
+ * stock.hpp - the interface of stock for C++20 and later, header only.
  *
- * The functions of stock.h with the language's own means: what is owned is freed,
- * lists and arrays are ranges, and types are checked when a program is compiled.
+ * Its classes own and free what the functions of stock.h return, make lists and arrays ranges, and
+ * check types when a program is compiled.
  *
- *     stock/strings.hpp   text: a string that free frees; zstring: an argument
- *     stock/tbl.hpp       list: a Tbl of records or pointers, a contiguous range
- *     stock/arr.hpp       array: an Arr, a bidirectional range in key order
- *     stock/pf.hpp        params: a parameter tree; typed values, tables, lists
+ *     stock/strings.hpp   text: owns a string; zstring: a string argument
+ *     stock/tbl.hpp       list: owns a Tbl of records or pointers, a contiguous range
+ *     stock/arr.hpp       array: owns an Arr, a bidirectional range in the order of the keys
+ *     stock/pf.hpp        params: owns a parameter tree; values by type, tables, lists
  *     stock/elog.hpp      report::complain ...: messages with checked formats
- *     stock/epoch.hpp     to_epoch, from_epoch: times of std::chrono
- *     stock/convert.hpp   convert: packed external numbers, by type and order
+ *     stock/epoch.hpp     to_epoch, from_epoch: convert from and to times of std::chrono
+ *     stock/convert.hpp   convert: converts packed numbers, by types and byte order
  *
  *     stock::params settings;
  *     if (settings.read("daemon") != 0)
@@ -19,14 +19,14 @@
  *     for (std::string_view host : settings.get<stock::params_list<>>("hosts"))
  *         stock::report::notify("%.*s every %d s", host, interval);
  *
- * Each function is the one of stock.h that its description names, and what that
- * promises holds for it: messages, threads, what running out of memory does. It costs
- * what that one costs, unless its description says more. Nothing is thrown.
+ * Each function calls the function of stock.h that its description names. Everything that is said
+ * about that function holds for it: messages, threads, and what happens when memory runs out. It
+ * takes as much time as that function, unless its description says otherwise. It throws nothing.
  *
- * An owner is moved, never copied; copy() makes a copy where one is wanted. What
- * was moved from, or released, is empty, and may be used as any other that is empty.
- * Each owner takes over what a function of stock.h returned (the constructor), shows
- * it to one (tbl(), arr(), pf(), c_str()) and gives it up (release()).
+ * An owner can be moved, but not copied; copy() makes a copy. An owner that was moved from or
+ * released is empty, and can be used like any other empty one. The constructor of an owner takes
+ * over the result of a function of stock.h; tbl(), arr(), pf() or c_str() returns it for a call of
+ * such a function; and release() gives it back to the caller.
  */
 
 #ifndef STOCK_HPP

@@ -1,5 +1,5 @@
 /*
- * arr.hpp - the associative array as an owner and a range; see arr.h.
+ * arr.hpp - a class that owns an associative array and is a range of its entries; see arr.h.
  */
 
 #ifndef STOCK_ARR_HPP
@@ -19,15 +19,14 @@
 
 namespace stock {
 
-/* What an iterator over an array gives, by value: the array's own copy of the key, and the value.
- */
+/* An entry, which an iterator over an array returns by value. */
 template <class V>
 struct array_entry {
-    const char *key;
+    const char *key; /* borrowed: the array's own copy of the key */
     V value;
 };
 
-/* Walks a tree in the order of its keys. Valid until a key is taken or erased. */
+/* An iterator in the order of the keys. It is valid until a key is taken or erased. */
 template <class V>
 class array_iterator {
     struct Arrow {
@@ -37,7 +36,7 @@ class array_iterator {
 
 public:
     using iterator_concept = std::bidirectional_iterator_tag;
-    using iterator_category = std::input_iterator_tag;  // it gives values, not references
+    using iterator_category = std::input_iterator_tag;  // it returns values, not references
     using value_type = array_entry<V>;
     using difference_type = std::ptrdiff_t;
     using pointer = Arrow;
@@ -81,7 +80,7 @@ public:
         return a.node_ == b.node_;
     }
 
-    /* The node farthest to one side of a subtree; rb_null of an empty one. */
+    /* The last node on one side of a subtree; rb_null for an empty one. */
     template <auto side>
     static const Rbnode *outermost(const Rbnode *node) noexcept
     {
@@ -93,15 +92,15 @@ public:
     }
 
 private:
-    // The next node on one side: the nearest of its subtree, or the first ancestor
-    // that lies on that side, which is rb_null above the root.
+    // The next node on one side: the nearest one in the subtree on that side, or else the first
+    // ancestor on that side, or rb_null if there is none.
     template <auto side, auto other>
     const Rbnode *step() const noexcept
     {
         const Rbnode *const none = rb_null;
         const Rbnode *next = node_->*side;
         if (next != none) {
-            // The walk comes back to each of these, and then needs its other child.
+            // The iteration visits each of these nodes later, and then needs its other child.
             for (; next->*other != none; next = next->*other)
                 __builtin_prefetch(next->*side);
             return next;
@@ -119,24 +118,24 @@ private:
 /*
  * Owns an Arr from strings to pointers of type V, and frees it.
  *
- *     array<Gauge *>                 values stay whose they are
+ *     array<Gauge *>                 the caller owns the values
  *     array<char *, std::free>       each value is freed with the array
  *
- * Free is called for values that are in the array when it is destroyed or assigned
- * to, null ones included, and for those that erase removes. A value that set replaced
- * or take took out is the caller's again.
+ * Free is called for the values in the array, including null values, when the array is destroyed
+ * or assigned to, and for values that erase removes. A value that set or take returns belongs to
+ * the caller again.
  *
  * It is a bidirectional range of keys and values in the order of strcmp:
  *
  *     for (const auto [key, value] : gauges)
  *         printf("%s %s\n", key, value->name);
  *
- * An iterator is two pointers and finds the next entry through the tree, which takes
- * up to twice the time that applyarr takes for one; apply() is that function.
+ * An iterator is two pointers and searches the tree for the next entry. This takes up to twice the
+ * time that apply(), which calls applyarr, needs for one entry.
  *
- * A walk may set values of keys that are there. To take or erase a key ends it: its
- * iterators are no longer valid. An array without an Arr (made of null, moved from,
- * released) is an empty array, and makes its Arr when it needs one. Nothing locks.
+ * The value of a key that the array has may be set during an iteration. Taking or erasing a key
+ * makes all iterators invalid. An array without an Arr (made from null, moved from, released) is
+ * empty, and creates its Arr when it needs one. Nothing here locks.
  */
 template <class V, auto Free = nullptr>
 class array {
@@ -149,11 +148,12 @@ public:
 
     /* A new, empty array (newarr). */
     array() : arr_(newarr(nullptr)) {}
-    /* Takes over an array that a function returned, null too. */
+    /* Takes over an array that a function returned; it may be null. */
     explicit array(Arr *owned) noexcept : arr_(owned) {}
 
     explicit operator bool() const noexcept { return arr_ != nullptr; }
-    /* The Arr, which the array keeps, and makes when there is none; of a const array maybe null. */
+    /* The Arr, which the array still owns. Creates it if there is none; a const array may return
+     * null. */
     Arr *arr()
     {
         if (!arr_)
@@ -161,7 +161,7 @@ public:
         return arr_.get();
     }
     const Arr *arr() const noexcept { return arr_.get(); }
-    /* Gives the Arr up: the caller frees it with freearr. */
+    /* Returns the Arr, or null, and leaves the array empty. The caller frees it with freearr. */
     [[nodiscard]] Arr *release() noexcept { return arr_.release(); }
 
     iterator begin() const noexcept
@@ -171,20 +171,20 @@ public:
     }
     iterator end() const noexcept { return {arr_.get(), rb_null}; }
     bool empty() const noexcept { return !arr_ || arr_->root == rb_null; }
-    /* cntarr: the entries are counted one by one, so it is no size(). */
+    /* cntarr: counts the entries one by one, so it is not called size(). */
     int64_t count() const noexcept { return cntarr(arr_.get()); }
 
-    /* getarr: the value, or null. */
+    /* getarr: returns the value, or null. */
     V get(zstring key) const { return static_cast<V>(getarr(arr_.get(), key.c_str())); }
     bool contains(zstring key) const { return rbfind(key.c_str(), arr_.get()) != nullptr; }
-    /* setarr: stores under a copy of the key. Returns the value it had, or null. */
+    /* setarr: stores a value under a copy of the key. Returns the earlier value, or null. */
     V set(zstring key, V value)
     {
         return static_cast<V>(setarr(arr(), key.c_str(), untyped(value)));
     }
-    /* delarr: removes the key. Returns its value, or null. */
+    /* delarr: removes a key. Returns its value, or null. */
     V take(zstring key) { return static_cast<V>(delarr(arr_.get(), key.c_str())); }
-    /* The same, and gives the value of a key that is there to Free. */
+    /* Removes a key and frees its value with Free. */
     void erase(zstring key)
     {
         const Rbnode *removed = rbdelete(key.c_str(), arr_.get());
@@ -195,7 +195,7 @@ public:
             detail::untyped<Free, V>()(removed->value);
     }
 
-    /* applyarr: calls function(key, value) with every entry in the order of the keys. */
+    /* applyarr: calls function(key, value) with each entry in the order of the keys. */
     template <class Function>
     void apply(Function &&function) const
     {
@@ -209,11 +209,11 @@ public:
             const_cast<void *>(static_cast<const void *>(std::addressof(function))));
     }
 
-    /* keysarr, valsarr: in the order of the keys; the keys are borrowed from the array. */
+    /* keysarr, valsarr: lists in the order of the keys; the keys are borrowed from the array. */
     list<const char *> keys() const { return list<const char *>(keysarr(arr_.get())); }
     list<V> values() const { return list<V>(valsarr(arr_.get())); }
 
-    /* duparr: values are shared, which an array that frees them can't do. */
+    /* duparr: both arrays share the values, so it exists only for arrays that do not free them. */
     array copy() const requires(std::is_null_pointer_v<decltype(Free)>)
     {
         return array(duparr(arr_.get(), nullptr));
@@ -222,7 +222,7 @@ public:
 private:
     static constexpr bool owns = !std::is_null_pointer_v<decltype(Free)>;
 
-    // An array keeps pointers as void *, to constants as well.
+    // An Arr stores pointers as void *, also pointers to constants.
     static void *untyped(V value) noexcept
     {
         return const_cast<void *>(static_cast<const void *>(value));

@@ -99,7 +99,7 @@ typedef struct Grave {
  * If another process uses the file, this process ends with status 1 and "*fatal* Can't lock
  * state file '%s' for exclusive use: it is already in use.\n". If the file is on a network file
  * system without locks, exhume complains "Can't lock '%s' on an nfs filesystem: proceeding
- * without lock".
+ * without lock" and goes on.
  */
 STOCK_API int exhume(const char *filename, volatile int *stop_flag, int grace_seconds,
                      void (*extra_values)(Pf *pf));

@@ -1,6 +1,6 @@
 /*
- * convert.hpp - packed external numbers by type and byte order; see convert.h, which
- * says what becomes of values that do not fit.
+ * convert.hpp - convert packed numbers, with the converter chosen by types and byte order.
+ * convert.h says what happens to values that do not fit.
  */
 
 #ifndef STOCK_CONVERT_HPP
@@ -19,18 +19,18 @@
 
 namespace stock {
 
-/* How a conversion went. */
+/* The result of a conversion. */
 enum class [[nodiscard]] converted{
-    exact = 0,    /* every value arrived exactly */
-    inexact = -1, /* one did not; all are converted */
-    no_room = -2  /* the bytes are not as many as the numbers need: nothing is converted */
+    exact = 0,    /* every value was converted exactly */
+    inexact = -1, /* one was not; all are converted */
+    no_room = -2  /* the number of bytes does not fit the numbers: nothing is converted */
 };
 
 namespace detail {
 
 /*
- * The two functions between a host type and an external one in an order; the template
- * itself stands for what there is none of.
+ * The two functions of convert.h for a byte order, an external type and a host type. The primary
+ * template is for combinations that do not exist.
  */
 template <std::endian order, class External, class Host>
 struct converter {
@@ -85,7 +85,7 @@ STOCK_CONVERTERS(little, a)
 #undef STOCK_CONVERTER
 // clang-format on
 
-/* The converter between two ranges, one of bytes: External, or the host's type when void. */
+/* The converter for an external type; if that is void, it is the host type. */
 template <std::endian order, class External, class Host>
 using converter_of =
     converter<order, std::conditional_t<std::is_void_v<External>, Host, External>, Host>;
@@ -93,7 +93,7 @@ using converter_of =
 template <class Range>
 using number_of = std::remove_cv_t<std::ranges::range_value_t<Range>>;
 
-/* Spans of fixed extent, as of arrays, are compared when the program is compiled. */
+/* Compares the sizes at compile time if both are spans of fixed extent, such as arrays. */
 template <class Bytes, class Numbers>
 constexpr bool may_fit(std::size_t size)
 {
@@ -103,7 +103,7 @@ constexpr bool may_fit(std::size_t size)
            bytes == numbers * size;
 }
 
-/* Calls step(first, count) for all numbers, in runs that an int counts. */
+/* Calls step(first, count) for all numbers, in parts whose count fits into an int. */
 template <class External, class Bytes, class Numbers, class Step>
 converted in_steps(const Bytes &bytes, const Numbers &numbers, Step step)
 {
@@ -140,27 +140,27 @@ concept number_destination = number_source<Range, order, External> &&
 }  // namespace detail
 
 /*
- * Reads packed numbers: bytes of external values in an order of bytes into an array of
- * the host's. The functions are those of convert.h, chosen while compiling:
+ * Reads packed numbers into numbers of the host. Calls a function of convert.h, which is chosen at
+ * compile time:
  *
  *     convert<std::endian::big>(bytes, ints)              mi2hi
  *     convert<std::endian::big, short>(bytes, doubles)    ms2hd
  *     convert<std::endian::little, unsigned short>(bytes, unsigned_ints)    uas2hi
  *
- * External is the type of the external values, the host's when it is left out. Two
- * integers are both signed or both unsigned. Types are those of convert.h, by name:
- * char, long long, bool and any other do not compile. Bytes are std::byte.
+ * External is the type of the external values; by default it is the host type. If both are
+ * integers, both must be signed or both unsigned. The types are those of convert.h; char, long
+ * long, bool and others do not compile. The bytes must be std::byte.
  *
- * Both are contiguous ranges: spans, arrays, vectors, a direct list. There are as many
- * bytes as the numbers take; otherwise nothing is converted, and where both are of fixed
- * extent it does not compile. They may begin at one address or overlap as convert.h says.
+ * Both arguments are contiguous ranges: spans, arrays, vectors, direct lists. The number of bytes
+ * must be the number that the numbers need; otherwise nothing is converted, or, if both have a
+ * fixed extent, it does not compile. convert.h says when they may overlap.
  */
 template <std::endian order, class External = void, detail::byte_source Bytes,
           detail::number_destination<order, External> Numbers>
 converted convert(Bytes &&bytes, Numbers &&numbers)
 {
     using Host = detail::number_of<Numbers>;
-    // The functions read through a pointer to char, and change nothing there.
+    // The functions take a pointer to char that is not const, but do not change the bytes.
     auto *from = const_cast<char *>(reinterpret_cast<const char *>(std::ranges::data(bytes)));
     Host *to = std::ranges::data(numbers);
     return detail::in_steps<External>(bytes, numbers, [&](std::size_t done, int count) {
@@ -169,7 +169,7 @@ converted convert(Bytes &&bytes, Numbers &&numbers)
 }
 
 /*
- * Writes packed numbers, the other way round:
+ * Writes packed numbers, the reverse:
  *
  *     convert<std::endian::big>(ints, bytes)              hi2mi
  *     convert<std::endian::big, short>(doubles, bytes)    hd2ms

@@ -1,6 +1,6 @@
 /*
- * elog.hpp - messages of each severity, their formats checked when they are compiled;
- * see elog.h.
+ * elog.hpp - report messages of each severity, with formats that are checked at compile time; see
+ * elog.h.
  */
 
 #ifndef STOCK_ELOG_HPP
@@ -21,7 +21,7 @@
 
 namespace stock::report {
 
-/* Given first, it adds what errno means on a line of its own. */
+/* As the first argument, it adds a line with the meaning of errno. */
 struct with_errno_t {
     explicit with_errno_t() = default;
 };
@@ -29,12 +29,12 @@ inline constexpr with_errno_t with_errno{};
 
 namespace detail {
 
-/* A string that ends with a zero byte, and what is printed of it. */
+/* The types that %s accepts: strings that end with a zero byte. */
 template <class T>
 concept terminated = std::same_as<T, char *> || std::same_as<T, const char *> ||
     std::same_as<T, std::string> || std::same_as<T, text>;
 
-/* What an argument becomes on its way to printf. */
+/* The type to which an argument is promoted when it is passed to printf. */
 template <class T>
 struct promotion {
     using type = T;
@@ -57,7 +57,7 @@ struct conversion {
     bool star_width = false;
     bool star_precision = false;
     length size = length::none;
-    char letter = 0; /* 0: the text ends before there is one */
+    char letter = 0; /* 0: the format ends before the letter */
 };
 
 constexpr bool is_digit(char c)
@@ -65,7 +65,7 @@ constexpr bool is_digit(char c)
     return c >= '0' && c <= '9';
 }
 
-/* Reads the conversion behind a "%" and takes it off the text. */
+/* Reads the conversion after a "%" and removes it from the text. */
 constexpr conversion next_conversion(std::string_view &text)
 {
     const auto take = [&text](char c) {
@@ -88,7 +88,7 @@ constexpr conversion next_conversion(std::string_view &text)
         digits();
     }
     if (take('h'))
-        take('h');  // the argument is an int all the same
+        take('h');  // the argument is promoted to int for "%hd" and "%hhd" too
     else if (take('l'))
         found.size = take('l') ? length::ll : length::l;
     else if (take('z'))
@@ -106,7 +106,7 @@ constexpr conversion next_conversion(std::string_view &text)
     return found;
 }
 
-/* Whether T, promoted, is the integer of that length; either sign where it is an int. */
+/* Whether T, which is promoted, is the integer type of that length. An int fits "%u" too. */
 template <class T>
 constexpr bool is_integer(length size, bool is_signed)
 {
@@ -128,7 +128,7 @@ constexpr bool is_integer(length size, bool is_signed)
     }
 }
 
-/* Whether an argument of type T may stand for the conversion. */
+/* Whether an argument of type T fits the conversion. */
 template <class T>
 constexpr bool fits(const conversion &wanted)
 {
@@ -158,12 +158,12 @@ constexpr bool fits(const conversion &wanted)
     }
 }
 
-/* What is wrong with a format for its arguments. */
+/* What is wrong with the arguments of a format: too few, too many, or one of the wrong type. */
 enum class fault { none, few, many, misfit };
 
 /*
- * Goes through the conversions of a format, one step for each argument: a star takes an
- * argument of its own, except that a std::string_view is length and text at once.
+ * Checks the conversions of a format against the types of its arguments. A star takes an argument
+ * of its own, but a std::string_view is both the precision and the text of "%.*s".
  */
 template <class... Args>
 constexpr fault check(std::string_view format)
@@ -203,12 +203,16 @@ constexpr fault check(std::string_view format)
     }
 }
 
-/* Not constant: to need one of these while compiling is the error that the user reads. */
+/*
+ * These functions are not constexpr, so calling one in a constant expression is an error. Its name
+ * is the message that the user reads.
+ */
 void too_few_arguments_for_the_format();
 void too_many_arguments_for_the_format();
 void an_argument_does_not_fit_its_conversion_or_a_string_view_lacks_a_precision_star();
 
-/* A printf format that fits the arguments. Only a constant can become one. */
+/* A printf format that was checked against its arguments. Only a constant can be converted to it.
+ */
 template <class... Args>
 class format {
 public:
@@ -228,14 +232,14 @@ private:
     const char *text_;
 };
 
-/* What follows "%.*" of a text without an end. */
+/* The arguments of "%.*s" for a text that need not end with a zero byte. */
 inline std::tuple<int, const char *> counted(std::string_view text) noexcept
 {
     constexpr std::size_t most = INT_MAX;
     return {static_cast<int>(std::min(text.size(), most)), text.empty() ? "" : text.data()};
 }
 
-/* An argument as printf takes it; more than one where that needs more. */
+/* An argument in the form that printf takes: a tuple, which has two elements for a string view. */
 template <class T>
 auto passed(const T &argument) noexcept
 {
@@ -248,7 +252,7 @@ auto passed(const T &argument) noexcept
         return std::tuple<D>(argument);
 }
 
-/* The compiler can't see here that the format was checked. */
+/* The compiler cannot see here that the format was checked. */
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 template <auto Function, class... Args>
@@ -269,18 +273,18 @@ void send_text(int flag, std::string_view text)
 }  // namespace detail
 
 /*
- * The severities, each the function of elog.h with elog_ in front of its name, in these
- * forms:
+ * Report a message. Each severity has a function, which calls the function of elog.h with elog_
+ * before its name, in these forms:
  *
- *     complain(text)                          the text as it stands, "%" and all, up to
- *                                             its first zero byte
- *     complain(format, argument...)           printed as by printf
- *     complain(with_errno, ...)               either, with what errno means
+ *     complain(text)                          prints the text unchanged, up to its first
+ *                                             zero byte; "%" has no meaning
+ *     complain(format, argument...)           formats as printf does
+ *     complain(with_errno, ...)               either of these, with the meaning of errno
  *
- * The format is a constant, and checked against the arguments: one too few or many, or
- * of another type than its conversion, does not compile, whatever the warnings. %s takes
- * a char pointer, a std::string or a text. %.*s takes one std::string_view in place of
- * length and text. %n, %m and numbered arguments are refused.
+ * The format must be a constant. It is checked against the arguments: too few or too many, or one
+ * whose type does not fit its conversion, do not compile, whatever the warnings. %s takes a char
+ * pointer, a std::string or a text. %.*s takes a std::string_view in place of length and text. %n,
+ * %m and numbered arguments are refused.
  *
  *     report::complain(with_errno, "can't open %s", path);
  *     report::notify("%.*s: %zu samples", name, samples.size());

@@ -1,5 +1,5 @@
 /*
- * epoch.hpp - the library's epoch times and those of std::chrono.
+ * epoch.hpp - convert between the library's epoch times and those of std::chrono.
  *
  * Both count from 1970-01-01 00:00:00 UTC without leap seconds; an epoch time is a
  * double in seconds, and near the present exact to 0.24 microseconds.
@@ -19,8 +19,8 @@
 namespace stock {
 
 /*
- * Returns the epoch time that is nearest to a time point: the same moment where a
- * double can hold it, as it holds whole seconds, and milliseconds back and forth.
+ * Returns the epoch time that is nearest to a time point. Whole seconds are exact; milliseconds are
+ * exact if they are converted back with from_epoch.
  */
 template <class Duration>
 double to_epoch(std::chrono::sys_time<Duration> time)
@@ -43,10 +43,10 @@ double to_epoch(std::chrono::sys_time<Duration> time)
 }
 
 /*
- * Returns the time point of an epoch time, rounded to the nearest tick of Duration, a
- * half to the later one; times before 1970 as well. A time beyond what Duration holds
- * gives its first or last time point, and NaN the first. For a floating Duration
- * nothing is rounded.
+ * Returns the time point of an epoch time, rounded to the nearest tick of Duration; a half is
+ * rounded to the later tick, also before 1970. For a time that Duration cannot hold, returns its
+ * first or last time point; for NaN the first. If Duration has a floating type, nothing is
+ * rounded.
  *
  *     from_epoch<std::chrono::milliseconds>(1201869015.5)    2008-02-01 12:30:15.500
  *     from_epoch<std::chrono::seconds>(-0.5)                 1970-01-01 00:00:00

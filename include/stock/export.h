@@ -1,17 +1,16 @@
 /*
- * export.h - how the library's headers declare things.
+ * export.h - macros that the declarations in the public headers use.
  *
- * Every public header includes this one. It defines the few marks that the
- * declarations carry; programs need none of them.
+ * Every public header includes this one. Programs do not need the macros.
  */
 
 #ifndef STOCK_EXPORT_H
 #define STOCK_EXPORT_H
 
 /*
- * Everything between the first two has C linkage: C, C++ and Fortran link the same
- * symbols. In C++ an inline function is one and the same for all sources, in C each
- * has its own.
+ * Everything between STOCK_BEGIN_DECLS and STOCK_END_DECLS has C linkage, so that C, C++ and
+ * Fortran link the same symbols. An inline function is static in C, so that each source has its
+ * own copy.
  */
 #ifdef __cplusplus
 #define STOCK_BEGIN_DECLS extern "C" {
@@ -27,12 +26,12 @@
 #define STOCK_CAST(type, value) ((type)(value))
 #endif
 
-/* Marks what the library exports; everything else is hidden. */
+/* Marks a symbol that the library exports; all others are hidden. */
 #ifndef STOCK_API
 #define STOCK_API __attribute__((visibility("default")))
 #endif
 
-/* Argument f is a printf format and argument a the first that it prints (0: a va_list). */
+/* Argument f is a printf format, and argument a the first one that it prints (0: a va_list). */
 #define STOCK_PRINTF(f, a) __attribute__((format(printf, f, a)))
 
 /* The argument list ends with a null pointer. */

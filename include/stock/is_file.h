@@ -1,17 +1,16 @@
 /*
- * is_file.h - questions about files, listings of directories and walks of trees.
+ * is_file.h - answer questions about files, list directories, walk directory trees.
  *
- * Links are followed everywhere: what counts is the file that a path leads to.
- * No function changes a file. All may be called from any thread.
+ * All functions follow links: the file that a path leads to is examined. No function changes a
+ * file. All may be called from any thread.
  *
- * The questions leave errno as they find it, so they may be asked between a
- * call that failed and its report. A path that is null or empty, or that leads
- * nowhere, is simply not there; nothing is logged.
+ * The functions up to filemode leave errno unchanged, so they can be called between a failed call
+ * and its report. A path that is null or empty counts as one that does not exist. They log
+ * nothing.
  *
- * Listings and walks take names of any length and directories of any size, also
- * while others change them: an entry that appears or goes during the reading
- * may be found or not, and none is found twice. Running out of memory ends the
- * process.
+ * For listings and walks, names may have any length and directories any size. If a directory is
+ * changed while it is read, an entry that appears or disappears meanwhile may or may not be found,
+ * but no entry is found twice. Running out of memory ends the process.
  */
 
 #ifndef STOCK_IS_FILE_H
@@ -28,51 +27,53 @@
 
 STOCK_BEGIN_DECLS
 
-/* 1 when the path leads to anything that can be examined, else 0. */
+/* Returns 1 if the path leads to something that can be examined, else 0. */
 STOCK_API int is_present(const char *path);
 
-/* 1 for a regular file, else 0. */
+/* Returns 1 for a regular file, else 0. */
 STOCK_API int is_file(const char *path);
 
-/* 1 for a directory, else 0. */
+/* Returns 1 for a directory, else 0. */
 STOCK_API int is_dir(const char *path);
 
-/* 1 for a regular file that its owner, its group or others may execute, else 0. */
+/* Returns 1 for a regular file that its owner, its group or others may execute, else 0. */
 STOCK_API int is_executable_file(const char *path);
 
 /*
- * 1 for a regular file that the process may write, or for a path where nothing
- * is yet and in whose directory the process may create it; else 0. What counts
- * is the effective user. Where nothing is, a path of more than 1,023 characters
- * gives 0.
+ * Returns 1 for a regular file that the process may write, and for a path that does not exist and
+ * may be created by the process; else 0. The effective user is used. A path that does not exist
+ * and has more than 1,023 characters gives 0.
  */
 STOCK_API int is_writable_file(const char *path);
 
-/* 1 when the name begins with "/", "./" or "../", else 0; looks at the text only. */
+/* Returns 1 if the name begins with "/", "./" or "../", else 0. It looks only at the text. */
 STOCK_API int is_filename(const char *name);
 
 /*
- * 1 for a directory without entries and for a regular file of size 0, -1 for a
- * directory that cannot be read, 0 for everything else and where nothing is.
+ * Returns 1 for a directory without entries and for a regular file of size 0, -1 for a directory
+ * that cannot be read, and 0 for everything else.
  */
 STOCK_API int is_empty(const char *path);
 
-/* When the content changed last, in whole seconds since 1970; 0 where nothing is. */
+/*
+ * Returns the time of the last change of the content, in whole seconds since 1970; 0 if the path
+ * does not exist.
+ */
 STOCK_API int64_t filetime(const char *path);
 
-/* The size of a regular file in bytes; 0 for every other kind. */
+/* Returns the size of a regular file in bytes; 0 for every other kind. */
 STOCK_API int64_t filesize(const char *path);
 
-/* The mode of a regular file, its type bits included (st_mode); 0 for every other kind. */
+/* Returns the mode of a regular file with its type bits (st_mode); 0 for every other kind. */
 STOCK_API mode_t filemode(const char *path);
 
-/* A number of bytes in decimal units: divided by 1e9, 1e6 and 1e3. */
+/* Return a number of bytes in decimal units: divided by 1e9, 1e6 and 1e3. */
 STOCK_API double Gbytes(double x);
 STOCK_API double Mbytes(double x);
 STOCK_API double kbytes(double x);
 
 /*
- * Lists a directory: its names in byte order, without "." and "..".
+ * Lists the names in a directory in byte order, without "." and "..".
  *
  *     which    entries
  *     0        all
@@ -80,58 +81,51 @@ STOCK_API double kbytes(double x);
  *     2        directories
  *     3        both of these
  *
- * Only bits 1 and 2 of which count. Returns a new list of new strings:
- * the caller frees it with freetbl(names, free). It is empty when dir is not a
- * directory or cannot be read.
+ * Other bits of which are ignored. Returns a new list of new strings that the caller frees with
+ * freetbl(names, free). It is empty if dir is not a directory or cannot be read.
  */
 STOCK_API Tbl *dirfiles(const char *dir, int which);
 
 /*
- * Examines all entries of a directory. *dirs and *files become new arrays from
- * an entry's name to its status, a struct stat of the entry's own: one for the
- * subdirectories, one for the regular files. Other entries, and those that
- * cannot be examined, are left out. A null dirs or files is not filled.
+ * Examines all entries of a directory. *dirs and *files receive new arrays from the name of an
+ * entry to its own struct stat: one array for the subdirectories, and one for the regular files.
+ * Other entries, and those that cannot be examined, are omitted. dirs or files may be null.
  *
- * The caller frees each with freearr(arr, free). Returns 0, or -1 with empty
- * arrays and errno set when dir is not a directory or cannot be read.
+ * Returns 0, or -1 with empty arrays and errno set if dir is not a directory or cannot be read.
+ * In both cases the caller frees each array with freearr(arr, free).
  */
 STOCK_API int directory(const char *dir, Arr **dirs, Arr **files);
 
-/* What fstraverse leaves out and in which order it goes; bits of flags. */
+/* Bits of the flags of fstraverse: what it omits, and its order. */
 enum {
     FSTRAVERSE_NO_DIRS = 1,    /* the function is not called for directories */
     FSTRAVERSE_NO_FILES = 2,   /* the function is not called for regular files */
-    FSTRAVERSE_DEPTH_FIRST = 4 /* what a subdirectory holds comes before itself */
+    FSTRAVERSE_DEPTH_FIRST = 4 /* each subdirectory comes after its contents, the files last */
 };
 
 /*
- * Walks the tree below path and calls function for the subdirectories and the
- * regular files in it; path itself is not among them.
+ * Walks the tree below path and calls function for each subdirectory and regular file in it, but
+ * not for path itself.
  *
- * Each directory is examined as a whole before the first call for it, and taken
- * in the order of its names: its files, then each subdirectory followed by what
- * it holds. With FSTRAVERSE_DEPTH_FIRST each subdirectory comes behind what it
- * holds, and the files last. A directory that the walk is already inside of
- * (device and inode tell) is reported but not entered again, so every walk ends.
+ * Each directory is examined as a whole before the first call for it. The order is that of the
+ * names: first the files of a directory, and then each subdirectory, followed by its contents.
+ * With FSTRAVERSE_DEPTH_FIRST each subdirectory comes after its contents, and the files come last.
+ * If the walk reaches a directory that it is already inside of, by device and inode, it reports
+ * the directory but does not enter it again, so every walk ends.
  *
- * Links are followed: what is counted and reported is what they lead to.
+ * function is called with the entry's path, its status, and argument. The path is path and the
+ * names below it, joined and cleaned as by concatpaths. Path and status are valid during the call.
+ * Entries deep in a tree may have paths of more than 1,023 characters. The function may change and
+ * remove the entry. If path is relative, it must not change the current directory.
  *
- * The function gets the entry's path, which is path and the names below it
- * joined and cleaned as by concatpaths, and its status. Both are borrowed for
- * the call. Entries deep in a tree may have paths of more than 1,023 characters.
- * The function may change and remove what it is shown; it must not change the
- * current directory when path is relative.
+ * path is opened as it is, but it is cleaned as text for the function: "~" becomes the home
+ * directory, and "link/.." becomes the directory of the link. So with a "~" at the beginning, or a
+ * ".." after a link, the function would get paths of other files: pass the result of cleanpath
+ * with CLEANPATH_LINKS instead.
  *
- * The directory that is read is path as it stands, but cleaning takes it as text:
- * of "~" it makes the home directory, and "link/.." it takes for the directory of
- * the link. So for a path with a "~" in front or a ".." behind a link the function
- * would get paths of other files: pass what cleanpath with CLEANPATH_LINKS makes
- * of it.
- *
- * Returns the sum of the function's results, at most INT_MAX and at least
- * INT_MIN, or -1 when any directory on the way could not be read: the reason is
- * logged, and the rest is walked all the same. A path of more than 1,000
- * characters gives -1 and a message. No depth of the tree needs more stack.
+ * Returns the sum of the function's results, within INT_MIN and INT_MAX. If a directory cannot be
+ * read, logs the reason, walks the rest, and returns -1. For a path of more than 1,000 characters
+ * logs a message and returns -1. Deep trees do not need more stack.
  */
 STOCK_API int fstraverse(const char *path, int flags,
                          int (*function)(const char *path, const struct stat *status,

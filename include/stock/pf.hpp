@@ -1,5 +1,5 @@
 /*
- * pf.hpp - parameter trees as owners, and their values by type; see pf.h.
+ * pf.hpp - a class that owns a parameter tree, and values by type; see pf.h.
  */
 
 #ifndef STOCK_PF_HPP
@@ -52,7 +52,7 @@ concept text_value = std::same_as<T, const char *> || std::same_as<T, std::strin
 template <class T>
 concept container_value = std::same_as<T, params_view> || is_params_list<T>;
 
-/* Characters are numbers to std::integral, but nobody means that here. */
+/* Integers without the character types, which std::integral includes. */
 template <class T>
 concept integer_value = std::integral<T> && sizeof(T) > 1 && !std::same_as<T, wchar_t> &&
                         !std::same_as<T, char16_t> && !std::same_as<T, char32_t>;
@@ -60,17 +60,16 @@ concept integer_value = std::integral<T> && sizeof(T) > 1 && !std::same_as<T, wc
 }  // namespace detail
 
 /*
- * What a value can be read as, and by which function:
+ * The types that a value can be read as, and the function that reads each:
  *
- *     int, long, unsigned ...     pfget_int; what the type does not hold is complained
- *                                 about, "Integer value %ld for %s is out of range %ld
- *                                 to %ld", and is the nearer of these two; no integer
- *                                 of one byte
+ *     int, long, unsigned ...     pfget_int. If the type cannot hold the integer, complains
+ *                                 "Integer value %ld for %s is out of range %ld to %ld" and
+ *                                 returns the nearer of these two. Not for one-byte types
  *     double, float               pfget_double
  *     bool                        pfget_boolean, whose -1 is true
- *     std::string_view            pfget_string, borrowed from the tree; empty when missing
- *     const char *                pfget_string, the same; null when missing
- *     std::string                 pfget_string, a copy
+ *     std::string_view            pfget_string, borrowed from the tree; empty if missing
+ *     const char *                pfget_string, borrowed from the tree; null if missing
+ *     std::string                 pfget_string, a copy; empty if missing
  *     std::chrono::sys_time<D>    pfget_time, rounded as from_epoch does
  *     params_view                 _pfeval for a table, borrowed from the tree
  *     params_list<T>              _pfeval for a list whose elements are read as T, borrowed
@@ -83,7 +82,7 @@ concept parameter = std::same_as<T, bool> || detail::integer_value<T> || std::fl
 
 namespace detail {
 
-/* Whether every From is a T: as many digits, and a sign where it has one. */
+/* Whether T can hold every value of From: it has as many digits, and a sign if From has one. */
 template <class From, class T>
 constexpr bool fits_in()
 {
@@ -92,8 +91,8 @@ constexpr bool fits_in()
 }
 
 /*
- * Whether an F may be the fallback of a T: it is a T, or becomes one that means the
- * same and leads to nothing that is gone behind the call.
+ * Whether an F may be the fallback of a T: it is a T, or can be converted to one without loss and
+ * without referring to a temporary that ends with the call.
  */
 template <class F, class T>
 constexpr bool is_fallback()
@@ -104,7 +103,8 @@ constexpr bool is_fallback()
     else if constexpr (std::same_as<T, bool> || !std::convertible_to<F, T>)
         return false;
     else if constexpr (std::is_arithmetic_v<T>)
-        // Every From is a T: 3 is a long and a double, but no unsigned and no float.
+        // T must hold every From: an int may be a fallback of long and double, not of unsigned and
+        // float.
         return (integer_value<From> && !std::same_as<From, bool> && fits_in<From, T>()) ||
                (std::floating_point<From> && std::floating_point<T> && fits_in<From, T>());
     else if constexpr (std::same_as<T, std::string_view> || std::same_as<T, params_view>)
@@ -130,8 +130,8 @@ inline void complain_range(long number, long least, long most, const Pf *pf, con
 }
 
 /*
- * The number as a T. The address is null for the value pf itself, and an index where
- * pf is a list, as in the getters.
+ * Converts the number to T; complains if T cannot hold it. The address is null for the value pf
+ * itself, and an index if pf is a list, as for the getters.
  */
 template <integer_value T>
 T checked(long number, const Pf *pf, const char *address)
@@ -168,12 +168,12 @@ T read_parameter(Pf *pf, const char *address)
     } else {
         Pf *node = nullptr;
         _pfeval(pf, address, &node, T::node_type);
-        // An element of another type is passed over in silence: there is no such container.
+        // For an element of another type there is no message: it counts as a missing container.
         return T(node && node->type == T::node_type ? node : nullptr);
     }
 }
 
-/* What a function in the tree gave, read where it lies. */
+/* Reads the result of a function in the tree. */
 template <parameter T>
 T read_result(Pf *node)
 {
@@ -192,7 +192,7 @@ constexpr int node_type_of()
         return PFSTRING;
 }
 
-/* The value at an address of a table or index of a list; the fallback when there is none. */
+/* Reads the value at an address of a table or index of a list; the fallback if it is missing. */
 template <parameter T, class F>
 T read_parameter(Pf *pf, const char *address, F &&fallback)
 {
@@ -200,20 +200,20 @@ T read_parameter(Pf *pf, const char *address, F &&fallback)
     const bool evaluated = pfresolve(pf, address, 0, &node) == PFFUNCTION;
     if (!node || node->type == PFANY)
         return static_cast<T>(std::forward<F>(fallback));
-    // Asking for it again would evaluate the function again.
+    // A getter would evaluate the function a second time.
     if (evaluated && node->type == node_type_of<T>())
         return read_result<T>(node);
     return read_parameter<T>(pf, address);
 }
 
-/* The getters, for an owner and for a view. */
+/* The getters of params and params_view. */
 template <class Self>
 class params_getters {
 public:
     /*
-     * The value at an address such as "a{b}[2]", as a T. One that is missing goes
-     * to the die function, unless T is a text or a bool, and so does one of the
-     * wrong type; what can't be converted is complained about.
+     * Returns the value at an address such as "a{b}[2]" as a T. If it has the wrong type, or is
+     * missing and T is neither a text nor a bool, the die function is called. Complains about a
+     * text that cannot be converted.
      */
     template <parameter T>
     T get(zstring address) const
@@ -222,21 +222,21 @@ public:
     }
 
     /*
-     * The same; the fallback when the value is missing, without a message. A
-     * function is evaluated once; a complaint about what it gave names no address.
+     * The same, but returns the fallback if the value is missing, without a message. A function is
+     * evaluated once; a complaint about its result names no address.
      *
-     * A fallback is of the type, or of one that loses nothing: 3 for a long or a
-     * double, a constant for a text. For a std::string_view, a string that ends with
-     * the call does not compile; for the others, no other kind does.
+     * The fallback has the type T, or a type that can be converted to it without loss: 3 for a long
+     * or a double, a constant for a text. Other types do not compile, nor does a temporary string
+     * for a std::string_view.
      */
     template <parameter T, class F = T>
     requires fallback_for<F, T> T get(zstring address, F &&fallback)
     const { return read_parameter<T>(node(), address.c_str(), std::forward<F>(fallback)); }
 
-    /* pfget_size: a number with k, M, G, m or u behind it. */
+    /* pfget_size: reads a number followed by k, M, G, m or u. */
     double get_size(zstring address) const { return pfget_size(node(), address.c_str()); }
 
-    /* Whether there is a value, of any type, at an address; a function is evaluated. */
+    /* _pfeval: whether there is a value of any type at an address; evaluates a function. */
     bool contains(zstring address) const
     {
         Pf *found = nullptr;
@@ -244,10 +244,10 @@ public:
         return found != nullptr;
     }
 
-    /* pfkeys: the keys of the table, in order, borrowed from it. */
+    /* pfkeys: the keys of the table in order, borrowed from it. */
     list<const char *> keys() const { return list<const char *>(pfkeys(node())); }
 
-    /* pf2string: the text that is read into an equal tree. */
+    /* pf2string: the tree as parameter text. */
     text str() const { return text(pf2string(node())); }
 
 private:
@@ -257,9 +257,9 @@ private:
 }  // namespace detail
 
 /*
- * A table of a tree, borrowed: valid until the table is freed or the function that
- * gave it is evaluated again. Without one (made of null) every value is missing, and
- * nothing is said about it.
+ * A table in a tree. It is borrowed: valid until the table is freed or the function whose result it
+ * is is evaluated again. Without a table (made from null) every value is missing, and no message is
+ * reported.
  */
 class params_view : public detail::params_getters<params_view> {
 public:
@@ -279,8 +279,8 @@ private:
 };
 
 /*
- * A list of a tree, borrowed, whose elements are read as T each time they are looked
- * at: a random-access range of values. Valid as a params_view is.
+ * A list in a tree: a random-access range whose elements are read as T each time they are accessed.
+ * It is borrowed, and valid as long as a params_view.
  *
  *     for (const int port : settings.get<stock::params_list<int>>("ports"))
  *         listen_on(port);
@@ -354,7 +354,7 @@ public:
     bool empty() const noexcept { return size() == 0; }
     iterator begin() const noexcept { return {pf_, 0}; }
     iterator end() const noexcept { return {pf_, pfmaxtbl(pf_)}; }
-    /* Element i, counted from 0, which must be there. */
+    /* Element i, counted from 0, which must exist. */
     T operator[](std::size_t i) const { return begin()[static_cast<std::ptrdiff_t>(i)]; }
 
 private:
@@ -363,7 +363,7 @@ private:
 
 }  // namespace stock
 
-/* Its iterators outlive it: they lead to the tree. */
+/* An iterator refers to the tree, so it may outlive its params_list. */
 template <class T>
 inline constexpr bool std::ranges::enable_borrowed_range<stock::params_list<T>> = true;
 
@@ -376,29 +376,30 @@ struct params_place {
 };
 
 /*
- * Owns a tree of parameters and frees it with all that was borrowed from it.
+ * Owns a parameter tree and frees it; values borrowed from the tree are then invalid.
  *
- * Reading expands and evaluates, which changes the tree underneath: only one thread
- * at a time may read in it, const or not. An owner without a tree (made of null, moved
- * from, released) is an empty tree, and makes it when it needs one: to get a number
- * from it ends in the die function, as from any tree that has none.
+ * Reading a value expands references and evaluates functions, which changes the tree: only one
+ * thread at a time may read values, even of a const object. An owner without a tree (made from
+ * null, moved from, released) counts as an empty tree, and creates one when it needs it; getting a
+ * number from it calls the die function, as for any missing number.
  */
 class params : public detail::params_getters<params> {
 public:
     /* A new, empty tree. */
     params() : params(pfnew(PFFILE)) {}
-    /* Takes over a tree that a function returned, null too. */
+    /* Takes over a tree that a function returned; it may be null. */
     explicit params(Pf *owned) noexcept : pf_(owned) {}
 
     explicit operator bool() const noexcept { return pf_ != nullptr; }
-    /* The top of the tree, which the owner keeps. */
+    /* The top of the tree, which the object still owns. */
     Pf *pf() { return node(); }
     const Pf *pf() const { return node(); }
     operator params_view() const { return params_view(node()); }
 
     /*
-     * Gives the tree up: the caller frees it with pffree. Its filename is null when it
-     * was read by read(), whose copy of the name goes.
+     * Returns the tree, or null, and leaves the owner empty. The caller frees the tree with pffree.
+     * If read() read the tree, its filename becomes null, because the owner's copy of the name is
+     * freed.
      */
     [[nodiscard]] Pf *release() noexcept
     {
@@ -409,8 +410,9 @@ public:
     }
 
     /*
-     * pfread: the tree becomes what all files of a name give. The owner keeps a copy
-     * of the name. Returns 0, or what was wrong; the tree is then what could be read.
+     * pfread: replaces the tree by a new one, read from all files of a name. The owner keeps a
+     * copy of the name. Returns the result of pfread; if it is not 0, the tree holds what could be
+     * read.
      */
     int read(zstring name)
     {
@@ -423,8 +425,8 @@ public:
     }
 
     /*
-     * pfwhere: the file and line that give the value at an address its text, among the
-     * files that read() reads. Nothing when there is no such value, or nothing was read.
+     * pfwhere: the file and line that give the value at an address its text, of the files that
+     * read() read. Returns nothing if there is no such value, or read() was not called.
      */
     std::optional<params_place> where(zstring address) const
     {
@@ -445,7 +447,7 @@ public:
         return pfcompile_counted(start, static_cast<long>(parameters.size()), &pf);
     }
 
-    /* pfset: makes the value at an address the text. */
+    /* pfset: stores a text at an address. */
     int set(zstring address, zstring value)
     {
         return pfset(node(), address.c_str(), value.c_str());
@@ -461,7 +463,7 @@ private:
     friend class detail::params_getters<params>;
 
     struct Free {
-        text name; /* the tree's filename, of one that was read */
+        text name; /* the filename of a tree that read() read */
         void operator()(Pf *pf) const { pffree(pf); }
     };
 
@@ -472,7 +474,7 @@ private:
         return pf_.get();
     }
 
-    mutable std::unique_ptr<Pf, Free> pf_; /* made by whoever needs it first */
+    mutable std::unique_ptr<Pf, Free> pf_; /* created by node() when it is first needed */
 };
 
 }  // namespace stock

@@ -1,16 +1,16 @@
 /*
- * pushstr.h - the string stack: text that grows at its end.
+ * pushstr.h - build text by appending strings (the string stack), and join strings.
  *
- * The caller holds one pointer, null for "empty", and passes its address:
+ * The caller has one pointer, which is null at first, and passes its address:
  *
  *     void *stack = NULL;
  *     pushstr(&stack, "one");
  *     pushstrc(&stack, ',');
  *     char *text = popstr(&stack, 1);    "one,"; free it with free
  *
- * A null string is taken as an empty one. What is pushed must not be the
- * stack's own text. Running out of memory ends the process. Nothing locks:
- * threads that share a stack lock it.
+ * A null string counts as an empty one. A string that is pushed must not be part of the stack's
+ * own text. The address of the pointer must not be null, except for popstr. Running out of memory
+ * ends the process. Nothing here locks: threads that share a stack must lock it.
  */
 
 #ifndef STOCK_PUSHSTR_H
@@ -22,17 +22,17 @@
 
 STOCK_BEGIN_DECLS
 
-/* What a stack that is not empty points at. */
+/* The record that the caller's pointer points to if the stack is not empty. */
 typedef struct Vstk {
-    uint64_t size;   /* bytes for the text; what is allocated may be more */
+    uint64_t size;   /* bytes for the text; the allocated block may be larger */
     uint64_t length; /* characters in it, the terminator not counted */
     char *s;         /* owned: the text, terminated */
 } Vstk;
 
 /*
- * Appends a string. The first push allocates the larger of 1024 and five times
- * the string's length; of a text that does not fit the size becomes what it needs.
- * Returns the new length.
+ * Appends a string. The first push allocates 1024 bytes or five times the length of the string,
+ * whichever is larger. If a text does not fit later, the size becomes what it needs. Returns the
+ * new length.
  */
 STOCK_API int64_t pushstr(void **stack, const char *string);
 
@@ -40,37 +40,38 @@ STOCK_API int64_t pushstr(void **stack, const char *string);
 STOCK_API int64_t pushstrc(void **stack, int character);
 
 /*
- * Appends at most n characters, fewer when the string ends before. Room is made
- * for n characters however short the string is. Returns the new length.
+ * Appends at most n characters; fewer if the string ends before. It always makes room for n
+ * characters. Returns the new length.
  */
 STOCK_API int64_t pushstrn(void **stack, const char *string, int64_t n);
 
 /*
- * The text that was pushed.
+ * Returns the text that was pushed.
  *
- * With release not 0 the stack becomes empty and the text is the caller's, who
- * frees it with free. With release 0 it is borrowed from the stack, valid until
- * the next push or release. An empty stack gives a new empty string, the
- * caller's in either case.
+ * If release is not 0, the stack becomes empty, and the caller frees the text with free. If
+ * release is 0, the text is borrowed from the stack: it is valid until the next push or release.
+ * For an empty stack it returns a new empty string, which the caller frees in either case.
  */
 STOCK_API char *popstr(void **stack, int release);
 
-/* A new string: all arguments in order, up to a null one. The caller frees it with free. */
+/*
+ * Joins its arguments in order, up to a null pointer. Returns a new string that the caller frees
+ * with free.
+ */
 STOCK_API char *strconcat(const char *first, ...) STOCK_SENTINEL;
 
 /*
- * A new string: the arguments up to a null one with the character between
- * them. The caller frees it with free.
+ * Joins its arguments, up to a null pointer, with the character between them. Returns a new
+ * string that the caller frees with free.
  */
 STOCK_API char *strjoin(int character, const char *first, ...) STOCK_SENTINEL;
 
 /*
- * A new string: the first n lines of the text, each behind the prefix and with
- * its newline, and then prefix and "...\n" even when no more text follows.
+ * Returns the first n lines of the text, each after the prefix and with its newline, and then the
+ * prefix and "...\n", even if no more text follows. The caller frees the string with free.
  *
- * When the text holds fewer than n newlines, the lines that have one are all
- * that comes back: no "...", and not what follows the last newline. A null
- * prefix is an empty one; n below 1 gives the closing line alone.
+ * If the text has fewer than n newlines, only the lines that end in a newline are returned,
+ * without "...". A null prefix is an empty one. If n is below 1, only the last line is returned.
  *
  *     text     n    prefix    result
  *     a\nb\n   2    P         Pa\nPb\nP...\n

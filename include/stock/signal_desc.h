@@ -1,10 +1,9 @@
 /*
- * signal_desc.h - signals with their names and descriptions.
+ * signal_desc.h - look up signals by number or name, with their descriptions.
  *
- * Names come from the table of deviants.h, descriptions from the system
- * (strsignal). signal_bysig and signal_byname each fill one record of their own,
- * which the next call overwrites: they are meant for start-up and for the report
- * of a fault, not for several threads at once.
+ * The names come from the table in deviants.h, the descriptions from the system (strsignal).
+ * signal_bysig and signal_byname each have one record, which the next call overwrites: call them
+ * at start-up or when reporting a fault, not in several threads at once.
  */
 
 #ifndef STOCK_SIGNAL_DESC_H
@@ -14,46 +13,46 @@
 
 STOCK_BEGIN_DECLS
 
-enum { SIGNAL_NAME_SIZE = 64 }; /* what signal_desc needs before it writes a name */
+enum { SIGNAL_NAME_SIZE = 64 }; /* bytes of the buffer from which on signal_desc writes a name */
 
 typedef struct Signal {
     int number;              /* -1 for an unknown name */
-    const char *name;        /* "SIGHUP"; the number in decimal when it has no name */
+    const char *name;        /* "SIGHUP", or the number in decimal if the signal has no name */
     const char *description; /* never null */
 } Signal;
 
 /*
- * Describes the signal with this number.
+ * Returns the description of the signal with a number.
  *
  *     sig    name      description
  *     1      SIGHUP    Hangup
  *     99     99        Unknown signal 99
  *
- * Returns a record that lasts until the next call, never null. Where the system
- * has no description it is "no description for signal".
+ * The record is valid until the next call, and never null. If the system has no description, it is
+ * "no description for signal".
  */
 STOCK_API Signal *signal_bysig(int sig);
 
 /*
- * Describes the signal with this name, given with or without "SIG".
+ * Returns the description of the signal with a name, with or without "SIG". Case matters.
  *
  *     name      number    description
  *     HUP       1         Hangup
  *     SIGHUP    1         Hangup
  *     hup       -1        no description for unrecognized signal
  *
- * Returns a record that lasts until the next call, never null; its name is the
- * caller's text, as given, and must live as long as the record is used.
+ * The record is valid until the next call, and never null. Its name is the caller's string, not a
+ * copy: it must remain valid as long as the record is used.
  */
 STOCK_API Signal *signal_byname(const char *name);
 
 /*
- * Writes the name of a signal (its number in decimal when it has none) and right
- * behind it, without a separator, its description: "SIGHUPHangup" for 1: meant.
- * With a size below 64 the description alone is written.
+ * Writes the name of a signal (or its number in decimal), immediately followed by its description,
+ * to a buffer of size bytes: "SIGHUPHangup" for 1: meant. If size is below SIGNAL_NAME_SIZE, writes
+ * only the description.
  *
- * The text is cut after size - 1 bytes; nothing is written when size is not
- * positive. Returns the buffer. May be called from any thread.
+ * The text is cut after size - 1 bytes. If size is not positive, nothing is written. Returns the
+ * buffer. It may be called from any thread.
  */
 STOCK_API char *signal_desc(int sig, char *buffer, int size);
 

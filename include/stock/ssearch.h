@@ -1,5 +1,5 @@
 /*
- * ssearch.h - binary search of any sorted array of fixed-size elements.
+ * ssearch.h - search a sorted array of elements of one size (binary search).
  */
 
 #ifndef STOCK_SSEARCH_H
@@ -12,15 +12,13 @@
 STOCK_BEGIN_DECLS
 
 /*
- * Looks for the key among n elements of size bytes that are sorted as compare
- * orders them. compare is called with the key as given, the address of an
- * element and pvt, and returns less than, equal to or more than 0.
+ * Searches n elements of size bytes, sorted in the order of compare, for a key. compare is called
+ * with the key, the address of an element and pvt, and returns less than, equal to or more than 0.
  *
- * Returns the number of elements found. first and last, neither of them null,
- * receive the indexes of the first and last of the equal elements. With unique
- * not 0 any one of them is enough: both receive its index and the result is 1.
- * Without a match the result is 0, first is where the key would be inserted and
- * last is one less.
+ * Returns the number of elements that equal the key. *first and *last, which must not be null,
+ * receive the indexes of the first and last of them. If unique is not 0, the search stops at any
+ * equal element: both receive its index and the result is 1. If there is none, the result is 0,
+ * *first is the index at which the key would be inserted, and *last one less.
  *
  *     elements       key    unique    result    first    last
  *     1 3 3 3 7      3      0         3         1        3

@@ -1,5 +1,5 @@
 /*
- * strdbl.h - a double as short text.
+ * strdbl.h - write a double as short text in the same way in every locale.
  */
 
 #ifndef STOCK_STRDBL_H
@@ -12,9 +12,9 @@ STOCK_BEGIN_DECLS
 enum { STRDBL_SIZE = 32 /* bytes that hold the text of any double */ };
 
 /*
- * Writes x to 15 digits into buf, which has STRDBL_SIZE bytes. Above 1e10 and
- * below 1e-3 the exponent is a multiple of three. The decimal point is a point
- * in every locale.
+ * Writes x with up to 15 digits to buf, which must have STRDBL_SIZE bytes. Above 1e10 and below
+ * 1e-3 it is written with an exponent that is a multiple of three. The decimal point is a point in
+ * every locale.
  *
  *     0, -0       0             1e10      10000000000
  *     1234        1234          1.5e12    1.5e12
@@ -22,7 +22,7 @@ enum { STRDBL_SIZE = 32 /* bytes that hold the text of any double */ };
  *     -0.5        -0.5          1e-100    .1e-99          as of 1e-99: meant
  *     infinity    Inf, -Inf     NaN       Nan
  *
- * Returns buf.
+ * Returns buf. It may be called from any thread.
  */
 STOCK_API char *strdbl(char *buf, double x);
 

@@ -1,13 +1,12 @@
 /*
- * strings.h - text: splitting, copying, trimming, reading lines.
+ * strings.h - split, copy, trim and compare strings, and read lines.
  *
- * Letters, digits and blanks are those of ASCII whatever the locale; other
- * bytes pass unchanged. A null string is taken as an empty one, unless a
- * function says otherwise. What a function makes is the caller's, who frees it
- * with free. Running out of memory ends the process. All functions work on
- * their arguments alone; spaces, which shares its buffers, locks.
+ * Letters, digits and blanks are those of ASCII in every locale; other bytes are not changed.
+ * Unless a function says otherwise, a null string counts as an empty one, and the caller frees a
+ * new block with free. Running out of memory ends the process. The functions use only their
+ * arguments, except spaces, which locks the buffers that it shares.
  *
- * The growable text buffer is in pushstr.h, which this header includes.
+ * pushstr.h, which this header includes, has functions that build text.
  */
 
 #ifndef STOCK_STRINGS_H
@@ -24,53 +23,52 @@
 STOCK_BEGIN_DECLS
 
 enum {
-    MAX_SPACES = 63,        /* what spaces gives at most */
-    SPACES_RING = 10,       /* a string of spaces is reused by so many later calls */
+    MAX_SPACES = 63,        /* the largest number of spaces that spaces returns */
+    SPACES_RING = 10,       /* the number of buffers that spaces uses in turn */
     INTACTLINE_FIRST = 1024 /* bytes that intactline allocates first */
 };
 
 /*
- * Cuts the string in place at every occurrence of the character.
+ * Splits the string in place at every occurrence of the character.
  *
- * Runs of the character count as one; at either end they yield nothing. The
- * character 0 leaves the string whole.
+ * Several in a row count as one, and those at the ends add no empty parts. The character 0 does not
+ * split the string.
  *
  *     ::a::b:    split at ':'    a, b
  *     :::                        an empty list
  *
- * Returns a new list of pointers into the string, valid as long as the string.
- * The caller frees the list with freetbl(tbl, NULL).
+ * Returns a new list of pointers into the string, which are valid as long as the string. The caller
+ * frees the list with freetbl(tbl, NULL).
  */
 STOCK_API Tbl *split(char *string, int character);
 
-/* The same with space, tab and newline all as separators. */
+/* The same with space, tab and newline as separators. */
 STOCK_API Tbl *splitws(char *string);
 
 /*
- * Fills n bytes with the source, up to its end, and then with spaces. Writes no
- * terminator. Returns n, or 0 when n is not positive.
+ * Copies the source, at most n bytes, and fills the rest of the n bytes with spaces. Writes no
+ * terminator. Returns n, or 0 if n is not positive.
  */
 STOCK_API int sncopy(char *destination, const char *source, int n);
 
 /*
- * Copies exactly n bytes, zero bytes among them, and appends a terminator, for
- * which the destination has room. With n below 1 or a null source only the
- * terminator is written. Returns the address of the terminator.
+ * Copies exactly n bytes, including zero bytes, and appends a terminator. The destination must have
+ * room for it. If n is below 1 or the source is null, writes only the terminator. Returns the
+ * address of the terminator.
  */
 STOCK_API char *szcopy(char *destination, const char *source, int n);
 
 /*
- * Copies the first n bytes of the source without the spaces at both ends
- * (spaces only) and appends a terminator. The two may overlap. With n below 1
- * or a null source only the terminator is written. Returns the address of the
- * terminator.
+ * Copies the first n bytes of the source without the spaces at both ends, and appends a terminator.
+ * Removes no other white space. Source and destination may overlap. If n is below 1 or the source
+ * is null, writes only the terminator. Returns the address of the terminator.
  */
 STOCK_API char *copystrip(char *destination, const char *source, int n);
 
-/* Returns a new block with a copy of n bytes, or null when the address is null. */
+/* Returns a new block with a copy of n bytes, or null if the address is null. */
 STOCK_API void *memdup(const void *address, size_t n);
 
-/* Change case in place, a to z and A to Z. Return the length. */
+/* Change the case of the letters a to z and A to Z, in place. Return the length of the string. */
 STOCK_API int64_t str2upper(char *string);
 STOCK_API int64_t str2lower(char *string);
 
@@ -81,26 +79,26 @@ STOCK_API int64_t str2lower(char *string);
 STOCK_API void strtrim(char *string);
 
 /*
- * Writes the source to the destination with every occurrence of old_text, from
- * left to right and never overlapping, replaced by new_text.
+ * Copies the source to the destination and replaces every occurrence of old_text, from left to
+ * right and without overlaps, by new_text.
  *
  *     source    old    new    destination
  *     aaa       aa     b      ba
  *     a.b       .             ab
- *     a.b              x      a.b            an empty old occurs nowhere
+ *     a.b              x      a.b            an empty old_text never occurs
  *
- * The destination has room for the result and overlaps none of the others.
- * Returns the address of its terminator.
+ * The destination must have room for the result and must not overlap the other strings. Returns the
+ * address of its terminator.
  */
 STOCK_API char *strsub(const char *source, const char *old_text, const char *new_text,
                        char *destination);
 
 /*
- * Replaces, in place, each character that occurs in from by the one at the
- * same position in to.
+ * Replaces, in place, each character that occurs in from by the character at the same position in
+ * to.
  *
- * Only the first min(length of from, length of to, 256) pairs count, and of
- * two pairs for one character the later.
+ * The shorter of the two determines how many pairs there are, 256 at most. If a character is in two
+ * pairs, the later pair is used.
  */
 STOCK_API void strtr(char *string, const char *from, const char *to);
 
@@ -108,50 +106,48 @@ STOCK_API void strtr(char *string, const char *from, const char *to);
 STOCK_API void chomp(char *string);
 
 /*
- * Compares as strcmp does when neither is null; 0 when both are null, 1 when
- * one is.
+ * Compares two strings as strcmp does; either may be null. Returns 0 if both are null, 1 if one is,
+ * and otherwise the result of strcmp.
  */
 STOCK_API int nstrcmp(const char *a, const char *b);
 
-/* 1 when the string holds nothing, or nothing but spaces, else 0. */
+/* Returns 1 if the string is empty or contains only spaces, else 0. */
 STOCK_API int blank(const char *string);
 
-/* 1 when the string holds nothing, or nothing but spaces, tabs and newlines, else 0. */
+/* Returns 1 if the string is empty or contains only spaces, tabs and newlines, else 0. */
 STOCK_API int whitespace(const char *string);
 
-/* The string itself, or the constant "<null>" for null. */
+/* Returns the string itself, or the constant "<null>" for null. */
 STOCK_API const char *okstr(const char *string);
 
 /*
- * A string of n spaces, from 0 to MAX_SPACES of them whatever n is.
+ * Returns a string of n spaces, at least 0 and at most MAX_SPACES.
  *
- * Returns one of SPACES_RING buffers that all threads share; it keeps its
- * content until SPACES_RING more calls were made. Not to be freed.
+ * It is one of SPACES_RING buffers, which all threads share. It is valid until SPACES_RING more
+ * calls were made, and must not be freed.
  */
 STOCK_API char *spaces(int n);
 
 /*
- * Reads one line of at most size - 2 characters and removes its newline. The
- * rest of a longer line is what the next call reads. The buffer's last byte is
- * zero afterwards.
+ * Reads one line of at most size - 2 characters and removes its newline. The next call reads the
+ * rest of a longer line. The last byte of the buffer is set to zero.
  *
- * Returns the buffer; null at the end of input, on a read error, for a null
- * stream or buffer, and when size is below 3 and leaves room for nothing.
+ * Returns the buffer, or null at the end of input, on a read error, for a null stream or buffer,
+ * and if size is below 3.
  */
 STOCK_API char *getaline(FILE *stream, char *buffer, int size);
 
 /*
  * Reads one line of any length and removes its newline.
  *
- * *buffer and *size belong together and carry over from call to call: start
- * with *size 0, whatever *buffer holds. INTACTLINE_FIRST bytes are allocated
- * then, and twice as many whenever a line does not fit. The caller frees
- * *buffer in the end. A zero byte ends the text of its line, not the line.
+ * *buffer and *size belong together and are passed from call to call: start with *size 0, whatever
+ * *buffer is, and free *buffer at the end. First, INTACTLINE_FIRST bytes are allocated, and twice
+ * as many whenever a line does not fit. A zero byte ends the text of its line, but the line is read
+ * to its end.
  *
- * Returns *buffer, valid until the next call; null when nothing was read and
- * for a null stream. A read error ends the line like the end of input; when
- * nothing was read before it, null comes back and errno tells the reason.
- * Otherwise errno is left alone.
+ * Returns *buffer, which is valid until the next call, or null if nothing was read or the stream is
+ * null. A read error ends the line as the end of input does. If nothing was read before the error,
+ * returns null and errno is the reason; otherwise errno is left unchanged.
  */
 STOCK_API char *intactline(FILE *stream, char **buffer, int64_t *size);
 

@@ -1,6 +1,5 @@
 /*
- * strings.hpp - strings that cross the interface: those that are the caller's to
- * free, and those that are arguments.
+ * strings.hpp - a class that owns a string from the library, and a class for string arguments.
  */
 
 #ifndef STOCK_STRINGS_HPP
@@ -18,30 +17,31 @@
 namespace stock {
 
 /*
- * Owns a string that malloc made, as functions of stock return them, and frees it.
+ * Owns a string from malloc, such as functions of stock return, and frees it.
  *
  *     const stock::text when(strtime(now));
  *     std::cout << when.view();
  *
- * Without a string (null, moved from) it reads as the empty one.
+ * Without a string (made from null, moved from, released) it reads as the empty string.
  */
 class text {
 public:
     text() = default;
     explicit text(char *owned) noexcept : string_(owned) {}
 
-    /* The string, never null; borrowed until the text changes hands or is destroyed. */
+    /* The string, never null. It is borrowed: valid until the text is moved, released or destroyed.
+     */
     const char *c_str() const noexcept { return string_ ? string_.get() : ""; }
     std::string_view view() const noexcept { return c_str(); }
     operator std::string_view() const noexcept { return view(); }
 
     bool empty() const noexcept { return !*c_str(); }
-    /* Counted each time, as strlen does. */
+    /* Counts the characters each time, as strlen does. */
     std::size_t size() const noexcept { return view().size(); }
-    /* Whether there is a string at all: some functions return null. */
+    /* Whether there is a string: some functions return null. */
     explicit operator bool() const noexcept { return string_ != nullptr; }
 
-    /* Gives the string up: the caller frees it with free. */
+    /* Returns the string, or null, and leaves the text empty. The caller frees it with free. */
     [[nodiscard]] char *release() noexcept { return string_.release(); }
 
     friend bool operator==(const text &a, const text &b) noexcept { return a.view() == b.view(); }
@@ -57,9 +57,9 @@ private:
 };
 
 /*
- * An argument that ends with a zero byte, as the functions of stock want their
- * strings: from a constant, a std::string or a text. A std::string_view has no such
- * end and does not compile. Borrowed: it is for arguments, not for keeping.
+ * A string argument that ends with a zero byte, as the functions of stock require: a constant, a
+ * std::string or a text. A std::string_view has no such end, so it does not compile. It does not
+ * own the string: use it only for arguments.
  */
 class zstring {
 public:

@@ -1,21 +1,21 @@
 /*
- * strmatches.h - regular expressions that are compiled once.
+ * strmatches.h - match strings with regular expressions, which are compiled only once.
  *
- * Patterns are POSIX extended regular expressions. Both functions take the
- * address of a Hook pointer that keeps the compiled pattern:
+ * Patterns are POSIX extended regular expressions. Both functions take the address of a Hook
+ * pointer, which keeps the compiled pattern between calls:
  *
- *     hook        null address    compiled for this call only
- *                 holding null    a new hook is made and compiled into; the
- *                                 caller frees it with free_hook
- *                 holding a hook  used as it is; the pattern is not looked at,
- *                                 so a hook serves one pattern all its life
+ *     the address is null     the pattern is compiled for this call only
+ *     the pointer is null     a new hook is created for the compiled pattern; the caller
+ *                             frees it with free_hook
+ *     the pointer is a hook   its compiled pattern is used, and the argument is ignored: use
+ *                             a hook for one pattern only
  *
- * Results: 1 a match, 0 none, -2 the pattern does not compile, -1 the hook's
- * pattern did not compile on an earlier call. With -2 the reason is logged as
- * "'%s' did not compile: %s". A null string matches nothing and a null pattern
- * does not compile. Running out of memory ends the process.
+ * Both return 1 for a match and 0 for none, -2 if the pattern does not compile, and -1 if the
+ * hook's pattern did not compile in an earlier call. With -2 the reason is logged as "'%s' did not
+ * compile: %s". A null string does not match, and a null pattern does not compile. Running out of
+ * memory ends the process.
  *
- * A hook is not locked here; threads that share one lock its mutex.
+ * Nothing here locks a hook; threads that share one must lock its mutex.
  */
 
 #ifndef STOCK_STRMATCHES_H
@@ -27,15 +27,15 @@
 STOCK_BEGIN_DECLS
 
 /*
- * Whether the first match of the pattern is the whole string. So "ab" matches
- * "a|ab", whose longest match counts, and "abc" does not match "b".
+ * Tells whether the string as a whole matches: whether the first match of the pattern is the whole
+ * string. So "ab" matches "a|ab", because the longest match counts, and "abc" does not match "b".
  */
 STOCK_API int strmatches(const char *string, const char *pattern, Hook **hook);
 
 /*
- * Whether the pattern matches anywhere. *start and *length receive the offset
- * and the length of the first match in bytes, 0 when there is none; each of the
- * two pointers may be null.
+ * Tells whether the pattern matches anywhere in the string. *start and *length receive the offset
+ * and length of the first match in bytes, or 0 if there is none. Each of the two pointers may be
+ * null.
  */
 STOCK_API int strcontains(const char *string, const char *pattern, Hook **hook, int *start,
                           int *length);

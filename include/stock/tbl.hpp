@@ -1,5 +1,5 @@
 /*
- * tbl.hpp - the ordered list as an owner and a range; see tbl.h.
+ * tbl.hpp - a class that owns an ordered list and is a range of its entries; see tbl.h.
  */
 
 #ifndef STOCK_TBL_HPP
@@ -18,7 +18,7 @@ namespace stock {
 
 namespace detail {
 
-/* Free, for entries of type Entry, as freetbl and freearr take it. */
+/* The function Free for entries of type Entry, as a function that freetbl and freearr accept. */
 template <auto Free, class Entry>
 constexpr auto untyped() noexcept -> void (*)(void *)
 {
@@ -31,29 +31,28 @@ constexpr auto untyped() noexcept -> void (*)(void *)
 }  // namespace detail
 
 /*
- * Owns a Tbl and frees it. The type says what kind of list it is:
+ * Owns a Tbl and frees it. The template arguments say what kind of list it is:
  *
- *     list<char *>                an indirect list: pointers
- *     list<Sample>                a direct list: records in place, trivially copyable
- *     list<char *, std::free>     the same, and each entry is freed with the list
- *     list<Pftime, pffree_time>   for a direct list Free gets a record's address
+ *     list<char *>                an indirect list of pointers
+ *     list<Sample>                a direct list of records, which must be trivially copyable
+ *     list<char *, std::free>     an indirect list whose entries are freed with the list
+ *     list<Pftime, pffree_time>   for a direct list, Free gets the address of a record
  *
- * Free is what freetbl is given; by default nothing is, and entries stay whose they
- * are. Free is called for entries that are in the list when it is destroyed, assigned
- * to, cleared or truncated, and for no others: an entry that was popped, shifted,
- * taken out or overwritten is the caller's again.
+ * Free is passed to freetbl. By default there is none, and the caller owns what the entries point
+ * to. Free is called for the entries in the list when the list is destroyed, assigned to, cleared
+ * or truncated, and for no others: an entry that was popped, taken out or overwritten belongs to
+ * the caller again.
  *
- * The entries lie one behind the other: a list is a contiguous range, and a plain
- * pointer its iterator. Iterators, references and addresses of entries are valid
- * until the list next grows, or an insertion, deletion or sort moves them.
+ * A list is a contiguous range, and a pointer is its iterator. Iterators, references and addresses
+ * of entries are valid until the list next grows, or an insertion, deletion or sort moves them.
  *
  *     stock::list<char *> words(split(line, ' '));
  *     std::ranges::sort(words, std::less{}, [](const char *s) { return std::string_view(s); });
  *     for (const char *word : words)
  *         puts(word);
  *
- * A const list gives no way to change its entries; what pointers lead to is another
- * matter. Indexes count from 0. Nothing locks.
+ * The entries of a const list cannot be changed, but what they point to can. Indexes count from 0.
+ * Nothing here locks.
  */
 template <class T, auto Free = nullptr>
 class list {
@@ -67,7 +66,7 @@ public:
     using value_type = T;
     using iterator = T *;
     using const_iterator = const T *;
-    /* An entry as tbl.h passes and returns it: the pointer, or the address of the record. */
+    /* An entry in the form of tbl.h: the pointer, or the address of the record. */
     using entry = std::conditional_t<is_direct, T *, T>;
     using const_entry = std::conditional_t<is_direct, const T *, T>;
 
@@ -75,8 +74,8 @@ public:
     list() : tbl_(inittbl(0, 0, is_direct, nullptr, sizeof(T))) {}
 
     /*
-     * Takes over a list that a function returned, null too. It must be of the kind
-     * that the type says: a direct one of records of this size, or an indirect one.
+     * Takes over a list that a function returned; it may be null. It must be of the right kind: a
+     * direct list of records of this size, or an indirect list.
      */
     explicit list(Tbl *owned) noexcept : tbl_(owned)
     {
@@ -84,18 +83,19 @@ public:
         assert(!owned || !is_direct || owned->size == static_cast<int32_t>(sizeof(T)));
     }
 
-    /* A new, empty list of records that reads as the null value outside its entries. */
+    /* A new, empty list of records with a null value, which reading outside the list returns. */
     static list with_null_value(const T &null_value) requires(is_direct)
     {
         return list(inittbl(0, 0, is_direct, std::addressof(null_value), sizeof(T)));
     }
 
     /*
-     * Whether there is a Tbl. A list without one (made of null, moved from, released)
-     * is an empty list, without a null value; it makes its Tbl when it needs one.
+     * Whether there is a Tbl. A list without one (made from null, moved from, released) is empty
+     * and has no null value; it creates its Tbl when it needs one.
      */
     explicit operator bool() const noexcept { return tbl_ != nullptr; }
-    /* The Tbl, which the list keeps, and makes when there is none; of a const list maybe null. */
+    /* The Tbl, which the list still owns. Creates it if there is none; a const list may return
+     * null. */
     Tbl *tbl()
     {
         if (!tbl_)
@@ -103,7 +103,7 @@ public:
         return tbl_.get();
     }
     const Tbl *tbl() const noexcept { return tbl_.get(); }
-    /* Gives the Tbl up: the caller frees it with freetbl. */
+    /* Returns the Tbl, or null, and leaves the list empty. The caller frees it with freetbl. */
     [[nodiscard]] Tbl *release() noexcept { return tbl_.release(); }
 
     std::size_t size() const noexcept { return tbl_ ? static_cast<std::size_t>(tbl_->count) : 0; }
@@ -116,16 +116,17 @@ public:
     const_iterator begin() const noexcept { return data(); }
     const_iterator end() const noexcept { return data() + size(); }
 
-    /* Entry i, which must be there. */
+    /* Entry i, which must exist. */
     T &operator[](std::size_t i) noexcept { return data()[i]; }
     const T &operator[](std::size_t i) const noexcept { return data()[i]; }
-    /* Entry i, or the null value where there is none (gettbl): null when the list has none. */
+    /* gettbl: entry i, or the null value if there is none; null if the list has no null value. */
     const_entry at(int64_t i) const noexcept
     {
         return static_cast<const_entry>(tbl_ ? gettbl(tbl_.get(), i) : nullptr);
     }
 
-    /* settbl: at index i, making the list longer; returns the index. An old entry is not freed. */
+    /* settbl: stores at index i; the list grows if necessary. Returns the index. An earlier entry
+     * is not freed. */
     int64_t set(int64_t i, const T &value) { return settbl(tbl(), i, passed(value)); }
     /* pushtbl, unshifttbl, instbl */
     void push_back(const T &value) { pushtbl(tbl(), passed(value)); }
@@ -133,19 +134,20 @@ public:
     int64_t insert(int64_t i, const T &value) { return instbl(tbl(), i, passed(value)); }
 
     /*
-     * poptbl, shifttbl, deltbl: what is removed is returned and the caller's again;
-     * the null value when there is nothing. Of a direct list it is the address of
-     * the record, to be read before the list changes again.
+     * poptbl, shifttbl, deltbl: return the removed entry, which belongs to the caller again, or
+     * the null value if there is none. For a direct list it is the address of the record: read it
+     * before the list changes again.
      */
     entry pop_back() { return static_cast<entry>(poptbl(tbl())); }
     entry pop_front() { return static_cast<entry>(shifttbl(tbl())); }
     entry take(int64_t i) { return static_cast<entry>(deltbl(tbl(), i)); }
 
-    /* trunctbl: entries from count on are given to Free. */
+    /* trunctbl, clrtbl: the entries that are removed are freed with Free. */
     void truncate(int64_t count) { trunctbl(tbl(), count, detail::untyped<Free, entry>()); }
     void clear() { clrtbl(tbl(), detail::untyped<Free, entry>()); }
 
-    /* duptbl, cattbl: pointers are shared, which a list that frees them can't do. */
+    /* duptbl, cattbl: both lists share what the pointers point to, so these exist only for lists
+     * that do not free their entries. */
     list copy() const requires(std::is_null_pointer_v<decltype(Free)>)
     {
         return tbl_ ? list(duptbl(tbl_.get(), nullptr)) : list();
@@ -155,7 +157,7 @@ public:
         return source ? cattbl(tbl(), source.tbl_.get()) : 0;
     }
 
-    /* jointbl: the entries as strings, with the separator between them. */
+    /* jointbl: joins the entries, which are strings, with the separator between them. */
     text join(zstring separator) const
         requires(std::is_same_v<std::remove_cv_t<std::remove_pointer_t<T>>, char> && !is_direct)
     {

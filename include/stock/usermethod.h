@@ -1,11 +1,11 @@
 /*
- * usermethod.h - functions that the user supplies in a shared library.
+ * usermethod.h - find functions that the user supplies in a shared library.
  *
- * The library is the one that the environment variable USER_LIBRARY names, or
- * "user"; std_dlopen (deviants.h) says where it is. It is loaded when a function
- * is first asked for and watched from then on: a user may replace the file while
- * the program runs, and the program has the new one some ten seconds later. One
- * mutex guards all of this: every function may be called from any thread.
+ * The environment variable USER_LIBRARY names the library; the default is "user". std_dlopen
+ * (deviants.h) says where it is searched for. It is loaded when the first function is asked for.
+ * The user may replace the file while the program runs: the program checks the file when more than
+ * USERMETHOD_INTERVAL seconds have passed since the last check, and loads the new library. A mutex
+ * protects all of this, so every function may be called from any thread.
  */
 
 #ifndef STOCK_USERMETHOD_H
@@ -15,30 +15,30 @@
 
 STOCK_BEGIN_DECLS
 
-/* The library's file is looked at again when more than so many seconds have passed. */
+/* Seconds that must have passed before the library's file is checked again. */
 enum { USERMETHOD_INTERVAL = 10 };
 
 /*
- * Finds a function of the user library. A library that is not loaded is looked
- * for at every call; a function that a library lacks is looked up in it once.
+ * Finds a function of the user library. If the library is not loaded, every call tries to load it.
+ * If the library lacks a function, that is remembered, and the library is not searched again.
  *
- * Returns the function's address, or null: for a null or empty name, without a
- * library, or when the library has no such function. The address is good until a
- * later call finds the library replaced, so ask again rather than keep it. When
- * the old library cannot be closed, that is complained about, and it is not used.
+ * Returns the function's address. Returns null if the name is null or empty, if there is no
+ * library, or if the library has no such function. The address is valid until a later call finds
+ * that the library was replaced, so call usermethod again instead of keeping it. If the old
+ * library cannot be closed then, this is complained about, and the new one is used.
  *
- * Some libraries stay in memory when they are closed, such as those of C++ with unique
- * symbols. The new one is then loaded from a copy, made for that moment in its own
- * directory or that of temporary files. When that fails, that is complained about once,
- * and the earlier library is used until the file is replaced again.
+ * Some libraries stay in memory when they are closed, for example C++ libraries with unique
+ * symbols. In that case the new library is loaded from a temporary copy, in its own directory or
+ * in the directory for temporary files. If that fails, this is reported once, and the earlier
+ * library is used until the file is replaced again.
  */
 STOCK_API void *usermethod(const char *name);
 
 /*
- * Takes the user library's name from the environment. usermethod does so itself
- * the first time; a later call is for a program that changed USER_LIBRARY. When a
- * library is loaded already, it stays in use until its file is due to be looked at;
- * then the file of the new name is looked at instead, and loaded if it is another.
+ * Reads the user library's name from the environment. The first usermethod does this itself; call
+ * it after the program has changed USER_LIBRARY. A library that is already loaded stays in use
+ * until the next check of its file. That check then looks at the file of the new name, and loads
+ * it if it is another file.
  */
 STOCK_API void usermethod_init(void);
 

@@ -1,5 +1,5 @@
 /*
- * yesno.h - yes and no in words.
+ * yesno.h - recognise words for yes and no.
  */
 
 #ifndef STOCK_YESNO_H
@@ -10,14 +10,14 @@
 STOCK_BEGIN_DECLS
 
 /*
- * Tells true words from false ones, in either case of letters.
+ * Recognises words for true and false, in upper or lower case.
  *
  *     word                           result
  *     yes ok y true 1 on t           -1
  *     no n false 0 off f             0
  *     anything else, also null       1
  *
- * The whole string is the word: blanks around it make it something else.
+ * The word must be the whole string, without blanks around it. It may be called from any thread.
  */
 STOCK_API int yesno(const char *string);
 
