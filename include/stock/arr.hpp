@@ -152,8 +152,10 @@ public:
     explicit array(Arr *owned) noexcept : arr_(owned) {}
 
     explicit operator bool() const noexcept { return arr_ != nullptr; }
-    /* The Arr, which the array still owns. Creates it if there is none; a const array may return
-     * null. */
+    /*
+     * The Arr, which the array still owns. Creates it if there is none; a const array may return
+     * null.
+     */
     Arr *arr()
     {
         if (!arr_)

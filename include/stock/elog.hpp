@@ -211,7 +211,8 @@ void too_few_arguments_for_the_format();
 void too_many_arguments_for_the_format();
 void an_argument_does_not_fit_its_conversion_or_a_string_view_lacks_a_precision_star();
 
-/* A printf format that was checked against its arguments. Only a constant can be converted to it.
+/*
+ * A printf format that was checked against its arguments. Only a constant can be converted to it.
  */
 template <class... Args>
 class format {

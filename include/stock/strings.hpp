@@ -29,7 +29,8 @@ public:
     text() = default;
     explicit text(char *owned) noexcept : string_(owned) {}
 
-    /* The string, never null. It is borrowed: valid until the text is moved, released or destroyed.
+    /*
+     * The string, never null. It is borrowed: valid until the text is moved, released or destroyed.
      */
     const char *c_str() const noexcept { return string_ ? string_.get() : ""; }
     std::string_view view() const noexcept { return c_str(); }

@@ -94,8 +94,10 @@ public:
      * and has no null value; it creates its Tbl when it needs one.
      */
     explicit operator bool() const noexcept { return tbl_ != nullptr; }
-    /* The Tbl, which the list still owns. Creates it if there is none; a const list may return
-     * null. */
+    /*
+     * The Tbl, which the list still owns. Creates it if there is none; a const list may return
+     * null.
+     */
     Tbl *tbl()
     {
         if (!tbl_)
@@ -125,8 +127,10 @@ public:
         return static_cast<const_entry>(tbl_ ? gettbl(tbl_.get(), i) : nullptr);
     }
 
-    /* settbl: stores at index i; the list grows if necessary. Returns the index. An earlier entry
-     * is not freed. */
+    /*
+     * settbl: stores at index i; the list grows if necessary. Returns the index. An earlier entry
+     * is not freed.
+     */
     int64_t set(int64_t i, const T &value) { return settbl(tbl(), i, passed(value)); }
     /* pushtbl, unshifttbl, instbl */
     void push_back(const T &value) { pushtbl(tbl(), passed(value)); }
@@ -146,8 +150,10 @@ public:
     void truncate(int64_t count) { trunctbl(tbl(), count, detail::untyped<Free, entry>()); }
     void clear() { clrtbl(tbl(), detail::untyped<Free, entry>()); }
 
-    /* duptbl, cattbl: both lists share what the pointers point to, so these exist only for lists
-     * that do not free their entries. */
+    /*
+     * duptbl, cattbl: both lists share what the pointers point to, so these exist only for lists
+     * that do not free their entries.
+     */
     list copy() const requires(std::is_null_pointer_v<decltype(Free)>)
     {
         return tbl_ ? list(duptbl(tbl_.get(), nullptr)) : list();
