@@ -7,7 +7,7 @@ namespace {
 
 // clang-format off
 constexpr Command kCommands[] = {
-    {"check", "FILE...", "tell what is wrong in files", pf_check},
+    {"check", "[--with TABLE] FILE...", "tell what is wrong in files", pf_check},
     {"del", "FILE ADDRESS", "take a value out of a file", pf_del},
     {"explain", "NAME ADDRESS", "tell where a value comes from", pf_explain},
     {"files", "NAME", "list the files that are read for a name", pf_files},

@@ -13,11 +13,12 @@
 #include "base/ascii.h"
 #include "pf_origin.h"
 #include "pf_tool.h"
+#include "pf_wants.h"
 
 namespace {
 
 constexpr const char *kHelp =
-    "usage: stock pf check FILE...\n"
+    "usage: stock pf check [--with TABLE] FILE...\n"
     "\n"
     "Prints a line FILE:LINE: MESSAGE for all that is wrong in parameter files; \"-\" is\n"
     "standard input, and a FILE that begins with - stands behind --:\n"
@@ -33,6 +34,10 @@ constexpr const char *kHelp =
     "    lead to nothing, and references in references more than 10 deep, such as one\n"
     "    that leads back to its own value\n"
     "\n"
+    "With --with the values are held to TABLE, a parameter file that a program has written\n"
+    "with pfwant_print: what is missing, keys that nothing wants, and values that are not of\n"
+    "their kind or out of their range. No function is evaluated.\n"
+    "\n"
     "Several files are read in this order into one tree: a reference may lead to a\n"
     "value of another of them. The exit status is 1 when there is anything.\n";
 
@@ -43,6 +48,14 @@ public:
         found_ = source.problems;
         PlacedValue top{&source, &source.top, {}};
         container(top);
+    }
+
+    // Adds those of its problems that others have found.
+    void add(const std::vector<ValueProblem> &problems)
+    {
+        for (const ValueProblem &one : problems)
+            if (one.source == &source_)
+                found_.push_back(one.problem);
     }
 
     // Prints the problems in the order of the file. Whether there are any.
@@ -199,13 +212,23 @@ int pf_check(int argc, char **argv)
     if (helped(argc, argv, kHelp))
         return kDone;
     int first = 1;
-    if (argc > 1 && !strcmp(argv[1], "--"))
-        first = 2;
-    else if (argc > 1 && argv[1][0] == '-' && argv[1][1])
-        return wrong_usage("stock pf check", "no option '%s'", argv[1]);
+    const char *table = nullptr;
+    if (argc > 1 && !strcmp(argv[1], "--with")) {
+        if (argc == 2)
+            return wrong_usage("stock pf check", "with which table?");
+        table = argv[2];
+        first = 3;
+    }
+    if (argc > first && !strcmp(argv[first], "--"))
+        ++first;
+    else if (argc > first && argv[first][0] == '-' && argv[first][1])
+        return wrong_usage("stock pf check", "no option '%s'", argv[first]);
     if (first == argc)
         return wrong_usage("stock pf check", "which file?");
 
+    std::optional<std::vector<WantedValue>> wanted;
+    if (table && !(wanted = read_wanted(table)))
+        return kFailed;
     int status = kDone;
     Sources sources;
     for (int i = first; i < argc; ++i)
@@ -213,8 +236,15 @@ int pf_check(int argc, char **argv)
             sources.push_back(std::move(*source));
         else
             status = kFailed;
-    for (const SourceText &source : sources)
-        if (Check(sources, source).print())
+    // Of a text that the library does not read to its end the rest would be missing.
+    std::vector<ValueProblem> problems;
+    if (wanted && status == kDone && std::ranges::none_of(sources, &SourceText::failed))
+        problems = check_values(sources, *wanted);
+    for (const SourceText &source : sources) {
+        Check check(sources, source);
+        check.add(problems);
+        if (check.print())
             status = kFailed;
+    }
     return status;
 }

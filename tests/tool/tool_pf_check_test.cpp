@@ -27,10 +27,11 @@ protected:
     }
 
     // What is found in a file with this text, without the name of the file.
-    std::string found(const std::string &text)
+    std::string found(const std::string &text, std::vector<std::string> options = {})
     {
         const std::string path = dir_.file("x.pf", text);
-        const Ended ended = check({path});
+        options.push_back(path);
+        const Ended ended = check(options);
         EXPECT_EQ(ended.err, "");
         EXPECT_EQ(ended.status, ended.out.empty() ? 0 : 1);
         std::string out = ended.out;
@@ -258,8 +259,107 @@ TEST_F(ToolPfCheck, AFileThatCannotBeReadHasStatus1)
 
 TEST_F(ToolPfCheck, HelpsAndRefusesWrongUsage)
 {
-    EXPECT_THAT(check({"--help"}).out, StartsWith("usage: stock pf check FILE..."));
+    EXPECT_THAT(check({"--help"}).out, StartsWith("usage: stock pf check [--with TABLE] FILE..."));
     EXPECT_EQ(check({}).status, 2);
     EXPECT_EQ(check({"--nosuch"}).status, 2);
     EXPECT_EQ(check({"--"}).status, 2);
+}
+
+namespace {
+
+constexpr const char *kTable = "# how often\n"
+                               "#: interval: duration, 0.1 s to 3600 s\n"
+                               "interval 10 s\n"
+                               "#: state: text, 1 bytes to 10 bytes, required\n"
+                               "#state\n"
+                               "#: path: text\n"
+                               "path &{directory}/x\n"
+                               "#: mode: word (slow fast)\n"
+                               "mode slow\n"
+                               "#: since: time, at least 2008-02-01 00:00:00\n"
+                               "#: depths: list of double, 0 to 100\n"
+                               "#: watch: list of word (north south)\n"
+                               "#: numbers: table of int, at most 9\n"
+                               "net &Arr{\n"
+                               "    #: net{port}: int, 1 to 65535\n"
+                               "    port 80\n"
+                               "}\n"
+                               "#: limits: records\n"
+                               "#: limits{*}{mm}: double, 0 to inf, required\n"
+                               "#: limits{*}{hours}: duration\n"
+                               "#: other: any\n";
+
+}  // namespace
+
+TEST_F(ToolPfCheck, HoldsFilesToATableOfWhatAProgramWants)
+{
+    const std::string table = dir_.file("table.pf", kTable);
+    const auto found_with = [&](const std::string &text) { return found(text, {"--with", table}); };
+    EXPECT_EQ(found_with("state here\n"), "");
+    EXPECT_EQ(found_with("state here\ndirectory /tmp\nother &Arr{\na 1\n}\nmode fast\n"
+                         "since 2008-02-02\ndepths &Tbl{\n1\n2.5\n}\nwatch &Tbl{\nsouth\n}\n"
+                         "numbers &Arr{\na -5\n}\nlimits &Arr{\nnorth &Arr{\nmm 3\n}\n}\n"
+                         "n 443\nnet &Arr{\nport &n\n}\npf_revision_time 2008-02-02\n"),
+              "");
+    EXPECT_EQ(found_with("# nothing\n\n"), "2: state: is missing (a text)\n");
+    EXPECT_EQ(found_with("intreval 5\nstate much too long\ninterval 0\nmode faster\n"
+                         "since 1999-01-01\ndepths &Tbl{\n1\nx\n101\n}\nwatch north\n"
+                         "numbers &Arr{\na 10\n}\nnet 5\nn x\n"
+                         "limits &Arr{\nnorth &Arr{\nmn 3\nhours &n\n}\nsouth 4\n}\n"),
+              "1: intreval: nothing wants this; did you mean 'interval'?\n"
+              "2: state: 'much too long' is too short or too long (1 bytes to 10 bytes)\n"
+              "3: interval: '0' is out of range (0.1 s to 3600 s)\n"
+              "4: mode: 'faster' is none of slow, fast\n"
+              "5: since: '1999-01-01' is out of range (at least 2008-02-01 00:00:00)\n"
+              "8: depths[1]: 'x' is not a number (0 to 100)\n"
+              "9: depths[2]: '101' is out of range (0 to 100)\n"
+              "11: watch: 'north' is not a list\n"
+              "13: numbers{a}: '10' is out of range (at most 9)\n"
+              "15: net{port}: is missing: what it should stand in is no table\n"
+              "18: limits{north}{mm}: is missing (a number)\n"
+              "19: limits{north}{mn}: nothing wants this; did you mean 'limits{north}{mm}'?\n"
+              "20: limits{north}{hours}: 'x' is not a duration\n"
+              "22: limits{south}: '4' is not a table\n");
+}
+
+TEST_F(ToolPfCheck, EvaluatesNoFunctionToHoldAFileToATable)
+{
+    const std::string table = dir_.file("table.pf", kTable);
+    const std::string touch = "&exec(touch '" + dir_ / "ran" + "')\n";
+    const std::string path = dir_.file(
+        "x.pf", "state &n\nn " + touch + "interval " + touch + "depths &Tbl{\n" + touch + "x\n}\n" +
+                    "limits &Arr{\nnorth &Arr{\nmm " + touch + "}\nsouth " + touch + "}\n");
+    const Ended ended = check({"--with", table, path});
+    EXPECT_EQ(ended.out, path + ":6: depths[1]: 'x' is not a number (0 to 100)\n");
+    EXPECT_FALSE(std::filesystem::exists(dir_ / "ran"));
+}
+
+TEST_F(ToolPfCheck, SeveralFilesAreHeldToATableAsOne)
+{
+    const std::string table = dir_.file("table.pf", kTable);
+    const std::string one = dir_.file("one.pf", "state here\ninterval 0\n");
+    const std::string two = dir_.file("two.pf", "interval 5\nmode faster\n");
+    EXPECT_EQ(check({"--with", table, one, two}).out,
+              two + ":2: mode: 'faster' is none of slow, fast\n");
+    EXPECT_EQ(check({"--with", table, "-", one}, "interval 1\n").out,
+              one + ":2: interval: '0' is out of range (0.1 s to 3600 s)\n");
+}
+
+TEST_F(ToolPfCheck, RefusesATableThatNoProgramPrinted)
+{
+    const std::string file = dir_.file("x.pf", "a 1\n");
+    Ended ended = check({"--with", file, file});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.err, HasSubstr("x.pf: no line begins with '#: '"));
+    for (const char *line : {"a", "a: thing", "a: int, 5", "a: int, x to y", "a: list",
+                             "a: list of list", "a: word", "a: int (x)", "a: word (x", ": int"}) {
+        const std::string table =
+            dir_.file("table.pf", "#: b: int\n#: " + std::string(line) + "\n");
+        ended = check({"--with", table, file});
+        EXPECT_EQ(ended.status, 1);
+        EXPECT_THAT(ended.err, HasSubstr("table.pf:2: this is no line of pfwant_print")) << line;
+    }
+    EXPECT_EQ(check({"--with"}).status, 2);
+    EXPECT_EQ(check({"--with", file}).status, 2);
+    EXPECT_EQ(check({"--with", dir_ / "nosuch", file}).status, 1);
 }
