@@ -8,6 +8,7 @@
  *     stock/tbl.hpp       list: owns a Tbl of records or pointers, a contiguous range
  *     stock/arr.hpp       array: owns an Arr, a bidirectional range in the order of the keys
  *     stock/pf.hpp        params: owns a parameter tree; values by type, tables, lists
+ *     stock/pfwant.hpp    wants: declares parameters, and owns what their variables hold
  *     stock/elog.hpp      report::complain ...: messages with checked formats
  *     stock/epoch.hpp     to_epoch, from_epoch: convert from and to times of std::chrono
  *     stock/convert.hpp   convert: converts packed numbers, by types and byte order
@@ -42,6 +43,7 @@
 #include "stock/elog.hpp"
 #include "stock/epoch.hpp"
 #include "stock/pf.hpp"
+#include "stock/pfwant.hpp"
 #include "stock/strings.hpp"
 #include "stock/tbl.hpp"
 

@@ -1131,6 +1131,46 @@ void same_as(int (*read)(char **, Host *, int), int (*write)(const Host *, char 
     EXPECT_EQ(written, bytes);
 }
 
+TEST(FaceWants, frees_what_the_variables_hold)
+{
+    double interval = 0;
+    char *state = nullptr;
+    Tbl *gauges = nullptr;
+    const Pfwant rows[] = {
+        {"interval", PFWANT_DURATION(&interval), "10 s", 0.1, 3600, "from sample to sample"},
+        {"state", PFWANT_TEXT(&state), "here", 0, 0, nullptr},
+        {.address = "gauges",
+         .kind = PFWANT_LIST,
+         .of = PFWANT_TEXT,
+         .value = &gauges,
+         .fallback = "north\nsouth"},
+        {},
+    };
+    {
+        stock::wants wants(rows);
+        EXPECT_EQ(wants.read(), 0);
+        EXPECT_EQ(interval, 10);
+        EXPECT_STREQ(state, "here");
+        EXPECT_EQ(gauges->count, 2);
+        stock::params tree;
+        tree.compile("interval fast\n");
+        EXPECT_EQ(wants.read(tree), -1);
+        EXPECT_EQ(interval, 10);
+        tree.set("interval", "1 m");
+        EXPECT_EQ(wants.read(tree), 0);
+        EXPECT_EQ(interval, 60);
+        EXPECT_EQ(wants.follow("no such file"), -1);
+        EXPECT_FALSE(wants.followed("no such file"));
+        EXPECT_EQ(wants.print(nullptr), -1);
+        EXPECT_EQ(wants.table(), rows);
+        stock::wants moved = std::move(wants);
+        EXPECT_STREQ(state, "here");
+    }
+    EXPECT_EQ(state, nullptr);
+    EXPECT_EQ(gauges, nullptr);
+    elog_clear();
+}
+
 TEST(FaceConvert, chooses_the_function_by_type_and_order)
 {
     constexpr auto big = std::endian::big;
