@@ -1,7 +1,8 @@
-# Completion of stock in bash. The tool itself tells what may come next.
+# Completion of stock in bash. "stock complete" prints the possible completions.
 #
-# bash puts what COMPREPLY holds on the line as it is, and a name of a file may hold
-# anything, a command too: each word is quoted in the way that the typed one begins.
+# bash inserts the words of COMPREPLY into the command line unchanged, and the name of a file may
+# contain anything, even a command. So each word is quoted in the way in which the typed word
+# begins.
 
 _stock()
 {
@@ -34,7 +35,7 @@ _stock()
     done
 }
 
-# Takes the backslashes off what was typed.
+# Removes the backslashes from $typed.
 _stock_unescape()
 {
     local rest=$typed
@@ -48,16 +49,17 @@ _stock_unescape()
     typed+=$rest
 }
 
-# _stock_add KIND: adds what bash finds of a kind to the words.
+# _stock_add KIND: adds the completions of an option of compgen, such as -v, to $words.
 _stock_add()
 {
-    compopt -o default 2>/dev/null  # which is for when there are none
+    compopt -o default 2>/dev/null  # file names, if there are no words
     while IFS= read -r line; do
         words+=("$line")
     done < <(compgen "$1" -- "$typed")
 }
 
-# Leaves files to readline, which quotes them itself, unless there are other words.
+# If there are no other words, readline completes files itself and quotes them. Otherwise adds the
+# files to $words.
 _stock_add_files()
 {
     compopt -o default 2>/dev/null
@@ -71,14 +73,14 @@ _stock_add_files()
     done
 }
 
-# Offers the line, quoted as the word on the command line begins.
+# Adds $line to COMPREPLY, quoted in the way in which the word on the command line begins.
 _stock_offer()
 {
     case $quote in
     '') printf -v line %q "$line" ;;
-    single) [[ $line != *\'* ]] ;;            # between such quotes it has no way to stand
-    double) [[ $line != *[\\\"\$\`!]* ]] ;;  # nor "!", and the others only behind a backslash
-    *) false ;;                              # behind a quote in the middle: no telling
+    single) [[ $line != *\'* ]] ;;            # single quotes cannot contain a single quote
+    double) [[ $line != *[\\\"\$\`!]* ]] ;;  # double quotes would need backslashes for these
+    *) false ;;                              # a quote in the middle of the word: not supported
     esac && COMPREPLY+=("$line")
 }
 

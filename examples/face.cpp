@@ -1,4 +1,5 @@
-// The C++ face: gauges of a parameter file, sorted, with their times and samples.
+// Example of the C++ interface: reads gauges from parameter text, sorts them, and prints them with
+// their times and samples.
 
 #include <algorithm>
 #include <array>

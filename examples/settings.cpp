@@ -1,4 +1,4 @@
-// Parameter text read into a tree and printed again, in C++.
+// Example of parameter files in C++: reads parameter text into a tree and prints it again.
 
 #include <cstdio>
 #include <cstdlib>

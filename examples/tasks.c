@@ -1,6 +1,6 @@
 /*
- * A list, an array and the log, in C: sorts the tasks of the day and reports
- * what could not be done, with the whole chain of reasons.
+ * Example of a list, an array and the log in C: sorts the tasks of a day, and reports what could
+ * not be done, with all reasons.
  */
 
 #include <errno.h>
@@ -15,7 +15,7 @@ static int by_name(const void *a, const void *b, void *pvt)
     return strcmp(*(char *const *)a, *(char *const *)b);
 }
 
-/* Whoever knows the reason logs it; nothing is printed yet. */
+/* This function knows the reason of the failure, so it logs the reason. Nothing is printed yet. */
 static int open_archive(const char *path)
 {
     FILE *stream = fopen(path, "r");
@@ -44,7 +44,7 @@ int main(int argc, char **argv)
         printf("%s: %s minutes\n", task, time ? time : "no");
     }
 
-    /* Whoever decides that it matters complains, and the reasons come out in order. */
+    /* The caller decides that the failure matters and complains: the reasons are printed first. */
     if (open_archive("/nowhere/archive.dat") < 0)
         elog_complain(0, "the archive is left out");
 

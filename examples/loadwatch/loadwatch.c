@@ -4,23 +4,22 @@
  *     loadwatch [--crash] [NAME]
  *     loadwatch --parameters
  *
- * It takes a sample every few seconds, keeps the newest ones in a list file, raises an
- * alert when a limit is passed and says so when things are back to normal. The
- * parameter file NAME ("loadwatch" unless given) says how, and may change while the
- * daemon runs. What it remembers survives a restart and a crash. SIGTERM, SIGINT,
- * SIGHUP and SIGQUIT end it in order; with --crash it crashes after its first sample,
- * to show the report; --parameters prints what the file may say. It stays in the
- * foreground and needs no terminal.
+ * It takes a sample every few seconds, keeps the newest ones in a list file, raises an alert when
+ * a limit is exceeded, and reports when the value is back to normal. Its settings are in the
+ * parameter file NAME ("loadwatch" by default), which may change while the daemon runs. Its state
+ * survives a restart and a crash. SIGTERM, SIGINT, SIGHUP and SIGQUIT stop it in an orderly way.
+ * With --crash it crashes after its first sample, to show the crash report. --parameters prints a
+ * parameter file with the defaults. It stays in the foreground and needs no terminal.
  *
- * This is the program to read first. Begin at the end, with main and run; the rest
- * stands above them by what it does, and shows how a program
+ * This is the program to read first. Begin at the end, with main and run. The other functions are
+ * grouped by their purpose, and show how a program
  *
- *     declares its parameters and follows them   Wants, run
- *     keeps records in a list that is a file     main (filetbl), keep_sample
- *     writes numbers that any machine can read   append_packed
- *     has one instance and a memory              remember (exhume), sample_once (bury)
- *     tells what an operator must know           compare, sample_once
- *     stops in order                             run (Stop), the end of main
+ *     declares its parameters and follows them    Wants, run
+ *     keeps records in a list in a file           main (filetbl), keep_sample
+ *     writes numbers that any machine can read    append_packed
+ *     runs only once and keeps its state          remember (exhume), sample_once (bury)
+ *     reports what an operator must know          compare, sample_once
+ *     stops in an orderly way                     run (Stop), the end of main
  */
 
 #include <math.h>
@@ -32,7 +31,8 @@
 #include "deviants.h"
 #include "stock.h"
 
-/* What is measured, and how messages write it; the parameter file uses the same names. */
+/* The quantities that are measured. The parameter file uses the same names; messages use the units.
+ */
 enum { LOAD1, LOAD5, LOAD15, USED, QUANTITIES };
 #define QUANTITY_NAMES "load1 load5 load15 used"
 static const struct {
@@ -41,24 +41,27 @@ static const struct {
 } Quantity[QUANTITIES] = {
     {"load1", "", 1}, {"load5", "", 1}, {"load15", "", 1}, {"used", " MB", 1e6}};
 
-/* A record of the list file: plain numbers, as it is written as it lies in memory. */
+/* A record of the list file. It has no pointers, because the file is an image of the memory. */
 typedef struct Sample {
     double time;              /* seconds since 1970 */
     double value[QUANTITIES]; /* load averages of 1, 5 and 15 minutes; bytes of memory */
 } Sample;
 
-/* What the parameter file says. pffollow changes it, all or nothing. */
+/* The present parameters. pffollow sets all of them, or none if the file has a mistake. */
 static struct {
     char *samples, *state, *packed, *loadavg, *meminfo;
     double interval, grace; /* seconds */
     double quiet_until;     /* seconds since 1970 */
     int64_t keep;
-    Tbl *watch;        /* of int: what is watched */
-    double load[USED]; /* the limits of the loads, */
-    int64_t used;      /* and of the memory in bytes */
+    Tbl *watch;        /* of int: the quantities that are watched */
+    double load[USED]; /* the limits of the load averages */
+    int64_t used;      /* the limit of the memory in use, in bytes */
 } Now;
 
-/* Each parameter: what it is, its default, its bounds. loadwatch --parameters prints it. */
+/*
+ * The parameters: the name, variable, default, bounds and meaning of each. loadwatch --parameters
+ * prints them.
+ */
 static const Pfwant Wants[] = {
     {"samples", PFWANT_TEXT(&Now.samples), PFWANT_REQUIRED, 1, 1023, "the newest samples"},
     {"state", PFWANT_TEXT(&Now.state), PFWANT_REQUIRED, 1, 1023, "what stays from run to run"},
@@ -79,13 +82,13 @@ static const Pfwant Wants[] = {
     PFWANT_END,
 };
 
-/* What is remembered from run to run: each variable has its line in the state file. */
+/* The state that survives a restart: each variable has a line in the state file. */
 static struct {
     int starts, samples, alerts;
     int raised;        /* bit i: an alert was raised for Quantity[i] and is not over */
-    double started;    /* when the first run began */
+    double started;    /* the start of the first run */
     double time, load; /* of the last sample */
-    char *alert;       /* the text of the last one */
+    char *alert;       /* the text of the last alert */
 } Kept = {.alert = "none"};
 
 static const struct {
@@ -110,7 +113,7 @@ static int read_load(const char *file, double *load)
     char line[256];
     FILE *stream = fopen(file, "r");
     if (!stream) {
-        elog_log(1, "can't open %s", file); /* 1: and why, as errno says */
+        elog_log(1, "can't open %s", file); /* 1: adds the meaning of errno */
         return -1;
     }
     const char *got = getaline(stream, line, sizeof line);
@@ -151,13 +154,13 @@ static int take_sample(Sample *sample)
     return read_memory(Now.meminfo, &sample->value[USED]);
 }
 
-/* ---- Keeping ---- */
+/* ---- Keeping samples and state ---- */
 
 /*
- * Appends a sample to a file that any machine can read, big-endian without gaps: the
- * time as a double, the load averages as floats, the memory as a 64-bit integer. Each
- * converter moves the pointer behind what it wrote; it returns -1 for a double that a
- * float only comes close to, which will do here.
+ * Appends a sample to a file that any machine can read, big-endian without gaps: the time as a
+ * double, the load averages as floats, the memory as a 64-bit integer. Each converter moves the
+ * pointer to the end of what it wrote. It returns -1 for a double that a float can only
+ * approximate, which is good enough here.
  */
 static int append_packed(const char *file, const Sample *sample)
 {
@@ -176,7 +179,7 @@ static int append_packed(const char *file, const Sample *sample)
 
 static int keep_sample(Tbl *list, const Sample *sample)
 {
-    pushtbl(list, sample); /* the list lies in the file: this writes it */
+    pushtbl(list, sample); /* the list is the mapped file: this writes to the file */
     while (list->count > Now.keep)
         shifttbl(list);
     Kept.samples++;
@@ -185,13 +188,13 @@ static int keep_sample(Tbl *list, const Sample *sample)
     return *Now.packed ? append_packed(Now.packed, sample) : 0;
 }
 
-/* What the state file says besides the variables. */
+/* Adds a value to the state file that is not one of the variables. */
 static void sign(Pf *state)
 {
     pfput_int(state, "process", getpid());
 }
 
-/* Locks the state file, so that there is one daemon to it, and restores what it holds. */
+/* Locks the state file, so that only one daemon uses it, and restores the saved state. */
 static void remember(void)
 {
     const int status = exhume(Now.state, &Stop, (int)Now.grace, sign);
@@ -209,7 +212,7 @@ static void remember(void)
 
 static void raise_alert(int i, double value, double limit)
 {
-    static char message[128]; /* stays, for the state file is written from it */
+    static char message[128]; /* static, because bury reads it when it writes the state file */
     const double scale = Quantity[i].scale;
     const char *unit = Quantity[i].unit;
     snprintf(message, sizeof message, "%s is %.2f%s, above %.2f%s", Quantity[i].name, value / scale,
@@ -227,7 +230,7 @@ static void end_alert(int i, double value)
     Kept.raised &= ~(1 << i);
 }
 
-/* Above what an alert is raised: infinite for what is not watched. */
+/* The limit above which an alert is raised; infinite for a quantity that is not watched. */
 static double limit_of(int i)
 {
     for (int64_t n = 0; n < Now.watch->count; n++)
@@ -236,7 +239,7 @@ static double limit_of(int i)
     return INFINITY;
 }
 
-/* Tells each change once: the first sample above a limit, and the first one back. */
+/* Reports each change once: the first sample above a limit, and the first one below it again. */
 static void compare(const Sample *sample)
 {
     const int quiet = sample->time < Now.quiet_until;
@@ -250,7 +253,7 @@ static void compare(const Sample *sample)
     }
 }
 
-/* One round. A failure is told when it begins and when it is over, not each time. */
+/* Takes and keeps one sample. A failure is reported when it begins and when it ends. */
 static void sample_once(Tbl *list)
 {
     static int failing;
@@ -260,23 +263,23 @@ static void sample_once(Tbl *list)
         compare(&sample);
         status = keep_sample(list, &sample);
     }
-    if (status < 0 && !failing && !Stop) /* a stop signal may have cut it short */
+    if (status < 0 && !failing && !Stop) /* a stop signal may have interrupted it */
         elog_complain(0, "sampling fails; trying on");
     if (status == 0 && failing)
         elog_notify(0, "sampling works again");
-    elog_clear(); /* the reasons of what was told before */
+    elog_clear(); /* drops the reasons of a failure that was reported before */
     failing = status < 0;
-    bury(); /* not even a crash makes it forget this sample now */
+    bury(); /* saves the state now, so that it survives a crash */
 }
 
 /*
- * The report of a crash names functions that are not static, in a program that is linked
- * with -rdynamic (in CMake: ENABLE_EXPORTS).
+ * These functions are not static so that the crash report shows their names. The program must be
+ * linked with -rdynamic (in CMake: ENABLE_EXPORTS).
  */
 void crash_on_purpose(Tbl *list);
 void run(const char *name, Tbl *list, int crash);
 
-/* Outside its entries, a list without a null value gives a null pointer. */
+/* Writes to a null pointer, which gettbl returns outside the entries of a list. */
 __attribute__((noinline)) void crash_on_purpose(Tbl *list)
 {
     elog_log(0, "about to write behind the last sample");
@@ -284,10 +287,10 @@ __attribute__((noinline)) void crash_on_purpose(Tbl *list)
     sample->time = 0;
 }
 
-/* Samples and follows the parameters until a stop signal comes. */
+/* Takes samples and follows the parameters until a stop signal arrives. */
 void run(const char *name, Tbl *list, int crash)
 {
-    const double nap = 0.2; /* short, lest a signal that comes just before it waits long */
+    const double nap = 0.2; /* seconds; short, because a signal just before it does not end it */
     double last = -INFINITY;
     while (!Stop) {
         const double now = std_now();
@@ -310,7 +313,7 @@ void run(const char *name, Tbl *list, int crash)
 
 int main(int argc, char **argv)
 {
-    elog_init(argc, argv); /* first of all: the log, and the report of crashes */
+    elog_init(argc, argv); /* sets up the log and the crash report */
     int next = 1;
     const int crash = next < argc && strcmp(argv[next], "--crash") == 0;
     next += crash;
@@ -336,7 +339,7 @@ int main(int argc, char **argv)
 
     run(name, list, crash);
 
-    const int status = bury(); /* first what is remembered: the grace time is running */
+    const int status = bury(); /* first of all, because the grace period has begun */
     freetbl(list, NULL);
     pfwant_free(Wants);
     elog_notify(0, "stopped by %s after %d samples", signal_bysig(Stop)->name, Kept.samples);
