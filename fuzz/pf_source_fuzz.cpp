@@ -1,5 +1,5 @@
-// Two sinks of the scanner over the same parameter text: the tool's, which keeps places, finds
-// what the library's reads into a tree, and every place lies in the text.
+// Scans one text with the tool's sink, which keeps places, and with the library's, which makes a
+// tree. Both must find the same values, and every place must lie inside the text.
 
 #include <cstdint>
 #include <cstdlib>

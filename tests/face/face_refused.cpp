@@ -1,5 +1,5 @@
-// What the C++ face does not let through: each case is compiled by itself and must fail,
-// but case 0, which shows that nothing else is wrong here.
+// Mistakes that must not compile with the C++ face. Each case is compiled by itself and must
+// fail, except case 0, the control: it has no mistake and must compile.
 
 #include "stock.hpp"
 

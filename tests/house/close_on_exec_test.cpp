@@ -1,4 +1,4 @@
-// Programs that are started while the library works do not get its descriptors.
+// A child process that is started during a call of the library inherits none of its descriptors.
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Running something that ends a process, and all that it printed.
+// Runs functions that end a process in a child, and keeps what the child printed.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// An expectation in a child process is one of the test's.
+// A failed expectation in a child process fails the test that started it.
 
 #include "support/child.h"
 

@@ -1,4 +1,4 @@
-// Allocation that fails when told to. Only for the tests of tests/oom, whose
+// Allocation that fails when told to. Only for the tests named *_oom_test.cpp, whose
 // program replaces malloc, calloc and realloc and is not built with sanitizers.
 
 #pragma once

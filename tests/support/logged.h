@@ -1,4 +1,4 @@
-// What waits on the message stack, as text.
+// The messages on the stack as text.
 
 #pragma once
 

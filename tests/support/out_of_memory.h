@@ -1,4 +1,4 @@
-// What a program says that ran out of memory. Only for the tests of tests/oom.
+// The output of a program that ran out of memory. Only for the tests named *_oom_test.cpp.
 
 #pragma once
 
