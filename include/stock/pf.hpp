@@ -295,7 +295,7 @@ public:
     class iterator {
     public:
         using iterator_concept = std::random_access_iterator_tag;
-        using iterator_category = std::input_iterator_tag;  // it gives values, not references
+        using iterator_category = std::input_iterator_tag;  // it returns values, not references
         using value_type = T;
         using difference_type = std::ptrdiff_t;
         using pointer = void;

@@ -1,5 +1,5 @@
 /*
- * pfwant.hpp - declared parameters as an owner; see pfwant.h.
+ * pfwant.hpp - a class that owns the values of declared parameters; see pfwant.h.
  */
 
 #ifndef STOCK_PFWANT_HPP
@@ -15,8 +15,8 @@
 namespace stock {
 
 /*
- * Owns the texts, lists and tables that the variables of a table of rows hold, and frees
- * them at its end. The table and its variables must live longer.
+ * Owns the texts, lists and tables in the variables of a table of rows, and frees them in its
+ * destructor. The table and its variables must remain valid as long as the object exists.
  *
  *     double interval;
  *     const Pfwant rows[] = {
@@ -29,27 +29,27 @@ namespace stock {
  */
 class wants {
 public:
-    /* Nothing is read yet: the variables of texts, lists and tables must be null. */
+    /* Reads nothing yet. The variables of texts, lists and tables must be null. */
     explicit wants(const Pfwant *table) noexcept : table_(table) {}
 
     const Pfwant *table() const noexcept { return table_.get(); }
 
-    /* pfwant: 0 with all values of the tree, -1 with the problems logged. */
+    /* pfwant: reads all values of the tree. Returns 0, or -1 after logging the problems. */
     int read(params &tree) { return pfwant(tree.pf(), table()); }
 
-    /* The same of a tree without values: all defaults. */
+    /* pfwant of a tree without values: all variables get their defaults. */
     int read() { return pfwant(nullptr, table()); }
 
-    /* pffollow: 1 with all values new, 0 when nothing changed, -1 with the problems logged. */
+    /* pffollow: returns 1 if all values were read, 0 if nothing changed, -1 after problems. */
     int follow(zstring name) { return pffollow(name.c_str(), table()); }
 
-    /* pffollowed: the tree that follow() read, borrowed until it returns 1 again. */
+    /* pffollowed: the tree that follow() read, borrowed until follow() returns 1 again. */
     params_view followed(zstring name) const
     {
         return params_view(pffollowed(name.c_str(), table()));
     }
 
-    /* pfwant_print: writes the file that gives each value its default. */
+    /* pfwant_print: writes a parameter file with the defaults. */
     int print(std::FILE *stream) const { return pfwant_print(table(), stream); }
 
 private:
