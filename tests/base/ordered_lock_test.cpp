@@ -12,7 +12,7 @@ using stock::RecursiveLock;
 
 TEST(OrderedLock, LocksAreTakenInTheirOrder)
 {
-    OrderedLock log(Place::log), root(Place::root);
+    static OrderedLock log(Place::log), root(Place::root);
     for (int round = 0; round < 2; ++round) {
         const std::lock_guard first(log);
         const std::lock_guard second(root);
@@ -21,7 +21,7 @@ TEST(OrderedLock, LocksAreTakenInTheirOrder)
 
 TEST(OrderedLock, GivingUpAnEarlierLockFirstIsNoFault)
 {
-    OrderedLock log(Place::log), root(Place::root), zone(Place::zone);
+    static OrderedLock log(Place::log), root(Place::root), zone(Place::zone);
     log.lock();
     root.lock();
     log.unlock();
@@ -32,8 +32,8 @@ TEST(OrderedLock, GivingUpAnEarlierLockFirstIsNoFault)
 
 TEST(OrderedLock, TheHolderMayTakeARecursiveOneAgainAlsoBehindALaterOne)
 {
-    RecursiveLock zone(Place::zone);
-    OrderedLock root(Place::root);
+    static RecursiveLock zone(Place::zone);
+    static OrderedLock root(Place::root);
     const std::lock_guard outer(zone);
     const std::lock_guard later(root);
     const std::lock_guard inner(zone);
@@ -41,7 +41,7 @@ TEST(OrderedLock, TheHolderMayTakeARecursiveOneAgainAlsoBehindALaterOne)
 
 TEST(OrderedLock, ARecursiveOneIsFreeWhenItsHolderGivesItUp)
 {
-    RecursiveLock zone(Place::zone);
+    static RecursiveLock zone(Place::zone);
     zone.lock();
     zone.lock();
     zone.give_up();
@@ -53,7 +53,7 @@ TEST(OrderedLock, ARecursiveOneIsFreeWhenItsHolderGivesItUp)
 
 TEST(OrderedLockDeathTest, ALockAgainstTheOrderEndsTheProcessAndNamesBoth)
 {
-    OrderedLock log(Place::log), root(Place::root), view(Place::view);
+    static OrderedLock log(Place::log), root(Place::root), view(Place::view);
     EXPECT_DEATH(
         {
             root.lock();
@@ -65,7 +65,7 @@ TEST(OrderedLockDeathTest, ALockAgainstTheOrderEndsTheProcessAndNamesBoth)
 
 TEST(OrderedLockDeathTest, ALockThatIsTakenTwiceEndsTheProcess)
 {
-    OrderedLock log(Place::log);
+    static OrderedLock log(Place::log);
     EXPECT_DEATH(
         {
             log.lock();
@@ -76,17 +76,10 @@ TEST(OrderedLockDeathTest, ALockThatIsTakenTwiceEndsTheProcess)
 
 TEST(OrderedLock, WhatAThreadHoldsDoesNotCountWhenItIsForgotten)
 {
-    OrderedLock log(Place::log), root(Place::root);
+    static OrderedLock log(Place::log), root(Place::root);
     const std::lock_guard held(root);
     stock::lock_order::forget();
     const std::lock_guard earlier(log);
-}
-
-#else
-
-TEST(OrderedLock, IsAMutexAndNothingMore)
-{
-    static_assert(sizeof(OrderedLock) == sizeof(std::mutex));
 }
 
 #endif

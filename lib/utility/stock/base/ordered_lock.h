@@ -2,8 +2,11 @@
 //
 // A thread that holds a lock takes only locks of later places, so that no two threads ever wait
 // for each other. Builds for debugging and for the sanitizers check this: a lock taken against
-// the order ends the process at once with a message that names both locks. In other builds an
-// OrderedLock is no more than a std::mutex.
+// the order ends the process at once with a message that names both locks.
+//
+// A fork takes every lock in this order and gives them back in the parent and in the child, so
+// that no child waits for a thread which it does not have. What the forking thread holds already
+// it keeps.
 //
 // docs/architecture.md says which lock each place has and what it guards.
 
@@ -65,48 +68,66 @@ constexpr void forget() {}
 
 }  // namespace lock_order
 
+// It has static storage: a fork knows every lock that was ever taken.
 class OrderedLock {
 public:
-#ifdef STOCK_CHECK_LOCKS
-    explicit constexpr OrderedLock(Place place) : place_(place) {}
-#else
-    explicit constexpr OrderedLock(Place) {}
-#endif
+    // in_child: called in the child of a fork, before it goes on, to mend what the lock's data
+    // says of threads that the child does not have. It takes no lock and asks for no memory.
+    explicit constexpr OrderedLock(Place place, void (*in_child)() = nullptr)
+        : place_(place), in_child_(in_child)
+    {
+    }
 
     void lock()
     {
-        lock_order::check(place());
+        make_known();
+        lock_order::check(place_);
         mutex_.lock();
-        lock_order::note_taken(place());
+        note_taken();
     }
     // Needs no order, because it never waits.
     bool try_lock()
     {
+        make_known();
         const bool taken = mutex_.try_lock();
         if (taken)
-            lock_order::note_taken(place());
+            note_taken();
         return taken;
     }
     void unlock()
     {
-        lock_order::note_given_up(place());
+        lock_order::note_given_up(place_);
+        holder_.store(0, std::memory_order_relaxed);
         mutex_.unlock();
     }
 
+    bool is_held_by_this_thread() const
+    {
+        return holder_.load(std::memory_order_relaxed) == thread_number();
+    }
+
 private:
-#ifdef STOCK_CHECK_LOCKS
-    Place place() const
+    friend class LocksForFork;
+
+    void make_known()
     {
-        return place_;
+        if (!known_.load(std::memory_order_acquire)) [[unlikely]]
+            add_to_known();
     }
-    Place place_;
-#else
-    static constexpr Place place()
+    void add_to_known();
+    void note_taken()
     {
-        return Place{};
+        holder_.store(thread_number(), std::memory_order_relaxed);
+        lock_order::note_taken(place_);
     }
-#endif
+
     std::mutex mutex_;
+    std::atomic<std::uint64_t> holder_{0};  // the thread that holds the lock; 0: none
+    Place place_;
+    std::atomic<bool> known_{false};  // it is in the list of the locks for a fork
+    bool taken_for_fork_ = false;     // its holder took it to fork
+    void (*in_child_)();
+    OrderedLock *next_ = nullptr;  // in that list
 };
 
 // A lock that the thread which holds it may take again.
@@ -116,26 +137,21 @@ public:
 
     void lock()
     {
-        const std::uint64_t self = thread_number();
-        if (holder_.load(std::memory_order_relaxed) != self) {
+        if (!lock_.is_held_by_this_thread())
             lock_.lock();
-            holder_.store(self, std::memory_order_relaxed);
-        }
         ++times_;
     }
     void unlock()
     {
-        if (--times_ > 0)
-            return;
-        holder_.store(0, std::memory_order_relaxed);
-        lock_.unlock();
+        if (--times_ == 0)
+            lock_.unlock();
     }
 
     // Releases the lock however often this thread has taken it. For a thread that is about to
     // end the process: reporting that may need earlier locks.
     void give_up()
     {
-        if (holder_.load(std::memory_order_relaxed) != thread_number())
+        if (!lock_.is_held_by_this_thread())
             return;
         times_ = 1;
         unlock();
@@ -143,8 +159,7 @@ public:
 
 private:
     OrderedLock lock_;
-    std::atomic<std::uint64_t> holder_{0};  // the thread that holds the lock; 0: none
-    int times_ = 0;                         // that it took the lock
+    int times_ = 0;  // that its holder took the lock
 };
 
 }  // namespace stock

@@ -17,6 +17,7 @@
 #include "base/guards.h"
 #include "log/asks.h"
 #include "log/end.h"
+#include "log/fault.h"
 #include "log/log.h"
 
 namespace stock::logging {
@@ -98,6 +99,20 @@ void end_as_owed()
     This_thread.owed = nullptr;
     lock_order::forget();
     end();
+}
+
+void forget_other_threads()
+{
+    keep_own_reasons();
+    if (!This_thread.initialising)
+        The_startup.running.clear();
+    if (This_thread.ending || crashing())
+        return;
+    The_end.begun = false;
+    if (This_thread.owed)
+        move_limit(The_end.seconds);  // a child has none of its parent's timers
+    else
+        lift_limit();
 }
 
 void end_process()

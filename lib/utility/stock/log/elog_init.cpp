@@ -35,11 +35,17 @@ constexpr std::string_view kLetters = "lDnacdf";              // of the severiti
 // in another.
 class OnlyInit {
 public:
-    OnlyInit() : is_only_(!The_startup.running.test_and_set()) {}
-    ~OnlyInit()
+    OnlyInit() : is_only_(!The_startup.running.test_and_set())
     {
         if (is_only_)
-            The_startup.running.clear();
+            This_thread.initialising = true;
+    }
+    ~OnlyInit()
+    {
+        if (!is_only_)
+            return;
+        The_startup.running.clear();
+        This_thread.initialising = false;
     }
     OnlyInit(const OnlyInit &) = delete;
     OnlyInit &operator=(const OnlyInit &) = delete;

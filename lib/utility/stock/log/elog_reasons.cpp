@@ -86,6 +86,15 @@ struct ReasonsOfAll {
                 if (Noted *noted = noted_at(reasons->noted_, i); noted->on_stack == text)
                     noted->on_stack = nullptr;
     }
+    static void keep_own()
+    {
+        for (Reasons **link = &The_stack.reasons; *link;) {
+            if ((*link)->thread_ == thread_number())
+                link = &(*link)->next_;
+            else
+                *link = (*link)->next_;
+        }
+    }
 };
 
 Reasons::Reasons()
@@ -132,6 +141,11 @@ void note_reason(const Elog_msg &msg, const char *on_stack)
 {
     if (wants_reasons() && msg.msg)
         ReasonsOfAll::note(ReasonsOfAll::of_this_thread(), msg, on_stack);
+}
+
+void keep_own_reasons()
+{
+    ReasonsOfAll::keep_own();
 }
 
 void forget_reason(const Elog_msg &msg)

@@ -23,6 +23,7 @@ struct ThreadState {
     bool asking = false;                  // it expands a tag code that asks a higher room
     bool finding_reference_time = false;  // it is inside reference_time()
     bool loading_library = false;         // it loads the messaging library
+    bool initialising = false;            // it is inside elog_init
     bool ending = false;                  // it is the thread that ends the process
     bool alt_stack_tried = false;         // it has a stack for signal handlers, or cannot get one
     bool crashing = false;                // it reports a fault of its own
@@ -72,6 +73,9 @@ public:
 private:
     int changes_;
 };
+
+// In the child of a fork: forgets what other threads of the parent were doing.
+void forget_other_threads();
 
 // The log's lock. A thread that holds it takes it again without waiting.
 class LogLock {
@@ -124,7 +128,7 @@ public:
     }
 
 private:
-    OrderedLock mutex_{Place::log};
+    OrderedLock mutex_{Place::log, forget_other_threads};
 };
 
 extern constinit LogLock Lock;

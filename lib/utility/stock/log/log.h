@@ -221,6 +221,9 @@ void note_reason(const Elog_msg &msg, const char *on_stack);
 // Tells every Reasons that this message of the stack is about to be freed.
 void forget_reason(const Elog_msg &msg);
 
+// In the child of a fork: forgets the Reasons of the parent's other threads.
+void keep_own_reasons();
+
 // ---- Delivery ----
 
 // Messages of the stack from begin up to end, then one more that may be null.

@@ -14,11 +14,22 @@ constexpr std::size_t kMaxKeyBytes = 1023;  // a longer key is cut
 // settings file: the parse that runs may be what reports.
 extern std::atomic<int> Pf_busy;
 
-// Counts a parse in Pf_busy for its scope.
+// How many of them this thread runs, one inside the other.
+extern constinit thread_local int Parses_of_thread __attribute__((tls_model("initial-exec")));
+
+// Counts a parse for its scope.
 class CountedParse {
 public:
-    CountedParse() { ++Pf_busy; }
-    ~CountedParse() { --Pf_busy; }
+    CountedParse()
+    {
+        ++Parses_of_thread;
+        ++Pf_busy;
+    }
+    ~CountedParse()
+    {
+        --Pf_busy;
+        --Parses_of_thread;
+    }
     CountedParse(const CountedParse &) = delete;
     CountedParse &operator=(const CountedParse &) = delete;
 };

@@ -15,8 +15,10 @@ int Pf_show_replacements = 0;
 
 namespace stock {
 
-constinit OrderedLock Pf_lock{Place::parse};
+constinit thread_local int Parses_of_thread = 0;
 constinit std::atomic<int> Pf_busy{0};
+// The child of a fork runs no parse of another thread.
+constinit OrderedLock Pf_lock{Place::parse, [] { Pf_busy = Parses_of_thread; }};
 constinit KeptBuffers Kept_buffers;
 
 constinit OrderedLock Trees_mutex{Place::trees};
