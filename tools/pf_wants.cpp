@@ -65,7 +65,8 @@ std::optional<double> bound(int kind, std::string_view text)
     char *end = nullptr;
     value = fix_strtod(copy.c_str(), &end);
     const std::string_view unit = end;
-    if (end == copy.c_str() || !(unit.empty() || unit == " s" || unit == " bytes"))
+    if (end == copy.c_str() ||
+        !(unit.empty() || unit == " s" || unit == " byte" || unit == " bytes"))
         return {};
     return value;
 }
@@ -108,6 +109,8 @@ bool read_description(std::string_view text, WantedValue &wanted)
         wanted.words = text.substr(0, close);
         text.remove_prefix(close + 1);
     }
+    if (const size_t fallback = text.find(", default "); fallback != text.npos)
+        text.remove_suffix(text.size() - fallback);
     constexpr std::string_view kRequired = ", required";
     wanted.is_required = text.ends_with(kRequired);
     if (wanted.is_required)
@@ -247,9 +250,11 @@ private:
             !expanded(sources_, place))
             return;
         int64_t variable = 0;
+        // A record is looked into by rows of its own.
+        static constexpr Pfwant kRecord[] = {PFWANT_END};
         const Pfwant wants[] = {
-            {value.address.c_str(), value.kind, value.of, &variable, value.words.c_str(), nullptr,
-             0, PFWANT_REQUIRED, value.low, value.high, nullptr},
+            {value.address.c_str(), value.kind, value.of, &variable, value.words.c_str(), kRecord,
+             1, PFWANT_REQUIRED, value.low, value.high, nullptr},
             {"*", PFWANT_ANY(), nullptr, 0, 0, nullptr},
             PFWANT_END,
         };

@@ -130,9 +130,10 @@ typedef struct Pfwant {
     const struct Pfwant *entries PFWANT_UNSET; /* for PFWANT_RECORDS: the rows of a record */
     size_t size PFWANT_UNSET;                  /* for PFWANT_RECORDS: the bytes of a record */
     /*
-     * The default, read as if it were in the file: references such as &{directory} are expanded and
-     * functions evaluated. For a list or table it is the text between the braces: an element, or a
-     * name and a value, on each line. If it is null, the value is required.
+     * The default, read as if it were in the file: references such as &{directory}, also to other
+     * defaults, are expanded and functions evaluated. For a list or table it is the text between
+     * the braces: an element, or a name and a value, on each line. If it is null, the value is
+     * required.
      */
     const char *fallback PFWANT_UNSET;
     /*

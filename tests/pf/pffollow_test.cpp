@@ -82,8 +82,55 @@ TEST_F(Pffollow, ReadsOnceAndThenOnlyWhatChanged)
     EXPECT_EQ(followed(), "1\n"
                           "interval: 5 s -> 10 s\n"
                           "gauges: 'north' -> 'north', 'south'\n"
-                          "limits: none -> north 5\n");
+                          "limits{north}: none -> 5\n");
     EXPECT_EQ(followed(), "0\n");
+}
+
+TEST_F(Pffollow, TellsOfTablesWhatChangedInThem)
+{
+    struct Limit {
+        double mm;
+        char *who;
+        Tbl *hours;
+    };
+    const Pfwant members[] = {
+        {"mm", PFWANT_DOUBLE(PFWANT_AT(Limit, mm)), "5", 0, 0, nullptr},
+        {"who", PFWANT_TEXT(PFWANT_AT(Limit, who)), "nobody", 0, 0, nullptr},
+        {"hours", PFWANT_LIST(PFWANT_AT(Limit, hours), PFWANT_INT), "", 0, 23, nullptr},
+        PFWANT_END,
+    };
+    Arr *records = nullptr;
+    Arr *names = nullptr;
+    int mode = 0, loud = 0;
+    double since = 0;
+    const Pfwant rows[] = {
+        {"records", PFWANT_RECORDS(&records, members, Limit), "", 0, 0, nullptr},
+        {"names", PFWANT_TABLE(&names, PFWANT_TEXT), "", 0, 0, nullptr},
+        {"mode", PFWANT_WORD(&mode, "slow fast"), "slow", 0, 0, nullptr},
+        {"loud", PFWANT_BOOLEAN(&loud), "no", 0, 0, nullptr},
+        {"since", PFWANT_TIME(&since), "2008-02-01", 0, 0, nullptr},
+        PFWANT_END,
+    };
+    path.local("gauge.pf", "records &Arr{\na &Arr{\n}\nb &Arr{\nmm 1\n}\nc &Arr{\n}\n}\n"
+                           "names &Arr{\na x\nb y\n}\n");
+    ASSERT_EQ(pffollow("gauge", rows), 1);
+    elog_clear();
+    path.local("gauge.pf", "records &Arr{\na &Arr{\nmm 6\nhours &Tbl{\n8\n20\n}\n}\nb &Arr{\nmm 1\n"
+                           "who me\n}\nd &Arr{\n}\n}\n"
+                           "names &Arr{\nb z\nc x\n}\nmode fast\nloud on\nsince 2008-02-02\n");
+    EXPECT_EQ(pffollow("gauge", rows), 1);
+    EXPECT_EQ(take_log(), "records{c}: mm 5, who 'nobody', hours none -> none\n"
+                          "records{a}{mm}: 5 -> 6\n"
+                          "records{a}{hours}: none -> 8, 20\n"
+                          "records{b}{who}: 'nobody' -> 'me'\n"
+                          "records{d}: none -> mm 5, who 'nobody', hours none\n"
+                          "names{a}: 'x' -> none\n"
+                          "names{b}: 'y' -> 'z'\n"
+                          "names{c}: none -> 'x'\n"
+                          "mode: slow -> fast\n"
+                          "loud: no -> yes\n"
+                          "since: 2008-02-01 00:00:00 -> 2008-02-02 00:00:00\n");
+    pfwant_free(rows);
 }
 
 TEST_F(Pffollow, AChangeOfTheTextThatChangesNoValueIsNone)

@@ -402,9 +402,8 @@ TEST(PfwantText, IsTakenAsItIsAndBoundedInBytes)
     Pfwant wants[] = {{"x", PFWANT_TEXT(&x), nullptr, 1, 4, nullptr}, PFWANT_END};
     EXPECT_EQ(problems(wants, "x &Literal{\n a }\n"), "");
     EXPECT_STREQ(x, " a ");
-    EXPECT_EQ(problems(wants, "x abcde\n"),
-              "x: 'abcde' is too short or too long (1 bytes to 4 bytes)\n");
-    EXPECT_EQ(problems(wants, "x\n"), "x: '' is too short or too long (1 bytes to 4 bytes)\n");
+    EXPECT_EQ(problems(wants, "x abcde\n"), "x: 'abcde' is too long (1 to 4 bytes)\n");
+    EXPECT_EQ(problems(wants, "x\n"), "x: '' is too short (1 to 4 bytes)\n");
     EXPECT_STREQ(x, " a ");
     pfwant_free(wants);
     EXPECT_EQ(x, nullptr);
@@ -433,6 +432,45 @@ TEST(Pfwant, GivesEveryVariableItsDefault)
     EXPECT_EQ(s.port, 80);
 }
 
+TEST(Pfwant, DefaultsStandAsIfTheyWereInTheFile)
+{
+    struct Pump {
+        char *name, *line;
+    };
+    const Pfwant pump[] = {
+        {"name", PFWANT_TEXT(PFWANT_AT(Pump, name)), "pump", 0, 0, nullptr},
+        {"line", PFWANT_TEXT(PFWANT_AT(Pump, line)), "&{dir}/&name", 0, 0, nullptr},
+        PFWANT_END,
+    };
+    char *state = nullptr, *log = nullptr, *dir = nullptr;
+    int n = 0;
+    Arr *pumps = nullptr;
+    Tbl *files = nullptr;
+    const Pfwant wants[] = {
+        {"state", PFWANT_TEXT(&state), "&{dir}/state &{n}", 0, 0, nullptr},
+        {"log{file}", PFWANT_TEXT(&log), "&dir/log", 0, 0, nullptr},
+        {"dir", PFWANT_TEXT(&dir), "/tmp", 0, 0, nullptr},
+        {"n", PFWANT_INT(&n), "&exec(echo 7)", 0, 0, nullptr},
+        {"files", PFWANT_LIST(&files, PFWANT_TEXT), "&dir/a", 0, 0, nullptr},
+        {"pumps", PFWANT_RECORDS(&pumps, pump, Pump), "one &Arr{\n}", 0, 0, nullptr},
+        PFWANT_END,
+    };
+    for (const char *text : {"", "dir /home\n", "dir /home\nfiles &Tbl{\n&{dir}/&n\n}\n"}) {
+        const std::string where = *text ? "/home" : "/tmp";
+        const PfPtr pf = tree(text);
+        const std::string before = tree_text(pf.get());
+        EXPECT_EQ(pfwant(pf.get(), wants), 0) << take_log();
+        EXPECT_EQ(tree_text(pf.get()), before);
+        EXPECT_EQ(state, where + "/state 7");
+        EXPECT_EQ(log, where + "/log");
+        EXPECT_EQ(n, 7);
+        const bool given = std::string(text).find("files") != std::string::npos;
+        EXPECT_EQ(static_cast<char *>(gettbl(files, 0)), where + (given ? "/7" : "/a"));
+        EXPECT_EQ(static_cast<Pump *>(getarr(pumps, "one"))->line, where + "/pump");
+    }
+    pfwant_free(wants);
+}
+
 TEST(Pfwant, ANullTreeHasNoValues)
 {
     Station s;
@@ -445,6 +483,9 @@ TEST(Pfwant, ANullTreeHasNoValues)
     EXPECT_EQ(pfwant(nullptr, wants), -1);
     EXPECT_EQ(take_log(), "state: is missing (a text)\n");
     EXPECT_EQ(pfwant(nullptr, nullptr), -1);
+    const PfPtr list(pfnew(PFTBL));
+    EXPECT_EQ(pfwant(list.get(), wants), -1);
+    EXPECT_EQ(take_log(), "pfwant: the tree is no table\n");
 }
 
 TEST(Pfwant, ReadsEveryKindFromATree)
@@ -567,6 +608,23 @@ TEST(Pfwant, AKeyThatNothingWantsIsToldWithTheNearest)
     };
     for (const Case &c : cases)
         EXPECT_EQ(problems(s.wants, c.text), c.result) << c.text;
+}
+
+TEST(Pfwant, WhatNobodySeesInAFileIsShown)
+{
+    Station s;
+    EXPECT_EQ(problems(s.wants, "\xef\xbb\xbfkeep 5\n"),
+              "\\ufeffkeep: nothing wants this\n");
+    EXPECT_EQ(problems(s.wants, "keep \xc3\xa9\xff\x01\xc3\n"),
+              "keep: '\xc3\xa9\\xff\\x01\\xc3' is not a whole number (1 to 1000000)\n");
+    // Lines that end in "\r\n": numbers and words do not mind, texts do.
+    EXPECT_EQ(problems(s.wants, "keep 7\r\nmode slow\r\nverbose yes\r\ninterval 1 m\r\n"), "");
+    EXPECT_EQ(s.keep, 7);
+    EXPECT_EQ(problems(s.wants, "state /tmp\r\ngauges &Tbl{\r\nnorth\r\n}\r\n"),
+              "state: '/tmp\\x0d' ends in a carriage return\n"
+              "gauges[0]: 'north\\x0d' ends in a carriage return\n");
+    EXPECT_EQ(problems(s.wants, "keep " + std::string(100, 'x') + "\n"),
+              "keep: '" + std::string(80, 'x') + "...' is not a whole number (1 to 1000000)\n");
 }
 
 TEST(Pfwant, AKeyThatIsReferredToIsWanted)

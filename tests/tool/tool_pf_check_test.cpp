@@ -270,7 +270,7 @@ namespace {
 constexpr const char *kTable = "# how often\n"
                                "#: interval: duration, 0.1 s to 3600 s\n"
                                "interval 10 s\n"
-                               "#: state: text, 1 bytes to 10 bytes, required\n"
+                               "#: state: text, 1 to 10 bytes, required\n"
                                "#state\n"
                                "#: path: text\n"
                                "path &{directory}/x\n"
@@ -286,7 +286,8 @@ constexpr const char *kTable = "# how often\n"
                                "}\n"
                                "#: limits: records\n"
                                "#: limits{*}{mm}: double, 0 to inf, required\n"
-                               "#: limits{*}{hours}: duration\n"
+                               "#: limits{*}{hours}: duration, default 1 h\n"
+                               "#: pumps: records, required\n"
                                "#: other: any\n";
 
 }  // namespace
@@ -295,19 +296,21 @@ TEST_F(ToolPfCheck, HoldsFilesToATableOfWhatAProgramWants)
 {
     const std::string table = dir_.file("table.pf", kTable);
     const auto found_with = [&](const std::string &text) { return found(text, {"--with", table}); };
-    EXPECT_EQ(found_with("state here\n"), "");
-    EXPECT_EQ(found_with("state here\ndirectory /tmp\nother &Arr{\na 1\n}\nmode fast\n"
-                         "since 2008-02-02\ndepths &Tbl{\n1\n2.5\n}\nwatch &Tbl{\nsouth\n}\n"
-                         "numbers &Arr{\na -5\n}\nlimits &Arr{\nnorth &Arr{\nmm 3\n}\n}\n"
-                         "n 443\nnet &Arr{\nport &n\n}\npf_revision_time 2008-02-02\n"),
-              "");
-    EXPECT_EQ(found_with("# nothing\n\n"), "2: state: is missing (a text)\n");
+    EXPECT_EQ(found_with("state here\npumps &Arr{\n}\n"), "");
+    EXPECT_EQ(
+        found_with("state here\ndirectory /tmp\nother &Arr{\na 1\n}\nmode fast\n"
+                   "since 2008-02-02\ndepths &Tbl{\n1\n2.5\n}\nwatch &Tbl{\nsouth\n}\n"
+                   "numbers &Arr{\na -5\n}\nlimits &Arr{\nnorth &Arr{\nmm 3\n}\n}\n"
+                   "n 443\nnet &Arr{\nport &n\n}\npumps &Arr{\n}\npf_revision_time 2008-02-02\n"),
+        "");
+    EXPECT_EQ(found_with("# nothing\n\n"),
+              "2: state: is missing (a text)\n2: pumps: is missing (a table)\n");
     EXPECT_EQ(found_with("intreval 5\nstate much too long\ninterval 0\nmode faster\n"
                          "since 1999-01-01\ndepths &Tbl{\n1\nx\n101\n}\nwatch north\n"
                          "numbers &Arr{\na 10\n}\nnet 5\nn x\n"
-                         "limits &Arr{\nnorth &Arr{\nmn 3\nhours &n\n}\nsouth 4\n}\n"),
+                         "limits &Arr{\nnorth &Arr{\nmn 3\nhours &n\n}\nsouth 4\n}\npumps 5\n"),
               "1: intreval: nothing wants this; did you mean 'interval'?\n"
-              "2: state: 'much too long' is too short or too long (1 bytes to 10 bytes)\n"
+              "2: state: 'much too long' is too long (1 to 10 bytes)\n"
               "3: interval: '0' is out of range (0.1 s to 3600 s)\n"
               "4: mode: 'faster' is none of slow, fast\n"
               "5: since: '1999-01-01' is out of range (at least 2008-02-01 00:00:00)\n"
@@ -319,25 +322,27 @@ TEST_F(ToolPfCheck, HoldsFilesToATableOfWhatAProgramWants)
               "18: limits{north}{mm}: is missing (a number)\n"
               "19: limits{north}{mn}: nothing wants this; did you mean 'limits{north}{mm}'?\n"
               "20: limits{north}{hours}: 'x' is not a duration\n"
-              "22: limits{south}: '4' is not a table\n");
+              "22: limits{south}: '4' is not a table\n"
+              "24: pumps: '5' is not a table\n");
 }
 
 TEST_F(ToolPfCheck, EvaluatesNoFunctionToHoldAFileToATable)
 {
     const std::string table = dir_.file("table.pf", kTable);
     const std::string touch = "&exec(touch '" + dir_ / "ran" + "')\n";
-    const std::string path = dir_.file(
-        "x.pf", "state &n\nn " + touch + "interval " + touch + "depths &Tbl{\n" + touch + "x\n}\n" +
-                    "limits &Arr{\nnorth &Arr{\nmm " + touch + "}\nsouth " + touch + "}\n");
+    const std::string path = dir_.file("x.pf", "pumps " + touch + "state &n\nn " + touch +
+                                                   "interval " + touch + "depths &Tbl{\n" + touch +
+                                                   "x\n}\n" + "limits &Arr{\nnorth &Arr{\nmm " +
+                                                   touch + "}\nsouth " + touch + "}\n");
     const Ended ended = check({"--with", table, path});
-    EXPECT_EQ(ended.out, path + ":6: depths[1]: 'x' is not a number (0 to 100)\n");
+    EXPECT_EQ(ended.out, path + ":7: depths[1]: 'x' is not a number (0 to 100)\n");
     EXPECT_FALSE(std::filesystem::exists(dir_ / "ran"));
 }
 
 TEST_F(ToolPfCheck, SeveralFilesAreHeldToATableAsOne)
 {
     const std::string table = dir_.file("table.pf", kTable);
-    const std::string one = dir_.file("one.pf", "state here\ninterval 0\n");
+    const std::string one = dir_.file("one.pf", "state here\ninterval 0\npumps &Arr{\n}\n");
     const std::string two = dir_.file("two.pf", "interval 5\nmode faster\n");
     EXPECT_EQ(check({"--with", table, one, two}).out,
               two + ":2: mode: 'faster' is none of slow, fast\n");

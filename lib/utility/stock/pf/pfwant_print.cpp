@@ -94,8 +94,8 @@ private:
             out_.add("    ");
     }
 
-    // The lines of comment.
-    void description(const Pfwant &row, std::string_view address, int level)
+    // The lines of comment. The default of a row of a record stands nowhere else.
+    void description(const Pfwant &row, std::string_view address, int level, bool of_record = false)
     {
         if (row.about && *row.about) {
             indent(level);
@@ -116,6 +116,10 @@ private:
         }
         if (!row.fallback && row.kind != PFWANT_ANY)
             out_.add(", required");
+        if (of_record && row.fallback && *row.fallback) {
+            out_.add(", default ");
+            add_shown(out_, row.fallback);
+        }
         out_.add("\n");
         if (row.kind == PFWANT_RECORDS)
             for (const Pfwant *entry = row.entries; entry->address; ++entry) {
@@ -124,7 +128,7 @@ private:
                 add_address(inner, address, "*");
                 add_address(whole, inner.view(), entry->address);
                 if (entry->kind != PFWANT_RECORDS || level < 12)
-                    description(*entry, whole.view(), level);
+                    description(*entry, whole.view(), level, true);
             }
     }
 

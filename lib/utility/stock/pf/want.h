@@ -59,6 +59,15 @@ void add_shown(GrowingText &out, std::string_view text);
 // Adds the value of a row, as in "interval: 5 -> 10".
 void add_value(GrowingText &out, const Pfwant &row, const void *at);
 
+// Adds the members of a record: "mm 5, hours 3600 s".
+void add_record(GrowingText &out, const Pfwant *rows, const void *record);
+
+// Where the value of an element lies: of texts the element is the variable itself.
+inline const void *element_at(int kind, void *const &element)
+{
+    return kind == PFWANT_TEXT ? static_cast<const void *>(&element) : element;
+}
+
 // Whether two variables of the row have the same value.
 bool is_equal(const Pfwant &row, const void *a, const void *b);
 

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "base/alloc.h"
 #include "base/ascii.h"
@@ -47,6 +48,12 @@ Found found(Pf *node)
     }
 }
 
+// The same, and evaluates a function.
+Found evaluated(Pf *node)
+{
+    return found(node && node->type == PFFUNCTION ? pfinterpret(node) : node);
+}
+
 // A child of a list or table, by an index or a key.
 Found child(Pf *container, const char *key)
 {
@@ -56,6 +63,78 @@ Found child(Pf *container, const char *key)
         return {PFSTRING, static_cast<const char *>(value), nullptr};
     return found(static_cast<Pf *>(value));
 }
+
+// ---- Defaults ----
+
+// The text of a default as it would stand in a file.
+Pf *parsed_default(const Pfwant &row)
+{
+    GrowingText text(0, "default", "pfwant");
+    text.add("value ");
+    if (is_scalar(row.kind)) {
+        const Owned<char> written(str2pf(row.fallback));
+        text.add(written.get());
+        text.add("\n");
+    } else {
+        text.add(row.kind == PFWANT_LIST ? "&Tbl{\n" : "&Arr{\n");
+        text.add(row.fallback);
+        text.add(*row.fallback ? "\n}\n" : "}\n");
+    }
+    Pf *tree = nullptr;
+    pfcompile(text.c_str(), &tree);
+    auto *value = static_cast<Pf *>(delarr(tree->value.arr, "value"));
+    pffree(tree);
+    return value;
+}
+
+// Puts the defaults of single values into a table for its scope, where it has no such key:
+// the values of the file may refer to them, and they to each other.
+class Defaults {
+public:
+    Defaults(const Pfwant *wants, Pf *table) : wants_(wants), table_(table)
+    {
+        for (const Pfwant *row = wants; row->address; ++row)
+            if (stands_in(*row) && !getarr(table->value.arr, row->address))
+                put(*row);
+    }
+    ~Defaults()
+    {
+        for (const Pfwant *row = wants_; row->address; ++row)
+            if (stands_in(*row) && is_default(table_, row->address))
+                pffree(static_cast<Pf *>(delarr(table_->value.arr, row->address)));
+    }
+    Defaults(const Defaults &) = delete;
+    Defaults &operator=(const Defaults &) = delete;
+
+    static bool is_default(const Pf *table, const char *key)
+    {
+        const auto *node = static_cast<const Pf *>(getarr(table->value.arr, key));
+        return node && node->filename == kMark;
+    }
+
+private:
+    static constexpr char kMark[] = "default";
+
+    static bool stands_in(const Pfwant &row)
+    {
+        return row.fallback && is_scalar(row.kind) && !std::strpbrk(row.address, "{}[]");
+    }
+
+    void put(const Pfwant &row)
+    {
+        Pf *value = parsed_default(row);
+        if (!value)
+            return;
+        value->parent = table_;
+        value->filename = kMark;
+        setarr(table_->value.arr, row.address, value);
+        if (getarr(table_->value.arr, row.address) != value)
+            out_of_memory(std::strlen(row.address) + 1, "key", "pfwant");
+    }
+
+    const Pfwant *wants_;
+    Pf *table_;
+};
 
 // ---- Reading ----
 
@@ -73,13 +152,17 @@ public:
         GrowingText address(0, "address", "pfwant");
         add_address(address, prefix, row.address);
         Pf *node = nullptr;
-        const int type = table ? pfresolve(table, row.address, 0, &node) : kMissing;
+        const int type = pfresolve(table, row.address, 0, &node);
         const Found value = found(node);
         if (type == kMisfit)
             return problem(address.view(), "is missing: what it should stand in is no table");
         const bool is_missing = value.type == PFINVALID && !value.text;
-        if (!is_missing)
-            return read(row, value, address.view(), to);
+        if (!is_missing) {
+            in_default_ = Defaults::is_default(table, row.address);
+            read(row, value, address.view(), to);
+            in_default_ = false;
+            return;
+        }
         if (row.fallback)
             return read_default(row, address.view(), to);
         GrowingText text(0, "problem", "pfwant");
@@ -116,8 +199,7 @@ public:
     }
 
 private:
-    static constexpr int kMissing = -31;  // of pfresolve
-    static constexpr int kMisfit = -32;
+    static constexpr int kMisfit = -32;  // of pfresolve
 
     enum class Wanted { no, inside, yes };
 
@@ -150,12 +232,25 @@ private:
         if (value.type != PFSTRING)
             return wrong_type(kind_noun(scalar.kind), value, address);
         const char *text = value.text ? value.text : "";
+        if (scalar.kind == PFWANT_TEXT && is_of_windows(text)) {
+            GrowingText message(0, "problem", "pfwant");
+            message.add("'");
+            add_shown(message, text);
+            message.add("' ends in a carriage return");
+            return problem(address, message.view());
+        }
         const Reading reading = read_scalar(scalar, text, to);
         if (reading == Reading::fine)
             return;
         GrowingText message(0, "problem", "pfwant");
         add_wrong(message, scalar, text, reading);
         problem(address, message.view());
+    }
+
+    // Lines that end in "\r\n" leave a "\r" that nobody sees at the end of texts.
+    static bool is_of_windows(std::string_view text)
+    {
+        return text.ends_with('\r') && text.find('\n') == text.npos;
     }
 
     void wrong_type(const char *noun, const Found &value, std::string_view address)
@@ -256,34 +351,22 @@ private:
             return nullptr;
         }
         void *record = allocate_zeroed(row.size, "record", "pfwant");
+        const Defaults defaults(row.entries, value.node);
         for (const Pfwant *each = row.entries; each->address; ++each)
             this->row(*each, value.node, address, member(record, *each));
         unknown_keys(row.entries, value.node, "", address);
         return record;
     }
 
-    // ---- Defaults ----
-
-    // What a default is, were it in the file: a text, or the lines of a list or table.
+    // The default of what is no single value of the table itself.
     void read_default(const Pfwant &row, std::string_view address, void *to)
     {
         in_default_ = true;
-        GrowingText text(0, "default", "pfwant");
-        text.add("value ");
-        if (is_scalar(row.kind)) {
-            const Owned<char> written(str2pf(row.fallback));
-            text.add(written.get());
-            text.add("\n");
-        } else {
-            text.add(row.kind == PFWANT_LIST ? "&Tbl{\n" : "&Arr{\n");
-            text.add(row.fallback);
-            text.add(*row.fallback ? "\n}\n" : "}\n");
+        if (Pf *value = parsed_default(row)) {
+            value->parent = pf_;
+            read(row, evaluated(value), address, to);
+            pffree(value);
         }
-        Pf *tree = nullptr;
-        pfcompile(text.c_str(), &tree);
-        tree->parent = pf_;
-        read(row, child(tree, "value"), address, to);
-        pffree(tree);
         in_default_ = false;
     }
 
@@ -450,7 +533,93 @@ void check_rows(const Pfwant *wants, Problems &problems, int depth)
     }
 }
 
+// ---- Changes ----
+
+void tell_change(std::string_view address, std::string_view before, std::string_view after)
+{
+    if (room_on_log() <= 0)
+        return;
+    GrowingText message(0, "message", "pffollow");
+    add_shown(message, address);
+    message.add(": ");
+    message.add(before);
+    message.add(" -> ");
+    message.add(after);
+    elog_log(0, "%s", message.c_str());
+}
+
+void tell_change(const Pfwant &row, std::string_view address, const void *before,
+                 const void *after);
+
+// Tells of each member of a record that changed.
+void tell_members(const Pfwant *rows, std::string_view address, const void *before,
+                  const void *after)
+{
+    for (; rows->address; ++rows) {
+        if (is_equal(*rows, member(before, *rows), member(after, *rows)))
+            continue;
+        GrowingText inner(0, "address", "pffollow");
+        add_address(inner, address, rows->address);
+        tell_change(*rows, inner.view(), member(before, *rows), member(after, *rows));
+    }
+}
+
+// Tells of each entry that a table has no more, has got, or has another value of.
+void tell_entries(const Pfwant &row, std::string_view address, const Arr *before, const Arr *after)
+{
+    // An entry by itself is what a row for it would be.
+    Pfwant entry = row;
+    entry.kind = row.of;
+    const auto each = [&](const Arr *from, bool only_gone) {
+        Tbl *names = keysarr(from);
+        for (int64_t i = 0; i < names->count; ++i) {
+            const auto *name = static_cast<const char *>(gettbl(names, i));
+            void *const old = getarr(before, name);
+            void *const now = getarr(after, name);
+            GrowingText inner(0, "address", "pffollow");
+            add_address(inner, address, name);
+            if (only_gone && now)
+                continue;
+            if (row.kind != PFWANT_RECORDS) {
+                const void *a = old ? element_at(row.of, old) : nullptr;
+                const void *b = now ? element_at(row.of, now) : nullptr;
+                if (!a || !b || !is_equal(entry, a, b))
+                    tell_change(entry, inner.view(), a, b);
+            } else if (old && now) {
+                tell_members(row.entries, inner.view(), old, now);
+            } else {
+                GrowingText text(0, "message", "pffollow");
+                add_record(text, row.entries, old ? old : now);
+                tell_change(inner.view(), old ? text.view() : "none", now ? text.view() : "none");
+            }
+        }
+        freetbl(names, nullptr);
+    };
+    each(before, true);
+    each(after, false);
+}
+
+// Null is a value that is not there.
+void tell_change(const Pfwant &row, std::string_view address, const void *before, const void *after)
+{
+    if (before && after && (row.kind == PFWANT_TABLE || row.kind == PFWANT_RECORDS))
+        return tell_entries(row, address, *static_cast<Arr *const *>(before),
+                            *static_cast<Arr *const *>(after));
+    GrowingText old(0, "message", "pffollow");
+    GrowingText now(0, "message", "pffollow");
+    if (before)
+        add_value(old, row, before);
+    if (after)
+        add_value(now, row, after);
+    tell_change(address, before ? old.view() : "none", after ? now.view() : "none");
+}
+
 // ---- All or nothing ----
+
+struct FreeTree {
+    void operator()(Pf *pf) const { pffree(pf); }
+};
+using TemporaryTree = std::unique_ptr<Pf, FreeTree>;
 
 // Where each row's value is kept until the variables take it.
 class Staged {
@@ -490,7 +659,7 @@ public:
                 continue;
             if (changes) {
                 ++*changes;
-                tell(row, is_new, at(i));
+                tell_change(row, row.address, is_new ? nullptr : row.value, at(i));
             }
             int64_t value = 0;
             const std::size_t size = kind_size(row.kind);
@@ -501,22 +670,6 @@ public:
     }
 
 private:
-    static void tell(const Pfwant &row, bool is_new, const void *value)
-    {
-        if (room_on_log() <= 0)
-            return;
-        GrowingText message(0, "message", "pffollow");
-        message.add(row.address);
-        message.add(": ");
-        if (is_new)
-            message.add("none");
-        else
-            add_value(message, row, row.value);
-        message.add(" -> ");
-        add_value(message, row, value);
-        elog_log(0, "%s", message.c_str());
-    }
-
     const Pfwant *wants_;
     Owned<int64_t> values_;
 };
@@ -525,6 +678,13 @@ private:
 
 int read_wants(Pf *pf, const Pfwant *wants, int *changes)
 {
+    const TemporaryTree none(pf ? nullptr : pfnew(PFFILE));
+    if (!pf)
+        pf = none.get();
+    if (!is_table(pf)) {
+        elog_log(0, "pfwant: the tree is no table");
+        return -1;
+    }
     Reader reader(pf);
     check_rows(wants, reader.problems(), 0);
     if (reader.problems().count() > 0) {
@@ -532,6 +692,7 @@ int read_wants(Pf *pf, const Pfwant *wants, int *changes)
         return -1;
     }
     Staged staged(wants);
+    const Defaults defaults(wants, pf);
     for (std::size_t i = 0; wants[i].address; ++i)
         reader.row(wants[i], pf, "", staged.at(i));
     reader.unknown_keys(wants, pf, "", "");

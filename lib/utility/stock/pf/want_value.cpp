@@ -41,6 +41,24 @@ const char *skip_space(const char *text)
     return text;
 }
 
+// What some editors put in front of a text, where nobody sees it.
+constexpr std::string_view kByteOrderMark = "\xef\xbb\xbf";
+
+// The bytes of the character that a text begins with, in UTF-8; 0 when it is none.
+std::size_t character_length(std::string_view text)
+{
+    const auto first = static_cast<unsigned char>(text[0]);
+    if (first < 0x80)
+        return 1;
+    const std::size_t length = first < 0xc2 ? 0 : first < 0xe0 ? 2 : first < 0xf0 ? 3 : 4;
+    if (length == 0 || first > 0xf4 || text.size() < length)
+        return 0;
+    for (const char c : text.substr(1, length - 1))
+        if ((static_cast<unsigned char>(c) & 0xc0) != 0x80)
+            return 0;
+    return length;
+}
+
 // ---- Whole numbers ----
 
 Reading read_integer(const char *text, int64_t least, int64_t most, int64_t &value)
@@ -418,7 +436,8 @@ void add_integer(GrowingText &out, int64_t value)
     out.add(text.view());
 }
 
-void add_bound(GrowingText &out, int kind, double bound)
+// `is_last`: the unit of a length stands behind the last bound alone.
+void add_bound(GrowingText &out, int kind, double bound, bool is_last)
 {
     if (kind == PFWANT_TIME) {
         const Owned<char> text(epoch2str("%Y-%m-%d %H:%M:%S", bound));
@@ -428,8 +447,8 @@ void add_bound(GrowingText &out, int kind, double bound)
     add_number(out, bound);
     if (kind == PFWANT_DURATION)
         out.add(" s");
-    if (kind == PFWANT_TEXT)
-        out.add(" bytes");
+    if (kind == PFWANT_TEXT && is_last)
+        out.add(bound == 1 ? " byte" : " bytes");
 }
 
 // The words with commas between them.
@@ -470,13 +489,6 @@ void add_scalar(GrowingText &out, const Scalar &scalar, const void *at)
     }
     default: return add_number(out, load<double>(at));
     }
-}
-
-// An element of a list, or a value of a table, at its address; of texts the variable is
-// the element itself.
-const void *element_at(int kind, void *const &element)
-{
-    return kind == PFWANT_TEXT ? static_cast<const void *>(&element) : element;
 }
 
 bool is_equal_scalar(const Scalar &scalar, const void *a, const void *b)
@@ -554,20 +566,6 @@ void free_record(const Pfwant *rows, void *record)
     for (; rows->address; ++rows)
         if (is_owner(rows->kind))
             free_value(*rows, member(record, *rows));
-}
-
-void add_record(GrowingText &out, const Pfwant *rows, const void *record)
-{
-    const char *before = "";
-    for (; rows->address; ++rows) {
-        if (rows->kind == PFWANT_ANY)
-            continue;
-        out.add(before);
-        out.add(rows->address);
-        out.add(" ");
-        add_value(out, *rows, member(record, *rows));
-        before = ", ";
-    }
 }
 
 }  // namespace
@@ -653,14 +651,14 @@ bool add_bounds(GrowingText &out, const Scalar &scalar)
         return false;
     if (std::isinf(high)) {
         out.add("at least ");
-        add_bound(out, scalar.kind, low);
+        add_bound(out, scalar.kind, low, true);
     } else if (std::isinf(low)) {
         out.add("at most ");
-        add_bound(out, scalar.kind, high);
+        add_bound(out, scalar.kind, high, true);
     } else {
-        add_bound(out, scalar.kind, low);
+        add_bound(out, scalar.kind, low, false);
         out.add(" to ");
-        add_bound(out, scalar.kind, high);
+        add_bound(out, scalar.kind, high, true);
     }
     return true;
 }
@@ -669,18 +667,24 @@ void add_shown(GrowingText &out, std::string_view text)
 {
     constexpr std::size_t kMost = 80;
     const bool cut = text.size() > kMost;
-    for (const char c : text.substr(0, kMost)) {
-        const auto byte = static_cast<unsigned char>(c);
+    if (cut)
+        text = text.substr(0, kMost);
+    while (!text.empty()) {
+        const auto byte = static_cast<unsigned char>(text[0]);
+        const std::size_t length = character_length(text);
         FixedTextOf<8> shown;
-        if (c == '\n')
+        if (byte == '\n')
             shown.add("\\n");
-        else if (c == '\t')
+        else if (byte == '\t')
             shown.add("\\t");
-        else if (byte < ' ' || byte == 0x7f)
+        else if (text.starts_with(kByteOrderMark))
+            shown.add("\\ufeff");
+        else if (length == 0 || byte < ' ' || byte == 0x7f)
             shown.addf("\\x%02x", byte);
         else
-            shown.add(c);
+            shown.add(text.substr(0, length));
         out.add(shown.view());
+        text.remove_prefix(std::max<std::size_t>(length, 1));
     }
     if (cut)
         out.add("...");
@@ -699,7 +703,10 @@ void add_wrong(GrowingText &out, const Scalar &scalar, const char *text, Reading
         out.add(" is not ");
         out.add(kind_noun(scalar.kind));
     } else {
-        out.add(scalar.kind == PFWANT_TEXT ? " is too short or too long" : " is out of range");
+        const bool is_short = static_cast<double>(std::strlen(text)) < scalar.low;
+        out.add(scalar.kind != PFWANT_TEXT ? " is out of range"
+                : is_short                 ? " is too short"
+                                           : " is too long");
     }
     GrowingText bounds(0, "bounds", "pfwant");
     if (!add_bounds(bounds, scalar)) {
@@ -751,6 +758,20 @@ void add_value(GrowingText &out, const Pfwant &row, const void *at)
     }
     if (pairs.count() == 0)
         out.add("none");
+}
+
+void add_record(GrowingText &out, const Pfwant *rows, const void *record)
+{
+    const char *before = "";
+    for (; rows->address; ++rows) {
+        if (rows->kind == PFWANT_ANY)
+            continue;
+        out.add(before);
+        out.add(rows->address);
+        out.add(" ");
+        add_value(out, *rows, member(record, *rows));
+        before = ", ";
+    }
 }
 
 bool is_equal(const Pfwant &row, const void *a, const void *b)
