@@ -132,6 +132,30 @@ TEST(PfOutOfMemory, TheWritersNameTheSizesOfTheirBlocks)
               fatal + message("pfappend", "pfwrite.cpp", "5028", "vstk->s"));
 }
 
+// An entry was left out of the copy, without a word, when there was no memory for its key.
+TEST(PfOutOfMemory, ACopyLosesNoEntry)
+{
+    const PfPtr pf = parsed("north 12\nlimits &Arr{\nheavy 30\n}\n");
+    EXPECT_THAT(asked_for([&] {
+                    const Pf *copy = pfdup(pf.get());
+                    const auto *limits = static_cast<Pf *>(getarr(copy->value.arr, "limits"));
+                    return getarr(copy->value.arr, "north") && limits &&
+                           getarr(limits->value.arr, "heavy");
+                }),
+                IsSupersetOf({"pfdup: key", "pfdup: node"}));
+}
+
+// A text was left out of the array in the same way.
+TEST(PfOutOfMemory, AnArrayOfTextsLosesNone)
+{
+    const PfPtr pf = parsed("limits &Arr{\nheavy 30\nlight 2\n}\n");
+    EXPECT_THAT(asked_for([&] {
+                    Arr *texts = pfget_arr(pf.get(), "limits");
+                    return getarr(texts, "heavy") && getarr(texts, "light");
+                }),
+                IsSupersetOf({"pfget_arr: key", "pfget_arr: node"}));
+}
+
 TEST(PfOutOfMemory, AnEvaluationNamesEachOfItsTexts)
 {
     const PfPtr pf = parsed("f &env(GAUGE)\n");

@@ -5,6 +5,10 @@
 
 #include "stock/pf.h"
 
+#include <cstddef>
+
+#include "arrays/node.h"
+#include "base/alloc.h"
 #include "pf/node.h"
 #include "stock/elog.h"
 
@@ -19,11 +23,15 @@ struct EmptyCopy {
 
 Pf *copied(const Pf *pf, Tbl *waiting);
 
+// setarr would leave the entry out when there is no memory for its key.
 int copy_entry(void *key, void *value, void *argument)
 {
+    const auto allocate_part = [](std::size_t bytes, const char *item) {
+        return stock::allocate(bytes, item, "pfdup");
+    };
     const auto *copy = static_cast<const EmptyCopy *>(argument);
-    setarr(copy->to->value.arr, static_cast<const char *>(key),
-           copied(static_cast<const Pf *>(value), copy->waiting));
+    stock::set_text(copy->to->value.arr, static_cast<const char *>(key),
+                    copied(static_cast<const Pf *>(value), copy->waiting), allocate_part);
     return 0;
 }
 

@@ -7,10 +7,13 @@
 #include "stock/pf.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
 
+#include "arrays/node.h"
+#include "base/alloc.h"
 #include "base/ascii.h"
 #include "base/fixed_text.h"
 #include "pf/node.h"
@@ -235,6 +238,10 @@ Arr *pfget_arr(Pf *pf, const char *address)
     Pf *table = expect(pf, address, PFARR, Missing::allowed);
     if (!table)
         return nullptr;
+    // setarr would leave a text out when there is no memory for its key.
+    const auto allocate_part = [](std::size_t bytes, const char *item) {
+        return stock::allocate(bytes, item, "pfget_arr");
+    };
     Arr *values = newarr(nullptr);
     Tbl *keys = keysarr(table->value.arr);
     // Reading a value that refers to others expands these again and frees the texts that they
@@ -247,7 +254,7 @@ Arr *pfget_arr(Pf *pf, const char *address)
         if (node && node->type == PFFUNCTION)
             node = node->value.pffunct->result;
         if (node && node->type == PFSTRING)
-            setarr(values, key, stock::last_expanded(node));
+            stock::set_text(values, key, stock::last_expanded(node), allocate_part);
     }
     freetbl(keys, nullptr);
     return values;
