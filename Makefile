@@ -1,7 +1,7 @@
 # A thin front to CMake. Each target first makes sure that what it needs is there
 # and installs what is missing with apt-get when it can.
 
-.PHONY: all demo test bench performance fuzz install package lint format clean
+.PHONY: all demo test bench performance fuzz faults install package lint format clean
 
 JOBS := $(shell nproc 2>/dev/null || echo 2)
 BUILD := build/release
@@ -40,6 +40,12 @@ performance: bench
 # Feeds every reader of foreign bytes what it never saw, for a minute each.
 fuzz:
 	scripts/fuzz
+
+# Makes every call of every scenario fail, cuts the power and kills: tests/faults.
+faults:
+	scripts/need build test faults
+	cmake --preset release
+	cmake --build $(BUILD) -j $(JOBS) --target faults
 
 install:
 	scripts/need build
