@@ -149,6 +149,8 @@ typedef struct Pfwant {
 
 #undef PFWANT_UNSET
 
+/* NOLINTBEGIN(bugprone-macro-parentheses): the name of a type stands in none. */
+
 /* The pointer p; does not compile if it points to another type. */
 #ifdef __cplusplus
 #define PFWANT_CHECKED(type, p) (1 ? (p) : static_cast<type *>(nullptr))
@@ -160,10 +162,12 @@ typedef struct Pfwant {
 
 /* A member of a record, for the rows of PFWANT_RECORDS: PFWANT_INT(PFWANT_AT(Limit, mm)) */
 #ifdef __cplusplus
-#define PFWANT_AT(type, member) reinterpret_cast<decltype(type::member) *>(offsetof(type, member))
+#define PFWANT_AT(type, member) (reinterpret_cast<decltype(type::member) *>(offsetof(type, member)))
 #else
 #define PFWANT_AT(type, member) ((__typeof__(((type *)0)->member) *)offsetof(type, member))
 #endif
+
+/* NOLINTEND(bugprone-macro-parentheses) */
 
 #define PFWANT_SCALAR(kind, type, p) kind, 0, PFWANT_CHECKED(type, p), PFWANT_NULL, PFWANT_NULL, 0
 #define PFWANT_INT(p) PFWANT_SCALAR(PFWANT_INT, int, p)

@@ -192,7 +192,8 @@ private:
     static constexpr std::size_t kChunkBytes = 8192;        // of memory asked for at once, or more
     static constexpr std::size_t kLongestNameBytes = 4096;  // with the terminator
     // key_at reads this far behind a name.
-    static constexpr std::string_view kPadding{"\0\0\0\0\0\0\0", 8};
+    static constexpr char kPaddingBytes[8] = {};
+    static constexpr std::string_view kPadding{kPaddingBytes, sizeof kPaddingBytes};
 
     void grow() { block_.reserve(kChunkBytes); }
 
@@ -208,7 +209,7 @@ private:
             const char kind = static_cast<char>(kind_by_type(entry->d_type));
             block_.add({&kind, 1});
             block_.add({entry->d_name, strnlen(entry->d_name, kLongestNameBytes - 1)});
-            block_.add({"", 1});
+            block_.add(kPadding.substr(0, 1));
             ++count_;
         }
         return Filled::part;

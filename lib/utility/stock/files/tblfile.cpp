@@ -34,7 +34,6 @@ namespace {
 
 using stock::bytes_for;
 using stock::Fd;
-using stock::KeepErrno;
 using stock::Owned;
 
 constexpr char kMagic[8] = {'#', 'F', 'i', 'l', 'e', 'T', 'b', 'l'};
