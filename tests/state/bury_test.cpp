@@ -641,14 +641,64 @@ TEST_F(Bury, ProgramsThatItRunsDoNotGetTheFile)
     EXPECT_EQ(ended.status, 0);
 }
 
-TEST_F(Bury, OwnerAndGroupMayWriteTheFileAndOthersReadIt)
+// bury used to give the file this mode again and again.
+TEST_F(Bury, OwnerAndGroupMayWriteTheFileAndOthersReadItUnlessItsModeWasChanged)
 {
     umask(0);
-    program([] {});
+    program([] { bury(); });
     EXPECT_EQ(fs::status(state).permissions(), fs::perms(0664));
     fs::permissions(state, fs::perms(0600));
     program([] { bury(); });
-    EXPECT_EQ(fs::status(state).permissions(), fs::perms(0664));
+    EXPECT_EQ(fs::status(state).permissions(), fs::perms(0600));
+}
+
+// The link used to be replaced by a file.
+TEST_F(Bury, ALinkStaysAndTheFileThatItLeadsToIsReplaced)
+{
+    fs::create_directory(dir / "disk");
+    fs::create_symlink("disk/real", state);
+    program([] {
+        static int count = 3;
+        resurrect("count", &count, RELIC_INT);
+        bury();
+    });
+    EXPECT_TRUE(fs::is_symlink(state));
+    EXPECT_EQ(read_file(dir / "disk/real"), "count\t3\n");
+}
+
+// One of the names used to keep the old state.
+TEST_F(Bury, AFileWithSeveralNamesKeepsThemAndItsLock)
+{
+    dir.file("state", "count\t1\n");
+    fs::create_hard_link(state, dir / "other");
+    const Waiting holder([&] {
+        static int count = 4;
+        open();
+        resurrect("count", &count, RELIC_INT);
+        count = 4;
+        bury();
+    });
+    EXPECT_EQ(text(), "count\t4\n");
+    EXPECT_EQ(read_file(dir / "other"), "count\t4\n");
+    EXPECT_EQ(fs::hard_link_count(state), 2U);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), 2);
+    EXPECT_EQ(untagged([&] { open(); }).status, 1);
+}
+
+// What a bury left that was killed while it wrote such a file.
+TEST_F(Bury, AFileWithSeveralNamesThatIsHalfWrittenGetsItsOldStateBack)
+{
+    dir.file("state", "count\t2\nlast\t1\n");
+    fs::create_hard_link(state, dir / "other");
+    dir.file("state.old+", "count\t1\nlast\t1\n");
+    dir.file("state+", "count\t2\nlast\t2\n");
+    program([] {
+        static int count;
+        resurrect("count", &count, RELIC_INT);
+        std::printf("%d", count);
+    });
+    EXPECT_EQ(text(), "count\t1\nlast\t1\n");
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), 2);
 }
 
 TEST_F(Bury, AFileWithoutADirectoryInItsNameIsOfTheWorkingDirectory)
@@ -832,6 +882,7 @@ protected:
         EXPECT_EQ(ended.err, complaint);
         EXPECT_EQ(ended.status, 0);
         EXPECT_EQ(text(), "count\t1\n");
+        EXPECT_FALSE(fs::is_regular_file(state + "+"));  // it used to stay
     }
 };
 

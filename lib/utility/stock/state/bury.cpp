@@ -20,15 +20,18 @@
 #include <cstring>
 #include <limits>
 #include <string_view>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/file_size_signal.h"
 #include "base/guards.h"
 #include "base/uninterrupted.h"
 #include "deviants.h"
+#include "files/durable.h"
 #include "log/end.h"
 #include "log/lock.h"
 #include "pf/node.h"
@@ -197,7 +200,8 @@ static_assert(stock::kMaxKeyBytes == 1023 && stock::kMaxOpenContainers == 11);
 // ---- The file ----
 
 constexpr mode_t kMode = 0664;
-constexpr int kAttempts = 1000;  // one fails when another process replaces the file meanwhile
+constexpr char kAlternate[] = "+";  // the ending of the alternate file
+constexpr int kAttempts = 1000;     // one fails when another process replaces the file meanwhile
 
 // Opens for reading and writing; null with errno set.
 stock::OwnedStream open_file(const char *name, int flags)
@@ -210,9 +214,9 @@ stock::OwnedStream open_file(const char *name, int flags)
     return stream;
 }
 
-bool lock(FILE *stream)
+bool lock(int fd)
 {
-    return stock::uninterrupted([&] { return ::lockf(fileno(stream), F_TLOCK, 0); }) == 0;
+    return stock::uninterrupted([=] { return ::lockf(fd, F_TLOCK, 0); }) == 0;
 }
 
 bool is_same(const struct stat &a, const struct stat &b)
@@ -236,6 +240,7 @@ int open_locked(Grave *g)
         lockstate(g);
         if (::stat(g->name, &named) == 0 && is_same(named, file)) {
             static_cast<void>(stream.release());
+            stock::mend_file(g->name, kAlternate, fileno(g->stream));
             // Between open and stat another process may have created it and filled it.
             return missing && named.st_size == 0 ? 0 : 1;
         }
@@ -254,83 +259,67 @@ int read_saved(Grave *g)
     return 2;
 }
 
-// Flushes the directory of a path to the disk, so that a new name there survives a power
-// failure. Not every directory can be opened or flushed; that is no error.
-void flush_directory(const char *path)
+// Writes the text. False after complaining.
+bool write_whole(int fd, const char *alternate, std::string_view text)
 {
-    const char *slash = std::strrchr(path, '/');
-    const auto length = static_cast<std::size_t>(slash ? slash - path + 1 : 0);
-    const Owned<char> directory(stock::copy_text(slash ? path : ".", "directory", "bury"));
-    if (slash)
-        directory.get()[length] = '\0';
-    const stock::Fd fd(::open(directory.get(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (fd.get() >= 0)
-        ::fsync(fd.get());
-}
-
-// Creates the alternate file and locks it; null with errno set. A file that has its name is
-// removed first: it is left from an earlier run, or it is a link by which somebody wants
-// another file overwritten. On an NFS file system the file need not be locked, like the state
-// file itself.
-stock::OwnedStream open_alternate(const Grave *g)
-{
-    constexpr int kNew = O_CREAT | O_EXCL;
-    stock::OwnedStream stream = open_file(g->alternate, kNew);
-    if (!stream && errno == EEXIST && ::unlink(g->alternate) == 0)
-        stream = open_file(g->alternate, kNew);
-    if (!stream || (!lock(stream.get()) && is_nfs(g->alternate) != 1))
-        return nullptr;
-    return stream;
-}
-
-// Writes the text to the disk. False after complaining.
-bool write_whole(FILE *stream, const char *alternate, std::string_view text)
-{
+    const stock::FileSizeSignalBlocked blocked;
     errno = 0;
     const ssize_t written =
-        stock::uninterrupted([&] { return ::write(fileno(stream), text.data(), text.size()); });
-    if (written < 0 || static_cast<std::size_t>(written) != text.size()) {
-        elog_complain(1, "Wrote %ld bytes to alternate state file %s instead of %ld",
-                      static_cast<long>(written), alternate, static_cast<long>(text.size()));
-        return false;
-    }
-    // The file stays open for its lock, so it is not closed here. Flushing finds the same errors.
-    if (stock::uninterrupted([&] { return ::fsync(fileno(stream)); }) != 0 && errno != EINVAL) {
-        elog_complain(1, "Can't close alternate state file %s", alternate);
-        return false;
-    }
-    return true;
+        stock::uninterrupted([&] { return ::write(fd, text.data(), text.size()); });
+    if (written >= 0 && static_cast<std::size_t>(written) == text.size())
+        return true;
+    elog_complain(1, "Wrote %ld bytes to alternate state file %s instead of %ld",
+                  static_cast<long>(written), alternate, static_cast<long>(text.size()));
+    return false;
 }
 
-// Renames the alternate file to the state file, unless that is a device: a program that names
-// /dev/null wants no state, and the device must not be replaced.
-bool take_over(const char *alternate, const char *name)
+// Opens the new state file beside the old one and locks it. On an NFS file system it need not
+// be locked, like the state file itself. False after complaining.
+bool open_alternate(const Grave *g, stock::ReplacedFile &file)
 {
-    struct stat named;
-    if (::lstat(name, &named) == 0 && !S_ISREG(named.st_mode) && !S_ISLNK(named.st_mode)) {
+    if (file.open(g->name) && (file.is_direct() || lock(file.fd()) || is_nfs(g->name) == 1)) {
+        if (!file.is_direct())
+            return true;
+        // A program that names /dev/null wants no state, and the device must not be replaced.
         errno = EEXIST;
+        elog_complain(1, "failed to rename state file %s to %s", g->alternate, g->name);
         return false;
     }
-    return ::rename(alternate, name) == 0;
+    elog_complain(1, "Can't write alternate state file %s", g->alternate);
+    return false;
+}
+
+// Keeps the new state file open for its lock. When the system has no memory for a stream, the
+// descriptor stays open without one.
+void keep_open(Grave *g, int fd)
+{
+    FILE *stream = ::fdopen(fd, "r+");
+    if (stream)
+        const stock::OwnedStream earlier(std::exchange(g->stream, stream));
 }
 
 int replace_state(Grave *g, std::string_view text)
 {
-    stock::OwnedStream stream = open_alternate(g);
-    if (!stream) {
-        elog_complain(1, "Can't write alternate state file %s", g->alternate);
+    stock::Replacing wanted;
+    wanted.mode = kMode;
+    wanted.ending = kAlternate;
+    wanted.open_fd = g->stream ? fileno(g->stream) : -1;
+    wanted.only_beside = true;
+    stock::ReplacedFile file(wanted);
+    if (!open_alternate(g, file) || !write_whole(file.fd(), file.beside(), text))
+        return -1;
+    if (!file.finish()) {
+        elog_complain(1, "Can't close alternate state file %s", file.beside());
         return -1;
     }
-    if (!write_whole(stream.get(), g->alternate, text))
-        return -1;
-    if (!take_over(g->alternate, g->name)) {
-        elog_complain(1, "failed to rename state file %s to %s", g->alternate, g->name);
-        return -1;
+    const bool saved = file.put_in_place();
+    if (!saved) {
+        log_damage(file);
+        elog_complain(1, "failed to rename state file %s to %s", file.beside(), g->name);
     }
-    const stock::OwnedStream earlier(g->stream);
-    g->stream = stream.release();
-    flush_directory(g->name);
-    return 0;
+    if (file.is_in_place() && !file.is_written_in_place())
+        keep_open(g, file.release_fd());
+    return saved ? 0 : -1;
 }
 
 void add_extra_values(const Grave *g, Pf *pf)
@@ -377,9 +366,10 @@ Grave *new_grave(const char *filename, volatile int *stop_flag, int grace_second
     auto *g = static_cast<Grave *>(stock::allocate_zeroed(sizeof(Grave), "grave", "exhume"));
     g->name = absolute_name(filename);
     const std::size_t length = std::strlen(g->name);
-    g->alternate = static_cast<char *>(stock::allocate(length + 2, "grave->alternate", "exhume"));
+    g->alternate = static_cast<char *>(
+        stock::allocate(length + sizeof kAlternate, "grave->alternate", "exhume"));
     std::memcpy(g->alternate, g->name, length);
-    std::memcpy(g->alternate + length, "+", 2);
+    std::memcpy(g->alternate + length, kAlternate, sizeof kAlternate);
     g->relics = newarr(nullptr);
     g->stop_flag = stop_flag;
     if (stop_flag)
@@ -527,7 +517,7 @@ void custom_gravesite(const char *filename)
 
 void lockstate(Grave *g)
 {
-    if (lock(g->stream))
+    if (lock(fileno(g->stream)))
         return;
     if (is_nfs(g->name) == 1)
         return elog_complain(1, "Can't lock '%s' on an nfs filesystem: proceeding without lock",
