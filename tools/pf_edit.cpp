@@ -18,12 +18,11 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#ifdef __linux__
-#include <sys/xattr.h>
-#endif
 #include <unistd.h>
 
 #include "base/ascii.h"
+#include "base/file_size_signal.h"
+#include "files/durable.h"
 #include "pf_source.h"
 #include "pf_tool.h"
 
@@ -38,10 +37,11 @@ constexpr const char *kSetHelp =
     "the last element of a list a new one is added. A VALUE such as '&exec(date)' is a\n"
     "function.\n"
     "\n"
-    "The new file is written beside the old one and renamed, so that nobody reads half\n"
-    "of it; mode, owner and extended attributes are kept, and a symbolic link goes on\n"
-    "leading to it. A file that has other names too, by hard links, that another user\n"
-    "owns, or whose directory cannot be written is written in place instead. Edits of\n"
+    "The new file is written beside the old one, synced and renamed, so that nobody reads\n"
+    "half of it, not even after a power failure; mode, owner and extended attributes are\n"
+    "kept, and a symbolic link goes on leading to it. A file that has other names too, by\n"
+    "hard links, that another user owns, or whose directory cannot be written is written\n"
+    "in place instead, with a copy beside it if it has other names. Edits of\n"
     "one file take turns, and wait 10 seconds for each other at most. The exit status\n"
     "is 1 when the value cannot be set, and the file is as it was.\n";
 
@@ -296,31 +296,25 @@ std::vector<std::string> candidates(const SourceText &source, const std::vector<
 
 // ---- The file ----
 
-// Gives the new file the extended attributes of the old one, access lists among them, and
-// complains of those that it could not give it.
-#ifdef __linux__
-void keep_attributes(const char *old, int fd)
-{
-    const ssize_t size = listxattr(old, nullptr, 0);
-    std::string names(size > 0 ? static_cast<size_t>(size) : 0, '\0');
-    const ssize_t length = listxattr(old, names.data(), names.size());
-    names.resize(length > 0 ? static_cast<size_t>(length) : 0);
-    for (size_t at = 0; at < names.size(); at += strlen(&names[at]) + 1) {
-        const char *name = &names[at];
-        std::string value(65536, '\0');  // the most that the system allows
-        std::string now(value);
-        const ssize_t bytes = getxattr(old, name, value.data(), value.size());
-        const ssize_t have = fgetxattr(fd, name, now.data(), now.size());
-        const auto same_bytes = static_cast<size_t>(std::max<ssize_t>(bytes, 0));
-        const bool there = bytes == have && value.compare(0, same_bytes, now, 0, same_bytes) == 0;
-        if (bytes >= 0 && !there &&
-            fsetxattr(fd, name, value.data(), static_cast<size_t>(bytes), 0) != 0)
-            elog_complain(1, "can't keep the attribute '%s' of '%s'", name, old);
+// Keeps signals that end the process away while the file is written: they arrive when it is
+// whole and nothing is left beside it.
+class SignalsBlocked {
+public:
+    SignalsBlocked()
+    {
+        sigset_t ending;
+        sigemptyset(&ending);
+        for (const int signal : {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGXCPU})
+            sigaddset(&ending, signal);
+        sigprocmask(SIG_BLOCK, &ending, &before_);
     }
-}
-#else
-void keep_attributes(const char *, int) {}
-#endif
+    ~SignalsBlocked() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+    SignalsBlocked(const SignalsBlocked &) = delete;
+    SignalsBlocked &operator=(const SignalsBlocked &) = delete;
+
+private:
+    sigset_t before_;
+};
 
 // Writes at the descriptor's offset. When a disk has room for a part only, the write of the
 // rest gives the reason.
@@ -334,89 +328,6 @@ bool write_text(int fd, std::string_view text)
     }
     return true;
 }
-
-// The path of the file that is written beside another; the signal handler removes it.
-char Beside[PATH_MAX + sizeof ".XXXXXX"];
-
-void remove_beside(int signal)
-{
-    unlink(Beside);
-    raise(signal);  // whose default action follows when this returns
-}
-
-// Makes a new file in the directory of the target. Unless it was renamed, it is removed at
-// the end of the scope, or when a signal ends the process.
-class NewFile {
-public:
-    explicit NewFile(const std::string &target)
-    {
-        constexpr size_t kMaxName = NAME_MAX - 7;  // leaves room for the ending
-        const size_t name = target.rfind('/') + 1;
-        const std::string path = target.substr(0, name + kMaxName) + ".XXXXXX";
-        sigset_t old;
-        sigprocmask(SIG_BLOCK, &signals(), &old);
-        memcpy(Beside, path.c_str(), path.size() + 1);
-        fd_ = mkstemp(Beside);
-        const int reason = errno;
-        for (size_t i = 0; fd_ >= 0 && i < std::size(kSignals); ++i) {
-            struct sigaction action {};
-            action.sa_handler = remove_beside;
-            action.sa_flags = static_cast<int>(SA_RESETHAND);
-            sigaction(kSignals[i], nullptr, &before_[i]);
-            if (before_[i].sa_handler != SIG_IGN)
-                sigaction(kSignals[i], &action, nullptr);
-        }
-        sigprocmask(SIG_SETMASK, &old, nullptr);
-        errno = reason;
-    }
-    ~NewFile()
-    {
-        if (fd_ < 0)
-            return;
-        close(fd_);
-        if (!renamed_)
-            unlink(Beside);
-        for (size_t i = 0; i < std::size(kSignals); ++i)
-            sigaction(kSignals[i], &before_[i], nullptr);
-    }
-    NewFile(const NewFile &) = delete;
-    NewFile &operator=(const NewFile &) = delete;
-
-    int fd() const { return fd_; }
-    // Signals are blocked: a handler that ran behind the rename, but before Beside is cleared,
-    // could remove a file that another edit has made under the same name.
-    bool rename_to(const std::string &target)
-    {
-        sigset_t old;
-        sigprocmask(SIG_BLOCK, &signals(), &old);
-        renamed_ = rename(Beside, target.c_str()) == 0;
-        if (renamed_)
-            Beside[0] = '\0';
-        const int reason = errno;
-        sigprocmask(SIG_SETMASK, &old, nullptr);
-        errno = reason;
-        return renamed_;
-    }
-
-private:
-    static constexpr int kSignals[] = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGXCPU, SIGXFSZ};
-
-    static const sigset_t &signals()
-    {
-        static const sigset_t set = [] {
-            sigset_t all;
-            sigemptyset(&all);
-            for (const int signal : kSignals)
-                sigaddset(&all, signal);
-            return all;
-        }();
-        return set;
-    }
-
-    int fd_ = -1;  // below 0 when the file could not be made
-    bool renamed_ = false;
-    struct sigaction before_[std::size(kSignals)]{};
-};
 
 // A parameter file that is locked against other edits. The lock is on the file, not on its
 // name: an edit ends by giving the name to a new file.
@@ -438,9 +349,8 @@ struct Target {
 // What became of an attempt to write the file.
 enum class Written {
     done,
-    in_place,  // no new file can take its place: it is to be written over
-    changed,   // another program has changed it since it was read
-    failed,    // after a complaint
+    changed,  // another program has changed it since it was read
+    failed,   // after a complaint
 };
 
 // Whether the name still belongs to the file that was read, and the file has this text.
@@ -459,94 +369,32 @@ bool is_still(const Target &target, std::string_view text)
     return std::string_view(again).substr(0, size) == text;
 }
 
-Written complain(const char *what, const std::string &target)
+Written complain(const std::string &target)
 {
-    elog_complain(1, "can't %s '%s'", what, target.c_str());
+    elog_complain(1, "can't write '%s'", target.c_str());
     return Written::failed;
 }
 
-// Gives the new file the owner, group, mode and attributes of the old one.
-bool keep_owner_and_mode(const Target &target, int fd)
-{
-    const struct stat &status = target.status;
-    if (fchown(fd, status.st_uid, status.st_gid) == 0)
-        return keep_attributes(target.path.c_str(), fd), fchmod(fd, status.st_mode & 07777) == 0;
-    // The file has another group now. Its members get no more than everyone has, and the bits
-    // that change who runs a file are dropped.
-    elog_complain(1, "can't keep the group of '%s'", target.path.c_str());
-    const mode_t everyone = status.st_mode & 07;
-    keep_attributes(target.path.c_str(), fd);
-    return fchmod(fd, (status.st_mode & 0707) | (status.st_mode & everyone << 3)) == 0;
-}
-
-// Makes the new name of a file last: until its directory is synced, a crash may bring the old
-// file back.
-bool sync_directory(const std::string &target)
-{
-    const std::string directory = target.substr(0, target.rfind('/') + 1);
-    const int fd = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    // A directory that may not be read, or that its file system does not sync, is no failure.
-    const bool synced = fd < 0 || fsync(fd) == 0 || errno == EINVAL || errno == ENOTSUP;
-    const int reason = errno;
-    if (fd >= 0)
-        close(fd);
-    errno = reason;
-    return synced;
-}
-
-// Replaces the file by a new one with this text, unless another program has changed it
-// since it was read.
-Written write_beside(const Target &target, const std::string &old, const std::string &text)
-{
-    NewFile file(target.path);
-    if (file.fd() < 0 && (errno == EACCES || errno == EPERM || errno == EROFS))
-        return Written::in_place;
-    if (file.fd() < 0)
-        return complain("write beside", target.path);
-    if (fchown(file.fd(), target.status.st_uid, static_cast<gid_t>(-1)) != 0)
-        return Written::in_place;  // the new file would belong to another user
-    if (!write_text(file.fd(), text) || !keep_owner_and_mode(target, file.fd()) ||
-        fsync(file.fd()) != 0)
-        return complain("write", target.path);
-    if (!is_still(target, old))
-        return Written::changed;
-    if (!file.rename_to(target.path) || !sync_directory(target.path))
-        return complain("write", target.path);
-    return Written::done;
-}
-
-// Writes over the file. What lies behind the old end is written first: when the disk has no
-// room for it, the file is cut back to the old text.
-Written write_in_place(const Target &target, const std::string &old, std::string_view text)
-{
-    if (!is_still(target, old))
-        return Written::changed;
-    const int fd = open(target.path.c_str(), O_WRONLY | O_CLOEXEC);
-    const auto old_size = static_cast<off_t>(old.size());
-    const std::string_view tail = text.substr(std::min(old.size(), text.size()));
-    bool written = fd >= 0 && lseek(fd, old_size, SEEK_SET) >= 0;
-    if (written && !write_text(fd, tail)) {
-        const int reason = errno;
-        [[maybe_unused]] const int undone = ftruncate(fd, old_size);
-        errno = reason;
-        written = false;
-    }
-    written = written && lseek(fd, 0, SEEK_SET) == 0 &&
-              write_text(fd, text.substr(0, text.size() - tail.size())) &&
-              ftruncate(fd, static_cast<off_t>(text.size())) == 0 && fsync(fd) == 0;
-    const int reason = errno;
-    const bool closed = fd < 0 || close(fd) == 0;
-    if (written && closed)
-        return Written::done;
-    errno = written ? errno : reason;
-    return complain("write", target.path);
-}
-
+// Replaces the text of the file, unless another program has changed it since it was read.
 Written write_file(const Target &target, const std::string &old, const std::string &text)
 {
-    const Written written =
-        target.status.st_nlink > 1 ? Written::in_place : write_beside(target, old, text);
-    return written == Written::in_place ? write_in_place(target, old, text) : written;
+    const stock::FileSizeSignalBlocked too_large_is_an_error;
+    const SignalsBlocked blocked;
+    stock::Replacing how;
+    how.replaces_read_only = true;
+    how.lost = [](const char *what, const char *path) {
+        elog_complain(1, "can't keep %s of '%s'", what, path);
+    };
+    stock::ReplacedFile file(how);
+    if (!file.open(target.path.c_str()) || file.is_new() || !write_text(file.fd(), text) ||
+        !file.finish())
+        return complain(target.path);
+    if (!is_still(target, old))
+        return Written::changed;
+    if (file.put_in_place())
+        return Written::done;
+    log_damage(file);
+    return complain(target.path);
 }
 
 // ---- Taking turns ----
@@ -596,6 +444,7 @@ std::unique_ptr<Target> open_for_edit(const char *file, Clock::time_point deadli
         if (stat(path.get(), &now) == 0 && fstat(target->fd, &target->status) == 0 &&
             now.st_ino == target->status.st_ino && now.st_dev == target->status.st_dev) {
             target->path = path.get();
+            stock::mend_file(path.get());
             return target;
         }
     }

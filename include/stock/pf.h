@@ -612,7 +612,8 @@ STOCK_API int pfadd_tbl(Pf *pf, int index);
 /* ---- Writing text ---- */
 
 /*
- * Writes a tree in the form of pfout to a file, which it first creates or empties.
+ * Writes a tree in the form of pfout to a file, which it creates or replaces as a whole: the old
+ * file stays until the new one is on the disk.
  *
  * Returns 0. If the file cannot be opened or written, logs "Can't open %s for writing.\n" or "Can't
  * close %s.\n" with the reason and returns -1. If pf or its value is null, leaves an empty file and

@@ -60,7 +60,8 @@ STOCK_API int writetbl(const Tbl *tbl, FILE *stream, const char *comment);
 
 /*
  * Writes the image of a list to a file, and creates the directories that lead to it. An existing
- * file is overwritten, unless it is the file of this list, or a list that is open for writing.
+ * file is replaced as a whole, unless it is the file of this list, or a list that is open for
+ * writing: the old file stays until the new one is on the disk.
  *
  * Returns 0. Otherwise returns -1 and logs a message of makedir or one of these:
  *
@@ -91,6 +92,9 @@ STOCK_API int savetbl(const Tbl *tbl, const char *path, const char *comment);
  *     Bad slot counts while trying to read tbl. %s        negative, or more entries than slots
  *     Bad growth while trying to read tbl. %s             negative, or more than all memory
  *     Truncated slots while trying to read tbl. %s        more slots than the file contains
+ *
+ * A list that was cut while it grew is opened with the entries that are whole, after logging
+ * "Tbl %s was cut short: its last %ld entries are lost.\n".
  */
 STOCK_API Tbl *readtbl(const char *path, char **comment, int writable);
 

@@ -319,6 +319,95 @@ TEST_F(Savetbl, FailsBeyondTheFileSizeLimit)
     EXPECT_EQ(ended.status, 5);
 }
 
+// It used to be emptied first.
+TEST_F(Savetbl, ThatFailsLeavesTheOldListAndNothingBesideIt)
+{
+    const std::string path = saved(points(3), "c");
+    const Ended ended = in_child([&] {
+        const TblPtr tbl = points(100'000);
+        const rlimit limit{4096, 4096};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const int result = savetbl(tbl.get(), path.c_str(), nullptr);
+        elog_clear();
+        exit(result == -1 ? 5 : 6);
+    });
+    EXPECT_EQ(ended.status, 5);
+    expect_points(opened(path, 0).get(), 3);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
+}
+
+TEST_F(Savetbl, KeepsModeLinksAndHardLinks)
+{
+    const std::string path = saved(points(3));
+    chmod(path.c_str(), 0640);
+    std::filesystem::create_symlink("list", dir / "link");
+    saved(points(4), nullptr, "link");
+    EXPECT_TRUE(std::filesystem::is_symlink(dir / "link"));
+    std::filesystem::create_hard_link(path, dir / "other");
+    saved(points(5));
+    EXPECT_EQ(std::filesystem::hard_link_count(path), 2U);
+    expect_points(opened(dir / "other", 0).get(), 5);
+    struct stat status;
+    stat(path.c_str(), &status);
+    EXPECT_EQ(status.st_mode & 07777, 0640U);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 3);
+}
+
+// A reader used to lose the memory that it read.
+TEST_F(Savetbl, LeavesReadersTheListThatTheyHaveOpen)
+{
+    const std::string path = saved(points(1000));
+    const TblPtr reader = opened(path, 0);
+    saved(points(1));
+    expect_points(reader.get(), 1000);
+}
+
+TEST_F(Savetbl, WritesInPlaceWhereNothingCanBeMadeBesideAndSaysSo)
+{
+    const std::string path = saved(points(3));
+    chmod(path.c_str(), 0666);
+    chmod(dir.path().c_str(), 0555);
+    const Ended ended = as_nobody([&] {
+        const TblPtr tbl = points(5);
+        const int result = savetbl(tbl.get(), path.c_str(), nullptr);
+        elog_flush(1, 0);
+        exit(result == 0 ? 5 : 6);
+    });
+    chmod(dir.path().c_str(), 0755);
+    EXPECT_EQ(ended.status, 5);
+    EXPECT_THAT(ended.err, EndsWith(path + " was written in place, without a copy beside it.\n"));
+    expect_points(opened(path).get(), 5);
+}
+
+TEST_F(Savetbl, KilledAtAnyMomentLeavesAWholeListAndTheNextLeavesNothingBesideIt)
+{
+    for (const bool linked : {false, true}) {
+        const std::string path = saved(points(3'000));
+        if (linked)
+            std::filesystem::create_hard_link(path, dir / "other");
+        unsigned seed = 7;
+        for (int i = 0; i < 100; ++i) {
+            const pid_t pid = fork();
+            if (pid == 0)
+                for (int64_t n = 3'000;; n = 9'000 - n)
+                    savetbl(points(n).get(), path.c_str(), nullptr);
+            seed = seed * 1103515245 + 12345;
+            std::this_thread::sleep_for(std::chrono::microseconds((seed >> 8) % 8000));
+            kill(pid, SIGKILL);
+            int status = 0;
+            waitpid(pid, &status, 0);
+            if (linked)  // whoever writes it next mends it
+                saved(points(3'000));
+            const TblPtr tbl = opened(path, 0);
+            ASSERT_NE(tbl, nullptr);
+            expect_points(tbl.get(), tbl->count);
+            ASSERT_EQ(tbl->count % 3'000, 0);
+        }
+        saved(points(3'000));
+        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1 + linked);
+    }
+}
+
 TEST_F(Savetbl, LeavesTheFileThatTheListLivesInAlone)
 {
     const std::string path = saved(points(3), "c");
@@ -494,10 +583,10 @@ TEST_F(Readtbl, RefusesACommentThatDoesNotFitItsLength)
     }
 }
 
-TEST_F(Readtbl, RefusesEveryCutImage)
+TEST_F(Readtbl, RefusesEveryImageCutBeforeItsSlots)
 {
     const std::string image = image_of(points(3, &kNowhere).get(), "a comment");
-    for (size_t length = 1; length < image.size(); ++length) {
+    for (size_t length = 1; length < 16 + 16 + kRecordSize + sizeof kNowhere; ++length) {
         SCOPED_TRACE(length);
         const std::string message = refused(image.substr(0, length), static_cast<int>(length % 2));
         if (length < 8)
@@ -506,6 +595,52 @@ TEST_F(Readtbl, RefusesEveryCutImage)
             EXPECT_EQ(message, "Truncated slots while trying to read tbl. FILE\n");
         else
             EXPECT_NE(message, "");
+    }
+}
+
+// Such a list used to be refused, and filetbl made an empty one.
+TEST_F(Readtbl, OpensWhatIsWholeOfAListThatWasCutWhileItGrew)
+{
+    const std::string image = image_of(points(13).get(), "a comment");  // 10 slots, then 20 more
+    const size_t slots_at = 16 + 16 + kRecordSize;
+    for (size_t length = slots_at + sizeof(Point); length < image.size(); ++length) {
+        SCOPED_TRACE(length);
+        const std::string path = dir.file("cut", image.substr(0, length));
+        const auto whole = static_cast<int64_t>((length - slots_at) / sizeof(Point));
+        const int64_t entries = std::min<int64_t>(whole, 13);
+        {
+            const TblPtr tbl = opened(path, static_cast<int>(length % 2));
+            ASSERT_NE(tbl, nullptr);
+            EXPECT_EQ(tbl->nalloc, whole);
+            expect_points(tbl.get(), entries);
+        }
+        EXPECT_EQ(take_log(), entries == 13
+                                  ? ""
+                                  : "Tbl " + path + " was cut short: its last " +
+                                        std::to_string(13 - entries) + " entries are lost.\n");
+        const TblPtr tbl = opened(path);
+        for (int64_t i = entries; i < 100; ++i) {
+            const Point point{i, -i};
+            pushtbl(tbl.get(), &point);
+        }
+        expect_points(tbl.get(), 100);
+        take_log();
+    }
+}
+
+TEST_F(Readtbl, OpensAListWhoseRecordDoesNotCountItsNewSlotsYet)
+{
+    const std::string image = image_of(points(13).get(), nullptr);
+    for (const size_t more : {1U, 15U, 16U, 1000U}) {
+        const std::string path = dir.file("longer", image + std::string(more, '\0'));
+        const TblPtr tbl = opened(path);
+        ASSERT_NE(tbl, nullptr);
+        expect_points(tbl.get(), 13);
+        for (int64_t i = 13; i < 100; ++i) {
+            const Point point{i, -i};
+            pushtbl(tbl.get(), &point);
+        }
+        expect_points(tbl.get(), 100);
     }
 }
 
@@ -519,23 +654,28 @@ TEST_F(Readtbl, RefusesRecordsThatDoNotFit)
         {"indirect", [](Tbl &r) { r.direct = 0; }, "Indirect list"},
         {"size 0", [](Tbl &r) { r.size = 0; }, "Bad entry size"},
         {"size -16", [](Tbl &r) { r.size = -16; }, "Bad entry size"},
-        {"size too large", [](Tbl &r) { r.size = 17; }, "Truncated slots"},
+        {"size too large", [](Tbl &r) { r.size = 161; }, "Truncated slots"},
         {"size overflows", [](Tbl &r) { r.size = INT_MAX; }, "Truncated slots"},
         {"left above 0", [](Tbl &r) { r.left = 1; }, "Bad slot counts"},
-        {"left too low", [](Tbl &r) { r.left = -1; }, "Truncated slots"},
+        {"left too low", [](Tbl &r) { r.left = -21; }, "Truncated slots"},
         {"left lowest", [](Tbl &r) { r.left = INT64_MIN; }, "Bad slot counts"},
         {"left very low", [](Tbl &r) { r.left = -INT64_MAX / 2; }, "Truncated slots"},
         {"count below 0", [](Tbl &r) { r.count = -1; }, "Bad slot counts"},
         {"count above slots", [](Tbl &r) { r.count = 11; }, "Bad slot counts"},
         {"nalloc below 0", [](Tbl &r) { r.count = r.nalloc = -1; }, "Bad slot counts"},
-        {"nalloc too large", [](Tbl &r) { r.nalloc = 11; }, "Truncated slots"},
+        {"nalloc too large", [](Tbl &r) { r.nalloc = 31; }, "Truncated slots"},
         {"nalloc overflows", [](Tbl &r) { r.nalloc = INT64_MAX; }, "Truncated slots"},
         {"nalloc wraps", [](Tbl &r) { r.nalloc = INT64_MAX / 8 + 2; }, "Truncated slots"},
         {"right_grow below 0", [](Tbl &r) { r.right_grow = -1; }, "Bad growth"},
         {"left_grow below 0", [](Tbl &r) { r.left_grow = INT64_MIN; }, "Bad growth"},
         {"right_grow overflows", [](Tbl &r) { r.right_grow = INT64_MAX; }, "Bad growth"},
         {"left_grow overflows", [](Tbl &r) { r.left_grow = INT64_MAX / 15; }, "Bad growth"},
-        {"null value missing", [](Tbl &r) { r.null_value = &r; }, "Truncated slots"},
+        {"null value missing",
+         [](Tbl &r) {
+             r.null_value = &r;
+             r.size = 161;
+         },
+         "Truncated slots"},
     };
     for (const auto &c : cases)
         for (int writable : {0, 1}) {
@@ -1348,7 +1488,7 @@ TEST_F(Filetbl, KeepsUnderAnotherNameWhatIsNoList)
     } cases[] = {
         {"text\n", path + "~", "Bad magic number"},
         {swapped, path + "~2", "different architecture"},
-        {image.substr(0, image.size() - 1), path + "~3", "Truncated slots"},
+        {image.substr(0, 16 + 8 + kRecordSize - 1), path + "~3", "Truncated header"},
         {image_of(TblPtr(newtbl(0)).get(), "c"), path + "~4", "Indirect list"},
     };
     for (const auto &c : cases) {
@@ -1594,6 +1734,21 @@ TEST_F(Filetbl, ThatCannotBeWrittenLeavesNoPartOfAFile)
     });
     EXPECT_EQ(ended.status, 5);
     EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+// A file of several names used to lose one of them.
+TEST_F(Filetbl, EnlargesAFileOfSeveralNamesInPlace)
+{
+    const std::string path = saved(points(5), "c");
+    std::filesystem::create_hard_link(path, dir / "other");
+    Tbl *tbl = nullptr;
+    ASSERT_EQ(filetbl(path.c_str(), "c", 500, nullptr, sizeof(Point), &tbl), 0);
+    EXPECT_NE(refusal(dir / "other"), "");
+    expect_points(tbl, 5);
+    freetbl(tbl, nullptr);
+    EXPECT_EQ(std::filesystem::hard_link_count(path), 2U);
+    EXPECT_GE(opened(dir / "other", 0)->nalloc, 500);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 2);
 }
 
 TEST_F(Filetbl, ThatCannotBeEnlargedEndsTheProcessWithTheOldFileWhole)

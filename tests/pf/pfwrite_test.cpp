@@ -3,6 +3,9 @@
 #include "stock/pf.h"
 
 #include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
 #include <functional>
 #include <random>
 #include <string>
@@ -11,9 +14,15 @@
 
 #include <pthread.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "support/child.h"
+#include "support/nobody.h"
 #include "support/pf_text.h"
 #include "support/printed.h"
 #include "support/temp_dir.h"
@@ -416,6 +425,82 @@ TEST(Pfwrite, ReportsAFullDisk)
         EXPECT_EQ(pfwrite("/dev/full", tree_with(std::string(size, 'x')).get()), -1);
         EXPECT_EQ(take_log(), "Can't close /dev/full.\n\tNo space left on device\n");
     }
+}
+
+// Half of a file used to read back as a tree of fewer values.
+TEST(Pfwrite, KilledAtAnyMomentLeavesAWholeFileAndTheNextLeavesNothingBeside)
+{
+    const TempDir dir;
+    const std::string path = dir / "x.pf";
+    const PfPtr trees[] = {tree_with(std::string(3'000, 'x')), tree_with(std::string(90'000, 'y'))};
+    std::string texts[2];
+    for (const int n : {0, 1})
+        texts[n] = printed([&](FILE *stream) { pfout(stream, trees[n].get()); });
+    ASSERT_EQ(pfwrite(path.c_str(), trees[0].get()), 0);
+    for (int i = 0; i < 100; ++i) {
+        const pid_t pid = fork();
+        if (pid == 0)
+            for (int n = 1;; ++n)
+                pfwrite(path.c_str(), trees[n % 2].get());
+        std::this_thread::sleep_for(std::chrono::microseconds(i * 70));
+        kill(pid, SIGKILL);
+        int status = 0;
+        waitpid(pid, &status, 0);
+        const std::string text = read_file(path);
+        ASSERT_TRUE(text == texts[0] || text == texts[1]) << text.size();
+    }
+    ASSERT_EQ(pfwrite(path.c_str(), trees[0].get()), 0);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
+}
+
+TEST(Pfwrite, KeepsModeLinksAndHardLinks)
+{
+    const TempDir dir;
+    const std::string path = dir.file("x.pf", "old 1\n");
+    chmod(path.c_str(), 0640);
+    std::filesystem::create_symlink("x.pf", dir / "link");
+    EXPECT_EQ(pfwrite((dir / "link").c_str(), compiled("a 1\n").get()), 0);
+    EXPECT_TRUE(std::filesystem::is_symlink(dir / "link"));
+    EXPECT_EQ(read_file(path), "a\t1\n");
+    std::filesystem::create_hard_link(path, dir / "other");
+    EXPECT_EQ(pfwrite(path.c_str(), compiled("b 1\n").get()), 0);
+    EXPECT_EQ(read_file(dir / "other"), "b\t1\n");
+    struct stat status;
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640U);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 3);
+}
+
+TEST(Pfwrite, BeyondTheFileSizeLimitFailsAndTheOldFileStays)
+{
+    const TempDir dir;
+    const std::string path = dir.file("x.pf", "old 1\n");
+    const Ended ended = in_child([&] {
+        const rlimit limit{4096, 4096};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const int result = pfwrite(path.c_str(), tree_with(std::string(90'000, 'y')).get());
+        elog_flush(1, 0);
+        exit(result == -1 ? 5 : 6);
+    });
+    EXPECT_EQ(ended.status, 5);
+    EXPECT_THAT(ended.err, testing::HasSubstr("Can't close " + path + ".\n\tFile too large\n"));
+    EXPECT_EQ(read_file(path), "old 1\n");
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir.path()), {}), 1);
+}
+
+TEST(Pfwrite, WritesInPlaceWhereNothingCanBeMadeBesideAndSaysSo)
+{
+    const TempDir dir;
+    const std::string path = dir.file("x.pf", "old 1\n");
+    chmod(path.c_str(), 0666);
+    chmod(dir.path().c_str(), 0555);
+    const Ended ended =
+        as_nobody([&] { exit(pfwrite(path.c_str(), compiled("a 1\n").get()) == 0 ? 5 : 6); });
+    chmod(dir.path().c_str(), 0755);
+    EXPECT_EQ(ended.status, 5);
+    EXPECT_THAT(ended.err,
+                testing::EndsWith(path + " was written in place, without a copy beside it.\n"));
+    EXPECT_EQ(read_file(path), "a\t1\n");
 }
 
 // ---- There and back ----

@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -396,18 +397,64 @@ TEST_F(ToolPfSet, DoesNotWaitForEver)
     EXPECT_EQ(read_file(path), "k 1\n");
 }
 
-TEST_F(ToolPfSet, ASignalLeavesNothingBeside)
+// The signal of the limit used to end the tool.
+TEST_F(ToolPfSet, BeyondTheFileSizeLimitFailsAndLeavesNothingBeside)
 {
     const std::string text = "k 1\n#" + std::string(100'000, '-') + "\n";
     const std::string path = dir_.file("x.pf", text);
-    // The signal comes while the new file is written.
-    const Ended ended =
-        run_program({"/bin/sh", "-c", "ulimit -c 0; ulimit -f 8; exec \"$0\" pf set \"$1\" k 2",
-                     tool_path(), path});
-    EXPECT_EQ(ended.signal, SIGXFSZ);
-    EXPECT_EQ(read_file(path), text);
+    for (const bool linked : {false, true}) {
+        if (linked)
+            std::filesystem::create_hard_link(path, dir_ / "other");
+        const Ended ended =
+            run_program({"/bin/sh", "-c", "ulimit -c 0; ulimit -f 8; exec \"$0\" pf set \"$1\" k 2",
+                         tool_path(), path});
+        EXPECT_EQ(ended.err, "stock: can't write '" + path + "'\n\tFile too large\n");
+        EXPECT_EQ(ended.status, 1);
+        EXPECT_EQ(read_file(path), text);
+        const auto files = std::filesystem::directory_iterator(dir_.path());
+        EXPECT_EQ(std::distance(begin(files), end(files)), linked ? 2 : 1);
+    }
+}
+
+TEST_F(ToolPfSet, KilledAtAnyMomentLeavesAWholeFileAndTheNextEditLeavesNothingBeside)
+{
+    const std::string one = "k 1\n#" + std::string(30'000, '-') + "\n";
+    std::string two = one;
+    two[2] = '2';
+    const std::string path = dir_.file("x.pf", one);
+    for (const bool linked : {false, true}) {
+        if (linked)
+            std::filesystem::create_hard_link(path, dir_ / "other");
+        for (int i = 0; i < 60; ++i) {
+            const pid_t pid = fork();
+            if (pid == 0)
+                execl(tool_path().c_str(), "stock", "pf", "set", path.c_str(), "k",
+                      i % 2 ? "1" : "2", nullptr);
+            std::this_thread::sleep_for(std::chrono::microseconds(i * 300));
+            kill(pid, i % 3 ? SIGKILL : SIGTERM);
+            int status = 0;
+            waitpid(pid, &status, 0);
+            const std::string text = read_file(path);
+            EXPECT_TRUE(linked || text == one || text == two) << text.size();
+        }
+        EXPECT_EQ(pf({"set", path, "k", "3"}).status, 0);
+        EXPECT_EQ(pf({"set", path, "k", "1"}).status, 0);
+        EXPECT_EQ(read_file(path), one);
+        const auto files = std::filesystem::directory_iterator(dir_.path());
+        EXPECT_EQ(std::distance(begin(files), end(files)), linked ? 2 : 1);
+    }
+}
+
+TEST_F(ToolPfSet, AFileOfSeveralNamesThatIsHalfWrittenGetsItsOldTextBackFirst)
+{
+    const std::string path = dir_.file("x.pf", "k 22\nl 1\n");
+    std::filesystem::create_hard_link(path, dir_ / "other");
+    dir_.file("x.pf.stk000", "k 22\nl 2\n");
+    dir_.file("x.pf.old000", "k 11\nl 1\n");
+    EXPECT_EQ(pf({"set", path, "m", "3"}).err, "");
+    EXPECT_EQ(read_file(dir_ / "other"), "k 11\nl 1\nm\t3\n");
     const auto files = std::filesystem::directory_iterator(dir_.path());
-    EXPECT_EQ(std::distance(begin(files), end(files)), 1);
+    EXPECT_EQ(std::distance(begin(files), end(files)), 2);
 }
 
 // ---- What may not be kept ----

@@ -591,7 +591,8 @@ bool ReplacedFile::put_in_place()
         return !wanted_.synced || sync_directory(file_);
     }
     // The file is mounted where it is, or may not lose its name.
-    if (is_new_ || !may_write_ || wanted_.only_beside || (errno != EBUSY && errno != EPERM && errno != EACCES))
+    if (is_new_ || !may_write_ || wanted_.only_beside ||
+        (errno != EBUSY && errno != EPERM && errno != EACCES))
         return false;
     way_ = Way::linked;
     return write_in_place();

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -25,6 +26,7 @@
 #include "base/guards.h"
 #include "base/uninterrupted.h"
 #include "deviants/system.h"
+#include "files/durable.h"
 #include "lists/mapped.h"
 #include "stock/elog.h"
 #include "stock/path.h"
@@ -35,6 +37,8 @@ namespace {
 using stock::bytes_for;
 using stock::Fd;
 using stock::Owned;
+using stock::ReplacedFile;
+using stock::Replacing;
 
 constexpr char kMagic[8] = {'#', 'F', 'i', 'l', 'e', 'T', 'b', 'l'};
 constexpr char kZeros[8] = {};
@@ -60,6 +64,7 @@ struct Image {
     int64_t comment_bytes = 0;  // padding included
     Tbl record{};
     int64_t length = 0;  // of the whole file
+    int64_t lost = 0;    // entries that the file had and has no more
 
     int64_t slots_at() const { return kHeaderBytes + comment_bytes + kRecordBytes; }
 };
@@ -165,6 +170,8 @@ bool too_many(int64_t slots, int64_t size)
     return slots < 0 || bytes_for(slots, size) > static_cast<size_t>(INT64_MAX / 2);
 }
 
+constexpr char kTruncatedSlots[] = "Truncated slots while trying to read tbl. %s";
+
 // Checks a record behind which the file has `following` bytes. Returns the message that
 // says what is wrong with it; null when nothing is.
 const char *record_fault(const Tbl &record, int64_t following)
@@ -180,8 +187,28 @@ const char *record_fault(const Tbl &record, int64_t following)
     if (too_many(record.left_grow, record.size) || too_many(record.right_grow, record.size))
         return "Bad growth while trying to read tbl. %s";
     if (too_many(slots, record.size) || slots * record.size > following - null_value_bytes(record))
-        return "Truncated slots while trying to read tbl. %s";
+        return kTruncatedSlots;
     return nullptr;
+}
+
+// A list grows in its mapping, and the disk may get the record before the file's new length.
+// When no more slots are missing than a growth adds, takes those that are whole for the list.
+bool take_whole_slots(Image *image)
+{
+    Tbl &record = image->record;
+    const int64_t bytes = image->length - image->slots_at() - null_value_bytes(record);
+    if (bytes < 0 || too_many(record.nalloc - record.left, 1))
+        return false;
+    const int64_t whole = bytes / record.size;
+    // A file that holds no slot, but other bytes, has not been cut: its record is wrong.
+    if (record.nalloc - record.left - whole > std::max(record.left_grow, record.right_grow) ||
+        (whole == 0 && bytes > 0))
+        return false;
+    record.left = std::max(record.left, -whole);
+    record.nalloc = whole + record.left;
+    image->lost = std::max<int64_t>(record.count - record.nalloc, 0);
+    record.count -= image->lost;
+    return true;
 }
 
 // Reads the record and checks it. A record that another process is changing may be read
@@ -204,7 +231,8 @@ Finding read_record(int fd, Image *image)
             return {Content::list};
         if (tries == kMostTries ||
             (tries > 0 && std::memcmp(&before, &image->record, sizeof before) == 0))
-            return unusable(fault);
+            return fault == kTruncatedSlots && take_whole_slots(image) ? Finding{Content::list}
+                                                                       : unusable(fault);
         before = image->record;
     }
 }
@@ -262,6 +290,9 @@ Tbl *map_list(Fd &fd, const char *path, const Image &image, bool writable)
         elog_log(1, "Error trying to mmap %s.", path);
         return nullptr;
     }
+    if (image.lost > 0)
+        elog_log(0, "Tbl %s was cut short: its last %ld entries are lost.\n", path,
+                 static_cast<long>(image.lost));
     Tbl *tbl = writable ? reinterpret_cast<Tbl *>(mapaddr + kHeaderBytes + image.comment_bytes)
                         : newtbl(0);
     point_into_mapping(tbl, image, mapaddr, fd.release(), writable);
@@ -371,26 +402,21 @@ bool put_slots(FILE *stream, const Tbl *tbl)
     return put(stream, start, bytes_for(tbl->nalloc - tbl->left, tbl->size));
 }
 
-// Opens a file to be overwritten and empties it. Refuses, with EBUSY, the file that the list
-// lives in and one that a writer has open: emptying it would take away mapped memory.
-FILE *open_to_write(const Tbl *tbl, const char *path)
+// Keeps other writers out of a file that is to be replaced, if there is one. Refuses, with
+// EBUSY, the file that the list lives in and one that a writer has open: what they add
+// would be lost. False with errno.
+bool may_replace(const Tbl *tbl, const char *path, const Fd &fd)
 {
-    Fd fd(stock::uninterrupted([&] { return open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0666); }));
     struct stat status;
-    if (fd.get() < 0 || refstat(fd.get(), &status) != 0)
-        return nullptr;
-    if (S_ISREG(status.st_mode)) {
-        if ((tbl->mapaddr && leads_to(path, tbl->fd)) || !lock_for_writer(fd.get())) {
-            errno = EBUSY;
-            return nullptr;
-        }
-        if (stock::uninterrupted([&] { return ftruncate(fd.get(), 0); }) != 0)
-            return nullptr;
-    }
-    FILE *stream = fdopen(fd.get(), "w+");
-    if (stream)
-        static_cast<void>(fd.release());
-    return stream;
+    if (fd.get() < 0)
+        return errno == ENOENT;
+    if (refstat(fd.get(), &status) != 0)
+        return false;
+    if (!S_ISREG(status.st_mode) ||
+        (!(tbl->mapaddr && leads_to(path, tbl->fd)) && lock_for_writer(fd.get())))
+        return true;
+    errno = EBUSY;
+    return false;
 }
 
 // Writes the image and closes the stream; null for a stream that could not be opened.
@@ -410,6 +436,18 @@ int write_and_close(const Tbl *tbl, FILE *stream, const char *path, const char *
         return -1;
     }
     return written;
+}
+
+// Writes the image to a new file. Returns 0, or -1 with the reason logged.
+int write_new(const Tbl *tbl, ReplacedFile &file, const char *path, const char *comment)
+{
+    if (write_and_close(tbl, file.stream(), path, comment) != 0)
+        return -1;
+    if (!file.finish()) {
+        elog_log(1, "Failed to close tbl file %s", path);
+        return -1;
+    }
+    return 0;
 }
 
 // Making files.
@@ -447,10 +485,9 @@ Tbl *empty_list(const WantedList &wanted)
 // that fails; the file is then empty again.
 Tbl *fill_file(Fd &fd, const char *path, const char *comment, const Tbl *list)
 {
-    const int copy = fcntl(fd.get(), F_DUPFD_CLOEXEC, 0);  // shares the writer's lock
     Image image;
     Tbl *tbl = nullptr;
-    if (write_and_close(list, copy < 0 ? nullptr : fdopen(copy, "w"), path, comment) == 0)
+    if (write_and_close(list, stock::stream_on(fd.get()), path, comment) == 0)
         tbl = open_list(fd, path, true, &image);
     if (!tbl)
         static_cast<void>(stock::uninterrupted([&] { return ftruncate(fd.get(), 0); }));
@@ -466,33 +503,6 @@ Owned<char> resolve_link(const char *path)
     return Owned<char>(target ? target : stock::copy_text(path, "path"));
 }
 
-// Where to cut a longer UTF-8 name so that at most n bytes and no part of a character are
-// left; n when the bytes there are not UTF-8.
-size_t character_boundary(const char *name, size_t n)
-{
-    constexpr size_t kMostFollowing = 3;  // bytes of a character after its first
-    size_t end = n;
-    while (end > 1 && n - end < kMostFollowing && (name[end] & 0xC0) == 0x80)
-        --end;
-    return (name[end] & 0xC0) == 0x80 ? n : end;
-}
-
-// The file's path with the ending appended. When the file system of the open file allows
-// no such long name, the name is cut before the ending.
-Owned<char> name_beside(const char *file, const char *ending, int fd)
-{
-    const char *slash = std::strrchr(file, '/');
-    const auto directory = static_cast<size_t>(slash ? slash + 1 - file : 0);
-    const long most = fpathconf(fd, _PC_NAME_MAX);
-    const auto room = (most > 0 ? static_cast<size_t>(most) : 255) - std::strlen(ending);
-    const size_t whole = std::strlen(file + directory);
-    const size_t kept = whole > room ? character_boundary(file + directory, room) : whole;
-    const size_t length = directory + kept + std::strlen(ending) + 1;
-    Owned<char> name(static_cast<char *>(stock::allocate(length, "name")));
-    std::snprintf(name.get(), length, "%.*s%s", static_cast<int>(directory + kept), file, ending);
-    return name;
-}
-
 // Gives a new file the owner, the group and the mode of the file it replaces, as far as
 // this user may.
 void take_owner_and_mode(int fd, const struct stat &old)
@@ -506,29 +516,31 @@ void take_owner_and_mode(int fd, const struct stat &old)
     fchmod(fd, static_cast<mode_t>(mode));
 }
 
-// Writes the list into a new file and renames that over the old one, which stays when
-// anything fails. The new file is locked before it gets the name, so that no other writer
-// can open it first. Null, with the reason logged, on failure.
-Tbl *replace_file(const char *path, const char *comment, const Tbl *list, int old)
+// Replaces the file of a list by a larger one, which is locked before it gets the name, so
+// that no other writer can open it first. The old file stays when anything fails. Null, with
+// the reason logged, on failure.
+Tbl *replace_file(const WantedList &wanted, const Tbl *larger, ListPtr old)
 {
-    const Owned<char> file = resolve_link(path);
-    const Owned<char> name = name_beside(file.get(), ".XXXXXX", old);
-    Fd fd(mkostemp(name.get(), O_CLOEXEC));
-    if (fd.get() < 0) {
-        elog_log(1, "Can't open %s to write tbl.\n", path);
+    Fd kept(fcntl(old->fd, F_DUPFD_CLOEXEC, 0));  // has the writer's lock too
+    Replacing how;
+    how.open_fd = kept.get();
+    ReplacedFile file(how);
+    if (kept.get() < 0 || !file.open(wanted.path)) {
+        elog_log(1, "Can't open %s to write tbl.\n", wanted.path);
         return nullptr;
     }
-    lock_for_writer(fd.get());
-    struct stat status;
-    if (refstat(old, &status) == 0)
-        take_owner_and_mode(fd.get(), status);
-    ListPtr larger(fill_file(fd, name.get(), comment, list));
-    if (larger && std::rename(name.get(), file.get()) == 0)
-        return larger.release();
-    if (larger)
-        elog_log(1, "Can't rename %s to %s.\n", name.get(), file.get());
-    unlink(name.get());
-    return nullptr;
+    if (write_new(larger, file, wanted.path, wanted.comment) != 0)
+        return nullptr;
+    old.reset();  // its mapping is not to be used when the file is written in place
+    if (!file.put_in_place()) {
+        log_damage(file);
+        elog_log(1, "Can't rename %s to %s.\n", file.beside(), file.file());
+        return nullptr;
+    }
+    file.tell_if_unguarded();
+    Fd fd(file.is_written_in_place() ? kept.release() : file.release_fd());
+    Image image;
+    return open_list(fd, wanted.path, true, &image);
 }
 
 bool good_size(int size)
@@ -551,7 +563,7 @@ int open_or_enlarge(Fd &fd, const WantedList &wanted, const Image &image, Tbl **
         const ListPtr larger(empty_list(wanted));
         if (cattbl(larger.get(), old.get()) != 0)
             return -1;
-        old.reset(replace_file(wanted.path, wanted.comment, larger.get(), old->fd));
+        old.reset(replace_file(wanted, larger.get(), std::move(old)));
         if (!old)
             elog_die(0, "Couldn't extend list %s", wanted.path);
     }
@@ -559,28 +571,41 @@ int open_or_enlarge(Fd &fd, const WantedList &wanted, const Image &image, Tbl **
     return *tbl ? 0 : -1;
 }
 
-// Makes a file that was missing. When another process has made it meanwhile, filetbl starts
+// Makes a file that was missing: it gets its name when it is whole. A new list is empty, so
+// nothing waits for the disk. When another process has made the file meanwhile, filetbl starts
 // again with that file.
 int make_file(const WantedList &wanted, const Tbl *list, Tbl **tbl)
 {
     if (make_pathdirs(wanted.path) != 0)
         return -1;
-    Fd fd(open_file(wanted.path, true, O_CREAT));
-    struct stat status;
-    if (fd.get() < 0) {
-        log_refusal(wanted.path);
-        return -1;
+    bool is_made = false;
+    {
+        Replacing how;
+        how.synced = false;
+        how.give_name = stock::rename_new;
+        ReplacedFile file(how);
+        if (!file.open(wanted.path)) {
+            log_refusal(wanted.path);
+            return -1;
+        }
+        is_made = !file.is_new();
+        if (!is_made && write_new(list, file, wanted.path, wanted.comment) != 0)
+            return -1;
+        if (!is_made && file.put_in_place()) {
+            Fd fd(file.release_fd());
+            Image image;
+            *tbl = open_list(fd, wanted.path, true, &image);
+            if (!*tbl)
+                unlink(file.file());
+            return *tbl ? 0 : -1;
+        }
+        is_made = is_made || errno == EEXIST;
+        if (!is_made)
+            elog_log(1, "Can't rename %s to %s.\n", file.beside(), file.file());
     }
-    if (refstat(fd.get(), &status) != 0 || status.st_size != 0) {
-        ::close(fd.release());  // gives up the writer's lock, which filetbl takes again
-        return filetbl(wanted.path, wanted.comment, wanted.slots, wanted.null_value, wanted.size,
-                       tbl);
-    }
-    *tbl = fill_file(fd, wanted.path, wanted.comment, list);
-    if (*tbl)
-        return 0;
-    unlink(resolve_link(wanted.path).get());
-    return -1;
+    return is_made ? filetbl(wanted.path, wanted.comment, wanted.slots, wanted.null_value,
+                             wanted.size, tbl)
+                   : -1;
 }
 
 // Renames a file to its name with "~" appended, or the first of "~2", "~3" ... that is free.
@@ -591,11 +616,12 @@ Owned<char> rename_aside(const char *file, int fd)
         char ending[16] = "~";
         if (n > 1)
             std::snprintf(ending, sizeof ending, "~%d", n);
-        Owned<char> name = name_beside(file, ending, fd);
-        if (stock::rename_new(file, name.get()))
-            return name;
-        if (errno != EEXIST) {
-            elog_log(1, "Can't rename %s to %s.\n", file, name.get());
+        char name[PATH_MAX];
+        const bool fits = stock::name_beside(file, ending, fd, name);
+        if (fits && stock::rename_new(file, name))
+            return Owned<char>(stock::copy_text(name, "name"));
+        if (!fits || errno != EEXIST) {
+            elog_log(1, "Can't rename %s to %s.\n", file, name);
             return nullptr;
         }
     }
@@ -640,9 +666,32 @@ int writetbl(const Tbl *tbl, FILE *stream, const char *comment)
 
 int savetbl(const Tbl *tbl, const char *path, const char *comment)
 {
-    if (make_pathdirs(path) != 0)
+    struct stat status;
+    if (restat(path, &status) != 0 && make_pathdirs(path) != 0)
         return -1;
-    return write_and_close(tbl, open_to_write(tbl, path), path, comment);
+    for (int tries = 0;; ++tries) {
+        const Fd old(stock::uninterrupted([&] { return open(path, O_RDWR | O_CLOEXEC); }));
+        Replacing how;
+        how.open_fd = old.get();
+        how.give_name = old.get() < 0 ? stock::rename_new : nullptr;
+        ReplacedFile file(how);
+        if (!may_replace(tbl, path, old) || !file.open(path)) {
+            elog_log(1, "Can't open %s to write tbl.\n", path);
+            return -1;
+        }
+        if (write_new(tbl, file, path, comment) != 0)
+            return -1;
+        if (file.put_in_place()) {
+            file.tell_if_unguarded();
+            return 0;
+        }
+        // Somebody has made the file meanwhile, who may be a writer.
+        if (old.get() < 0 && errno == EEXIST && tries < kMostTries)
+            continue;
+        log_damage(file);
+        elog_log(1, "Errors while writing tbl to %s.\n", path);
+        return -1;
+    }
 }
 
 Tbl *readtbl(const char *path, char **comment, int writable)

@@ -121,16 +121,25 @@ bool map_over_reserved(char *mapaddr, int64_t from, int64_t to, int prot, int fd
                 from) != MAP_FAILED;
 }
 
-// Lengthens the file by `bytes` zero bytes that have space on the disk. When there is none
-// the file gets its old length back and the process ends.
-void lengthen_file(int fd, int64_t bytes)
+// Writes the file with its new length to the disk, if it can be asked for.
+bool sync_file(int fd)
+{
+    return stock::uninterrupted([=] { return fsync(fd); }) == 0 || errno == EINVAL ||
+           errno == ENOTSUP || errno == ENOSYS;
+}
+
+// Lengthens the file by `bytes` zero bytes that have space on the disk, and with `synced` waits
+// for the disk to know the length. When there is no space the file gets its old length back and
+// the process ends.
+void lengthen_file(int fd, int64_t bytes, bool synced)
 {
     const stock::FileSizeSignalBlocked blocked;
     const int64_t last = relseek(fd, bytes - 1, SEEK_END);
     if (last < 0)
         elog_die(1, "Couldn't lseek %ld bytes beyond end of file", static_cast<long>(bytes));
     const int64_t end = last - (bytes - 1);
-    if (stock::take_disk_space(fd, end, bytes) && rewrite(fd, "", 1) == 1)
+    if (stock::take_disk_space(fd, end, bytes) && rewrite(fd, "", 1) == 1 &&
+        (!synced || sync_file(fd)))
         return;
     {
         const KeepErrno keep;  // the reason that elog_die reports
@@ -177,12 +186,12 @@ void check_extensible(const Tbl *tbl)
         elog_die(0, "*stack* Can't extend read-only list.\n");
 }
 
-void extend_mapped(Tbl *tbl, int64_t slots)
+void extend_mapped(Tbl *tbl, int64_t slots, bool moves)
 {
     check_extensible(tbl);
     const auto bytes = static_cast<int64_t>(
         std::min<size_t>(bytes_for(slots, tbl->size), static_cast<size_t>(INT64_MAX)));
-    lengthen_file(tbl->fd, bytes);
+    lengthen_file(tbl->fd, bytes, moves);
     auto *mapaddr = static_cast<char *>(tbl->mapaddr);
     const int64_t length = tbl->maplen + bytes;
     const int64_t mapped = whole_pages(tbl->maplen);

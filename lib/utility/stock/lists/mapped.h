@@ -19,9 +19,12 @@ char *map_list_file(int fd, std::int64_t length, bool writable);
 void check_extensible(const Tbl *tbl);
 
 // Lengthens the file and the mapping of a mapped list by `slots` slots of zero bytes. No
-// slot moves; the caller adds the new ones to nalloc. Ends the process when the list is
-// read-only, the disk is full or the addresses that follow are in use.
-void extend_mapped(Tbl *tbl, std::int64_t slots);
+// slot moves; the caller adds the new ones to nalloc. When it will move the entries too
+// (`moves`), the file with its new length is on the disk first, so that a power failure does not
+// take entries away that were there before. Without that, such a failure costs the new entries
+// alone, which nobody was promised: opening the list takes what is whole. Ends the process when
+// the list is read-only, the disk is full or the addresses that follow are in use.
+void extend_mapped(Tbl *tbl, std::int64_t slots, bool moves);
 
 // Closes a mapped list: frees what lies outside the file, closes its descriptor, which
 // gives up the writer's lock, and unmaps it. Logs a complaint when unmapping fails.

@@ -182,7 +182,7 @@ void add_back_slots(Tbl *tbl, int64_t increment)
     if (!tbl->base)
         tbl->base = new_block(tbl, increment, "right_growtbl");
     else if (tbl->mapaddr)
-        stock::extend_mapped(tbl, increment);
+        stock::extend_mapped(tbl, increment, false);
     else
         resize_block(tbl, capped_sum(tbl->nalloc - tbl->left, increment), "prev", "right_growtbl");
     // Only now, because growing may end the process: the record of a list in a file must
@@ -218,7 +218,7 @@ void add_front_slots(Tbl *tbl)
     if (!tbl->base)
         tbl->base = new_block(tbl, increment, "left_growtbl");
     else if (tbl->mapaddr)
-        stock::extend_mapped(tbl, increment);
+        stock::extend_mapped(tbl, increment, true);
     else
         resize_block(tbl, capped_sum(increment, tbl->nalloc), "tbl->base.cp", "left_growtbl");
     char *first = slot(tbl, increment);

@@ -16,10 +16,12 @@
 
 #include "base/alloc.h"
 #include "base/ascii.h"
+#include "base/file_size_signal.h"
 #include "base/fixed_text.h"
 #include "base/gatherer.h"
 #include "base/growing_text.h"
 #include "base/guards.h"
+#include "files/durable.h"
 #include "pf/node.h"
 #include "pf/parsing.h"
 #include "stock/elog.h"
@@ -378,8 +380,10 @@ void complain_if_too_deep(int depth)
 
 int pfwrite(const char *path, const Pf *pf)
 {
+    const stock::FileSizeSignalBlocked blocked;
+    stock::ReplacedFile file({});
     errno = EINVAL;
-    FILE *stream = path ? std::fopen(path, "w+") : nullptr;
+    FILE *stream = path && file.open(path) ? file.stream() : nullptr;
     if (!stream) {
         elog_log(1, "Can't open %s for writing.\n", okstr(path));
         return -1;
@@ -387,12 +391,14 @@ int pfwrite(const char *path, const Pf *pf)
     const int written = pfout(stream, pf);
     const bool failed = std::fflush(stream) != 0 || std::ferror(stream);
     const int reason = errno;
-    if (std::fclose(stream) != 0 || failed) {
+    if (std::fclose(stream) != 0 || failed || !file.finish() || !file.put_in_place()) {
         if (failed)
             errno = reason;
+        log_damage(file);
         elog_log(1, "Can't close %s.\n", path);
         return -1;
     }
+    file.tell_if_unguarded();
     return written;
 }
 
