@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Cuts the power, and kills, at every call of every durable write.
 
-    power.py [--only NAME...] DRIVER TOOL DAEMON FAIL_ALLOC USER_LIBRARY   (as run.py takes them)
+    power.py [--only NAME,NAME...] DRIVER TOOL DAEMON FAIL_ALLOC USER_LIBRARY   (as run.py takes them)
 
 A run that is killed (strace, SIGKILL) when it enters its k-th call shows the files as they
 are between two calls, mapped stores and all. From one such moment to the next the changes
@@ -254,7 +254,7 @@ def examine(scene, work, pool, counts, shown):
 
 def main():
     parser = argparse.ArgumentParser()
-    parser.add_argument("--only", nargs="*", default=DURABLE)
+    parser.add_argument("--only", type=lambda names: names.split(","), default=DURABLE)
     parser.add_argument("--known", default=os.path.join(os.path.dirname(os.path.abspath(__file__)), "known.txt"))
     for name in ("driver", "tool", "daemon", "fail_alloc", "library"):
         parser.add_argument(name, type=os.path.abspath)
