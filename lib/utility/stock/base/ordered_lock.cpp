@@ -178,8 +178,8 @@ namespace {
 
 // In the order of Place.
 constexpr std::string_view kNames[] = {
-    "grave",     "methods", "log",        "zone",  "root",   "mappings", "view",
-    "directory", "trees",   "references", "parse", "tokens", "formats",  "username",
+    "grave",     "methods", "log",        "zone",  "root",    "mappings", "view",
+    "directory", "trees",   "references", "parse", "formats", "username",
 };
 static_assert(std::size(kNames) == static_cast<std::size_t>(Place::username) + 1);
 

@@ -43,7 +43,6 @@ enum class Place : std::uint8_t {
     trees,       // the registered parameter trees
     references,  // parameter trees that other trees refer to
     parse,       // the buffers of parsing
-    tokens,      // the scanner of times
     formats,     // the default formats of times
     username,    // the user's name
 };
