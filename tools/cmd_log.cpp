@@ -116,5 +116,7 @@ int cmd_log(int argc, char **argv)
     while (++i < argc)
         report.text.append(" ").append(argv[i]);
     send(report);
-    return kDone;
+    int refused = 0;
+    elog_query(ELOG_REFUSED, 0, &refused);
+    return refused ? kFailed : kDone;
 }

@@ -1,8 +1,15 @@
 // The command-line tool of stock: its main function, the table of its commands, and the
 // functions that choose a command from a table and print help.
 
+#include <cerrno>
+#include <csignal>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstring>
+#include <new>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include "command.h"
 #include "stock.h"
@@ -45,7 +52,52 @@ bool is_help(const char *word)
     return !strcmp(word, "--help") || !strcmp(word, "-h");
 }
 
+// Opens those of 0, 1 and 2 that are closed, so that no file of the tool lies there. What is
+// opened can be neither read nor written, as a closed descriptor.
+void occupy_standard_descriptors()
+{
+    int fd = -1;
+    do
+        fd = open("/", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    while (fd >= 0 && fd <= STDERR_FILENO);
+    if (fd >= 0)
+        close(fd);
+}
+
+// A write beyond the file-size limit fails instead of ending the tool. Commands that the tool
+// starts get the system's action again, because a handler does not outlive exec.
+void survive_file_size_limit()
+{
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    action.sa_flags = SA_RESTART;
+    sigemptyset(&action.sa_mask);
+    struct sigaction before = {};
+    if (sigaction(SIGXFSZ, nullptr, &before) == 0 && before.sa_handler == SIG_DFL)
+        sigaction(SIGXFSZ, &action, nullptr);
+}
+
 }  // namespace
+
+// The tool's own memory runs out as the library's does: with its message and status 1. No
+// std::bad_alloc is thrown.
+void *operator new(std::size_t bytes)
+{
+    void *block = std::malloc(bytes > 0 ? bytes : 1);
+    if (block)
+        return block;
+    errno = ENOMEM;
+    elog_die(1, "Out of memory in %s at line %d of '%s'\n\tCan't malloc %lu bytes for %s\n",
+             "operator new", __LINE__, "stock.cpp", static_cast<unsigned long>(bytes), "stock");
+}
+void operator delete(void *block) noexcept
+{
+    std::free(block);
+}
+void operator delete(void *block, std::size_t) noexcept
+{
+    std::free(block);
+}
 
 bool helped(int argc, char **argv, const char *help)
 {
@@ -87,6 +139,8 @@ int run_tool(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
+    occupy_standard_descriptors();
+    survive_file_size_limit();
     elog_init(argc, argv);
     int status = kDone;
     if (argc == 2 && !strcmp(argv[1], "--version"))

@@ -394,7 +394,8 @@ enum {
     ELOG_CALLBACK_FN = 12,  /* Elog_callback: the program's callback; replaces it, null for none */
     ELOG_STRING_FROM = 13,  /* char *: elog_string with the severity as the mark, the caller's; - */
     ELOG_REFERENCE = 14,    /* double: the time that %e counts from; replaces it */
-    ELOG_PROGRAM_NAME = 15  /* char *: the program's name; - */
+    ELOG_PROGRAM_NAME = 15, /* char *: the program's name; - */
+    ELOG_REFUSED = 16       /* int: deliveries that a file or stream did not take; - */
 };
 
 /*

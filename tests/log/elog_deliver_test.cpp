@@ -5,9 +5,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <thread>
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -41,6 +43,30 @@ Elog_msg new_message(const char *text)
 }
 
 bool Close_fails = false;
+int Refused = 0;
+bool Called = false;
+
+void limit_file_size(rlim_t bytes)
+{
+    const rlimit limit = {bytes, bytes};
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+// Makes standard error a pipe that is full. Returns its other end.
+int fill_standard_error()
+{
+    int pipes[2];
+    if (pipe(pipes) != 0)
+        abort();
+    fcntl(pipes[1], F_SETPIPE_SZ, 4096);
+    fcntl(pipes[1], F_SETFL, O_NONBLOCK);
+    while (write(pipes[1], "-", 1) == 1) {
+    }
+    fcntl(pipes[1], F_SETFL, 0);
+    dup2(pipes[1], STDERR_FILENO);
+    close(pipes[1]);
+    return pipes[0];
+}
 
 }  // namespace
 
@@ -302,9 +328,168 @@ TEST(ElogFile, ATerminalDoesNotBecomeTheControllingOne)
 TEST(ElogFile, AFullDiskIsReportedAndTheOtherDestinationsGetTheMessage)
 {
     const Ended ended = complained("/dev/full stdout", [] { elog_log(0, "why"); });
-    EXPECT_EQ(ended.err, "Can't close error file '/dev/full'\n\t: No space left on device\nwhy\n");
+    EXPECT_EQ(ended.err,
+              "Can't write to error file '/dev/full'\n\t: No space left on device\nwhy\nx\n");
     EXPECT_EQ(ended.out, "x\nkept 0");
     EXPECT_EQ(ended.status, 0);
+}
+
+TEST(ElogFile, WhatItRefusesIsCounted)
+{
+    const Ended ended = complained("/dev/full", [] {
+        int refused = -1;
+        EXPECT_EQ(elog_query(ELOG_REFUSED, 0, &refused), 0);
+        EXPECT_EQ(refused, 0);
+        std::atexit([] {
+            elog_query(ELOG_REFUSED, 0, &Refused);
+            printf(" refused %d", Refused);
+        });
+    });
+    EXPECT_EQ(ended.out, "kept 0 refused 1");
+}
+
+TEST(ElogFile, AMessageForOneThatCannotBeOpenedNowGoesToStandardError)
+{
+    const BlanklessDir dir;
+    const Ended ended = complained(dir / "f", [] {
+        const rlimit none = {3, 3};
+        setrlimit(RLIMIT_NOFILE, &none);
+    });
+    EXPECT_EQ(ended.err, "Can't open error file '" + dir / "f" + "'\n\t: Too many open files\nx\n");
+}
+
+TEST(ElogFile, AMessageBeyondTheLimitOfFileSizesGoesToStandardError)
+{
+    const BlanklessDir dir;
+    const Ended ended = complained(dir / "f", [] { limit_file_size(1); });
+    EXPECT_EQ(ended.err, "Can't write to error file '" + dir / "f" + "'\n\t: File too large\nx\n");
+    EXPECT_EQ(ended.status, 0);
+}
+
+TEST(ElogFile, StandardErrorBeyondTheLimitOfFileSizesDoesNotEndTheProcess)
+{
+    const TempDir dir;
+    const std::string file = dir.file("f", "");
+    const Ended ended = complained("stderr", [&] {
+        dup2(open(file.c_str(), O_WRONLY), STDERR_FILENO);
+        limit_file_size(1);
+    });
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.signal, 0);
+}
+
+TEST(ElogFile, TheProgramsActionForFilesThatAreTooLargeIsNotCalledAndStays)
+{
+    const BlanklessDir dir;
+    const Ended ended = complained((dir / "f"), [] {
+        signal(SIGXFSZ, [](int) { Called = true; });
+        limit_file_size(1);
+        std::atexit([] {
+            printf(" %d", Called);
+            raise(SIGXFSZ);
+            printf("%d", Called);
+        });
+    });
+    EXPECT_EQ(ended.out, "kept 0 01");
+}
+
+// ---- Readers that do not read ----
+
+TEST(ElogReader, ADyingProcessDoesNotWaitForEverForTheReaderOfANamedPipe)
+{
+    const BlanklessDir dir;
+    const std::string pipe = dir / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const Ended ended = untagged([&] {
+        alarm(60);
+        elog_set(ELOG_DELIVER_FIELD, ELOG_DIE, pipe.c_str());
+        elog_die(0, "x");
+    });
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.err,
+              "Can't open error file '" + pipe + "'\n\t: No such device or address\nx\n");
+}
+
+TEST(ElogReader, ACrashingProcessDoesNotWaitForEverForTheReaderOfANamedPipe)
+{
+    const BlanklessDir dir;
+    const std::string pipe = dir / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const int signal : {SIGABRT, SIGFPE}) {
+        const Ended ended = untagged([&] {
+            elog_init(0, nullptr);
+            elog_set(ELOG_DELIVER_FIELD, ELOG_FAULT, pipe.c_str());
+            if (signal == SIGFPE)
+                raise(SIGFPE);
+            elog_fault(0, "x");
+        });
+        EXPECT_NE(ended.signal, 0);
+    }
+}
+
+TEST(ElogReader, ADyingProcessDoesNotWaitForEverForTheReaderOfStandardError)
+{
+    const Ended ended = untagged([] {
+        fill_standard_error();
+        alarm(60);
+        elog_die(0, "x");
+    });
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(ElogReader, ADyingThreadDoesNotWaitForOneThatWaitsForTheReader)
+{
+    const Ended ended = untagged([] {
+        fill_standard_error();
+        alarm(60);
+        std::thread([] { elog_complain(0, "nobody reads"); }).detach();
+        usleep(100000);
+        elog_die(0, "x");
+    });
+    EXPECT_EQ(ended.status, 1);
+}
+
+TEST(ElogReader, AProcessThatGoesOnWaitsForTheReaderOfANamedPipe)
+{
+    const BlanklessDir dir;
+    const std::string pipe = dir / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    const std::string large(9000, 'x');
+    const Ended ended = untagged([&] {
+        std::thread reader([&] {
+            usleep(200000);
+            printf("%s", read_file(pipe).c_str());
+        });
+        elog_set(ELOG_DELIVER_FIELD, ELOG_COMPLAIN, pipe.c_str());
+        elog_complain(0, "%s", large.c_str());
+        reader.join();
+    });
+    EXPECT_EQ(ended.out, large + "\n");
+    EXPECT_EQ(ended.err, "");
+}
+
+TEST(ElogReader, AProcessThatGoesOnWaitsForTheReaderOfStandardError)
+{
+    const std::string large(9000, 'x');
+    const Ended ended = untagged([&] {
+        const int reads = fill_standard_error();
+        std::thread reader([&] {
+            usleep(200000);
+            std::string text(200000, '\0');
+            size_t got = 0;
+            ssize_t now = 0;
+            while ((now = read(reads, text.data() + got, text.size() - got)) > 0) {
+                got += static_cast<size_t>(now);
+                if (text[got - 1] == '\n')
+                    break;
+            }
+            text.resize(got);
+            printf("%s", text.substr(text.find('x')).c_str());
+        });
+        elog_complain(0, "%s", large.c_str());
+        reader.join();
+    });
+    EXPECT_EQ(ended.out, large + "\n");
 }
 
 TEST(ElogFile, OneThatCannotBeClosedIsReportedAndTheMessageDropped)

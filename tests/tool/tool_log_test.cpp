@@ -54,6 +54,15 @@ TEST(ToolLog, DieAndFaultEndAsInAProgram)
     EXPECT_EQ(fault.signal, SIGABRT);
 }
 
+TEST(ToolLog, GivesOneWhenItsMessageCannotBeDelivered)
+{
+    const Ended full = log({"x"}, {"ELOG_DELIVER=/dev/full"});
+    EXPECT_EQ(full.err, "Can't write to error file '/dev/full'\n\t: No space left on device\n"
+                        "stock: x\n");
+    EXPECT_EQ(full.status, 1);
+    EXPECT_EQ(log({"x"}, {"ELOG_DELIVER=/no/directory/log"}).status, 1);
+}
+
 TEST(ToolLog, ALogMessageIsSeenOnlyWhereItIsDelivered)
 {
     EXPECT_EQ(log({"-s", "log", "x"}).err, "");

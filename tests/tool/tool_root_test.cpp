@@ -28,6 +28,15 @@ const std::string kDefault = std::string(Default_taluvinepath) + "\nfound as the
 
 }  // namespace
 
+TEST(ToolFileSize, AWriteThatIsTooLargeFailsWithItsMessage)
+{
+    const TempDir dir;
+    const Ended ended = run_program(
+        {"/bin/sh", "-c", "ulimit -f 0; exec \"$0\" --version > \"$1\"", tool_path(), dir / "out"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.err, "stock: can't write to standard output\n\tFile too large\n");
+}
+
 TEST(ToolRoot, IsGivenByTheEnvironment)
 {
     const Ended ended = run_program({tool_path(), "root"}, "", {"TALUVINE=/some/root"});

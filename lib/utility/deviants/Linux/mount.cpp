@@ -21,6 +21,7 @@
 
 #include "base/alloc.h"
 #include "base/ascii.h"
+#include "base/descriptor.h"
 #include "base/fixed_text.h"
 #include "base/guards.h"
 #include "base/uninterrupted.h"
@@ -30,15 +31,16 @@ namespace {
 // Reads a file line by line.
 class LineReader {
 public:
-    explicit LineReader(const char *path) : file_(std::fopen(path, "re")) {}
+    explicit LineReader(const char *path) : file_(stock::open_to_read(path)) {}
 
     explicit operator bool() const { return file_ != nullptr; }
 
     // Sets `line` to the next line without its newline, valid until the next call. False at the
-    // end.
+    // end, with errno 0, and when the file cannot be read.
     bool next(std::string_view &line)
     {
         char *text = text_.release();
+        errno = 0;
         const ssize_t length = getline(&text, &size_, file_.get());
         text_.reset(text);
         if (length <= 0)
@@ -85,7 +87,8 @@ void copy_field(std::string_view field, char (&out)[size])
     text.c_str();
 }
 
-// The number of the mount that the descriptor's file is on, or -1.
+// The number of the mount that the descriptor's file is on; -1 with errno, which is 0 when there
+// is none.
 long mount_number(int fd)
 {
     constexpr std::string_view kName = "mnt_id:";
@@ -112,6 +115,14 @@ bool read_mount(std::string_view line, long number, stock::Mount &mount)
     return true;
 }
 
+// False, with the errno of what failed, or else ENODEV.
+bool no_mount()
+{
+    if (errno == 0)
+        errno = ENODEV;
+    return false;
+}
+
 }  // namespace
 
 bool stock::find_mount(const char *path, Mount &mount)
@@ -121,10 +132,12 @@ bool stock::find_mount(const char *path, Mount &mount)
     struct statfs status;
     if (uninterrupted([&] { return statfs(path, &status); }) != 0)
         return false;
-    const Fd fd(uninterrupted([=] { return open(path, O_PATH | O_CLOEXEC); }));
+    const Fd fd(beyond_standard(uninterrupted([=] { return open(path, O_PATH | O_CLOEXEC); })));
     if (fd.get() < 0)
         return false;
     const long number = mount_number(fd.get());
+    if (number < 0)
+        return no_mount();
     LineReader lines("/proc/self/mountinfo");
     if (!lines)
         return false;
@@ -132,6 +145,5 @@ bool stock::find_mount(const char *path, Mount &mount)
     while (lines.next(line))
         if (read_mount(line, number, mount))
             return true;
-    errno = ENODEV;
-    return false;
+    return no_mount();
 }

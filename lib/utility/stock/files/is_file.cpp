@@ -27,6 +27,7 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/descriptor.h"
 #include "base/growing_text.h"
 #include "base/guards.h"
 #include "base/limits.h"
@@ -115,6 +116,11 @@ public:
         do
             dir_ = path ? opendir(path) : nullptr;
         while (!dir_ && errno == EINTR);
+        if (!dir_ || dirfd(dir_) > STDERR_FILENO)
+            return;
+        closedir(dir_);
+        const stock::StandardOccupied occupied;
+        dir_ = opendir(path);
     }
     ~OpenDirectory()
     {

@@ -27,6 +27,7 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/descriptor.h"
 #include "base/guards.h"
 #include "base/limits.h"
 #include "files/files_state.h"
@@ -321,7 +322,7 @@ int open_file(const char *file, bool writable)
 {
     const int flags = (writable ? O_RDWR : O_RDONLY) | O_CLOEXEC | O_NOCTTY;
     const int fd = reopen(file, flags | O_NONBLOCK);
-    return fd < 0 && errno == EWOULDBLOCK ? reopen(file, flags) : fd;
+    return stock::beyond_standard(fd < 0 && errno == EWOULDBLOCK ? reopen(file, flags) : fd);
 }
 
 bool is_for_want_of_room(int error)

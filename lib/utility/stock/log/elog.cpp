@@ -393,12 +393,14 @@ void elog_complain(int flag, const char *format, ...)
 
 void elog_die(int flag, const char *format, ...)
 {
+    The_end.wanted = true;
     REPORT(ELOG_DIE);
     end_with_state();
 }
 
 void elog_fault(int flag, const char *format, ...)
 {
+    The_end.wanted = true;
     REPORT(ELOG_FAULT);
     abort_process();
 }
@@ -485,7 +487,7 @@ void elog_free_msg(void *entry)
 
 int elog_query(int code, int severity, void *result)
 {
-    if (code < ELOG_TBL || code > ELOG_PROGRAM_NAME || !result)
+    if (code < ELOG_TBL || code > ELOG_REFUSED || !result)
         return -1;
     need_init();
     const Holding hold(Lock);
@@ -509,6 +511,7 @@ int elog_query(int code, int severity, void *result)
     case ELOG_STRING_FROM: return answer(result, elog_string(severity));
     case ELOG_REFERENCE: return answer(result, The_startup.reference_time.load());
     case ELOG_PROGRAM_NAME: return answer<char *>(result, The_program.name);
+    case ELOG_REFUSED: return answer(result, The_stack.refused.load());
     default: return -1;
     }
 }

@@ -13,9 +13,14 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
+#include <time.h>
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/descriptor.h"
+#include "base/file_size_signal.h"
 #include "base/fixed_text.h"
 #include "base/guards.h"
 #include "base/uninterrupted.h"
@@ -38,10 +43,55 @@ void unrecognized(std::string_view word)
     elog_fail("unrecognized delivery '%.*s'\n", WORD(word));
 }
 
+constexpr int kReaderSeconds = 3;  // that a wait for a reader lasts when a thread dies
+
+// How long a wait for a reader goes on: without end, unless a thread dies.
+class Patience {
+public:
+    bool is_over()
+    {
+        if (!The_end.wanted)
+            return false;
+        timespec time = {};
+        ::clock_gettime(CLOCK_MONOTONIC, &time);
+        const double now =
+            static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+        if (until_ == 0)
+            until_ = now + kReaderSeconds;
+        if (!The_end.no_reader && now < until_)
+            return false;
+        The_end.no_reader = true;
+        return true;
+    }
+
+private:
+    double until_ = 0;  // 0: no thread died yet
+};
+
+bool is_pipe_without_reader(const char *path)
+{
+    struct stat file;
+    return errno == ENXIO && ::stat(path, &file) == 0 && S_ISFIFO(file.st_mode);
+}
+
+// Opens without waiting for the reader of a named pipe longer than Patience has.
 int open_to_append(const char *path)
 {
     constexpr int kFlags = O_WRONLY | O_APPEND | O_CREAT | O_NOCTTY | O_CLOEXEC;
-    return uninterrupted([=] { return ::open(path, kFlags, 0664); });
+    Patience patience;
+    for (;;) {
+        int fd = uninterrupted([=] { return ::open(path, kFlags | O_NONBLOCK, 0664); });
+        if (fd < 0 && errno == EWOULDBLOCK)  // another process has a lease on the file
+            fd = uninterrupted([=] { return ::open(path, kFlags, 0664); });
+        if (fd >= 0 || !is_pipe_without_reader(path))
+            return beyond_standard(fd);
+        if (patience.is_over()) {
+            errno = ENXIO;
+            return -1;
+        }
+        constexpr timespec kHundredth{0, 10'000'000};
+        ::nanosleep(&kHundredth, nullptr);
+    }
 }
 
 bool write_message(int fd, const Elog_msg &msg);
@@ -57,6 +107,21 @@ int print_to_file(int fd, const Batch &batch)
     return error;
 }
 
+// Whether no log file can have the path, whenever it is opened. Meant: a message for such a
+// path is dropped.
+bool is_wrong_path(int error)
+{
+    return error == ENOENT || error == ENOTDIR || error == EISDIR || error == ENAMETOOLONG ||
+           error == ELOOP;
+}
+
+// Prints the message that is not on the stack to standard error, for a file that refused it.
+void print_last(const Batch &batch)
+{
+    if (batch.last)
+        print_batch(stderr, {0, 0, batch.last});
+}
+
 // Appends the batch to a file. errno stays, unless the file cannot be opened or closed.
 void to_file(std::string_view word, const Batch &batch)
 {
@@ -64,18 +129,27 @@ void to_file(std::string_view word, const Batch &batch)
     path.add(word);
     // A path that was cut would name another file; the system refuses the whole one too.
     const bool whole = path.size() == word.size();
+    const FileSizeSignalBlocked blocked;
     const int fd = whole ? open_to_append(path.c_str()) : (errno = ENAMETOOLONG, -1);
-    if (fd < 0)
-        return elog_fail("Can't open error file '%.*s'\n", WORD(word));
+    if (fd < 0) {
+        ++The_stack.refused;
+        const bool wrong_path = is_wrong_path(errno);
+        elog_fail("Can't open error file '%.*s'\n", WORD(word));
+        return wrong_path ? void() : print_last(batch);
+    }
     const int error = errno;
     const int refused = print_to_file(fd, batch);
     const bool closed = ::close(fd) == 0;
-    if (refused)
-        errno = refused;
-    if (refused || !closed)
-        elog_fail("Can't close error file '%s'\n", path.c_str());
-    else
+    if (!refused && closed) {
         errno = error;
+        return;
+    }
+    ++The_stack.refused;
+    if (!refused)
+        return elog_fail("Can't close error file '%s'\n", path.c_str());
+    errno = refused;
+    elog_fail("Can't write to error file '%s'\n", path.c_str());  // prints the stack too
+    print_last(batch);
 }
 
 void to_stream(std::string_view word, const Batch &batch)
@@ -187,10 +261,11 @@ void drop(const Batch &batch)
     }
     char tag[kTagSize + 1];
     elog_expand(tag_of(ELOG_DIE).text, ELOG_DIE, tag, kTagSize);
-    std::fprintf(stderr,
-                 "%s: quitting because log has %d messages\n   eliminate this limit with\n"
-                 "      setenv ELOG_MAXMSG 0\n   or by editing elog.pf.  See elog(3).\n",
-                 tag, held);
+    if (stderr_is_ready())
+        std::fprintf(stderr,
+                     "%s: quitting because log has %d messages\n   eliminate this limit with\n"
+                     "      setenv ELOG_MAXMSG 0\n   or by editing elog.pf.  See elog(3).\n",
+                     tag, held);
     end_with_state();
 }
 
@@ -230,10 +305,37 @@ bool write_all(int fd, std::string_view text)
         const ssize_t put = ::write(fd, text.data(), text.size());
         if (put > 0)
             text.remove_prefix(static_cast<std::size_t>(put));
-        else if (put == 0 || errno != EINTR)
+        else if (put == 0 || (errno != EINTR && (errno != EAGAIN || !wait_to_write(fd))))
             return false;
     }
     return true;
+}
+
+bool wait_to_write(int fd)
+{
+    constexpr int kAskAgain = 100;  // milliseconds
+    Patience patience;
+    for (;;) {
+        pollfd state = {fd, POLLOUT, 0};
+        const int ready = ::poll(&state, 1, kAskAgain);
+        if (ready > 0 || (ready < 0 && errno != EINTR))
+            return true;  // writing finds what is wrong
+        if (patience.is_over()) {
+            errno = EAGAIN;
+            return false;
+        }
+    }
+}
+
+bool has_reader(int fd)
+{
+    struct stat file;
+    return ::fstat(fd, &file) == 0 && (S_ISFIFO(file.st_mode) || S_ISSOCK(file.st_mode));
+}
+
+bool stderr_is_ready()
+{
+    return !has_reader(STDERR_FILENO) || wait_to_write(STDERR_FILENO);
 }
 
 namespace {
@@ -292,6 +394,7 @@ void elog_printfd(int fd, int mark)
         return;
     const KeepErrno keep_errno;
     const Holding hold(Lock);
+    const FileSizeSignalBlocked blocked;
     print_to_file(fd, batch_from(mark));
 }
 
@@ -301,5 +404,6 @@ void elog_msg_printfd(int fd, const Elog_msg *msg)
         return;
     const KeepErrno keep_errno;
     const Holding hold(Lock);
+    const FileSizeSignalBlocked blocked;
     write_message(fd, *msg);
 }

@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/file_size_signal.h"
 #include "base/guards.h"
 #include "log/asks.h"
 #include "log/end.h"
@@ -49,6 +50,7 @@ void begin_to_end()
     Lock.release();
     This_thread.changes = 0;
     This_thread.owed = nullptr;
+    The_end.wanted = true;
     if (This_thread.ending) {
         flush_all();
         ::_exit(1);
@@ -61,6 +63,7 @@ void begin_to_end()
 [[noreturn]] void flush_and_exit()
 {
     limit_step(kNotExited);
+    const FileSizeSignalBlocked blocked;  // also while the system flushes the streams at exit
     flush_all();
     std::exit(1);
 }
@@ -109,6 +112,8 @@ void forget_other_threads()
     if (This_thread.ending || crashing())
         return;
     The_end.begun = false;
+    The_end.wanted = false;
+    The_end.no_reader = false;
     if (This_thread.owed)
         move_limit(The_end.seconds);  // a child has none of its parent's timers
     else

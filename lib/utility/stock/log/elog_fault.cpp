@@ -256,6 +256,7 @@ void begin_crash(int sig, const siginfo_t *info)
     }
     while (The_crash.phase == Phase::preparing)
         ::sched_yield();
+    sigaddset(&before, SIGXFSZ);  // a report that is too large for its file goes on
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     if (!first)
         second_fault(sig);

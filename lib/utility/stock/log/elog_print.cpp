@@ -8,11 +8,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 
 #include "base/alloc.h"
+#include "base/file_size_signal.h"
 #include "base/fixed_text.h"
 #include "base/gatherer.h"
 #include "base/guards.h"
@@ -26,21 +28,38 @@ constexpr std::string_view kTab = "\t";
 constexpr std::size_t kLongestRecordSize = kMessageSize + kTagSize + kErrorSize + 64;
 constexpr std::string_view kRepeated = "\t** repeated %d times\n";
 
-// Writes to a stream, and goes on when a signal handler interrupts that.
-struct AllToStream {
-    std::FILE *stream;
+// Writes to a stream, and goes on when a signal handler interrupts that. What goes to a reader
+// of standard error goes there in pieces that a pipe takes at once, each when it has room.
+class AllToStream {
+public:
+    explicit AllToStream(std::FILE *stream)
+        : stream_(stream), waits_(stream == stderr && has_reader(STDERR_FILENO))
+    {
+    }
 
     void operator()(std::string_view text) const
     {
         while (!text.empty()) {
+            if (waits_ && !wait_to_write(STDERR_FILENO))
+                return refused();
+            const std::size_t size =
+                waits_ ? std::min<std::size_t>(text.size(), PIPE_BUF) : text.size();
             errno = 0;
-            text.remove_prefix(std::fwrite(text.data(), 1, text.size(), stream));
-            if (!text.empty() && errno != EINTR)
-                return;
-            if (!text.empty())
-                std::clearerr(stream);
+            const std::size_t put = std::fwrite(text.data(), 1, size, stream_);
+            text.remove_prefix(put);
+            if (put == size)
+                continue;
+            if (errno != EINTR && (errno != EAGAIN || !waits_))
+                return refused();
+            std::clearerr(stream_);
         }
     }
+
+private:
+    static void refused() { ++The_stack.refused; }
+
+    std::FILE *stream_;
+    bool waits_;
 };
 
 // The bytes of a record's text.
@@ -72,6 +91,7 @@ bool flush_or_complain(std::FILE *stream, const char *call)
     const int result = std::fflush(stream);
     if (result == 0)
         return true;
+    ++The_stack.refused;
     char buffer[kErrorSize];
     std::fprintf(stderr, "%s failed: %ld : %s\n", call, static_cast<long>(result),
                  describe(errno, buffer, sizeof buffer));
@@ -117,6 +137,7 @@ void print_batch(std::FILE *stream, const Batch &batch)
     if (!stream)
         return;
     const int error = errno;
+    const FileSizeSignalBlocked blocked;
     bool flushed = true;
     // What the program printed before the message comes out before it.
     if (stream == stderr)
@@ -136,8 +157,11 @@ void elog_vfail(const char *format, va_list args)
     const int error = errno;
     const Holding hold(Lock);
     // Straight to standard error: the log's own ways are what fails.
-    std::vfprintf(stderr, format, args);
-    if (error != 0) {
+    const FileSizeSignalBlocked blocked;
+    const bool ready = stderr_is_ready();
+    if (ready)
+        std::vfprintf(stderr, format, args);
+    if (ready && error != 0) {
         char buffer[kErrorSize];
         std::fprintf(stderr, "\t: %s\n", describe(error, buffer, sizeof buffer));
     }

@@ -10,6 +10,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "base/file_size_signal.h"
 #include "base/guards.h"
 #include "base/ordered_lock.h"
 #include "log/end.h"
@@ -44,6 +45,7 @@ void end_now(int)
         ::_exit(1);
     for (const int fault : kFaultSignals)
         set_action(fault, end_now, SA_ONSTACK | SA_NODEFER);
+    const FileSizeSignalBlocked blocked;
     ErrorText text{ToStandardError()};
     const char *const program = The_program.name;
     for (const char *piece : {program, " *fatal*: ", The_end.text.load()})

@@ -95,9 +95,10 @@ struct MessageStack {
     Tbl *messages;  // own, or the list that elog_set has put in its place
     Note note;      // counts as a message above the others
     Elog_callback callback;
-    Reasons *reasons;    // of all threads, the newest first
-    bool limit_reached;  // the delivery that tells that the stack is full has begun
-    char *file_text;     // the record that is written to a file; kept for the next one
+    Reasons *reasons;          // of all threads, the newest first
+    bool limit_reached;        // the delivery that tells that the stack is full has begun
+    std::atomic<int> refused;  // deliveries that a file or stream did not take, or not all of
+    char *file_text;           // the record that is written to a file; kept for the next one
     std::size_t file_size;
 };
 extern MessageStack The_stack;
@@ -117,6 +118,8 @@ struct End {
     std::atomic<int> seconds;         // that the limit was given
     std::atomic<const char *> text;   // printed when a step takes too long
     std::atomic_flag printing;        // that is being printed
+    std::atomic<bool> wanted;         // a thread dies: waits for readers have an end from now on
+    std::atomic<bool> no_reader;      // such a wait came to its end, so there is no other one
     struct sigaction before;          // the action for SIGALRM before there was a limit
 };
 extern End The_end;
@@ -267,6 +270,17 @@ bool deliver(const char *delivery, std::int64_t mark, const Elog_msg *msg);
 // Writes all of the text; false, with errno, when the descriptor refuses some. Allocates
 // nothing.
 bool write_all(int fd, std::string_view text);
+
+// Waits until the descriptor takes text. A thread may hold the lock for as long as the reader of
+// a pipe takes; when a thread dies, that has an end. False then, with errno.
+bool wait_to_write(int fd);
+
+// Whether what the descriptor takes is read by somebody, who may be slow.
+bool has_reader(int fd);
+
+// Waits for the reader of standard error before something short is printed there. False when
+// the process ends and the reader does not come.
+bool stderr_is_ready();
 
 // Reports a failure of the log itself on standard error: the text, errno, and the stack,
 // which is then cleared.

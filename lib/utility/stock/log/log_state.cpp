@@ -53,6 +53,7 @@ constinit MessageStack The_stack = {
     .callback = nullptr,
     .reasons = nullptr,
     .limit_reached = false,
+    .refused = 0,
     .file_text = nullptr,
     .file_size = 0,
 };

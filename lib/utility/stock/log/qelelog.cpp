@@ -73,6 +73,7 @@ int call_qelelog(const char *target, const char *program, const char *text)
     const stock::logging::LockReleased released;
     if (const auto send = stock::logging::routine())
         return send(target, program, text);
-    std::fprintf(stderr, "%s: %s\n", program, text);
+    if (stock::logging::stderr_is_ready())
+        std::fprintf(stderr, "%s: %s\n", program, text);
     return 0;
 }

@@ -25,6 +25,7 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/descriptor.h"
 #include "base/fixed_text.h"
 #include "base/guards.h"
 #include "base/mtime.h"
@@ -184,7 +185,7 @@ bool look_when_quiet(const char *name, Looks &looks)
 // Reads the whole file. False with errno when it can't be read. A pipe is not waited for.
 bool read_text(const char *path, GrowingText &text)
 {
-    const Fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const Fd fd(beyond_standard(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
     if (fd.get() < 0)
         return false;
     char chunk[16384];

@@ -18,6 +18,7 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/descriptor.h"
 #include "base/fixed_text.h"
 #include "base/guards.h"
 #include "base/limits.h"
@@ -96,7 +97,11 @@ Owned<char> argument_of(std::string_view text)
 // A command that the shell runs, and a stream of what it prints. Waits for its end.
 class ShellCommand {
 public:
-    explicit ShellCommand(const char *line) : stream_(popen(line, "re")) {}
+    explicit ShellCommand(const char *line)
+    {
+        const stock::StandardOccupied occupied;
+        stream_ = popen(line, "re");
+    }
     ~ShellCommand() { close(); }
     ShellCommand(const ShellCommand &) = delete;
     ShellCommand &operator=(const ShellCommand &) = delete;
@@ -342,6 +347,7 @@ Owned<char> prompt_of(std::string_view text)
 // Opens the terminal of the process in a mode of fopen. Null without a terminal.
 stock::OwnedStream terminal(const char *mode)
 {
+    const stock::StandardOccupied occupied;
     return stock::OwnedStream(std::fopen("/dev/tty", mode));
 }
 

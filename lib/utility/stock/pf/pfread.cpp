@@ -12,6 +12,7 @@
 #include <fcntl.h>
 
 #include "base/alloc.h"
+#include "base/descriptor.h"
 #include "base/guards.h"
 #include "stock/datasearch.h"
 #include "stock/elog.h"
@@ -38,7 +39,7 @@ int parse_file(int fd, const char *path, Pf **pf)
 // The same for a file that is not open yet; 1 when it cannot be opened.
 int read_file(const char *path, Pf **pf)
 {
-    const stock::Fd fd(reopen(path, O_RDONLY | O_CLOEXEC));
+    const stock::Fd fd(stock::beyond_standard(reopen(path, O_RDONLY | O_CLOEXEC)));
     if (fd.get() < 0) {
         errno = 0;  // else a later message would give this as its reason
         return 1;
@@ -79,7 +80,7 @@ int pfload(const char *dir, const char *subdir, const char *name, Pf **pf)
         elog_log(1, "Can't find parameter file %s/%s\n", okstr(subdir), okstr(name));
         return -1;
     }
-    const stock::Fd fd(reopen(path.get(), O_RDONLY | O_CLOEXEC));
+    const stock::Fd fd(stock::beyond_standard(reopen(path.get(), O_RDONLY | O_CLOEXEC)));
     if (fd.get() >= 0)
         return parse_file(fd.get(), path.get(), pf);
     if (errno == ENOENT)  // removed since datapath found it

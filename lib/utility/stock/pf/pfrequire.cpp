@@ -8,6 +8,7 @@
 #include <cstdlib>
 
 #include "base/alloc.h"
+#include "base/descriptor.h"
 #include "base/guards.h"
 #include "stock/elog.h"
 #include "stock/str2epoch.h"
@@ -21,7 +22,7 @@ using stock::Owned;
 // Reads one file into a new tree. What pfin returns, or -1 when it cannot be opened.
 int read_one(const char *path, Pf **pf)
 {
-    const stock::OwnedStream stream(std::fopen(path, "re"));
+    const stock::OwnedStream stream(stock::open_to_read(path));
     return stream ? pfin(stream.get(), pf) : -1;
 }
 

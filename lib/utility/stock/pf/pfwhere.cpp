@@ -17,6 +17,7 @@
 #include <fcntl.h>
 
 #include "base/ascii.h"
+#include "base/descriptor.h"
 #include "base/guards.h"
 #include "base/limits.h"
 #include "pf/address.h"
@@ -227,7 +228,7 @@ private:
 // reported it. A file that cannot be opened is left out, as pfread does.
 void scan_file(const char *path, PlaceFinder &finder)
 {
-    const stock::Fd fd(reopen(path, O_RDONLY | O_CLOEXEC));
+    const stock::Fd fd(stock::beyond_standard(reopen(path, O_RDONLY | O_CLOEXEC)));
     if (fd.get() < 0)
         return;
     finder.begin_file(path);

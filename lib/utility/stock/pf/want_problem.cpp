@@ -11,6 +11,7 @@
 
 #include "base/alloc.h"
 #include "base/ascii.h"
+#include "base/descriptor.h"
 #include "base/fixed_text.h"
 #include "base/guards.h"
 #include "base/limits.h"
@@ -39,7 +40,7 @@ bool find_place(const char *name, const char *address, char *path, int *line)
 int last_line(const char *path)
 {
     const KeepErrno keep;
-    const Fd fd(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    const Fd fd(beyond_standard(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK)));
     char chunk[4096];
     char last = '\n';
     int lines = 0;

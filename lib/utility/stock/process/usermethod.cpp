@@ -22,7 +22,9 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/descriptor.h"
 #include "base/errno_text.h"
+#include "base/file_size_signal.h"
 #include "base/guards.h"
 #include "base/limits.h"
 #include "base/mtime.h"
@@ -106,6 +108,7 @@ bool close_library(UserLibrary &library)
 // Copies all bytes of the file. False with errno set.
 bool copy_file(int from, int to)
 {
+    const stock::FileSizeSignalBlocked blocked;
     char block[65536];
     for (off_t at = 0;;) {
         const ssize_t got =
@@ -137,7 +140,7 @@ void *load_copy_in(const char *directory, size_t length, int from, Reason &reaso
 {
     char copy[stock::kPathSize + 32];
     snprintf(copy, sizeof copy, "%.*s/.usermethod.XXXXXX", static_cast<int>(length), directory);
-    const stock::Fd to(mkostemp(copy, O_CLOEXEC));
+    const stock::Fd to(stock::beyond_standard(mkostemp(copy, O_CLOEXEC)));
     const bool copied = to.get() >= 0 && copy_file(from, to.get());
     void *handle = copied ? dlopen(copy, RTLD_LAZY) : nullptr;
     if (!handle)
@@ -151,7 +154,8 @@ void *load_copy_in(const char *directory, size_t length, int from, Reason &reaso
 // needs, else in the directory of temporary files. Null, with the reason, when that fails.
 void *load_copy(const char *path, Reason &reason)
 {
-    const stock::Fd from(stock::uninterrupted([=] { return open(path, O_RDONLY | O_CLOEXEC); }));
+    const stock::Fd from(stock::beyond_standard(
+        stock::uninterrupted([=] { return open(path, O_RDONLY | O_CLOEXEC); })));
     if (from.get() < 0) {
         fill_reason(reason, false);
         return nullptr;

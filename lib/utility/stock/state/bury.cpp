@@ -27,6 +27,7 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/descriptor.h"
 #include "base/file_size_signal.h"
 #include "base/guards.h"
 #include "base/uninterrupted.h"
@@ -206,8 +207,8 @@ constexpr int kAttempts = 1000;     // one fails when another process replaces t
 // Opens for reading and writing; null with errno set.
 stock::OwnedStream open_file(const char *name, int flags)
 {
-    stock::Fd fd(
-        stock::uninterrupted([&] { return ::open(name, O_RDWR | O_CLOEXEC | flags, kMode); }));
+    stock::Fd fd(stock::beyond_standard(
+        stock::uninterrupted([&] { return ::open(name, O_RDWR | O_CLOEXEC | flags, kMode); })));
     stock::OwnedStream stream(fd.get() < 0 ? nullptr : ::fdopen(fd.get(), "r+"));
     if (stream)
         fd.release();

@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 
 #include "base/alloc.h"
+#include "base/descriptor.h"
 #include "base/errno_text.h"
 #include "base/guards.h"
 
@@ -50,7 +51,8 @@ int basicreadfile(const char *path, char **buffer, int64_t *size)
 {
     *buffer = nullptr;
     *size = 0;
-    stock::Fd fd(path ? open(path, O_RDONLY | O_CLOEXEC) : (errno = EFAULT, -1));
+    stock::Fd fd(path ? stock::beyond_standard(open(path, O_RDONLY | O_CLOEXEC))
+                      : (errno = EFAULT, -1));
     if (fd.get() < 0)
         return failed("Can't open '%s' : %s\n", path ? path : "<null>");
     struct stat status {};
