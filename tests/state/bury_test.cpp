@@ -895,6 +895,17 @@ TEST_F(BuryFails, AShortWriteKeepsTheEarlierState)
           "Wrote 4000 bytes to alternate state file " + state + "+ instead of 10013\n");
 }
 
+TEST_F(BuryFails, AWriteBeyondTheLimitOfFileSizesKeepsTheEarlierState)
+{
+    check(failing([] {
+              const struct rlimit limit = {0, RLIM_INFINITY};
+              setrlimit(RLIMIT_FSIZE, &limit);
+          }),
+          "Wrote -1 bytes to alternate state file " + state +
+              "+ instead of 10013\n"
+              "\tFile too large\n");
+}
+
 TEST_F(BuryFails, AFullDiskKeepsTheEarlierState)
 {
     check(failing([] { write_error = ENOSPC; }), "Wrote -1 bytes to alternate state file " + state +

@@ -35,6 +35,11 @@ int frame_text(const Frame &frame, char *buffer, std::size_t size);
 // then have grown or not.
 bool take_disk_space(int fd, std::int64_t end, std::int64_t bytes);
 
+// A variable of the environment that decides which files are read or run. Null when it is not
+// set, and in a process that has more rights than whoever started it, such as a set-user-id
+// program: there the environment is a stranger's.
+const char *trusted_env(const char *name);
+
 // Renames a file unless a file of the new name exists. False, with errno set, when the file
 // keeps its old name.
 bool rename_new(const char *from, const char *to);

@@ -5,12 +5,14 @@
 #include <csignal>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <mach-o/dyld.h>
 #include <sys/sysctl.h>
+#include <unistd.h>
 
 // Programs know these signals by the numbers that they have on this system.
 static_assert(SIGEMT == 7 && SIGBUS == 10 && SIGSYS == 12 && SIGURG == 16 && SIGSTOP == 17 &&
@@ -64,6 +66,11 @@ bool take_disk_space(int fd, std::int64_t, std::int64_t bytes)
 {
     fstore_t space = {F_ALLOCATEALL, F_PEOFPOSMODE, 0, bytes, 0};
     return fcntl(fd, F_PREALLOCATE, &space) != -1;
+}
+
+const char *trusted_env(const char *name)
+{
+    return issetugid() ? nullptr : std::getenv(name);
 }
 
 bool rename_new(const char *from, const char *to)

@@ -5,10 +5,12 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <link.h>
+#include <sys/auxv.h>
 #include <unistd.h>
 
 namespace stock {
@@ -49,6 +51,11 @@ bool take_disk_space(int fd, std::int64_t end, std::int64_t bytes)
         errno = posix_fallocate(fd, end, bytes);
     while (errno == EINTR);
     return errno == 0;
+}
+
+const char *trusted_env(const char *name)
+{
+    return getauxval(AT_SECURE) ? nullptr : std::getenv(name);
 }
 
 bool rename_new(const char *from, const char *to)

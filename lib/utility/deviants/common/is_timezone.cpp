@@ -12,6 +12,7 @@
 #include "base/guards.h"
 #include "base/limits.h"
 #include "base/zone_name.h"
+#include "deviants/system.h"
 
 namespace {
 
@@ -25,7 +26,7 @@ constinit struct {
 const char *zone_directory()
 {
     std::call_once(Zone_directory.found, [] {
-        const char *setting = getenv("ZONEINFO");
+        const char *setting = stock::trusted_env("ZONEINFO");
         if (!setting)
             setting = "/usr/share/zoneinfo";
         if (strlen(setting) < sizeof Zone_directory.path)

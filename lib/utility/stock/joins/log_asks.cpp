@@ -72,7 +72,7 @@ char *ask_settings_file(Settings &settings)
         return nullptr;
     Pf *pf = nullptr;
     char *signals = nullptr;
-    if (pfread("elog", &pf) == 0) {
+    if (read_settings("elog", &pf) == 0) {
         take_settings(pf, settings);
         const char *list = text_in(pf, "ELOG_SIGNALS");
         signals = copy_text(list ? list : "", "ELOG_SIGNALS", "elog_init");

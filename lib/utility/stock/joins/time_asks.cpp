@@ -8,6 +8,7 @@
 
 #include "base/alloc.h"
 #include "base/fixed_text.h"
+#include "pf/parsing.h"
 #include "stock/elog.h"
 #include "stock/pf.h"
 
@@ -41,7 +42,7 @@ const char *keep(std::string_view text, std::string_view more = {})
 // the array of that name.
 class FormatSettings {
 public:
-    FormatSettings() : readable_(pfread("time_formats", &pf_) == 0)
+    FormatSettings() : readable_(stock::read_settings("time_formats", &pf_) == 0)
     {
         if (!readable_)
             return;

@@ -28,6 +28,7 @@
 #include "base/number.h"
 #include "deviants.h"
 #include "deviants/fault.h"
+#include "deviants/system.h"
 #include "log/asks.h"
 #include "log/fault.h"
 #include "log/log.h"
@@ -443,7 +444,7 @@ void elog_setup_show_stack(const char *variable)
     // Meant: no letter selects "alert", and "a" selects "fault".
     static constexpr Letter kLetters[] = {{'l', 0}, {'D', 1}, {'n', 2}, {'c', 4},
                                           {'d', 5}, {'f', 6}, {'a', 6}};
-    const char *value = variable ? std::getenv(variable) : nullptr;
+    const char *value = variable ? stock::trusted_env(variable) : nullptr;
     for (const char *at = value ? value : ""; *at; ++at)
         for (const Letter &row : kLetters)
             if (row.letter == *at)

@@ -19,6 +19,7 @@
 #include "base/guards.h"
 #include "base/number.h"
 #include "deviants.h"
+#include "deviants/system.h"
 #include "log/asks.h"
 #include "log/fault.h"
 #include "log/log.h"
@@ -111,7 +112,7 @@ void set_program_name(const char *first_argument)
 // reading that may report something, which comes back here: the inner call takes now.
 double reference_time()
 {
-    const char *text = std::getenv("ELOG_REFERENCE_TIME");
+    const char *text = trusted_env("ELOG_REFERENCE_TIME");
     if (This_thread.finding_reference_time || !text || !*text)
         return std_now();
     This_thread.finding_reference_time = true;
@@ -125,7 +126,7 @@ double reference_time()
 template <class Value, class Parse>
 void take_from_environment(const char *variable, Value &value, Parse parse)
 {
-    const char *text = std::getenv(variable);
+    const char *text = trusted_env(variable);
     if (!text)
         return;
     char *end = nullptr;
@@ -144,7 +145,7 @@ void set_up_once()
     elog_setup_show_stack("ELOG_STACK");
     // A copy: the list is kept as it is given, and the environment may change.
     char *&signals = The_startup.first_signals;
-    if (const char *text = std::getenv("ELOG_SIGNALS"))
+    if (const char *text = trusted_env("ELOG_SIGNALS"))
         signals = copy_text(text, "ELOG_SIGNALS", "elog_init");
     else if (of_file)
         signals = of_file.release();
@@ -155,7 +156,7 @@ void set_up_once()
 void follow_environment()
 {
     for (SettingTable *table : {&The_settings.deliver, &The_settings.tag, &The_settings.debug})
-        elog_fill_from_env(std::getenv(table->name), table->fields, table->defaults, 0);
+        elog_fill_from_env(trusted_env(table->name), table->fields, table->defaults, 0);
     for (SettingTable *table : {&The_settings.deliver, &The_settings.tag})
         elog_fill_from_env(nullptr, table->fields, table->defaults, 1);
     take_from_environment("ELOG_WAIT", The_settings.wait_seconds, std::strtod);

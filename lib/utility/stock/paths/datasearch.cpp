@@ -11,6 +11,7 @@
 #include "base/alloc.h"
 #include "base/guards.h"
 #include "base/limits.h"
+#include "deviants/system.h"
 #include "paths/search.h"
 #include "stock/expand_env.h"
 #include "stock/gettaluvine.h"
@@ -23,7 +24,7 @@ using stock::Owned;
 // The value of DATAPATH, or the directory "data" of the installation root.
 Owned<char> default_paths()
 {
-    if (const char *paths = getenv("DATAPATH"))
+    if (const char *paths = stock::trusted_env("DATAPATH"))
         return Owned<char>(stock::copy_text(paths, "paths"));
     return Owned<char>(strconcat(gettaluvine(), "/data", nullptr));
 }
@@ -50,7 +51,7 @@ char *datapath(const char *variable, const char *subdir, const char *name, const
                                 with_suffix ? suffix : "");
     if (!name || length < 0 || length >= static_cast<int>(sizeof full))
         return nullptr;
-    const char *paths = variable && *variable ? getenv(variable) : nullptr;
+    const char *paths = variable && *variable ? stock::trusted_env(variable) : nullptr;
     return stock::take_first(datasearch(paths, subdir, full, DATASEARCH_EXPAND)).release();
 }
 

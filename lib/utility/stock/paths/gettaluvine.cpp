@@ -48,7 +48,7 @@ bool is_dir(const char *path)
 // The file that PATH gives for a program's name, or null.
 stock::Owned<char> find_in_path(const char *program)
 {
-    const char *path = getenv("PATH");
+    const char *path = stock::trusted_env("PATH");
     if (!path || !*path || strlen(program) >= stock::kPathSize)
         return nullptr;
     const stock::KeepErrno keep;
@@ -131,7 +131,7 @@ char *gettaluvine(void)
     if (root_is_known())
         return Taluvine_path;
     char buffer[sizeof Taluvine_path] = "";
-    const char *root = getenv("TALUVINE");
+    const char *root = stock::trusted_env("TALUVINE");
     if (!root && is_dir(Default_taluvinepath))
         root = Default_taluvinepath;
     if (!root)

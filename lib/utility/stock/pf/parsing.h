@@ -1,9 +1,11 @@
-// Shared: the limits of parameter text, and whether a parse runs.
+// Shared: the limits of parameter text, whether a parse runs, and reading settings.
 
 #pragma once
 
 #include <atomic>
 #include <cstddef>
+
+struct Pf;
 
 namespace stock {
 
@@ -33,5 +35,10 @@ public:
     CountedParse(const CountedParse &) = delete;
     CountedParse &operator=(const CountedParse &) = delete;
 };
+
+// Reads the library's own settings, such as "elog", as pfread does. A file in a relative
+// directory of the path is read only when it and a link to it belong to this user or to root and
+// others may not write to it; otherwise a message says that it is not read.
+int read_settings(const char *name, Pf **pf);
 
 }  // namespace stock

@@ -16,6 +16,7 @@
 #include "base/guards.h"
 #include "base/limits.h"
 #include "base/mtime.h"
+#include "deviants/system.h"
 #include "stock/datasearch.h"
 #include "stock/gettaluvine.h"
 #include "stock/path.h"
@@ -51,7 +52,7 @@ bool copy_with_suffix(const char *name, const char *base, char (&out)[kPathSize]
 // working directory.
 stock::Owned<char> search_path()
 {
-    if (const char *path = std::getenv("PFPATH"))
+    if (const char *path = stock::trusted_env("PFPATH"))
         return stock::Owned<char>(stock::copy_text(path, "path"));
     return stock::Owned<char>(strconcat(gettaluvine(), "/data/pf:.", nullptr));
 }

@@ -10,10 +10,13 @@
 #include <cstdlib>
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "base/alloc.h"
 #include "base/descriptor.h"
 #include "base/guards.h"
+#include "pf/parsing.h"
 #include "stock/datasearch.h"
 #include "stock/elog.h"
 #include "stock/restat.h"
@@ -36,29 +39,48 @@ int parse_file(int fd, const char *path, Pf **pf)
     return pfinfd(fd, pf);
 }
 
-// The same for a file that is not open yet; 1 when it cannot be opened.
-int read_file(const char *path, Pf **pf)
+bool is_of_user_or_root(const struct stat &file)
+{
+    return file.st_uid == geteuid() || file.st_uid == 0;
+}
+
+// Whether a file of settings, which may run commands, comes from somebody whom this user trusts.
+// Who set an absolute path of the search trusts what is there; in a relative directory, such as
+// the one that the user happens to be in, the file must belong to the user or to root.
+bool is_trusted(int fd, const char *path)
+{
+    struct stat link, file;
+    return *path == '/' ||
+           (relstat(path, &link) == 0 && is_of_user_or_root(link) && refstat(fd, &file) == 0 &&
+            is_of_user_or_root(file) && !(file.st_mode & S_IWOTH));
+}
+
+// What is read: parameters of the program, or settings of the library.
+enum class What { parameters, settings };
+
+// The same for a file that is not open yet; 1 when it cannot be opened or is not trusted.
+int read_file(const char *path, What what, Pf **pf)
 {
     const stock::Fd fd(stock::beyond_standard(reopen(path, O_RDONLY | O_CLOEXEC)));
     if (fd.get() < 0) {
         errno = 0;  // else a later message would give this as its reason
         return 1;
     }
+    if (what == What::settings && !is_trusted(fd.get(), path)) {
+        elog_complain(0, "the settings in '%s' are not read: others may have written them\n", path);
+        return 1;
+    }
     return parse_file(fd.get(), path, pf);
 }
 
-}  // namespace
-
-int pfread(const char *name, Pf **pf)
+int read_all(const char *name, What what, Pf **pf)
 {
-    if (!pf)
-        return -1;
     Pf *top = new_top(name, pf);
     Tbl *files = pffiles(name, 0);
     int64_t opened = 0;
     int sum = 0;
     for (int64_t i = 0; i < files->count; ++i) {
-        const int result = read_file(static_cast<const char *>(gettbl(files, i)), pf);
+        const int result = read_file(static_cast<const char *>(gettbl(files, i)), what, pf);
         if (result <= 0) {
             ++opened;
             sum += result;
@@ -68,6 +90,18 @@ int pfread(const char *name, Pf **pf)
     top->type = PFFILE;
     const bool has_keys = top->value.arr->root != rb_null;
     return opened > 0 && has_keys ? sum : -1;
+}
+
+}  // namespace
+
+int stock::read_settings(const char *name, Pf **pf)
+{
+    return read_all(name, What::settings, pf);
+}
+
+int pfread(const char *name, Pf **pf)
+{
+    return pf ? read_all(name, What::parameters, pf) : -1;
 }
 
 int pfload(const char *dir, const char *subdir, const char *name, Pf **pf)

@@ -31,6 +31,7 @@
 #include "base/uninterrupted.h"
 #include "deviants.h"
 #include "deviants/library.h"
+#include "deviants/system.h"
 #include "log/lock.h"
 #include "process/process_state.h"
 #include "stock/arr.h"
@@ -64,7 +65,7 @@ bool is_newer(const struct stat &a, const struct stat &b)
 
 void take_name(UserLibrary &library)
 {
-    const char *name = getenv("USER_LIBRARY");
+    const char *name = stock::trusted_env("USER_LIBRARY");
     free(library.name);
     library.name = stock::copy_text(name ? name : "user", "name");
     library.named = true;
@@ -163,7 +164,7 @@ void *load_copy(const char *path, Reason &reason)
     const auto length = static_cast<size_t>(strrchr(path, '/') - path);
     if (void *handle = load_copy_in(path, length, from.get(), reason))
         return handle;
-    const char *named = getenv("TMPDIR");
+    const char *named = stock::trusted_env("TMPDIR");
     const char *temporary =
         named && *named == '/' && strlen(named) < stock::kPathSize ? named : "/tmp";
     return load_copy_in(temporary, strlen(temporary), from.get(), reason);
