@@ -395,7 +395,7 @@ enum {
     ELOG_STRING_FROM = 13,  /* char *: elog_string with the severity as the mark, the caller's; - */
     ELOG_REFERENCE = 14,    /* double: the time that %e counts from; replaces it */
     ELOG_PROGRAM_NAME = 15, /* char *: the program's name; - */
-    ELOG_REFUSED = 16       /* int: deliveries that a file or stream did not take; - */
+    ELOG_REFUSED = 32       /* int: deliveries that a file or stream did not take; - */
 };
 
 /*

@@ -487,7 +487,7 @@ void elog_free_msg(void *entry)
 
 int elog_query(int code, int severity, void *result)
 {
-    if (code < ELOG_TBL || code > ELOG_REFUSED || !result)
+    if (code < ELOG_TBL || (code > ELOG_PROGRAM_NAME && code != ELOG_REFUSED) || !result)
         return -1;
     need_init();
     const Holding hold(Lock);
