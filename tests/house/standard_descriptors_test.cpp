@@ -118,10 +118,9 @@ TEST(StandardDescriptors, AreNotTakenByTheFilesOfTheLog)
 TEST(StandardDescriptors, AreNotTakenByParameterFilesAndCommands)
 {
     const TempDir dir;
-    dir.file("gauge.pf",
-             "pf_revision_time 2026-11-21\n"
-             "north &exec(sleep 0.2; ls /proc/$PPID/fd | head -1)\nsouth &file(" +
-                 dir.file("south", "4\n") + ")\neast &ref(depth,mm)\n");
+    dir.file("gauge.pf", "pf_revision_time 2026-11-21\n"
+                         "north &exec(sleep 0.2; ls /proc/$PPID/fd | head -1)\nsouth &file(" +
+                             dir.file("south", "4\n") + ")\neast &ref(depth,mm)\n");
     dir.file("depth.pf", "mm 7\n");
     setenv("PFPATH", dir.path().c_str(), 1);
     expect_beyond_standard([] {
@@ -134,6 +133,23 @@ TEST(StandardDescriptors, AreNotTakenByParameterFilesAndCommands)
         EXPECT_EQ(pfget_int(pf, "east"), 7);
         EXPECT_EQ(pfrequire("gauge", "2026-11-20"), 0);
         EXPECT_EQ(pfwhere("gauge", "south", file, &line), 0);
+        pffree(pf);
+    });
+}
+
+TEST(StandardDescriptors, AreNotTakenByListFilesAndWrittenParameters)
+{
+    const TempDir dir;
+    expect_beyond_standard([&] {
+        Tbl *rain = inittbl(0, 1, 1, nullptr, 8);
+        EXPECT_EQ(savetbl(rain, (dir / "rain").c_str(), "rain"), 0);
+        freetbl(rain, nullptr);
+        rain = readtbl((dir / "rain").c_str(), nullptr, 0);
+        EXPECT_NE(rain, nullptr);
+        freetbl(rain, nullptr);
+        Pf *pf = pfnew(PFARR);
+        pfset(pf, "north", "3");
+        EXPECT_EQ(pfwrite((dir / "gauge.pf").c_str(), pf), 0);
         pffree(pf);
     });
 }

@@ -27,6 +27,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include "base/descriptor.h"
 #include "base/file_size_signal.h"
 #include "base/uninterrupted.h"
 #include "deviants/attributes.h"
@@ -34,6 +35,7 @@
 
 namespace {
 
+using stock::beyond_standard;
 using stock::Fd;
 using stock::KeepErrno;
 using stock::uninterrupted;
@@ -148,8 +150,8 @@ bool sync_directory(std::string_view file)
     Path directory;
     if (!copy_path(name_at(file) ? file.substr(0, name_at(file)) : ".", directory))
         return false;
-    const Fd fd(
-        uninterrupted([&] { return ::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    const Fd fd(beyond_standard(
+        uninterrupted([&] { return ::open(directory, O_RDONLY | O_DIRECTORY | O_CLOEXEC); })));
     return fd.get() < 0 ? errno == EACCES || errno == EPERM : sync_file(fd.get());
 }
 
@@ -243,8 +245,8 @@ bool is_mixture(int file, int old_bytes, int new_bytes)
 // Opens what a process has left beside a file; -1 when there is none, or it is not this user's.
 int open_left(const char *name)
 {
-    Fd fd(uninterrupted(
-        [=] { return ::open(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); }));
+    Fd fd(beyond_standard(uninterrupted(
+        [=] { return ::open(name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC); })));
     struct stat status;
     const bool ours = fd.get() >= 0 && ::fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode) &&
                       status.st_uid == ::geteuid();
@@ -260,8 +262,9 @@ bool bring_back(const char *file, int open_fd, const char *old_name, int new_byt
     const Fd old_bytes(open_left(old_name));
     if (old_bytes.get() < 0)
         return true;
-    const Fd opened(open_fd >= 0 ? -1
-                                 : uninterrupted([=] { return ::open(file, O_RDWR | O_CLOEXEC); }));
+    const Fd opened(open_fd >= 0 ? -1 : beyond_standard(uninterrupted([=] {
+        return ::open(file, O_RDWR | O_CLOEXEC);
+    })));
     const int fd = open_fd >= 0 ? open_fd : opened.get();
     return fd < 0 || !is_mixture(fd, old_bytes.get(), new_bytes) || write_over(fd, old_bytes.get());
 }
@@ -308,8 +311,8 @@ void clear_all_left(const char *file, int open_fd)
 
 int make_new(const char *name, mode_t mode)
 {
-    return uninterrupted(
-        [=] { return ::open(name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode); });
+    return beyond_standard(uninterrupted(
+        [=] { return ::open(name, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode); }));
 }
 
 }  // namespace
@@ -432,7 +435,8 @@ static bool is_standard(const struct stat &status)
 bool ReplacedFile::look_at_old()
 {
     const int error = errno;
-    old_fd_ = uninterrupted([this] { return ::open(file_, O_RDONLY | O_NONBLOCK | O_CLOEXEC); });
+    old_fd_ = beyond_standard(
+        uninterrupted([this] { return ::open(file_, O_RDONLY | O_NONBLOCK | O_CLOEXEC); }));
     closes_old_ = old_fd_ >= 0;
     may_write_ = false;
     const bool known = closes_old_ ? ::fstat(old_fd_, &status_) == 0
@@ -449,7 +453,8 @@ bool ReplacedFile::open_old()
 {
     old_fd_ = wanted_.open_fd;
     if (old_fd_ < 0) {
-        old_fd_ = uninterrupted([this] { return ::open(file_, O_RDWR | O_CLOEXEC); });
+        old_fd_ =
+            beyond_standard(uninterrupted([this] { return ::open(file_, O_RDWR | O_CLOEXEC); }));
         closes_old_ = old_fd_ >= 0;
         is_new_ = old_fd_ < 0 && errno == ENOENT;
         if (old_fd_ < 0)

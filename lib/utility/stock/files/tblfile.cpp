@@ -22,6 +22,7 @@
 #include <unistd.h>
 
 #include "base/alloc.h"
+#include "base/descriptor.h"
 #include "base/file_size_signal.h"
 #include "base/guards.h"
 #include "base/uninterrupted.h"
@@ -338,7 +339,8 @@ bool leads_to(const char *path, int fd)
 int open_at_once(const char *path, int flags)
 {
     const auto open_with = [&](int more) {
-        return stock::uninterrupted([&] { return open(path, flags | more, 0666); });
+        return stock::beyond_standard(
+            stock::uninterrupted([&] { return open(path, flags | more, 0666); }));
     };
     const int fd = open_with(O_NONBLOCK);
     return fd < 0 && errno == EWOULDBLOCK ? open_with(0) : fd;
@@ -670,7 +672,8 @@ int savetbl(const Tbl *tbl, const char *path, const char *comment)
     if (restat(path, &status) != 0 && make_pathdirs(path) != 0)
         return -1;
     for (int tries = 0;; ++tries) {
-        const Fd old(stock::uninterrupted([&] { return open(path, O_RDWR | O_CLOEXEC); }));
+        const Fd old(stock::beyond_standard(
+            stock::uninterrupted([&] { return open(path, O_RDWR | O_CLOEXEC); })));
         Replacing how;
         how.open_fd = old.get();
         how.give_name = old.get() < 0 ? stock::rename_new : nullptr;
