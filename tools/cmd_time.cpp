@@ -65,6 +65,17 @@ void print_format(double when, const Options &options)
     free(text);
 }
 
+// Whether the system gives the zone's rules; the reason is logged.
+bool zone_is_readable(const char *zone)
+{
+    int year = 0, doy = 0, month = 0, day = 0, hour = 0, minute = 0;
+    double second = 0;
+    char *name = nullptr;
+    const int status = e2hz(zone, &year, &doy, &month, &day, &hour, &minute, &second, &name, 0);
+    free(name);
+    return status == 0;
+}
+
 // Prints a date. A time that is out of range is printed as outside_range describes it.
 void print_dated(double when, const Options &options)
 {
@@ -350,6 +361,10 @@ int cmd_time(int argc, char **argv)
     if (options.zone && *options.zone && strcmp(options.zone, "LOCAL") != 0 &&
         !is_timezone(options.zone))
         return wrong_usage("stock time", "there is no time zone '%s'", options.zone);
+    if (options.zone && !zone_is_readable(options.zone)) {
+        elog_complain(0, "can't print in the time zone '%s'\n", options.zone);
+        return kFailed;
+    }
     if (argc == 0)
         return convert("now", 0, options) ? kDone : kFailed;
     bool good = true;

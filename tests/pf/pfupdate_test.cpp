@@ -10,6 +10,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -55,6 +56,79 @@ double cpu_seconds()
 }
 
 }  // namespace
+
+namespace {
+
+// No descriptor is left while this lives.
+class NoDescriptors {
+public:
+    NoDescriptors()
+    {
+        getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit none = {3, before_.rlim_max};
+        setrlimit(RLIMIT_NOFILE, &none);
+    }
+    ~NoDescriptors() { setrlimit(RLIMIT_NOFILE, &before_); }
+    NoDescriptors(const NoDescriptors &) = delete;
+    NoDescriptors &operator=(const NoDescriptors &) = delete;
+
+private:
+    rlimit before_;
+};
+
+}  // namespace
+
+TEST(PfupdateRefused, AFileThatTheSystemRefusesIsReadByTheNextUpdate)
+{
+    const PfPath path;
+    change(path.site("gauge.pf", ""), "north 1\n");
+    Pf *pf = nullptr;
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(pfupdate("gauge", &pf), -1);
+    }
+    EXPECT_EQ(pfupdate("gauge", &pf), 1);
+    EXPECT_EQ(pfget_int(pf, "north"), 1);
+    EXPECT_EQ(pfupdate("gauge", &pf), 0);
+    pffree(pf);
+}
+
+TEST(PfupdateRefused, TheEarlierTreeStaysUntilTheFileIsRead)
+{
+    const PfPath path;
+    const std::string file = path.site("gauge.pf", "");
+    change(file, "north 1\n");
+    Pf *pf = nullptr;
+    EXPECT_EQ(pfupdate("gauge", &pf), 1);
+    const Pf *earlier = pf;
+    change(file, "north 2\n");
+    for (int i = 0; i < 3; ++i) {
+        const NoDescriptors none;
+        EXPECT_EQ(pfupdate("gauge", &pf), -1);
+        EXPECT_EQ(pf, earlier);
+        EXPECT_EQ(pfget_int(pf, "north"), 1);
+    }
+    EXPECT_EQ(pfupdate("gauge", &pf), 1);
+    EXPECT_EQ(pfget_int(pf, "north"), 2);
+    pffree(pf);
+}
+
+TEST(PfupdateRefused, ARegisteredTreeStaysToo)
+{
+    const PfPath path;
+    const std::string file = path.site("gauge.pf", "");
+    change(file, "north 1\n");
+    EXPECT_NE(getPf("gauge"), nullptr);
+    change(file, "north 2\n");
+    {
+        const NoDescriptors none;
+        EXPECT_EQ(updatePf("gauge"), -1);
+        EXPECT_EQ(pfget_int(getPf("gauge"), "north"), 1);
+    }
+    EXPECT_EQ(updatePf("gauge"), 1);
+    EXPECT_EQ(pfget_int(getPf("gauge"), "north"), 2);
+    freePf("gauge");
+}
 
 TEST(Pfupdate, ReadsFirstAndThenOnlyWhenAFileChanges)
 {

@@ -33,6 +33,7 @@ struct UpdatedVariable {
     Pf *tree;         // the caller's; null once it was freed or grafted
     Pf *gone;         // that tree then. Of one that was freed the block is owned
     bool refused;     // updatePf did not take the tree, for its files have faults
+    bool failed;      // the last reading lacked a file that the system refused: read again
     int64_t reading;  // the number of the last reading that was begun
     int64_t given;    // the reading that gave the last tree
 };

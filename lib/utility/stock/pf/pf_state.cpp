@@ -30,6 +30,7 @@ constinit ReferredFile *Idle_references = nullptr;
 constinit ProgramFunctions Program_functions{};
 
 constinit thread_local Evaluation This_evaluation{};
+constinit thread_local bool Read_failed = false;
 constinit thread_local Pf *Waiting_to_be_freed = nullptr;
 
 Buffer take_kept(Buffer &kept)

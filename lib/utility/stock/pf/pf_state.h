@@ -88,6 +88,9 @@ struct Evaluation {
 };
 extern constinit thread_local Evaluation This_evaluation;
 
+// Whether a text could not be read to its end, because the system refused.
+extern constinit thread_local bool Read_failed;
+
 // The containers and functions that this thread's pffree has still to free, linked by
 // `parent`; null outside of it.
 extern constinit thread_local Pf *Waiting_to_be_freed;

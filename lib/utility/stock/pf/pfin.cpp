@@ -66,8 +66,10 @@ int parse(Pf **pf, const char *filename, OpenWindow open_window, ReportOpen repo
     Buffer value = take_kept(Kept_buffers.value);
     const Scanned scanned = scan_into_tree(window, top, filename, value);
     top->type = PFFILE;
-    if (window.error())
+    if (window.error()) {
+        stock::Read_failed = true;
         refuse(window.error(), filename);
+    }
     if (scanned.open > 0)
         report_open(scanned);
 

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <utility>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -17,6 +18,8 @@
 #include "base/descriptor.h"
 #include "base/guards.h"
 #include "pf/parsing.h"
+#include "pf/pf_state.h"
+#include "pf/pfupdate.h"
 #include "stock/datasearch.h"
 #include "stock/elog.h"
 #include "stock/restat.h"
@@ -58,11 +61,16 @@ bool is_trusted(int fd, const char *path)
 // What is read: parameters of the program, or settings of the library.
 enum class What { parameters, settings };
 
-// The same for a file that is not open yet; 1 when it cannot be opened or is not trusted.
+// The same for a file that is not open yet; 1 when it cannot be opened or is not trusted. A file
+// that was removed since it was found is not missed.
 int read_file(const char *path, What what, Pf **pf)
 {
     const stock::Fd fd(stock::beyond_standard(reopen(path, O_RDONLY | O_CLOEXEC)));
     if (fd.get() < 0) {
+        if (errno != ENOENT && errno != ENOTDIR) {
+            stock::Read_failed = true;
+            elog_log(1, "can't open '%s'", path);
+        }
         errno = 0;  // else a later message would give this as its reason
         return 1;
     }
@@ -97,6 +105,14 @@ int read_all(const char *name, What what, Pf **pf)
 int stock::read_settings(const char *name, Pf **pf)
 {
     return read_all(name, What::settings, pf);
+}
+
+int stock::read_or_fail(const char *name, Pf **pf, bool &failed)
+{
+    const bool before = std::exchange(Read_failed, false);
+    const int result = read_all(name, What::parameters, pf);
+    failed = std::exchange(Read_failed, before);
+    return result;
 }
 
 int pfread(const char *name, Pf **pf)

@@ -130,14 +130,24 @@ void set_pointer(Pf **pf, Pf *tree)
         *pf = tree;
 }
 
-// Reads the files and gives the variable their tree, unless another reading was faster.
+// Reads the files and gives the variable their tree, unless another reading was faster. When the
+// system refused a file, an earlier tree stays the variable's, and the next update reads again.
 stock::Update read_again(const char *name, const char *key, Pf **pf, int64_t reading,
                          Updater updater)
 {
     Pf *tree = nullptr;
-    const int result = pfread(stock::lasting_name(name), &tree);
+    bool failed = false;
+    const int read = stock::read_or_fail(stock::lasting_name(name), &tree, failed);
+    const int result = failed ? -1 : read;
     std::unique_lock lock(Trees_mutex);
     UpdatedVariable *variable = variable_of(key);
+    variable->failed = failed;
+    if (failed && variable->tree) {
+        set_pointer(pf, variable->tree);
+        lock.unlock();
+        pffree(tree);
+        return {result, false, nullptr};
+    }
     const bool late = is_late(variable, reading);
     Pf *replaced = nullptr;
     if (late)
@@ -148,7 +158,7 @@ stock::Update read_again(const char *name, const char *key, Pf **pf, int64_t rea
     const bool given = late || give(variable, tree);
     if (given && !late) {
         variable->given = reading;
-        variable->refused = updater == Updater::registry && result != 0;
+        variable->refused = updater == Updater::registry && result != 0 && !failed;
     }
     set_pointer(pf, variable->tree);
     lock.unlock();
@@ -160,7 +170,7 @@ stock::Update read_again(const char *name, const char *key, Pf **pf, int64_t rea
 // Whether the files are those of the last reading, and its tree is still there or was refused.
 bool is_current(const UpdatedVariable *variable, const Tbl *times, Updater updater)
 {
-    if (!variable || times->count == 0 || !same_files(variable->times, times))
+    if (!variable || variable->failed || times->count == 0 || !same_files(variable->times, times))
         return false;
     return variable->tree || (updater == Updater::registry && variable->refused);
 }

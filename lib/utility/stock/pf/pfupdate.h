@@ -22,4 +22,8 @@ struct Update {
 // As pfupdate, but the caller frees what is replaced.
 Update update_tree(const char *name, Pf **pf, Updater updater);
 
+// As pfread. `failed` tells that the system refused to open or read a file: then the tree may
+// lack its values, and reading again may succeed.
+int read_or_fail(const char *name, Pf **pf, bool &failed);
+
 }  // namespace stock

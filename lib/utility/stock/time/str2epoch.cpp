@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <climits>
 #include <cmath>
 #include <cstdarg>
@@ -21,6 +22,7 @@
 #include "base/alloc.h"
 #include "base/ascii.h"
 #include "base/environment.h"
+#include "base/guards.h"
 #include "base/number.h"
 #include "deviants.h"
 #include "stock/elog.h"
@@ -608,12 +610,18 @@ double time_on_local_clocks(double when)
 void convert_to_zone(ParsedTime &p)
 {
     double there = 0;
+    int error = 0;
     {
+        const stock::KeepErrno keep;
         const std::lock_guard lock(stock::environment_lock);
         switchTZ(p.zone);
+        error = errno;
         there = time_on_local_clocks(p.epoch);
         restoreTZ();  // with the lock still held, so that no other thread works in this zone
     }
+    // The platform then took the zone for UTC.
+    if (error == EMFILE || error == ENFILE || error == ENOMEM || error == EACCES || error == EIO)
+        return p.problem("str2epoch: Can't read timezone '%s'", p.zone);
     // Meant: the last second of 1969 in UTC is -1 too, and is refused like a failure.
     if (there == -1) {
         p.problem("str2epoch: Can't convert to local timezone before 1970\n");

@@ -17,6 +17,7 @@
 #include <mutex>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "base/alloc.h"
 #include "base/environment.h"
@@ -279,20 +280,19 @@ Fields local_fields(double epoch)
 }
 
 // Switches the process to a zone until restoreTZ; for "" and "LOCAL" leaves it in its own. Returns
-// false, and leaves it there too, when the platform has no such zone. With environment_lock
-// held.
-bool switch_to(const char *zone)
+// 0, or else the errno, which is ENOENT when the platform has no such zone, and leaves the process
+// in its own too. With environment_lock held.
+int switch_to(const char *zone)
 {
     if (!*zone || std::strcmp(zone, "LOCAL") == 0)
-        return true;
+        return 0;
     if (!stock::stays_inside_zones(zone))
-        return false;
+        return ENOENT;
     switchTZ(zone);
-    if (errno == 0)
-        return true;
-    errno = 0;
-    restoreTZ();
-    return false;
+    const int error = std::exchange(errno, 0);
+    if (error != 0)
+        restoreTZ();
+    return error;
 }
 
 // A time broken down in a zone, and a copy of the zone's name.
@@ -305,13 +305,13 @@ public:
     ZonedTime &operator=(const ZonedTime &) = delete;
 
     const Fields &fields() const { return fields_; }
-    bool zone_known() const { return zone_known_; }
+    bool zone_known() const { return zone_error_ == 0; }
 
 private:
     std::size_t break_down(const char *zone, double epoch, std::span<char> name);
 
     Fields fields_;  // its zone lies in one of the two names
-    bool zone_known_ = true;
+    int zone_error_ = 0;
     char short_name_[64];
     stock::Owned<char> long_name_;
 };
@@ -328,8 +328,13 @@ ZonedTime::ZonedTime(const char *zone, double epoch) : fields_(zone ? Fields() :
         length = break_down(zone, epoch, name);
     }
     fields_.zone = {name.data(), length};
-    if (!zone_known_)
+    if (zone_error_ == EMFILE || zone_error_ == ENFILE || zone_error_ == ENOMEM ||
+        zone_error_ == EACCES || zone_error_ == EIO) {
+        errno = zone_error_;
+        elog_log(1, "Can't read timezone '%s'\n", zone);
+    } else if (zone_error_ != 0) {
         elog_log(0, "Unrecognized timezone '%s'\n", zone);
+    }
 }
 
 // Sets the fields and copies the zone's name into `name`. Returns the length of the name: when it
@@ -337,7 +342,7 @@ ZonedTime::ZonedTime(const char *zone, double epoch) : fields_(zone ? Fields() :
 std::size_t ZonedTime::break_down(const char *zone, double epoch, std::span<char> name)
 {
     const std::lock_guard lock(stock::environment_lock);
-    zone_known_ = switch_to(zone);
+    zone_error_ = switch_to(zone);
     fields_ = local_fields(epoch);
     fields_.zone.copy(name.data(), name.size());
     restoreTZ();
