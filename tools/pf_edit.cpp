@@ -94,9 +94,15 @@ bool same(const Pf *a, const Pf *b)
     }
 }
 
-// A callback of the log that takes every message, so that none is delivered.
-int keep_silent(int, const char *, Tbl *)
+// Where standard error is kept while it is muted, or -1.
+int Kept_error = -1;
+
+// A callback of the log that takes every message, so that none is delivered. The last words of
+// the tool, when memory runs out for one, are printed all the same.
+int keep_silent(int severity, const char *text, Tbl *)
 {
+    if (severity >= ELOG_DIE && Kept_error >= 0 && text)
+        dprintf(Kept_error, "%s", text);
     return 1;
 }
 
@@ -109,11 +115,13 @@ public:
         const int nowhere = open("/dev/null", O_WRONLY | O_CLOEXEC);
         if (kept_ >= 0 && nowhere >= 0)
             dup2(nowhere, STDERR_FILENO);
+        Kept_error = kept_;
         if (nowhere >= 0)
             close(nowhere);
     }
     ~Muted()
     {
+        Kept_error = -1;
         if (kept_ < 0)
             return;
         dup2(kept_, STDERR_FILENO);
