@@ -11,6 +11,7 @@
 #include "base/ordered_lock.h"
 
 #include <csignal>
+#include <mutex>
 
 #include <pthread.h>
 
@@ -23,31 +24,24 @@
 #include <unistd.h>
 #endif
 
+#include "base/base_state.h"
+
 namespace stock {
-
-namespace {
-
-// The locks that were ever taken, in the order of their places.
-constinit OrderedLock *First = nullptr;
-constinit int Length = 0;
-constinit std::mutex List_mutex;  // guards both; taken behind all locks
-
-}  // namespace
 
 // Its functions are what the system calls before and after a fork.
 class LocksForFork {
 public:
     static void add(OrderedLock &lock)
     {
-        const std::lock_guard hold(List_mutex);
+        const std::lock_guard hold(Known_locks.mutex);
         if (lock.known_.load(std::memory_order_relaxed))
             return;
-        OrderedLock **at = &First;
+        OrderedLock **at = &Known_locks.first;
         while (*at && (*at)->place_ <= lock.place_)
             at = &(*at)->next_;
         lock.next_ = *at;
         *at = &lock;
-        ++Length;
+        ++Known_locks.count;
         lock.known_.store(true, std::memory_order_release);
     }
 
@@ -55,23 +49,23 @@ public:
     {
         for (;;) {
             const int count = take_all();
-            List_mutex.lock();
-            if (Length == count)
+            Known_locks.mutex.lock();
+            if (Known_locks.count == count)
                 return;
-            List_mutex.unlock();
+            Known_locks.mutex.unlock();
             give_back_all();
         }
     }
 
     static void in_parent()
     {
-        List_mutex.unlock();
+        Known_locks.mutex.unlock();
         give_back_all();
     }
 
     static void in_child()
     {
-        for (const OrderedLock *lock = First; lock; lock = lock->next_)
+        for (const OrderedLock *lock = Known_locks.first; lock; lock = lock->next_)
             if (lock->in_child_)
                 lock->in_child_();
         in_parent();
@@ -87,8 +81,8 @@ private:
     // The next lock of the list, or the first. The list may grow while it is walked.
     static OrderedLock *after(const OrderedLock *lock)
     {
-        const std::lock_guard hold(List_mutex);
-        return lock ? lock->next_ : First;
+        const std::lock_guard hold(Known_locks.mutex);
+        return lock ? lock->next_ : Known_locks.first;
     }
 
     // Takes all locks of the list but those that this thread holds, and counts both.
@@ -183,10 +177,6 @@ constexpr std::string_view kNames[] = {
 };
 static_assert(std::size(kNames) == static_cast<std::size_t>(Place::username) + 1);
 
-// The places whose locks this thread holds, one bit each. With the initial-exec model its first
-// use does not allocate.
-constinit thread_local std::uint32_t Held __attribute__((tls_model("initial-exec"))) = 0;
-
 constexpr std::uint32_t bit_of(Place place)
 {
     return std::uint32_t{1} << static_cast<unsigned>(place);
@@ -206,7 +196,7 @@ constexpr std::uint32_t bit_of(Place place)
 
 void check(Place place)
 {
-    const std::uint32_t later = Held & ~(bit_of(place) - 1);
+    const std::uint32_t later = Held_places & ~(bit_of(place) - 1);
     if (later)
         refuse(kNames[static_cast<unsigned>(place)],
                kNames[static_cast<unsigned>(std::countr_zero(later))]);
@@ -214,17 +204,17 @@ void check(Place place)
 
 void note_taken(Place place)
 {
-    Held |= bit_of(place);
+    Held_places |= bit_of(place);
 }
 
 void note_given_up(Place place)
 {
-    Held &= ~bit_of(place);
+    Held_places &= ~bit_of(place);
 }
 
 void forget()
 {
-    Held = 0;
+    Held_places = 0;
 }
 
 }  // namespace stock::lock_order
