@@ -1217,14 +1217,14 @@ TEST_F(Readtbl, SaysThatAFileIsLargerThanAllAddresses)
             }
 }
 
-TEST_F(Readtbl, OpensAListAsDescriptor0)
+TEST_F(Readtbl, OpensAListBeyondTheStandardDescriptorsWhenTheyAreClosed)
 {
     const std::string path = saved(points(3));
     const Ended ended = in_child([&] {
         for (const int writable : {0, 1}) {
             close(0);
             TblPtr tbl = opened(path, writable);
-            printf("%d ", tbl && tbl->fd == 0 && tbl->count == 3);
+            printf("%d ", tbl && tbl->fd > 2 && tbl->count == 3);
             tbl.reset();
             printf("%d ", fcntl(0, F_GETFD) == -1);
         }
