@@ -5,6 +5,8 @@
 
 #pragma once
 
+#include <cstdio>
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -25,11 +27,15 @@ inline int beyond_standard(int fd)
 // Opens a file for reading as fopen(path, "re") does, beyond the standard descriptors.
 inline OwnedStream open_to_read(const char *path)
 {
-    Fd fd(beyond_standard(::open(path, O_RDONLY | O_CLOEXEC)));
-    OwnedStream stream(fd.get() < 0 ? nullptr : ::fdopen(fd.get(), "r"));
-    if (stream)
-        fd.release();
-    return stream;
+    OwnedStream stream(std::fopen(path, "re"));
+    const int fd = stream ? ::fileno(stream.get()) : -1;
+    if (fd < 0 || fd > STDERR_FILENO)
+        return stream;
+    Fd beyond(::fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    OwnedStream moved(beyond.get() < 0 ? nullptr : ::fdopen(beyond.get(), "r"));
+    if (moved)
+        beyond.release();
+    return moved;
 }
 
 // Occupies for its scope those of 0, 1 and 2 that are closed, for calls that choose a descriptor
