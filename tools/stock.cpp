@@ -90,6 +90,11 @@ void *operator new(std::size_t bytes)
     elog_die(1, "Out of memory in %s at line %d of '%s'\n\tCan't malloc %lu bytes for %s\n",
              "operator new", __LINE__, "stock.cpp", static_cast<unsigned long>(bytes), "stock");
 }
+// For std::stable_sort and its like, which do without the memory that they do not get.
+void *operator new(std::size_t bytes, const std::nothrow_t &) noexcept
+{
+    return std::malloc(bytes > 0 ? bytes : 1);
+}
 void operator delete(void *block) noexcept
 {
     std::free(block);

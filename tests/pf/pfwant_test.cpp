@@ -613,8 +613,7 @@ TEST(Pfwant, AKeyThatNothingWantsIsToldWithTheNearest)
 TEST(Pfwant, WhatNobodySeesInAFileIsShown)
 {
     Station s;
-    EXPECT_EQ(problems(s.wants, "\xef\xbb\xbfkeep 5\n"),
-              "\\ufeffkeep: nothing wants this\n");
+    EXPECT_EQ(problems(s.wants, "\xef\xbb\xbfkeep 5\n"), "\\ufeffkeep: nothing wants this\n");
     EXPECT_EQ(problems(s.wants, "keep \xc3\xa9\xff\x01\xc3\n"),
               "keep: '\xc3\xa9\\xff\\x01\\xc3' is not a whole number (1 to 1000000)\n");
     // Lines that end in "\r\n": numbers and words do not mind, texts do.

@@ -136,7 +136,7 @@ bool leads_to(const char *name, int fd)
 // Not every file and directory can be written to the disk when it is asked for.
 bool cannot_sync(int error)
 {
-    return error == EINVAL || error == ENOTSUP || error == EOPNOTSUPP || error == ENOSYS;
+    return error == EINVAL || error == ENOTSUP || error == ENOSYS;
 }
 
 bool sync_file(int fd)
