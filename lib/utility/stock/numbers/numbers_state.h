@@ -5,6 +5,7 @@
 #pragma once
 
 #include <atomic>
+#include <locale>  // where systems differ on what declares locale_t, it knows
 
 #include <locale.h>
 
