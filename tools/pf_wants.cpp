@@ -184,8 +184,11 @@ private:
         if (!is_table(node))
             return;
         for (const std::string &key : keys_of(node)) {
-            value.address = table + "{" + key + "}" + rest;
-            if (is_table(find(table + "{" + key + "}")))
+            std::string record = table;
+            record.append("{").append(key).append("}");
+            value.address = record;
+            value.address += rest;
+            if (is_table(find(record)))
                 expand(value);
         }
     }

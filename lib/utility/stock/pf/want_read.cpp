@@ -284,7 +284,7 @@ private:
         const int64_t count = value.node->value.tbl->count;
         Tbl *list = texts ? newtbl(count)
                           : inittbl(0, count, 1, nullptr, static_cast<int>(kind_size(row.of)));
-        std::memcpy(to, &list, sizeof list);
+        std::memcpy(to, &list, sizeof(void *));
         for (int64_t i = 0; i < count; ++i) {
             GrowingText element(0, "address", "pfwant");
             FixedTextOf<32> index;
@@ -309,7 +309,7 @@ private:
         if (value.type != PFARR && value.type != PFFILE)
             return wrong_type(kind_noun(row.kind), value, address);
         Arr *arr = newarr(nullptr);
-        std::memcpy(to, &arr, sizeof arr);
+        std::memcpy(to, &arr, sizeof(void *));
         Tbl *keys = keysarr(value.node->value.arr);
         for (int64_t i = 0; i < keys->count; ++i) {
             const auto *key = static_cast<const char *>(gettbl(keys, i));
